@@ -1,0 +1,7 @@
+# The core: everything but main(), against the declarations of platform/ alone.
+file(GLOB CORE_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/app/*.cpp
+     ${CMAKE_SOURCE_DIR}/confd/*.cpp ${CMAKE_SOURCE_DIR}/model/*.cpp
+     ${CMAKE_SOURCE_DIR}/filter/*.cpp)
+list(FILTER CORE_SOURCES EXCLUDE REGEX "/app/main\\.cpp$")
+add_library(acl_core STATIC ${CORE_SOURCES})
+target_link_libraries(acl_core PUBLIC acl_headers)

@@ -1,0 +1,97 @@
+// The configuration datastore: the running configuration as one libyang tree, changed by commits
+// that are all or nothing, and the operational state beside it.
+//
+// A commit never looks at the whole tree. The configuration is made of units (an access-list entry,
+// an interface, a profile's own leaves); a commit copies the units that its edit touches into a
+// small tree, applies the edit to a copy of that, validates the copy, and applies the difference of
+// the two to running. Checks that cross units are made by hand (cross_checks.h). The result is that
+// of a validation and replacement of the whole tree, at a cost that does not grow with it.
+//
+// Invariants:
+//  - running is always valid, and has no part of a commit that was refused;
+//  - observers run after the commit is persistent and running is changed, before Edit() returns;
+//  - an observer must not change running.
+#ifndef HOST_CDB_DATASTORE_H_
+#define HOST_CDB_DATASTORE_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+struct ly_ctx;
+struct lyd_node;
+
+namespace host {
+
+class OperationalStore;
+
+// Why something was refused, in the terms of RFC 6241, Appendix A.
+struct DatastoreError {
+  std::string tag;      // error-tag, such as "invalid-value"
+  std::string app_tag;  // error-app-tag, or empty
+  std::string path;     // instance path of the node at fault, or empty
+  std::string message;  // for a person to read
+};
+// Empty means success.
+using DatastoreErrors = std::vector<DatastoreError>;
+
+// Who makes a change.
+struct Origin {
+  std::string user;
+  uint32_t session_id = 0;  // 0: the daemon itself
+};
+
+enum class DefaultOperation { kMerge, kReplace, kNone };
+enum class TestOption { kTestThenSet, kSet, kTestOnly };
+
+struct EditOptions {
+  DefaultOperation default_operation = DefaultOperation::kMerge;
+  TestOption test_option = TestOption::kTestThenSet;
+};
+
+// Told of every commit that changed running.
+class CommitObserver {
+ public:
+  virtual ~CommitObserver() = default;
+  // `diff` is the difference in libyang's form (nodes with yang:operation), owned by the datastore
+  // and valid during the call; running already has the new content.
+  virtual void OnCommit(const lyd_node* diff) = 0;
+};
+
+struct DatastoreOptions {
+  std::string yang_directory;
+  std::string startup_file;  // JSON or XML by its ending; empty: start with nothing
+  std::string state_directory;
+};
+
+class Datastore {
+ public:
+  // Loads the modules and the running configuration. Null on failure, with the reasons in `errors`.
+  static std::unique_ptr<Datastore> Open(const DatastoreOptions& options, DatastoreErrors* errors);
+  virtual ~Datastore() = default;
+
+  // The schema; lives as long as the datastore.
+  virtual const ly_ctx* Context() const = 0;
+  // First top-level node of the running configuration, null when it is empty. Read only, valid
+  // until the next commit.
+  virtual const lyd_node* Running() const = 0;
+  // Grows with every commit that changed something; never 0.
+  virtual uint64_t TransactionId() const = 0;
+
+  // Applies an edit (nodes with nc:operation metadata, RFC 6241 section 7.2) to running. Parts of
+  // the edit that the schema does not know may be opaque nodes: they are refused here, with path
+  // and reason. All or nothing; an edit that changes nothing succeeds and makes no commit.
+  virtual DatastoreErrors Edit(const lyd_node* edit, const EditOptions& options,
+                               const Origin& origin) = 0;
+
+  // Observers are called in the order of their registration. Not owned.
+  virtual void AddObserver(CommitObserver* observer) = 0;
+  virtual void RemoveObserver(CommitObserver* observer) = 0;
+
+  virtual OperationalStore& Operational() = 0;
+};
+
+}  // namespace host
+
+#endif  // HOST_CDB_DATASTORE_H_

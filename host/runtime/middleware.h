@@ -1,0 +1,34 @@
+// What stands behind the middleware handle, for the other parts of the platform.
+//
+// The handle may be finished before the parts that use it are destroyed: they keep shared ownership
+// of what they need (loop, state providers), never the handle itself.
+#ifndef HOST_RUNTIME_MIDDLEWARE_H_
+#define HOST_RUNTIME_MIDDLEWARE_H_
+
+#include <memory>
+#include <string>
+
+#include "host/runtime/event_loop.h"
+#include "host/runtime/state_providers.h"
+#include "platform/qzmw/qzmw.h"
+
+namespace host {
+
+std::shared_ptr<EventLoop> LoopOf(qzmw_t* mw);
+std::shared_ptr<StateProviders> StateProvidersOf(qzmw_t* mw);
+
+// Writes one line to the process's log (the sink that faults and the log service use as well).
+enum class LogLevel { kDebug, kInfo, kWarning, kError };
+void Log(LogLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+// Reports a fatal fault of the platform and ends the process with status 1. For failures of the
+// start that the caller has no way to report; `format` says what is wrong and with which file.
+[[noreturn]] void FatalFault(const char* function, const char* file, int line, const char* format,
+                             ...) __attribute__((format(printf, 4, 5)));
+
+// Tells the service manager that the process is up (sd_notify(3) READY=1).
+void NotifyReady();
+
+}  // namespace host
+
+#endif  // HOST_RUNTIME_MIDDLEWARE_H_

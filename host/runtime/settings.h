@@ -1,0 +1,44 @@
+// The daemon's own settings: one small file of "name = value" lines ('#' starts a comment), found
+// through the environment variable ACL_APP_SETTINGS. Without the variable every setting has its
+// default; with it, a file that cannot be read, an unknown name or a bad value is an error.
+#ifndef HOST_RUNTIME_SETTINGS_H_
+#define HOST_RUNTIME_SETTINGS_H_
+
+#include <string>
+
+namespace host {
+
+struct Settings {
+  // Where the daemon keeps what must survive it, and the lock that keeps a second daemon out. The
+  // directory must exist.
+  std::string state_directory = "/var/lib/acl-app";
+  // UNIX socket for NETCONF; its directory must exist.
+  std::string netconf_socket = "/run/acl-app/netconf.sock";
+  // Access mode of the socket, and the group it is given to (empty: the daemon's own).
+  unsigned int netconf_socket_mode = 0660;
+  std::string netconf_socket_group;
+  // Configuration (JSON or XML, by its ending) that running is loaded from at the start; empty: none.
+  std::string startup_file;
+  // Where the YANG modules are.
+  std::string yang_directory = "/usr/share/acl-app/yang";
+  // "kernel" or "memory".
+  std::string filter_backend = "kernel";
+  // Entries that one filter group holds at most.
+  unsigned int filter_capacity = 65536;
+  // "journal" or "stderr"; and "debug", "info", "warning" or "error".
+  std::string log_target = "stderr";
+  std::string log_level = "info";
+};
+
+// Reads `path` into `settings`, on top of what it holds. False with a reason that names the file
+// and the line in `error` otherwise; `settings` is then unchanged.
+bool ReadSettings(const std::string& path, Settings* settings, std::string* error);
+
+// The settings of this process. Read once, by the middleware's start; the defaults before that.
+const Settings& ProcessSettings();
+// Loads the process's settings as described above. False with a reason in `error` on failure.
+bool LoadProcessSettings(std::string* error);
+
+}  // namespace host
+
+#endif  // HOST_RUNTIME_SETTINGS_H_

@@ -1,0 +1,52 @@
+// State that parts of the process can show as operational data, beside what is written into the
+// operational datastore: each part registers a function that builds its data when somebody asks.
+#ifndef HOST_RUNTIME_STATE_PROVIDERS_H_
+#define HOST_RUNTIME_STATE_PROVIDERS_H_
+
+#include <functional>
+#include <list>
+#include <memory>
+#include <string>
+
+struct ly_ctx;
+struct lyd_node;
+
+namespace host {
+
+class StateProviders {
+ public:
+  // Builds the data tree below one top-level node; the caller frees it with lyd_free_all(). Null
+  // when there is nothing to show.
+  using Provider = std::function<lyd_node*(const ly_ctx* context)>;
+
+  struct Entry {
+    std::string module;    // YANG module of the top-level node
+    std::string top_node;  // its name
+    Provider build;
+  };
+
+  // Ends the registration on destruction. May outlive the StateProviders.
+  class Registration {
+   public:
+    Registration() = default;
+    Registration(Registration&&) = default;
+    Registration& operator=(Registration&&) = default;
+    ~Registration();
+
+   private:
+    friend class StateProviders;
+    std::weak_ptr<std::list<Entry>> entries_;
+    std::list<Entry>::iterator entry_;
+  };
+
+  [[nodiscard]] Registration Add(Entry entry);
+  // In the order of registration. Valid until the next change.
+  const std::list<Entry>& entries() const { return *entries_; }
+
+ private:
+  std::shared_ptr<std::list<Entry>> entries_ = std::make_shared<std::list<Entry>>();
+};
+
+}  // namespace host
+
+#endif  // HOST_RUNTIME_STATE_PROVIDERS_H_

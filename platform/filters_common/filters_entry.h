@@ -1,0 +1,92 @@
+// One entry of a filter group: an id, a priority, its matches and its actions.
+//
+// An entry is a value, but copies share what they hold until one of them is changed. The ingress
+// ports stand apart from the other matches: they are what distinguishes the many copies of an entry
+// that is applied to several ports, so that giving a copy its port neither allocates nor unshares.
+#ifndef PLATFORM_FILTERS_COMMON_FILTERS_ENTRY_H_
+#define PLATFORM_FILTERS_COMMON_FILTERS_ENTRY_H_
+
+#include <memory>
+#include <optional>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "platform/filters_common/actions.h"
+#include "platform/filters_common/filters_types.h"
+#include "platform/filters_common/matches.h"
+
+namespace FiltersCommon {
+
+class FiltersEntry {
+ public:
+  // At most one element of each kind, in ascending order of kind.
+  using Matches = std::vector<std::shared_ptr<const Match>>;
+  using Actions = std::vector<std::shared_ptr<const Action>>;
+
+  explicit FiltersEntry(const unsigned short& id) : id_(id) {}
+
+  unsigned short getId() const { return id_; }
+  void setId(unsigned short id) { id_ = id; }
+  unsigned int getPriority() const { return priority_; }
+  void setPriority(const unsigned int& priority) { priority_ = priority; }
+
+  // Sets the match of T's kind, in place of any other of that kind. FILTERS_ERR_RANGE, and no
+  // change, when the value does not fit the field.
+  template <class T>
+  filtersErr_t setMatch(const T& match) {
+    if (!match.inRange()) return FILTERS_ERR_RANGE;
+    if constexpr (std::is_same_v<T, MatchIngressPorts>) {
+      ports_ = match;
+    } else {
+      StoreMatch(std::make_shared<const T>(match));
+    }
+    return FILTERS_OK;
+  }
+  // FILTERS_ERR_NOT_FOUND when the entry has no match of this kind.
+  filtersErr_t deleteMatch(filtersMatch_t kind);
+  // Null when the entry has no match of this kind. Valid until the entry is changed.
+  const Match* findMatch(filtersMatch_t kind) const;
+  // The match of class T, null when there is none (or another class of the same kind).
+  template <class T>
+  const T* getMatch() const {
+    return dynamic_cast<const T*>(findMatch(T::kKind));
+  }
+  // All matches but the ingress ports.
+  const Matches& getMatches() const;
+
+  // As for matches.
+  template <class T>
+  filtersErr_t setAction(const T& action) {
+    if (!action.inRange()) return FILTERS_ERR_RANGE;
+    StoreAction(std::make_shared<const T>(action));
+    return FILTERS_OK;
+  }
+  filtersErr_t deleteAction(filtersAction_t kind);
+  const Action* findAction(filtersAction_t kind) const;
+  template <class T>
+  const T* getAction() const {
+    return dynamic_cast<const T*>(findAction(T::kKind));
+  }
+  const Actions& getActions() const;
+
+ private:
+  struct Content {
+    Matches matches;
+    Actions actions;
+  };
+
+  void StoreMatch(std::shared_ptr<const Match> match);
+  void StoreAction(std::shared_ptr<const Action> action);
+  // The content, made this entry's own.
+  Content& OwnContent();
+
+  unsigned short id_;
+  unsigned int priority_ = 0;
+  std::shared_ptr<Content> content_;  // null while empty; shared between copies, then not changed
+  std::optional<MatchIngressPorts> ports_;
+};
+
+}  // namespace FiltersCommon
+
+#endif  // PLATFORM_FILTERS_COMMON_FILTERS_ENTRY_H_
