@@ -1,7 +1,8 @@
-# The core: everything but main(), against the declarations of platform/ alone.
+# The core: everything but main(), against the declarations of platform/ alone. An object library,
+# so that the log callouts, which nothing in the process calls, are in every program that has it.
 file(GLOB CORE_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/app/*.cpp
      ${CMAKE_SOURCE_DIR}/confd/*.cpp ${CMAKE_SOURCE_DIR}/model/*.cpp
      ${CMAKE_SOURCE_DIR}/filter/*.cpp)
 list(FILTER CORE_SOURCES EXCLUDE REGEX "/app/main\\.cpp$")
-add_library(acl_core STATIC ${CORE_SOURCES})
+add_library(acl_core OBJECT ${CORE_SOURCES})
 target_link_libraries(acl_core PUBLIC acl_headers)
