@@ -1,0 +1,44 @@
+// What enforces the filter groups. A back end holds at most one group of each type.
+#ifndef HOST_FILTER_MGR_BACKEND_H_
+#define HOST_FILTER_MGR_BACKEND_H_
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "host/filter_mgr/errors.h"
+#include "platform/filters_common/filters_group.h"
+
+namespace host {
+
+// Frames that an entry decided.
+struct Hits {
+  uint64_t packets = 0;
+  uint64_t bytes = 0;
+};
+
+enum class PortState { kEnforced, kAbsent, kFailed };
+
+class Backend {
+ public:
+  using HitsById = std::map<unsigned short, Hits>;
+
+  virtual ~Backend() = default;
+  virtual const char* name() const = 0;
+  // Makes an empty group known. What an earlier run left in force for it stays in force until the
+  // group's first Apply().
+  virtual FilterMgrError Create(const FiltersCommon::FiltersGroup& group) = 0;
+  // Puts the group's whole content in force, in place of what was. All or nothing: after a failure,
+  // which is logged, the content before is still in force.
+  virtual FilterMgrError Apply(const FiltersCommon::FiltersGroup& group) = 0;
+  // Hits by entry id of the group as last applied; false where hits are not counted or cannot be
+  // read at the moment.
+  virtual bool ReadHits(const FiltersCommon::FiltersGroup& group, HitsById* hits) = 0;
+  // The ports that the groups name.
+  virtual std::map<std::string, PortState> Ports() const = 0;
+};
+
+}  // namespace host
+
+#endif  // HOST_FILTER_MGR_BACKEND_H_

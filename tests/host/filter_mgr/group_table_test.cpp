@@ -1,0 +1,183 @@
+// What the Filter Manager takes, holds and shows, over a back end that does as told.
+#include "host/filter_mgr/group_table.h"
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <libyang/libyang.h>
+
+#include "host/filter_mgr/entry_text.h"
+#include "host/filter_mgr/group_state.h"
+#include "tests/host/filter_mgr/captured_log.h"
+
+namespace host {
+namespace {
+
+using namespace FiltersCommon;  // NOLINT
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+class ScriptedBackend : public Backend {
+ public:
+  const char* name() const override { return "kernel"; }
+  FilterMgrError Create(const FiltersGroup& group) override {
+    calls.push_back("create " + std::to_string(group.getId()));
+    return answer;
+  }
+  FilterMgrError Apply(const FiltersGroup& group) override {
+    calls.push_back("apply " + std::to_string(group.getId()));
+    return answer;
+  }
+  bool ReadHits(const FiltersGroup& group, HitsById* hits) override {
+    if (group.getType() != FILTERS_GROUP_TYPE_L2) return false;
+    *hits = {{0, {11, 1100}}};
+    return true;
+  }
+  std::map<std::string, PortState> Ports() const override {
+    return {{"eth0", PortState::kEnforced}, {"eth1", PortState::kAbsent}};
+  }
+
+  std::vector<std::string> calls;
+  FilterMgrError answer = FILTER_MGR_OK;
+};
+
+FiltersGroup MakeGroup(unsigned short id, filtersGroupType_t type, int entries = 0) {
+  FiltersGroup group(id);
+  group.setPriority(id);
+  group.setStage(FILTERS_GROUP_STAGE_PRE_INGRESS);
+  if (type != FILTERS_GROUP_TYPE_NONE) group.setType(type);
+  for (int i = 0; i < entries; ++i) group.insertEntry(FiltersEntry(i));
+  return group;
+}
+
+class GroupTableTest : public ::testing::Test {
+ protected:
+  void SetUp() override { CapturedLog().clear(); }
+
+  size_t Held(unsigned short id) {
+    return table_.groups().at({FILTERS_GROUP_STAGE_PRE_INGRESS, id}).getEntriesRef().size();
+  }
+
+  ScriptedBackend backend_;
+  GroupTable table_{&backend_, 3};
+};
+
+TEST_F(GroupTableTest, HoldsWhatTheBackEndTook) {
+  EXPECT_EQ(FILTER_MGR_OK, table_.Create(MakeGroup(0, FILTERS_GROUP_TYPE_L2)));
+  EXPECT_EQ(FILTER_MGR_ERR_EXISTS, table_.Create(MakeGroup(0, FILTERS_GROUP_TYPE_L2)));
+  EXPECT_EQ(FILTER_MGR_OK, table_.Create(MakeGroup(1, FILTERS_GROUP_TYPE_L3, 1)));
+  EXPECT_EQ(FILTER_MGR_OK, table_.Update(MakeGroup(0, FILTERS_GROUP_TYPE_L2, 2)));
+  backend_.answer = FILTER_MGR_ERR_KERNEL;
+  EXPECT_EQ(FILTER_MGR_ERR_KERNEL, table_.Update(MakeGroup(0, FILTERS_GROUP_TYPE_L2, 1)));
+  EXPECT_EQ(2u, Held(0));
+  EXPECT_THAT(backend_.calls, ElementsAre("create 0", "apply 1", "apply 0", "apply 0"));
+}
+
+TEST_F(GroupTableTest, AnUpdateMakesGoodAFailedCreation) {
+  backend_.answer = FILTER_MGR_ERR_NETLINK;
+  EXPECT_EQ(FILTER_MGR_ERR_NETLINK, table_.Create(MakeGroup(0, FILTERS_GROUP_TYPE_L2)));
+  backend_.answer = FILTER_MGR_OK;
+  EXPECT_EQ(FILTER_MGR_OK, table_.Update(MakeGroup(0, FILTERS_GROUP_TYPE_L2, 1)));
+  EXPECT_EQ(1u, Held(0));
+}
+
+TEST_F(GroupTableTest, RefusesAnUpdateBeyondItsCapacityWhole) {
+  ASSERT_EQ(FILTER_MGR_OK, table_.Update(MakeGroup(1, FILTERS_GROUP_TYPE_L3, 3)));
+  EXPECT_EQ(FILTER_MGR_ERR_CAPACITY, table_.Update(MakeGroup(1, FILTERS_GROUP_TYPE_L3, 4)));
+  EXPECT_EQ(3u, Held(1));
+  EXPECT_THAT(backend_.calls, ElementsAre("apply 1"));
+  EXPECT_THAT(CapturedLog(), ElementsAre("filter group 1 (L3, stage 1) is refused: it needs 4 "
+                                         "entries and has room for 3"));
+}
+
+TEST_F(GroupTableTest, RefusesGroupsItCannotPlace) {
+  EXPECT_EQ(FILTER_MGR_ERR_INVALID_GROUP, table_.Create(MakeGroup(0, FILTERS_GROUP_TYPE_NONE)));
+  FiltersGroup no_stage(0);
+  no_stage.setType(FILTERS_GROUP_TYPE_L2);
+  EXPECT_EQ(FILTER_MGR_ERR_INVALID_GROUP, table_.Update(no_stage));
+  ASSERT_EQ(FILTER_MGR_OK, table_.Create(MakeGroup(0, FILTERS_GROUP_TYPE_L2)));
+  EXPECT_EQ(FILTER_MGR_ERR_INVALID_GROUP, table_.Create(MakeGroup(2, FILTERS_GROUP_TYPE_L2)));
+  EXPECT_EQ(FILTER_MGR_ERR_INVALID_GROUP, table_.Update(MakeGroup(0, FILTERS_GROUP_TYPE_L3)));
+  EXPECT_THAT(backend_.calls, ElementsAre("create 0"));
+}
+
+FiltersEntry EntryWithEverything() {
+  FiltersEntry entry(0);
+  const ether_addr mac = {{2, 0, 0, 0, 0, 1}}, ignored = {{0, 0, 0, 0xff, 0xff, 0xff}};
+  const in_addr address = {htonl(0x0a010203)};
+  entry.setMatch(MatchDstMac(mac, ignored));
+  entry.setMatch(MatchSrcMac(mac));
+  entry.setMatch(MatchExternalVlanId(4095));
+  entry.setMatch(MatchTPID(0x88a8));
+  entry.setMatch(MatchPcp(7));
+  entry.setMatch(MatchDSCP(46));
+  entry.setMatch(MatchSrcIPv4(address, in_addr{htonl(0xffffff00)}));
+  entry.setMatch(MatchDstIPv4(address, in_addr{htonl(0xff00ff00)}));
+  entry.setMatch(MatchIpProtocol(17));
+  entry.setMatch(MatchDstL4Port(65535));
+  entry.setMatch(MatchIngressPorts({1, 2}));
+  entry.setAction(ActionPermit());
+  entry.setAction(ActionSetPcpAndQueue(5));
+  return entry;
+}
+
+TEST_F(GroupTableTest, ShowsGroupsAsOperationalData) {
+  FiltersGroup group = MakeGroup(0, FILTERS_GROUP_TYPE_L2);
+  group.insertEntry(EntryWithEverything());
+  FiltersEntry second(1);
+  second.setMatch(MatchToS(255));
+  second.setAction(ActionDeny());
+  group.insertEntry(second);
+  ASSERT_EQ(FILTER_MGR_OK, table_.Update(group));
+  ASSERT_EQ(FILTER_MGR_OK, table_.Create(MakeGroup(1, FILTERS_GROUP_TYPE_L3)));
+
+  ly_ctx* context = nullptr;
+  ASSERT_EQ(LY_SUCCESS, ly_ctx_new(YANG_DIR, 0, &context));
+  ASSERT_NE(nullptr, ly_ctx_load_module(context, "acl-app-filters", nullptr, nullptr));
+  lyd_node* tree = BuildGroupState(context, table_,
+                                   [](limid_t port) { return "eth" + std::to_string(port - 1); });
+  ASSERT_NE(nullptr, tree);
+  EXPECT_EQ(LY_SUCCESS, lyd_validate_all(&tree, context, LYD_VALIDATE_PRESENT, nullptr))
+      << ly_errmsg(context);
+  char* text = nullptr;
+  lyd_print_mem(&text, tree, LYD_JSON, LYD_PRINT_SHRINK | LYD_PRINT_KEEPEMPTYCONT);
+  EXPECT_STREQ(
+      R"({"acl-app-filters:filters":{"backend":"kernel","capacity":3,"group":[)"
+      R"({"id":0,"stage":1,"type":"l2","priority":0,"entries":2,"entry":[)"
+      R"({"id":0,"priority":0,"port":["eth0","eth1"],"match":{)"
+      R"("destination-mac-address":"02:00:00:00:00:01",)"
+      R"("destination-mac-address-mask":"ff:ff:ff:00:00:00",)"
+      R"("source-mac-address":"02:00:00:00:00:01","vlan":4095,"ethertype":"0x88a8","pcp":7,)"
+      R"("dscp":46,"source-ipv4-address":"10.1.2.3/24",)"
+      R"("destination-ipv4-address":"10.1.2.3/255.0.255.0","ip-protocol":17,)"
+      R"("destination-port":65535},)"
+      R"("action":{"permit":[null],"set-pcp":5},"hits":{"packets":"11","bytes":"1100"}},)"
+      R"({"id":1,"priority":0,"match":{"tos":255},"action":{"deny":[null]},)"
+      R"("hits":{"packets":"0","bytes":"0"}}]},)"
+      R"({"id":1,"stage":1,"type":"l3","priority":1,"entries":0}],)"
+      R"("port":[{"name":"eth0","state":"enforced"},{"name":"eth1","state":"absent"}]}})",
+      text);
+  free(text);
+  lyd_free_all(tree);
+  ly_ctx_destroy(context);
+}
+
+TEST_F(GroupTableTest, SaysWhyGroupsCannotBeShown) {
+  ly_ctx* context = nullptr;
+  ASSERT_EQ(LY_SUCCESS, ly_ctx_new(nullptr, 0, &context));
+  EXPECT_EQ(nullptr, BuildGroupState(context, table_, [](limid_t) { return ""; }));
+  EXPECT_THAT(CapturedLog(), ElementsAre(HasSubstr("acl-app-filters is not loaded")));
+  ly_ctx_destroy(context);
+}
+
+TEST(EntryTextTest, NamesAnEntryInOneLine) {
+  EXPECT_EQ("any frame: no action", EntryText(FiltersEntry(0)));
+  FiltersEntry entry(0);
+  entry.setMatch(MatchDstL4Port(22));
+  entry.setMatch(MatchIpProtocol(6));
+  entry.setAction(ActionDeny());
+  EXPECT_EQ("destination-port 22, ip-protocol 6: deny", EntryText(entry));
+}
+
+}  // namespace
+}  // namespace host
