@@ -32,6 +32,9 @@ struct DatastoreError {
   std::string app_tag;  // error-app-tag, or empty
   std::string path;     // instance path of the node at fault, or empty
   std::string message;  // for a person to read
+  // Content of error-info where the tag asks for it; empty otherwise.
+  std::string bad_element;
+  std::string bad_namespace;
 };
 // Empty means success.
 using DatastoreErrors = std::vector<DatastoreError>;
@@ -73,8 +76,8 @@ class Datastore {
 
   // The schema; lives as long as the datastore.
   virtual const ly_ctx* Context() const = 0;
-  // First top-level node of the running configuration, null when it is empty. Read only, valid
-  // until the next commit.
+  // First top-level node of the running configuration. Containers without presence may be there
+  // and hold nothing, or be absent. Read only, valid until the next commit.
   virtual const lyd_node* Running() const = 0;
   // Grows with every commit that changed something; never 0.
   virtual uint64_t TransactionId() const = 0;

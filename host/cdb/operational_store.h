@@ -1,0 +1,52 @@
+// The operational state: what the process writes through the cdb_* calls (the "status" tree of
+// acl-app, kept in memory), and beside it what the parts of the process build when somebody asks.
+#ifndef HOST_CDB_OPERATIONAL_STORE_H_
+#define HOST_CDB_OPERATIONAL_STORE_H_
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "host/cdb/yang_tree.h"
+#include "host/runtime/state_providers.h"
+
+namespace host {
+
+class OperationalStore {
+ public:
+  static std::unique_ptr<OperationalStore> Create(const ly_ctx* context);
+
+  // What was written, null when nothing is. Valid until the next write.
+  const lyd_node* Written() const { return written_.get(); }
+
+  // Creates the node at the data path `path` (libyang's form, with module names) with its parents,
+  // or gives a leaf another value; `value` is null for all but leaves. Only state can be written.
+  // False with the reason in `error` when the schema refuses it.
+  bool Set(const std::string& path, const char* value, std::string* error);
+  // Deletes a written node with all below it; false when it is not part of what was written.
+  bool Delete(const lyd_node* node);
+  // Grows with every change of what was written.
+  uint64_t generation() const { return generation_; }
+
+  // Where the state comes from that is built on demand. Until it is set there is none.
+  void SetProviders(std::shared_ptr<StateProviders> providers) {
+    providers_ = std::move(providers);
+  }
+
+  // The state below the top-level nodes that `wanted` (module and node name) accepts, built now.
+  // Nodes that are not wanted cost nothing. Null when there is no such state.
+  using Wanted = std::function<bool(const std::string& module, const std::string& node)>;
+  Tree Read(const Wanted& wanted) const;
+
+ private:
+  explicit OperationalStore(const ly_ctx* context) : context_(context) {}
+
+  const ly_ctx* context_;
+  Tree written_;
+  uint64_t generation_ = 1;
+  std::shared_ptr<StateProviders> providers_;
+};
+
+}  // namespace host
+
+#endif  // HOST_CDB_OPERATIONAL_STORE_H_
