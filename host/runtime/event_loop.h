@@ -29,6 +29,8 @@ class EventLoop {
   EventLoop& operator=(const EventLoop&) = delete;
   ~EventLoop();
 
+  // The functions below return null when the kernel refuses the watch (errno is set).
+
   // Calls `on_ready` with the ready events (EPOLLIN, EPOLLOUT, EPOLLHUP, EPOLLERR) as long as `fd`
   // has any of `events`. The descriptor stays the caller's and must outlive the watch.
   [[nodiscard]] std::unique_ptr<Watch> OnIo(int fd, uint32_t events,
@@ -38,11 +40,16 @@ class EventLoop {
                                              std::function<void()> on_time);
   // Calls `task` once, before the loop waits again.
   [[nodiscard]] std::unique_ptr<Watch> Soon(std::function<void()> task);
+  // Calls `on_signal` for each delivery of `signal`, in place of the signal's own effect.
+  [[nodiscard]] std::unique_ptr<Watch> OnSignal(int signal, std::function<void()> on_signal);
+  // Keeps the service manager's watchdog fed from the loop, where the service manager asks for it
+  // (sd_watchdog_enabled(3)). 0, or a negative errno.
+  int FeedWatchdog();
 
   // Runs while `*flag` is true and Stop() was not called. 0 on normal end, a negative errno when
-  // the loop itself failed.
+  // the loop itself failed. The flag is looked at between callbacks.
   int RunWhile(const bool* flag);
-  // Ends RunWhile() after the current callback.
+  // Ends RunWhile() after the current callback, or at once when it is not running yet.
   void Stop();
 
  private:

@@ -6,20 +6,17 @@
 #define HOST_RUNTIME_MIDDLEWARE_H_
 
 #include <memory>
-#include <string>
 
 #include "host/runtime/event_loop.h"
+#include "host/runtime/log.h"
 #include "host/runtime/state_providers.h"
 #include "platform/qzmw/qzmw.h"
 
 namespace host {
 
+// Either keeps the lock on the state directory, too, which so lasts until its last user is gone.
 std::shared_ptr<EventLoop> LoopOf(qzmw_t* mw);
 std::shared_ptr<StateProviders> StateProvidersOf(qzmw_t* mw);
-
-// Writes one line to the process's log (the sink that faults and the log service use as well).
-enum class LogLevel { kDebug, kInfo, kWarning, kError };
-void Log(LogLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 // Reports a fatal fault of the platform and ends the process with status 1. For failures of the
 // start that the caller has no way to report; `format` says what is wrong and with which file.

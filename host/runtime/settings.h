@@ -1,6 +1,7 @@
 // The daemon's own settings: one small file of "name = value" lines ('#' starts a comment), found
-// through the environment variable ACL_APP_SETTINGS. Without the variable every setting has its
-// default; with it, a file that cannot be read, an unknown name or a bad value is an error.
+// through the environment variable ACL_APP_SETTINGS. A setting's name is that of its member below.
+// Without the variable every setting has its default; with it, a file that cannot be read, an
+// unknown name or a bad value is an error.
 #ifndef HOST_RUNTIME_SETTINGS_H_
 #define HOST_RUNTIME_SETTINGS_H_
 
@@ -17,7 +18,8 @@ struct Settings {
   // Access mode of the socket, and the group it is given to (empty: the daemon's own).
   unsigned int netconf_socket_mode = 0660;
   std::string netconf_socket_group;
-  // Configuration (JSON or XML, by its ending) that running is loaded from at the start; empty: none.
+  // Configuration (JSON or XML, by its ending) that running is loaded from at the start; empty:
+  // none.
   std::string startup_file;
   // Where the YANG modules are.
   std::string yang_directory = "/usr/share/acl-app/yang";
@@ -25,7 +27,7 @@ struct Settings {
   std::string filter_backend = "kernel";
   // Entries that one filter group holds at most.
   unsigned int filter_capacity = 65536;
-  // "journal" or "stderr"; and "debug", "info", "warning" or "error".
+  // "journal" or "stderr"; and "trace", "debug", "info", "warning" or "error".
   std::string log_target = "stderr";
   std::string log_level = "info";
 };

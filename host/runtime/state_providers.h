@@ -30,7 +30,7 @@ class StateProviders {
    public:
     Registration() = default;
     Registration(Registration&&) = default;
-    Registration& operator=(Registration&&) = default;
+    Registration& operator=(Registration&& other) noexcept;
     ~Registration();
 
    private:

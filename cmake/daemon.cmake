@@ -1,0 +1,26 @@
+# The daemon: the core, linked with the open platform or with another one. All of the core goes in,
+# for the platform finds the log dictionary's callouts by their names in the executable.
+include(GNUInstallDirs)
+
+if(ACL_PLATFORM_LIBRARIES)
+  set(DAEMON_PLATFORM ${ACL_PLATFORM_LIBRARIES})
+elseif(TARGET qzconfd AND TARGET filter_mgr_client)
+  set(DAEMON_PLATFORM host_platform)
+endif()
+
+if(TARGET acl_core AND DAEMON_PLATFORM)
+  add_executable(acl-app ${CMAKE_SOURCE_DIR}/app/main.cpp)
+  set_target_properties(acl-app PROPERTIES ENABLE_EXPORTS ON)
+  target_link_libraries(acl-app PRIVATE $<LINK_LIBRARY:WHOLE_ARCHIVE,acl_core> ${DAEMON_PLATFORM})
+  install(TARGETS acl-app RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+endif()
+
+# The files that an installed daemon needs, with the paths of this installation.
+file(GLOB YANG_MODULES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/yang/*.yang)
+install(FILES ${YANG_MODULES} DESTINATION ${CMAKE_INSTALL_DATADIR}/acl-app/yang)
+foreach(file acl-app.conf acl-app.service)
+  configure_file(${CMAKE_SOURCE_DIR}/dist/${file}.in ${CMAKE_BINARY_DIR}/dist/${file} @ONLY)
+endforeach()
+install(FILES ${CMAKE_BINARY_DIR}/dist/acl-app.conf
+        DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/acl-app)
+install(FILES ${CMAKE_BINARY_DIR}/dist/acl-app.service DESTINATION lib/systemd/system)
