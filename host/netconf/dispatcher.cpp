@@ -1,0 +1,83 @@
+// From message to reply: see dispatcher.h.
+#include "host/netconf/dispatcher.h"
+
+#include <utility>
+
+#include "host/runtime/middleware.h"
+
+namespace host {
+namespace {
+
+void LogResult(const RpcMessage& message, const OperationResult& result,
+               const SessionInfo& session) {
+  const char* name = message.name().c_str();
+  if (!result.errors.empty()) {
+    const RpcError& error = result.errors.front();
+    Log(LogLevel::kWarning,
+        "netconf: session %u (%s): %s refused with %zu error(s), first: %s %s: %s", session.id,
+        session.user.c_str(), name, result.errors.size(), error.tag.c_str(), error.path.c_str(),
+        error.message.c_str());
+  } else {
+    Log(LogLevel::kInfo, "netconf: session %u (%s): %s %s", session.id, session.user.c_str(), name,
+        result.note.empty() ? "done" : result.note.c_str());
+  }
+}
+
+}  // namespace
+
+OperationResult Dispatcher::Run(const RpcMessage& message, bool congested,
+                                const SessionInfo& session) {
+  if (!message.errors().empty()) {
+    OperationResult result;
+    result.errors = message.errors();
+    return result;
+  }
+  const lysc_node* schema = message.Operation()->schema;
+  const Operation* operation = FindOperation(schema->module->name, schema->name);
+  if (operation == nullptr) {
+    return OperationResult::Error(OperationNotSupported(std::string("the operation \"") +
+                                                        schema->name + "\" is not supported"));
+  }
+  if (congested && operation->gives_data) {
+    return OperationResult::Error(
+        {"protocol", "resource-denied", "too many replies wait for their readers", "", "", ""});
+  }
+  return operation->run(context_, {session, message, message.Operation()});
+}
+
+Dispatcher::Reply Dispatcher::Handle(std::string message_text, const Conditions& conditions,
+                                     const SessionInfo& session) {
+  const RpcMessage message(std::move(message_text), conditions.cut, max_depth_,
+                           context_.datastore.Context(), xml_);
+  OperationResult result = Run(message, conditions.congested, session);
+  for (RpcError& error : result.errors) {
+    // RFC 6241 Appendix A: not to be sent to a peer of base:1.0.
+    if (!conditions.base_1_1 && error.tag == "malformed-message") error.tag = "operation-failed";
+  }
+  LogResult(message, result, session);
+  return Print(message, std::move(result));
+}
+
+Dispatcher::Reply Dispatcher::Print(const RpcMessage& message, OperationResult result) const {
+  Reply reply;
+  reply.close_session = result.close_session;
+  const std::string name_space = message.ReplyChildNamespace();
+  reply.xml.reserve(result.data.size() + 512);
+  reply.xml = message.ReplyStart();
+  for (const RpcError& error : result.errors) {
+    reply.xml += PrintRpcError(error, context_.datastore.Context());
+  }
+  if (result.errors.empty()) {
+    if (result.data_needs_tag) {
+      reply.xml += "<data" + name_space + ">" + result.data + "</data>";
+    } else if (!result.data.empty()) {
+      reply.xml += result.data;
+    } else {
+      reply.xml += "<ok" + name_space + "/>";
+    }
+  }
+  reply.xml += message.ReplyEnd();
+  return reply;
+}
+
+}  // namespace host

@@ -1,0 +1,43 @@
+// From the text of an <rpc> to the text of its <rpc-reply>. Knows no sockets.
+#ifndef HOST_NETCONF_DISPATCHER_H_
+#define HOST_NETCONF_DISPATCHER_H_
+
+#include <memory>
+#include <string>
+
+#include "host/netconf/generic_xml.h"
+#include "host/netconf/operations.h"
+
+namespace host {
+
+class Dispatcher {
+ public:
+  struct Reply {
+    std::string xml;
+    bool close_session = false;
+  };
+
+  struct Conditions {
+    bool cut = false;        // the message was too long: only its start is there
+    bool base_1_1 = false;   // what the session agreed on
+    bool congested = false;  // too much output waits for its readers
+  };
+
+  Dispatcher(const OperationContext& context, const GenericXml& xml, int max_depth)
+      : context_(context), xml_(xml), max_depth_(max_depth) {}
+
+  // Carries out one message of `session`.
+  Reply Handle(std::string message, const Conditions& conditions, const SessionInfo& session);
+
+ private:
+  OperationResult Run(const RpcMessage& message, bool congested, const SessionInfo& session);
+  Reply Print(const RpcMessage& message, OperationResult result) const;
+
+  OperationContext context_;
+  const GenericXml& xml_;
+  const int max_depth_;
+};
+
+}  // namespace host
+
+#endif  // HOST_NETCONF_DISPATCHER_H_

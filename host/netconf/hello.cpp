@@ -1,0 +1,84 @@
+// The <hello> exchange: see hello.h.
+#include "host/netconf/hello.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "host/netconf/xml_text.h"
+
+namespace host {
+namespace {
+
+constexpr const char* kProtocolCapabilities[] = {
+    kBase10,
+    kBase11,
+    "urn:ietf:params:netconf:capability:writable-running:1.0",
+    "urn:ietf:params:netconf:capability:rollback-on-error:1.0",
+    "urn:ietf:params:netconf:capability:validate:1.1",
+};
+
+std::string Hello(const std::vector<std::string>& capabilities, uint32_t session_id) {
+  std::string xml = std::string("<hello xmlns=\"") + kNetconfNamespace + "\"><capabilities>";
+  for (const std::string& capability : capabilities) {
+    xml += "<capability>" + XmlEscape(capability) + "</capability>";
+  }
+  xml += "</capabilities>";
+  if (session_id != 0) xml += "<session-id>" + std::to_string(session_id) + "</session-id>";
+  return xml + "</hello>";
+}
+
+}  // namespace
+
+std::vector<std::string> ServerCapabilities(const ly_ctx* context) {
+  std::vector<std::string> capabilities(std::begin(kProtocolCapabilities),
+                                        std::end(kProtocolCapabilities));
+  uint32_t index = ly_ctx_internal_modules_count(context);
+  while (const lys_module* module = ly_ctx_get_module_iter(context, &index)) {
+    if (!module->implemented) continue;
+    std::string capability = std::string(module->ns) + "?module=" + module->name;
+    if (module->revision != nullptr) capability += std::string("&revision=") + module->revision;
+    capabilities.push_back(capability);
+  }
+  return capabilities;
+}
+
+std::string ServerHello(uint32_t session_id, const std::vector<std::string>& capabilities) {
+  return Hello(capabilities, session_id);
+}
+
+std::string ClientHello(const std::vector<std::string>& capabilities) {
+  return Hello(capabilities, 0);
+}
+
+bool PeerHello::Has(const std::string& capability) const {
+  return std::find(capabilities.begin(), capabilities.end(), capability) != capabilities.end();
+}
+
+bool ParseHello(const std::string& message, const GenericXml& xml, PeerHello* hello,
+                std::string* error) {
+  constexpr int kMaxDepth = 8;
+  if (ScanXml(message, kMaxDepth).fault != XmlOutline::Fault::kNone) {
+    *error = "the hello is not well-formed";
+    return false;
+  }
+  const Tree root = xml.Parse(message, error);
+  if (root == nullptr) return false;
+  if (XmlName(root.get()) != "hello" || XmlNamespace(root.get()) != kNetconfNamespace) {
+    *error = "the first message is no hello";
+    return false;
+  }
+  const lyd_node* list = FindNetconfChild(root.get(), "capabilities");
+  for (const lyd_node* item = lyd_child(list); item != nullptr; item = item->next) {
+    if (XmlName(item) == "capability") hello->capabilities.emplace_back(XmlText(item));
+  }
+  if (const lyd_node* id = FindNetconfChild(root.get(), "session-id")) {
+    hello->session_id = std::strtoul(std::string(XmlText(id)).c_str(), nullptr, 10);
+    if (hello->session_id == 0) {
+      *error = "the session-id of the hello is no number";
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace host

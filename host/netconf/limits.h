@@ -1,0 +1,27 @@
+// What the server grants its peers. Together the limits bound the memory that all peers can make
+// the process hold, and the time that one can occupy without making progress.
+#ifndef HOST_NETCONF_LIMITS_H_
+#define HOST_NETCONF_LIMITS_H_
+
+#include <chrono>
+#include <cstddef>
+
+namespace host {
+
+struct NetconfLimits {
+  size_t sessions = 512;
+  // One message. A whole configuration of 65,536 entries in each group takes some 80 MB.
+  size_t message_bytes = size_t{128} << 20;
+  // Incomplete messages of all sessions; the session that goes beyond it ends.
+  size_t all_input_bytes = size_t{256} << 20;
+  // Replies not yet read by their peers. Beyond it requests for data are refused (resource-denied).
+  size_t all_output_bytes = size_t{512} << 20;
+  int depth = 64;  // nesting of elements
+  // To the peer's hello; without a byte of a message that has begun; without reading from a reply.
+  std::chrono::seconds hello_timeout{30};
+  std::chrono::seconds stall_timeout{60};
+};
+
+}  // namespace host
+
+#endif  // HOST_NETCONF_LIMITS_H_

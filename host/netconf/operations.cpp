@@ -1,0 +1,50 @@
+// The table of operations and their helpers: see operations.h.
+#include "host/netconf/operations.h"
+
+#include <libyang/libyang.h>
+
+#include <cstring>
+
+namespace host {
+namespace {
+
+constexpr char kNetconf[] = "ietf-netconf";
+
+constexpr Operation kOperations[] = {
+    {kNetconf, "get", true, RunGet},
+    {kNetconf, "get-config", true, RunGetConfig},
+    {kNetconf, "edit-config", false, RunEditConfig},
+    {kNetconf, "lock", false, RunLock},
+    {kNetconf, "unlock", false, RunUnlock},
+    {kNetconf, "close-session", false, RunCloseSession},
+    {kNetconf, "kill-session", false, RunKillSession},
+};
+
+}  // namespace
+
+const Operation* FindOperation(std::string_view module, std::string_view name) {
+  for (const Operation& operation : kOperations) {
+    if (module == operation.module && name == operation.name) return &operation;
+  }
+  return nullptr;
+}
+
+const lyd_node* FindParameter(const OperationCall& call, const char* name) {
+  for (const lyd_node* child = lyd_child(call.input); child != nullptr; child = child->next) {
+    if (child->schema != nullptr && std::strcmp(child->schema->name, name) == 0) return child;
+  }
+  return nullptr;
+}
+
+std::string ParameterText(const OperationCall& call, const char* name, const char* otherwise) {
+  const lyd_node* leaf = FindParameter(call, name);
+  return leaf != nullptr ? lyd_get_value(leaf) : otherwise;
+}
+
+std::string NamedDatastore(const OperationCall& call, const char* name) {
+  const lyd_node* container = FindParameter(call, name);
+  const lyd_node* named = container != nullptr ? lyd_child(container) : nullptr;
+  return named != nullptr && named->schema != nullptr ? named->schema->name : "";
+}
+
+}  // namespace host

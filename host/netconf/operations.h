@@ -1,0 +1,90 @@
+// The NETCONF operations (RFC 6241 section 7), a function each, and the table of them.
+//
+// An operation works on the services of the server and answers at once. It never touches a socket:
+// what it gives back is the content of the <rpc-reply>.
+#ifndef HOST_NETCONF_OPERATIONS_H_
+#define HOST_NETCONF_OPERATIONS_H_
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "host/cdb/datastore.h"
+#include "host/netconf/locks.h"
+#include "host/netconf/rpc_error.h"
+#include "host/netconf/rpc_message.h"
+
+namespace host {
+
+// The session that an operation comes from.
+struct SessionInfo {
+  uint32_t id = 0;
+  std::string user;
+};
+
+// What operations can do to other sessions.
+class SessionControl {
+ public:
+  virtual ~SessionControl() = default;
+  // Ends session `id`. False when there is none.
+  virtual bool KillSession(uint32_t id, const SessionInfo& killer) = 0;
+};
+
+struct OperationContext {
+  Datastore& datastore;
+  Locks& locks;
+  SessionControl& sessions;
+};
+
+struct OperationCall {
+  const SessionInfo& session;
+  const RpcMessage& message;
+  const lyd_node* input;  // the operation's node; its children are the parameters
+};
+
+struct OperationResult {
+  RpcErrors errors;
+  std::string data;             // XML inside the reply; empty: <ok/>
+  bool data_needs_tag = false;  // wrap `data` into <data>, also when empty
+  bool close_session = false;
+  std::string note;  // for the log
+
+  static OperationResult Ok() { return {}; }
+  static OperationResult Error(RpcError error) {
+    OperationResult result;
+    result.errors.push_back(std::move(error));
+    return result;
+  }
+};
+
+struct Operation {
+  const char* module;
+  const char* name;
+  bool gives_data;  // its reply can be large
+  OperationResult (*run)(const OperationContext& context, const OperationCall& call);
+};
+
+// The operation for an RPC's schema node; null when the server does not have it.
+const Operation* FindOperation(std::string_view module, std::string_view name);
+
+OperationResult RunGet(const OperationContext& context, const OperationCall& call);
+OperationResult RunGetConfig(const OperationContext& context, const OperationCall& call);
+OperationResult RunEditConfig(const OperationContext& context, const OperationCall& call);
+OperationResult RunLock(const OperationContext& context, const OperationCall& call);
+OperationResult RunUnlock(const OperationContext& context, const OperationCall& call);
+OperationResult RunCloseSession(const OperationContext& context, const OperationCall& call);
+OperationResult RunKillSession(const OperationContext& context, const OperationCall& call);
+
+// Helpers of the operations.
+
+// The input's child `name`, or null.
+const lyd_node* FindParameter(const OperationCall& call, const char* name);
+// Text of the leaf `name` of the input; `otherwise` when it is absent.
+std::string ParameterText(const OperationCall& call, const char* name, const char* otherwise);
+// The datastore named by the container `name` ("source", "target") of the input; empty when the
+// container or its choice is missing.
+std::string NamedDatastore(const OperationCall& call, const char* name);
+
+}  // namespace host
+
+#endif  // HOST_NETCONF_OPERATIONS_H_

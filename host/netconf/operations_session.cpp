@@ -1,0 +1,56 @@
+// <lock>, <unlock>, <close-session> and <kill-session>.
+#include <cstdlib>
+
+#include "host/netconf/operations.h"
+
+namespace host {
+namespace {
+
+OperationResult Refuse(const char* tag, const std::string& message) {
+  return OperationResult::Error({"protocol", tag, message, "", "", ""});
+}
+
+}  // namespace
+
+OperationResult RunLock(const OperationContext& context, const OperationCall& call) {
+  const std::string target = NamedDatastore(call, "target");
+  if (target.empty()) return OperationResult::Error(MissingElement("target"));
+  const uint32_t holder = context.locks.HolderOf(target);
+  if (holder != 0) {
+    return OperationResult::Error(
+        LockDenied(holder, holder == call.session.id
+                               ? "this session holds the lock already"
+                               : "session " + std::to_string(holder) + " holds the lock"));
+  }
+  context.locks.Take(target, call.session.id);
+  return OperationResult::Ok();
+}
+
+OperationResult RunUnlock(const OperationContext& context, const OperationCall& call) {
+  const std::string target = NamedDatastore(call, "target");
+  if (target.empty()) return OperationResult::Error(MissingElement("target"));
+  if (context.locks.HolderOf(target) != call.session.id) {
+    return Refuse("operation-failed", "this session does not hold the lock");
+  }
+  context.locks.Release(target);
+  return OperationResult::Ok();
+}
+
+OperationResult RunCloseSession(const OperationContext&, const OperationCall&) {
+  OperationResult result;
+  result.close_session = true;
+  return result;
+}
+
+OperationResult RunKillSession(const OperationContext& context, const OperationCall& call) {
+  const lyd_node* parameter = FindParameter(call, "session-id");
+  if (parameter == nullptr) return OperationResult::Error(MissingElement("session-id"));
+  const uint32_t id = std::strtoul(lyd_get_value(parameter), nullptr, 10);
+  if (id == call.session.id) return Refuse("invalid-value", "a session cannot kill itself");
+  if (!context.sessions.KillSession(id, call.session)) {
+    return Refuse("invalid-value", "there is no session " + std::to_string(id));
+  }
+  return OperationResult::Ok();
+}
+
+}  // namespace host

@@ -1,0 +1,174 @@
+// Errors of NETCONF operations: see rpc_error.h.
+#include "host/netconf/rpc_error.h"
+
+#include <libyang/libyang.h>
+
+#include <algorithm>
+#include <cctype>
+#include <map>
+#include <utility>
+
+#include "host/netconf/xml_text.h"
+
+namespace host {
+namespace {
+
+std::string Element(const std::string& name, const std::string& content) {
+  return "<" + name + ">" + XmlEscape(content) + "</" + name + ">";
+}
+
+bool IsNameStart(char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0 || c == '_'; }
+bool IsNameChar(char c) {
+  return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-' || c == '.';
+}
+
+// A libyang path names the module only where it changes; an XPath needs a prefix on every name.
+// Writes `path` with the module's name as prefix everywhere and collects the modules used.
+std::string QualifyPath(const std::string& path, std::map<std::string, std::string>* namespaces,
+                        const ly_ctx* context) {
+  std::string qualified, module;
+  for (size_t pos = 0; pos < path.size();) {
+    const char c = path[pos];
+    if (c == '\'' || c == '"') {
+      const size_t end = std::min(path.find(c, pos + 1), path.size() - 1);
+      qualified.append(path, pos, end + 1 - pos);
+      pos = end + 1;
+    } else if (IsNameStart(c)) {
+      size_t end = pos;
+      while (end < path.size() && IsNameChar(path[end])) ++end;
+      if (end < path.size() && path[end] == ':') {
+        module = path.substr(pos, end - pos);
+        pos = end + 1;
+        continue;
+      }
+      if (!module.empty()) {
+        const lys_module* found = ly_ctx_get_module_implemented(context, module.c_str());
+        if (found != nullptr) {
+          (*namespaces)[module] = found->ns;
+          qualified += module + ":";
+        }
+      }
+      qualified.append(path, pos, end - pos);
+      pos = end;
+    } else if (std::isdigit(static_cast<unsigned char>(c)) != 0) {
+      while (pos < path.size() && IsNameChar(path[pos])) qualified += path[pos++];
+    } else {
+      qualified += c;
+      ++pos;
+    }
+  }
+  return qualified;
+}
+
+// Name of the node that a path ends with, without prefix and predicates.
+std::string LastName(const std::string& path) {
+  size_t start = 0, end = 0;
+  char quote = 0;
+  int brackets = 0;
+  for (size_t pos = 0; pos < path.size(); ++pos) {
+    const char c = path[pos];
+    if (quote != 0) {
+      if (c == quote) quote = 0;
+    } else if (c == '\'' || c == '"') {
+      quote = c;
+    } else if (c == '[' || c == ']') {
+      brackets += c == '[' ? 1 : -1;
+    } else if (brackets == 0 && (c == '/' || c == ':')) {
+      start = end = pos + 1;
+    } else if (brackets == 0) {
+      end = pos + 1;
+    }
+  }
+  return path.substr(start, end - start);
+}
+
+RpcError Protocol(const char* tag, std::string message, std::string info) {
+  return {"protocol", tag, std::move(message), "", "", std::move(info)};
+}
+
+}  // namespace
+
+std::string PrintRpcError(const RpcError& error, const ly_ctx* context) {
+  // The children take the reply's namespace from here, whatever prefix the reply itself has.
+  std::string xml = std::string("<rpc-error xmlns=\"") + kNetconfNamespace + "\">";
+  xml += Element("error-type", error.type);
+  xml += Element("error-tag", error.tag);
+  xml += "<error-severity>error</error-severity>";
+  if (!error.app_tag.empty()) xml += Element("error-app-tag", error.app_tag);
+  if (!error.path.empty()) {
+    std::map<std::string, std::string> namespaces;
+    const std::string path = QualifyPath(error.path, &namespaces, context);
+    xml += "<error-path";
+    for (const auto& [prefix, name_space] : namespaces) {
+      xml += " xmlns:" + prefix + "=\"" + XmlEscape(name_space) + "\"";
+    }
+    xml += ">" + XmlEscape(path) + "</error-path>";
+  }
+  if (!error.message.empty()) {
+    xml += "<error-message xml:lang=\"en\">" + XmlEscape(error.message) + "</error-message>";
+  }
+  if (!error.info.empty()) xml += "<error-info>" + error.info + "</error-info>";
+  return xml + "</rpc-error>";
+}
+
+RpcError OperationNotSupported(const std::string& message) {
+  return Protocol("operation-not-supported", message, "");
+}
+
+RpcError MissingElement(const std::string& element) {
+  return Protocol("missing-element", "the element \"" + element + "\" is missing",
+                  Element("bad-element", element));
+}
+
+RpcError BadElement(const std::string& element, const std::string& message) {
+  return Protocol("bad-element", message, Element("bad-element", element));
+}
+
+RpcError UnknownElement(const std::string& element) {
+  return Protocol("unknown-element", "the element \"" + element + "\" is not known here",
+                  Element("bad-element", element));
+}
+
+RpcError MissingAttribute(const std::string& attribute, const std::string& element) {
+  return {"rpc",
+          "missing-attribute",
+          "the attribute \"" + attribute + "\" of <" + element + "> is missing",
+          "",
+          "",
+          Element("bad-attribute", attribute) + Element("bad-element", element)};
+}
+
+RpcError BadAttribute(const std::string& attribute, const std::string& element,
+                      const std::string& message) {
+  return Protocol("bad-attribute", message,
+                  Element("bad-attribute", attribute) + Element("bad-element", element));
+}
+
+RpcError UnknownNamespace(const std::string& element, const std::string& name_space) {
+  return Protocol("unknown-namespace", "the namespace \"" + name_space + "\" is not known here",
+                  Element("bad-element", element) + Element("bad-namespace", name_space));
+}
+
+RpcError LockDenied(uint32_t session_id, const std::string& message) {
+  return Protocol("lock-denied", message, Element("session-id", std::to_string(session_id)));
+}
+
+RpcErrors FromDatastore(const DatastoreErrors& errors) {
+  RpcErrors result;
+  result.reserve(errors.size());
+  for (const DatastoreError& error : errors) {
+    // Appendix A: these tags name the element.
+    const bool names_element = error.tag == "unknown-element" || error.tag == "missing-element" ||
+                               error.tag == "bad-element" || error.tag == "bad-attribute";
+    std::string element = error.bad_element;
+    if (element.empty() && names_element) element = LastName(error.path);
+    std::string info;
+    if (!element.empty()) info += Element("bad-element", element);
+    if (!error.bad_namespace.empty()) info += Element("bad-namespace", error.bad_namespace);
+    result.push_back(
+        {"application", error.tag, error.message, error.app_tag, error.path, std::move(info)});
+  }
+  return result;
+}
+
+}  // namespace host

@@ -1,0 +1,190 @@
+// One <rpc>: see rpc_message.h.
+#include "host/netconf/rpc_message.h"
+
+#include <cstring>
+#include <utility>
+
+namespace host {
+namespace {
+
+RpcError OfRpcLayer(RpcError error) {
+  error.type = "rpc";
+  return error;
+}
+
+std::string TakeLibyangReason(const ly_ctx* context) {
+  const char* reason = ly_errmsg(context);
+  std::string text = reason != nullptr ? reason : "the message cannot be read";
+  ly_err_clean(const_cast<ly_ctx*>(context), nullptr);
+  return text;
+}
+
+// Looks for what the schema refuses in an operation's input: `node` is an element of the message,
+// its children are checked against those of `schema`.
+void CheckInput(const lyd_node* node, const lysc_node* schema, const ly_ctx* context,
+                RpcErrors* errors) {
+  for (const lyd_node* child = lyd_child(node); child != nullptr; child = child->next) {
+    const std::string name(XmlName(child)), name_space(XmlNamespace(child));
+    const lys_module* module = ly_ctx_get_module_implemented_ns(context, name_space.c_str());
+    if (module == nullptr) {
+      errors->push_back(UnknownNamespace(name, name_space));
+      continue;
+    }
+    const lysc_node* found = lys_find_child(schema, module, name.c_str(), 0, 0, 0);
+    if (found == nullptr) {
+      errors->push_back(UnknownElement(name));
+    } else if ((found->nodetype & LYD_NODE_TERM) != 0) {
+      const std::string value(XmlText(child));
+      if (lyd_value_validate(context, found, value.data(), value.size(), nullptr, nullptr,
+                             nullptr) != LY_SUCCESS) {
+        errors->push_back({"protocol", "invalid-value", TakeLibyangReason(context), "", "", ""});
+      }
+    } else if ((found->nodetype & LYS_CONTAINER) != 0) {
+      CheckInput(child, found, context, errors);
+    }
+  }
+}
+
+// Looks for a filter of a type that there is not.
+void CheckFilter(const lyd_node* operation, RpcErrors* errors) {
+  const lyd_node* filter = FindNetconfChild(operation, "filter");
+  const auto type = filter == nullptr ? std::nullopt : XmlAttribute(filter, "type");
+  if (type.has_value() && *type != "subtree" && *type != "xpath") {
+    errors->push_back(BadAttribute("type", "filter",
+                                   "there are no filters of type \"" + std::string(*type) + "\""));
+  }
+}
+
+// Looks for nc:operation attributes with an unknown value below `node`.
+void CheckEditOperations(const lyd_node* node, RpcErrors* errors) {
+  static constexpr std::string_view kOperations[] = {"merge", "replace", "create", "delete",
+                                                     "remove"};
+  for (const lyd_attr* attr = AsOpaque(node)->attr; attr != nullptr; attr = attr->next) {
+    if (attr->name.module_ns == nullptr ||
+        std::strcmp(attr->name.module_ns, kNetconfNamespace) != 0 ||
+        std::strcmp(attr->name.name, "operation") != 0) {
+      continue;
+    }
+    bool known = false;
+    for (const std::string_view operation : kOperations) known |= operation == attr->value;
+    if (!known) {
+      errors->push_back(BadAttribute("operation", std::string(XmlName(node)),
+                                     std::string("\"") + attr->value + "\" is no edit operation"));
+    }
+  }
+  for (const lyd_node* child = lyd_child(node); child != nullptr; child = child->next) {
+    CheckEditOperations(child, errors);
+  }
+}
+
+}  // namespace
+
+RpcMessage::RpcMessage(std::string text, bool cut, int max_depth, const ly_ctx* context,
+                       const GenericXml& xml)
+    : text_(std::move(text)), xml_(xml), outline_(ScanXml(text_, max_depth)) {
+  std::string reason;
+  if (!outline_.root.empty()) {
+    const std::string root =
+        "<" + std::string(outline_.root) + " " + std::string(outline_.root_attributes) + "/>";
+    const Tree tree = xml_.Parse(root, &reason);
+    root_valid_ = tree != nullptr && XmlName(tree.get()) == "rpc" &&
+                  XmlNamespace(tree.get()) == kNetconfNamespace;
+    if (root_valid_ && !XmlAttribute(tree.get(), "message-id").has_value()) {
+      errors_.push_back(MissingAttribute("message-id", "rpc"));
+      return;
+    }
+  }
+  if (cut) {
+    errors_.push_back({"rpc", "too-big", "the message is longer than allowed", "", "", ""});
+  } else if (outline_.fault == XmlOutline::Fault::kTooDeep) {
+    errors_.push_back({"rpc", "too-big",
+                       "elements are nested deeper than " + std::to_string(max_depth), "", "", ""});
+  } else if (outline_.fault == XmlOutline::Fault::kMalformed) {
+    errors_.push_back(
+        {"rpc", "malformed-message", "the message is not well-formed XML", "", "", ""});
+  } else {
+    ParseOperation(context);
+  }
+}
+
+void RpcMessage::ParseOperation(const ly_ctx* context) {
+  ly_in* in = nullptr;
+  if (ly_in_new_memory(text_.c_str(), &in) != LY_SUCCESS) {
+    errors_.push_back({"rpc", "resource-denied", "out of memory", "", "", ""});
+    return;
+  }
+  lyd_node *envelope = nullptr, *operation = nullptr;
+  const LY_ERR result =
+      lyd_parse_op(context, nullptr, in, LYD_XML, LYD_TYPE_RPC_NETCONF, &envelope, &operation);
+  ly_in_free(in, 0);
+  envelope_.reset(envelope);
+  operation_.reset(operation);
+  if (result == LY_SUCCESS && operation != nullptr && root_valid_) {
+    name_ = operation->schema->name;
+    return;
+  }
+  errors_ = Diagnose(context, TakeLibyangReason(context));
+}
+
+// Finds the error that describes best why the schema refused the message.
+RpcErrors RpcMessage::Diagnose(const ly_ctx* context, const std::string& reason) const {
+  std::string malformed;
+  generic_ = xml_.Parse(text_, &malformed);
+  if (generic_ == nullptr) return {{"rpc", "malformed-message", malformed, "", "", ""}};
+  if (XmlName(generic_.get()) != "rpc") {
+    return {OfRpcLayer(UnknownElement(std::string(XmlName(generic_.get()))))};
+  }
+  if (XmlNamespace(generic_.get()) != kNetconfNamespace) {
+    return {OfRpcLayer(UnknownNamespace("rpc", std::string(XmlNamespace(generic_.get()))))};
+  }
+  const lyd_node* operation = lyd_child(generic_.get());
+  if (operation == nullptr) return {OfRpcLayer(MissingElement("an operation"))};
+  if (operation->next != nullptr) {
+    return {OfRpcLayer(UnknownElement(std::string(XmlName(operation->next))))};
+  }
+  const std::string name(XmlName(operation));
+  const lys_module* module =
+      ly_ctx_get_module_implemented_ns(context, std::string(XmlNamespace(operation)).c_str());
+  const lysc_node* schema =
+      module == nullptr ? nullptr : lys_find_child(nullptr, module, name.c_str(), 0, LYS_RPC, 0);
+  if (schema == nullptr) {
+    return {OperationNotSupported("there is no operation \"" + name + "\" here")};
+  }
+  RpcErrors errors;
+  CheckInput(operation, schema, context, &errors);
+  CheckFilter(operation, &errors);
+  CheckEditOperations(operation, &errors);
+  if (errors.empty()) errors.push_back({"protocol", "operation-failed", reason, "", "", ""});
+  return errors;
+}
+
+const lyd_node* RpcMessage::GenericRoot() const {
+  std::string reason;
+  if (generic_ == nullptr) generic_ = xml_.Parse(text_, &reason);
+  return generic_.get();
+}
+
+const lyd_node* RpcMessage::GenericOperation() const {
+  const lyd_node* root = GenericRoot();
+  return root == nullptr ? nullptr : lyd_child(root);
+}
+
+std::string RpcMessage::Prefix() const {
+  const size_t colon = outline_.root.find(':');
+  return root_valid_ && colon != std::string_view::npos
+             ? std::string(outline_.root.substr(0, colon + 1))
+             : "";
+}
+
+std::string RpcMessage::ReplyStart() const {
+  if (!root_valid_) return std::string("<rpc-reply xmlns=\"") + kNetconfNamespace + "\">";
+  return "<" + Prefix() + "rpc-reply " + std::string(outline_.root_attributes) + ">";
+}
+
+std::string RpcMessage::ReplyEnd() const { return "</" + Prefix() + "rpc-reply>"; }
+
+std::string RpcMessage::ReplyChildNamespace() const {
+  return Prefix().empty() ? "" : std::string(" xmlns=\"") + kNetconfNamespace + "\"";
+}
+
+}  // namespace host

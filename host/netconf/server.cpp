@@ -1,0 +1,109 @@
+// The NETCONF server: see server.h.
+#include "host/netconf/server.h"
+
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "host/netconf/hello.h"
+#include "host/netconf/listener.h"
+#include "host/runtime/middleware.h"
+
+namespace host {
+
+std::unique_ptr<NetconfServer> NetconfServer::Create(const NetconfServerOptions& options,
+                                                     Datastore& datastore,
+                                                     std::shared_ptr<EventLoop> loop,
+                                                     std::string* error) {
+  auto xml = GenericXml::Create();
+  if (xml == nullptr) {
+    *error = "cannot make a context for XML";
+    return nullptr;
+  }
+  std::unique_ptr<NetconfServer> server(
+      new NetconfServer(options, datastore, std::move(loop), std::move(xml)));
+  const int fd = ListenAt(options.socket_path, options.socket_mode, options.socket_group, error);
+  if (fd < 0) return nullptr;
+  server->listener_ = fd;
+  struct stat info {};
+  if (stat(options.socket_path.c_str(), &info) == 0) {
+    server->socket_device_ = info.st_dev;
+    server->socket_inode_ = info.st_ino;
+  }
+  server->WatchListener();
+  return server;
+}
+
+NetconfServer::NetconfServer(const NetconfServerOptions& options, Datastore& datastore,
+                             std::shared_ptr<EventLoop> loop, std::unique_ptr<GenericXml> xml)
+    : options_(options),
+      loop_(std::move(loop)),
+      xml_(std::move(xml)),
+      capabilities_(ServerCapabilities(datastore.Context())),
+      dispatcher_({datastore, locks_, *this}, *xml_, options.limits.depth) {}
+
+NetconfServer::~NetconfServer() {
+  listener_watch_.reset();
+  cleanup_watch_.reset();
+  sessions_.clear();
+  ended_.clear();
+  if (listener_ < 0) return;
+  close(listener_);
+  struct stat info {};
+  if (stat(options_.socket_path.c_str(), &info) == 0 && info.st_dev == socket_device_ &&
+      info.st_ino == socket_inode_) {
+    unlink(options_.socket_path.c_str());
+  }
+}
+
+void NetconfServer::WatchListener() {
+  listener_watch_ = loop_->OnIo(listener_, EPOLLIN, [this](uint32_t) { Accept(); });
+}
+
+// Takes one connection per call; the loop calls again while there are more.
+void NetconfServer::Accept() {
+  const int fd = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+  if (fd < 0) {
+    if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return;
+    // Out of descriptors, most likely: the connection stays in the queue, so wait a little.
+    Log(LogLevel::kError, "netconf: cannot accept a session: %s", std::strerror(errno));
+    listener_watch_ = loop_->After(std::chrono::seconds(1), [this] { WatchListener(); });
+    return;
+  }
+  std::optional<Peer> peer = PeerOf(fd);
+  if (!peer.has_value() || sessions_.size() >= options_.limits.sessions) {
+    Log(LogLevel::kWarning, "netconf: session of user %s refused: %s",
+        peer.has_value() ? peer->user.c_str() : "?",
+        peer.has_value() ? "too many sessions" : "the kernel does not tell who it is");
+    close(fd);
+    return;
+  }
+  const uint32_t id = next_id_++;
+  if (next_id_ == 0) next_id_ = 1;
+  const Session::Environment environment{*loop_, dispatcher_, *xml_, options_.limits, usage_};
+  sessions_[id] = std::make_unique<Session>(id, fd, std::move(*peer), capabilities_, environment,
+                                            [this](uint32_t ended) { OnSessionEnd(ended); });
+}
+
+void NetconfServer::OnSessionEnd(uint32_t id) {
+  locks_.ReleaseAllOf(id);
+  const auto found = sessions_.find(id);
+  if (found == sessions_.end()) return;
+  ended_.push_back(std::move(found->second));
+  sessions_.erase(found);
+  // The session may be on the stack now.
+  cleanup_watch_ = loop_->Soon([this] { ended_.clear(); });
+}
+
+bool NetconfServer::KillSession(uint32_t id, const SessionInfo& killer) {
+  const auto found = sessions_.find(id);
+  if (found == sessions_.end()) return false;
+  found->second->Abort("killed by session " + std::to_string(killer.id) + " (" + killer.user + ")");
+  return true;
+}
+
+}  // namespace host

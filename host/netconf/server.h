@@ -1,0 +1,78 @@
+// The NETCONF server: a UNIX socket, its sessions, and what they share.
+//
+// Sessions are clear text on the socket; who may connect is the business of the socket's mode and
+// group, and who is at the other end is told by the kernel. All work is done on the event loop that
+// is given; nothing here waits.
+#ifndef HOST_NETCONF_SERVER_H_
+#define HOST_NETCONF_SERVER_H_
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/cdb/datastore.h"
+#include "host/netconf/dispatcher.h"
+#include "host/netconf/limits.h"
+#include "host/netconf/locks.h"
+#include "host/netconf/session.h"
+#include "host/runtime/event_loop.h"
+
+namespace host {
+
+struct NetconfServerOptions {
+  std::string socket_path;
+  mode_t socket_mode = 0660;
+  std::string socket_group;  // empty: the process's own
+  NetconfLimits limits;
+};
+
+class NetconfServer : private SessionControl {
+ public:
+  // Listens on the socket of `options`. A socket file that a dead process left is replaced. Null
+  // with the reason in `error` when the socket is in use, its directory is missing, its group is
+  // unknown, or the kernel refuses. `datastore` must outlive the server.
+  static std::unique_ptr<NetconfServer> Create(const NetconfServerOptions& options,
+                                               Datastore& datastore,
+                                               std::shared_ptr<EventLoop> loop, std::string* error);
+  NetconfServer(const NetconfServer&) = delete;
+  NetconfServer& operator=(const NetconfServer&) = delete;
+  // Ends all sessions and removes the socket file.
+  ~NetconfServer() override;
+
+  size_t session_count() const { return sessions_.size(); }
+  const NetconfUsage& usage() const { return usage_; }
+
+ private:
+  NetconfServer(const NetconfServerOptions& options, Datastore& datastore,
+                std::shared_ptr<EventLoop> loop, std::unique_ptr<GenericXml> xml);
+
+  bool KillSession(uint32_t id, const SessionInfo& killer) override;
+  void WatchListener();
+  void Accept();
+  void OnSessionEnd(uint32_t id);
+
+  const NetconfServerOptions options_;
+  const std::shared_ptr<EventLoop> loop_;
+  const std::unique_ptr<GenericXml> xml_;
+  const std::vector<std::string> capabilities_;
+  Locks locks_;
+  Dispatcher dispatcher_;
+  NetconfUsage usage_;
+
+  int listener_ = -1;
+  dev_t socket_device_ = 0;  // of the socket file, to remove no other
+  ino_t socket_inode_ = 0;
+  uint32_t next_id_ = 1;
+  std::map<uint32_t, std::unique_ptr<Session>> sessions_;
+  std::vector<std::unique_ptr<Session>> ended_;  // until the loop's next turn
+  std::unique_ptr<Watch> listener_watch_;
+  std::unique_ptr<Watch> cleanup_watch_;
+};
+
+}  // namespace host
+
+#endif  // HOST_NETCONF_SERVER_H_

@@ -1,0 +1,210 @@
+// One NETCONF session: see session.h.
+#include "host/netconf/session.h"
+
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "host/netconf/hello.h"
+#include "host/runtime/middleware.h"
+
+namespace host {
+namespace {
+
+constexpr size_t kReadSize = size_t{64} << 10;
+constexpr size_t kMaxHello = size_t{64} << 10;
+
+}  // namespace
+
+Session::Session(uint32_t id, int fd, Peer peer, const std::vector<std::string>& capabilities,
+                 const Environment& environment, std::function<void(uint32_t id)> on_end)
+    : info_{id, peer.user},
+      fd_(fd),
+      peer_(std::move(peer)),
+      env_(environment),
+      on_end_(std::move(on_end)),
+      decoder_(environment.limits.message_bytes) {
+  Log(LogLevel::kInfo, "netconf: session %u of user %s (uid %u, pid %d) begins", id,
+      peer_.user.c_str(), peer_.uid, peer_.pid);
+  // Written by the loop's next turn, so that on_end is never called from here.
+  Send(ServerHello(id, capabilities));
+  WatchSocket();
+  WatchTime();
+}
+
+Session::~Session() {
+  env_.usage.input -= accounted_input_;
+  env_.usage.output -= output_bytes_;
+  io_watch_.reset();
+  close(fd_);
+  Log(LogLevel::kInfo, "netconf: session %u of user %s ends", info_.id, info_.user.c_str());
+}
+
+void Session::Abort(const std::string& reason) {
+  if (phase_ == Phase::kEnded) return;
+  if (!reason.empty()) {
+    Log(LogLevel::kWarning, "netconf: session %u (%s): %s", info_.id, info_.user.c_str(),
+        reason.c_str());
+  }
+  phase_ = Phase::kEnded;
+  io_watch_.reset();
+  work_watch_.reset();
+  time_watch_.reset();
+  on_end_(info_.id);
+}
+
+bool Session::InputWanted() const {
+  return !input_ended_ && !OutputPending() && unread_.empty() &&
+         (phase_ == Phase::kHello || phase_ == Phase::kOpen);
+}
+
+// Keeps the socket's watch in line with what the session waits for. A peer that is gone is reported
+// in any case.
+void Session::WatchSocket() {
+  if (phase_ == Phase::kEnded) return;
+  const uint32_t events = (InputWanted() ? EPOLLIN : 0u) | (OutputPending() ? EPOLLOUT : 0u);
+  if (io_watch_ != nullptr && events == watched_events_) return;
+  watched_events_ = events;
+  io_watch_.reset();
+  io_watch_ = env_.loop.OnIo(fd_, events, [this](uint32_t ready) { OnReady(ready); });
+}
+
+// Restarts the clock for what the peer owes, if it owes something.
+void Session::WatchTime() {
+  time_watch_.reset();
+  if (phase_ == Phase::kEnded) return;
+  if (OutputPending()) {
+    time_watch_ = env_.loop.After(env_.limits.stall_timeout,
+                                  [this] { Abort("the peer does not read its replies"); });
+  } else if (phase_ == Phase::kHello) {
+    time_watch_ =
+        env_.loop.After(env_.limits.hello_timeout, [this] { Abort("the peer sent no hello"); });
+  } else if (decoder_.InMessage()) {
+    time_watch_ = env_.loop.After(env_.limits.stall_timeout,
+                                  [this] { Abort("the peer does not finish its message"); });
+  }
+}
+
+void Session::OnReady(uint32_t ready) {
+  if ((ready & EPOLLERR) != 0) return Abort("the connection failed");
+  if (OutputPending() && (ready & (EPOLLOUT | EPOLLHUP)) != 0) return Flush();
+  if ((ready & (EPOLLIN | EPOLLHUP)) != 0) Read();
+}
+
+void Session::Read() {
+  if (!InputWanted()) return;
+  std::array<char, kReadSize> buffer;
+  const ssize_t size = recv(fd_, buffer.data(), buffer.size(), MSG_DONTWAIT);
+  if (size < 0) {
+    if (errno == EAGAIN || errno == EINTR) return;
+    return Abort(std::string("reading failed: ") + std::strerror(errno));
+  }
+  if (size == 0) {
+    input_ended_ = true;
+    return Abort(decoder_.InMessage() ? "the peer left within a message" : "");
+  }
+  unread_.assign(buffer.data(), size);
+  Work();
+}
+
+// Decodes what was read, up to one message.
+void Session::Work() {
+  work_watch_.reset();
+  std::string_view input = unread_;
+  const FrameDecoder::Status status = decoder_.Consume(&input);
+  unread_.erase(0, unread_.size() - input.size());
+  if (status == FrameDecoder::Status::kBroken) return Abort("a message is not framed as agreed");
+  if (phase_ == Phase::kHello && decoder_.message().size() > kMaxHello) {
+    return Abort("the hello is too long");
+  }
+  AccountInput();
+  if (env_.usage.input > env_.limits.all_input_bytes) {
+    return Abort("the incomplete messages of all sessions together are too large");
+  }
+  if (status != FrameDecoder::Status::kNeedMore) {
+    if (phase_ == Phase::kHello) {
+      TakeHello();
+    } else {
+      TakeMessage(status == FrameDecoder::Status::kTooBig);
+    }
+    if (phase_ == Phase::kEnded) return;
+    decoder_.message() = std::string();
+    AccountInput();
+  }
+  Flush();
+}
+
+void Session::AccountInput() {
+  const size_t now = decoder_.message().capacity();
+  env_.usage.input += now - accounted_input_;
+  accounted_input_ = now;
+}
+
+void Session::TakeHello() {
+  PeerHello hello;
+  std::string error;
+  if (!ParseHello(decoder_.message(), env_.xml, &hello, &error)) return Abort(error);
+  if (hello.session_id != 0) return Abort("the peer's hello has a session-id");
+  base_1_1_ = hello.Has(kBase11);
+  if (!base_1_1_ && !hello.Has(kBase10)) return Abort("the peer speaks no version of NETCONF");
+  if (base_1_1_) decoder_.SetFraming(Framing::kChunked);
+  phase_ = Phase::kOpen;
+}
+
+void Session::TakeMessage(bool cut) {
+  const Dispatcher::Conditions conditions{cut, base_1_1_,
+                                          env_.usage.output > env_.limits.all_output_bytes};
+  Dispatcher::Reply reply =
+      env_.dispatcher.Handle(std::move(decoder_.message()), conditions, info_);
+  // The message may have ended sessions, but never this one.
+  Send(std::move(reply.xml));
+  if (reply.close_session) phase_ = Phase::kClosing;
+}
+
+void Session::Send(std::string message) {
+  const Framing framing =
+      phase_ != Phase::kHello && base_1_1_ ? Framing::kChunked : Framing::kEndOfMessage;
+  std::string prefix = FramePrefix(framing, message.size());
+  const std::string_view suffix = FrameSuffix(framing);
+  const size_t before = output_bytes_;
+  for (std::string piece : {std::move(prefix), std::move(message), std::string(suffix)}) {
+    if (piece.empty()) continue;
+    output_bytes_ += piece.size();
+    output_.push_back(std::move(piece));
+  }
+  env_.usage.output += output_bytes_ - before;
+}
+
+// Writes what the socket takes, then arranges for what comes next.
+void Session::Flush() {
+  while (OutputPending()) {
+    const std::string& piece = output_.front();
+    const ssize_t size = send(fd_, piece.data() + output_sent_, piece.size() - output_sent_,
+                              MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (size < 0) {
+      if (errno == EINTR) continue;
+      if (errno == EAGAIN) break;
+      return Abort(std::string("writing failed: ") + std::strerror(errno));
+    }
+    output_sent_ += size;
+    if (output_sent_ == piece.size()) {
+      env_.usage.output -= piece.size();
+      output_bytes_ -= piece.size();
+      output_.pop_front();
+      output_sent_ = 0;
+    }
+  }
+  if (!OutputPending() && phase_ == Phase::kClosing) return Abort("");
+  if (!OutputPending() && !unread_.empty()) {
+    work_watch_ = env_.loop.Soon([this] { Work(); });
+  }
+  WatchSocket();
+  WatchTime();
+}
+
+}  // namespace host

@@ -1,0 +1,92 @@
+// One NETCONF session on a connected socket: bytes in, bytes out, and the order of things.
+//
+// A session works on one message at a time and takes the next one only when the reply to the last
+// is written: what a peer does not read, or half-sends, is held back in its own socket. Between two
+// messages of one peer the loop serves the others.
+#ifndef HOST_NETCONF_SESSION_H_
+#define HOST_NETCONF_SESSION_H_
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "host/netconf/dispatcher.h"
+#include "host/netconf/framing.h"
+#include "host/netconf/limits.h"
+#include "host/netconf/peer.h"
+#include "host/runtime/event_loop.h"
+
+namespace host {
+
+// Bytes held for all sessions together.
+struct NetconfUsage {
+  size_t input = 0;
+  size_t output = 0;
+};
+
+class Session {
+ public:
+  struct Environment {
+    EventLoop& loop;
+    Dispatcher& dispatcher;
+    const GenericXml& xml;
+    const NetconfLimits& limits;
+    NetconfUsage& usage;
+  };
+
+  // Takes over `fd`. `on_end` is called once, when the session is over, and not from the
+  // constructor; the session is then to be destroyed, though not within the call.
+  Session(uint32_t id, int fd, Peer peer, const std::vector<std::string>& capabilities,
+          const Environment& environment, std::function<void(uint32_t id)> on_end);
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+  ~Session();
+
+  const SessionInfo& info() const { return info_; }
+  // Ends the session for the reason given, with what is unsent.
+  void Abort(const std::string& reason);
+
+ private:
+  enum class Phase { kHello, kOpen, kClosing, kEnded };
+
+  void OnReady(uint32_t ready);
+  void Read();
+  void Work();
+  void TakeHello();
+  void TakeMessage(bool cut);
+  void Send(std::string message);
+  void Flush();
+  void WatchSocket();
+  void WatchTime();
+  void AccountInput();
+  bool OutputPending() const { return !output_.empty(); }
+  bool InputWanted() const;
+
+  SessionInfo info_;
+  const int fd_;
+  const Peer peer_;
+  Environment env_;
+  std::function<void(uint32_t id)> on_end_;
+
+  Phase phase_ = Phase::kHello;
+  bool base_1_1_ = false;
+  bool input_ended_ = false;
+  FrameDecoder decoder_;
+  std::string unread_;  // received, not yet decoded
+  size_t accounted_input_ = 0;
+  std::deque<std::string> output_;
+  size_t output_sent_ = 0;  // of the first piece
+  size_t output_bytes_ = 0;
+
+  uint32_t watched_events_ = 0;
+  std::unique_ptr<Watch> io_watch_;
+  std::unique_ptr<Watch> work_watch_;
+  std::unique_ptr<Watch> time_watch_;
+};
+
+}  // namespace host
+
+#endif  // HOST_NETCONF_SESSION_H_

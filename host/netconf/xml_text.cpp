@@ -1,0 +1,108 @@
+// Small pieces of XML text: see xml_text.h.
+#include "host/netconf/xml_text.h"
+
+namespace host {
+namespace {
+
+constexpr std::string_view kBlanks = " \t\r\n";
+
+// Where the tag that starts at `pos` (just after its '<') ends: the position of its '>'. npos when
+// it does not. A '>' within quotes does not count.
+size_t FindTagEnd(std::string_view text, size_t pos) {
+  while (true) {
+    pos = text.find_first_of("\"'><", pos);
+    if (pos == std::string_view::npos || text[pos] == '<') return std::string_view::npos;
+    if (text[pos] == '>') return pos;
+    pos = text.find(text[pos], pos + 1);
+    if (pos == std::string_view::npos) return pos;
+    ++pos;
+  }
+}
+
+// Where what is no element (comment, CDATA section, processing instruction) at `pos` ends: just
+// behind it. 0 when it is an element; npos when it does not end or is not allowed.
+size_t SkipOther(std::string_view text, size_t pos) {
+  static constexpr struct {
+    std::string_view start, end;
+  } kKinds[] = {{"<!--", "-->"}, {"<![CDATA[", "]]>"}, {"<?", "?>"}};
+  for (const auto& kind : kKinds) {
+    if (text.substr(pos, kind.start.size()) != kind.start) continue;
+    const size_t end = text.find(kind.end, pos + kind.start.size());
+    return end == std::string_view::npos ? end : end + kind.end.size();
+  }
+  return text.substr(pos, 2) == "<!" ? std::string_view::npos : 0;
+}
+
+void ReadRoot(std::string_view tag, XmlOutline* outline) {
+  const size_t name_end = tag.find_first_of(" \t\r\n/");
+  outline->root = tag.substr(0, name_end);
+  if (name_end == std::string_view::npos) return;
+  tag.remove_prefix(name_end);
+  if (tag.back() == '/') tag.remove_suffix(1);
+  const size_t first = tag.find_first_not_of(kBlanks);
+  if (first == std::string_view::npos) return;
+  outline->root_attributes = tag.substr(first, tag.find_last_not_of(kBlanks) - first + 1);
+}
+
+}  // namespace
+
+std::string XmlEscape(std::string_view text) {
+  std::string escaped;
+  escaped.reserve(text.size());
+  for (const char c : text) {
+    switch (c) {
+      case '&':
+        escaped += "&amp;";
+        break;
+      case '<':
+        escaped += "&lt;";
+        break;
+      case '>':
+        escaped += "&gt;";
+        break;
+      case '"':
+        escaped += "&quot;";
+        break;
+      default:
+        // XML 1.0 has no control characters but tab, LF and CR.
+        escaped +=
+            static_cast<unsigned char>(c) < 0x20 && kBlanks.find(c) == kBlanks.npos ? '?' : c;
+    }
+  }
+  return escaped;
+}
+
+XmlOutline ScanXml(std::string_view message, int max_depth) {
+  using Fault = XmlOutline::Fault;
+  XmlOutline outline;
+  const auto fail = [&outline](Fault fault) {
+    outline.fault = fault;
+    return outline;
+  };
+  if (message.find('\0') != std::string_view::npos) return fail(Fault::kMalformed);
+  int depth = 0;
+  bool too_deep = false;
+  for (size_t pos = message.find('<'); pos != std::string_view::npos;
+       pos = message.find('<', pos)) {
+    if (const size_t behind = SkipOther(message, pos); behind != 0) {
+      if (behind == std::string_view::npos) return fail(Fault::kMalformed);
+      pos = behind;
+      continue;
+    }
+    ++pos;
+    const size_t end = FindTagEnd(message, pos);
+    if (end == std::string_view::npos || end == pos) return fail(Fault::kMalformed);
+    if (message[pos] == '/') {
+      if (--depth < 0) return fail(Fault::kMalformed);
+    } else {
+      if (outline.root.empty()) ReadRoot(message.substr(pos, end - pos), &outline);
+      if (message[end - 1] != '/') ++depth;
+      too_deep |= depth > max_depth;
+    }
+    pos = end + 1;
+  }
+  if (depth != 0 || outline.root.empty()) return fail(Fault::kMalformed);
+  return too_deep ? fail(Fault::kTooDeep) : outline;
+}
+
+}  // namespace host

@@ -1,0 +1,35 @@
+// Small pieces of XML text: escaping, and a look at a message's outline before it is parsed.
+#ifndef HOST_NETCONF_XML_TEXT_H_
+#define HOST_NETCONF_XML_TEXT_H_
+
+#include <string>
+#include <string_view>
+
+namespace host {
+
+inline constexpr char kNetconfNamespace[] = "urn:ietf:params:xml:ns:netconf:base:1.0";
+
+// `text` as element content or attribute value. Characters that XML cannot hold become '?'.
+std::string XmlEscape(std::string_view text);
+
+// What a message looks like from outside.
+struct XmlOutline {
+  enum class Fault {
+    kNone,
+    kMalformed,  // not an XML document, or one with a document type declaration
+    kTooDeep,
+  };
+  Fault fault = Fault::kNone;
+  std::string_view root;             // qualified name of the root element, empty when not found
+  std::string_view root_attributes;  // its attributes and namespace declarations, as written
+};
+
+// Scans `message` without building anything, so that the recursive parser behind it is safe from
+// deep nesting. Only as strict as that needs: a message without fault may still be malformed. The
+// root's name and attributes are given as far as they were found, also with a fault. The views
+// point into `message`.
+XmlOutline ScanXml(std::string_view message, int max_depth);
+
+}  // namespace host
+
+#endif  // HOST_NETCONF_XML_TEXT_H_

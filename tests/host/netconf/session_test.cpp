@@ -1,0 +1,397 @@
+// Sessions over a real socket: the exchange, the operations and what hostile peers try.
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <fstream>
+#include <vector>
+
+#include "tests/host/netconf/server_fixture.h"
+
+namespace host {
+namespace {
+
+using testing::AllOf;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+constexpr char kOk[] = "<ok/>";
+
+std::string EditInterface(const std::string& name, const std::string& operation = "merge",
+                          const std::string& options = "") {
+  return "<edit-config><target><running/></target>" + options +
+         "<config><config xmlns='urn:acl-app:acl' "
+         "xmlns:nc='urn:ietf:params:xml:ns:netconf:base:1.0'><access-list><interface "
+         "nc:operation='" +
+         operation + "'><interface-name>" + name +
+         "</interface-name></interface></access-list></config></config></edit-config>";
+}
+
+constexpr char kGetRunning[] = "<get-config><source><running/></source></get-config>";
+
+class SessionTest : public ServerTest {
+ protected:
+  // Sends one operation in a session of its own.
+  std::string Ask(const std::string& operation) {
+    TestClient client(server_options_.socket_path);
+    client.Open();
+    return client.Rpc(operation);
+  }
+};
+
+TEST_F(SessionTest, HelloTellsSessionAndCapabilities) {
+  Start();
+  TestClient first(server_options_.socket_path), second(server_options_.socket_path);
+  EXPECT_THAT(first.Open(), AllOf(HasSubstr("<session-id>1</session-id>"),
+                                  HasSubstr("urn:ietf:params:netconf:base:1.1</capability>"),
+                                  HasSubstr(":writable-running:1.0"),
+                                  HasSubstr("urn:acl-app:acl?module=acl-app&amp;revision=")));
+  EXPECT_THAT(second.Open(kHello10), HasSubstr("<session-id>2</session-id>"));
+  EXPECT_THAT(first.Rpc("<get/>"), HasSubstr("<data>"));
+  EXPECT_THAT(second.Rpc("<get/>"), HasSubstr("<data>"));
+}
+
+TEST_F(SessionTest, ReplyCarriesWhatTheRpcElementHad) {
+  Start();
+  TestClient client(server_options_.socket_path);
+  client.Open();
+  client.SendMessage(
+      "<?xml version='1.0'?>\n<nc:rpc xmlns:nc='urn:ietf:params:xml:ns:netconf:base:1.0' "
+      "xmlns:u='urn:unused' u:k=\"a&amp;b > c\" message-id='m 1'><nc:close-session/></nc:rpc>");
+  EXPECT_EQ(client.Receive(),
+            "<nc:rpc-reply xmlns:nc='urn:ietf:params:xml:ns:netconf:base:1.0' "
+            "xmlns:u='urn:unused' u:k=\"a&amp;b > c\" message-id='m 1'>"
+            "<ok xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\"/></nc:rpc-reply>");
+  EXPECT_EQ(client.Receive(), "CLOSED");
+}
+
+TEST_F(SessionTest, EditsShowInGetConfig) {
+  Start();
+  TestClient client(server_options_.socket_path);
+  client.Open();
+  EXPECT_THAT(client.Rpc(EditInterface("e0")), HasSubstr(kOk));
+  EXPECT_THAT(client.Rpc(EditInterface("e1%s", "create")), HasSubstr(kOk));
+  EXPECT_THAT(client.Rpc(kGetRunning),
+              AllOf(HasSubstr("<interface-name>e0<"), HasSubstr("<interface-name>e1%s<")));
+  EXPECT_THAT(client.Rpc("<get-config><source><running/></source><filter type='subtree'>"
+                         "<config xmlns='urn:acl-app:acl'><access-list><interface>"
+                         "<interface-name>e0</interface-name></interface></access-list></config>"
+                         "</filter></get-config>"),
+              AllOf(HasSubstr("<interface-name>e0<"), Not(HasSubstr("e1%s"))));
+  EXPECT_THAT(client.Rpc(EditInterface("e0", "delete")), HasSubstr(kOk));
+  EXPECT_THAT(client.Rpc(EditInterface("e2", "merge", "<test-option>test-only</test-option>")),
+              HasSubstr(kOk));
+  EXPECT_THAT(client.Rpc(kGetRunning), AllOf(Not(HasSubstr("e0")), Not(HasSubstr("e2"))));
+  EXPECT_THAT(client.Rpc("<edit-config><target><running/></target>"
+                         "<default-operation>replace</default-operation><config/></edit-config>"),
+              HasSubstr(kOk));
+  EXPECT_THAT(client.Rpc(kGetRunning), Not(HasSubstr("interface-name")));
+}
+
+struct ErrorCase {
+  const char* name;
+  std::string message;  // the whole <rpc>
+  std::vector<std::string> parts;
+};
+void PrintTo(const ErrorCase& c, std::ostream* out) { *out << c.name; }
+
+std::string Rpc(const std::string& operation) { return kRpcStart + operation + "</rpc>"; }
+
+const ErrorCase kErrors[] = {
+    {"Malformed", std::string(kRpcStart) + "<get></rpc>", {"<error-tag>malformed-message<"}},
+    {"NotXml", "hello?", {"<error-type>rpc<", "<error-tag>malformed-message<"}},
+    {"Doctype", "<!DOCTYPE x>" + Rpc("<get/>"), {"<error-tag>malformed-message<"}},
+    {"NoMessageId",
+     "<rpc xmlns='urn:ietf:params:xml:ns:netconf:base:1.0'><get/></rpc>",
+     {"<error-tag>missing-attribute<", "<bad-attribute>message-id<", "<bad-element>rpc<"}},
+    {"NotAnRpc",
+     "<run xmlns='urn:ietf:params:xml:ns:netconf:base:1.0' message-id='1'/>",
+     {"<error-tag>unknown-element<", "<bad-element>run<"}},
+    {"RpcOfOtherNamespace",
+     "<rpc xmlns='urn:x' message-id='1'><get/></rpc>",
+     {"<error-tag>unknown-namespace<", "<bad-namespace>urn:x<"}},
+    {"NoOperation", Rpc(""), {"<error-tag>missing-element<", "message-id='1'"}},
+    {"TwoOperations", Rpc("<get/><lock/>"), {"<error-tag>unknown-element<", "<bad-element>lock<"}},
+    {"UnknownOperation", Rpc("<frob/>"), {"<error-tag>operation-not-supported<"}},
+    {"OperationOfUnknownNamespace",
+     Rpc("<frob xmlns='urn:x'/>"),
+     {"<error-type>protocol<", "<error-tag>operation-not-supported<"}},
+    {"UnknownParameter",
+     Rpc("<get-config><source><running/></source><x/></get-config>"),
+     {"<error-tag>unknown-element<", "<bad-element>x<"}},
+    {"BadParameter",
+     Rpc("<edit-config><target><running/></target><test-option>x</test-option><config/>"
+         "</edit-config>"),
+     {"<error-tag>invalid-value<"}},
+    {"MissingTarget",
+     Rpc("<edit-config><config/></edit-config>"),
+     {"<error-tag>missing-element<", "<bad-element>target<"}},
+    {"MissingConfig",
+     Rpc("<edit-config><target><running/></target></edit-config>"),
+     {"<error-tag>missing-element<", "<bad-element>config<"}},
+    {"MissingSource", Rpc("<get-config/>"), {"<bad-element>source<"}},
+    {"BadFilterType",
+     Rpc("<get><filter type='regex'/></get>"),
+     {"<error-tag>bad-attribute<", "<bad-attribute>type<", "<bad-element>filter<"}},
+    {"UnknownEditOperation",
+     Rpc(EditInterface("e0", "zap")),
+     {"<error-tag>bad-attribute<", "<bad-attribute>operation<", "<bad-element>interface<"}},
+    {"ValueOutOfItsType",
+     Rpc("<edit-config><target><running/></target><config><config xmlns='urn:acl-app:acl'>"
+         "<access-list><acl-profile><ingress><access-list><acl-type>l2</acl-type><acl-name>A"
+         "</acl-name><acl-priority-l2><priority>70000</priority></acl-priority-l2></access-list>"
+         "</ingress></acl-profile></access-list></config></config></edit-config>"),
+     {"<error-type>application<", "<error-tag>invalid-value<", "xmlns:acl-app=\"urn:acl-app:acl\"",
+      "/acl-app:config/acl-app:access-list/acl-app:acl-profile", "70000"}},
+    {"UnknownNode",
+     Rpc("<edit-config><target><running/></target><config><config xmlns='urn:acl-app:acl'>"
+         "<bogus/></config></config></edit-config>"),
+     {"<error-tag>unknown-element<", "<bad-element>bogus<"}},
+    {"CreateOfWhatExists", Rpc(EditInterface("here", "create")), {"<error-tag>data-exists<"}},
+    {"DeleteOfWhatDoesNot", Rpc(EditInterface("none", "delete")), {"<error-tag>data-missing<"}},
+    {"UnlockWithoutLock",
+     Rpc("<unlock><target><running/></target></unlock>"),
+     {"<error-tag>operation-failed<"}},
+    {"KillOfItself",
+     Rpc("<kill-session><session-id>1</session-id></kill-session>"),
+     {"<error-tag>invalid-value<"}},
+    {"KillOfNobody",
+     Rpc("<kill-session><session-id>9</session-id></kill-session>"),
+     {"<error-tag>invalid-value<"}},
+    {"TooDeep",
+     Rpc([] {
+       std::string deep;
+       for (int i = 0; i < 100000; ++i) deep += "<a>";
+       for (int i = 0; i < 100000; ++i) deep += "</a>";
+       return deep;
+     }()),
+     {"<error-tag>too-big<", "message-id='1'"}},
+    {"TooLong",
+     Rpc("<get>" + std::string(3 << 20, ' ') + "</get>"),
+     {"<error-tag>too-big<", "message-id='1'"}},
+};
+
+class ErrorTest : public SessionTest, public testing::WithParamInterface<ErrorCase> {};
+
+TEST_P(ErrorTest, IsAnsweredAndChangesNothing) {
+  server_options_.limits.message_bytes = 2 << 20;
+  Start();
+  TestClient client(server_options_.socket_path);
+  client.Open();
+  ASSERT_THAT(client.Rpc(EditInterface("here")), HasSubstr(kOk));
+  const std::string before = client.Rpc(kGetRunning);
+  client.SendMessage(GetParam().message);
+  const std::string reply = client.Receive();
+  EXPECT_THAT(reply, AllOf(HasSubstr("<rpc-error"), HasSubstr("<error-severity>error<"),
+                           HasSubstr("<error-message"), EndsWith("</rpc-reply>")));
+  for (const std::string& part : GetParam().parts) EXPECT_THAT(reply, HasSubstr(part));
+  EXPECT_EQ(client.Rpc(kGetRunning), before);
+}
+
+INSTANTIATE_TEST_SUITE_P(Tags, ErrorTest, testing::ValuesIn(kErrors),
+                         [](const auto& info) { return info.param.name; });
+
+TEST_F(SessionTest, OldPeersNeverGetTheNewTag) {
+  Start();
+  TestClient client(server_options_.socket_path);
+  client.Open(kHello10);
+  client.SendMessage("<rpc");
+  EXPECT_THAT(client.Receive(), HasSubstr("<error-tag>operation-failed<"));
+}
+
+TEST_F(SessionTest, LockKeepsOthersOutUntilItsSessionEnds) {
+  Start();
+  const std::string lock = "<lock><target><running/></target></lock>";
+  const std::string unlock = "<unlock><target><running/></target></unlock>";
+  TestClient holder(server_options_.socket_path), other(server_options_.socket_path);
+  holder.Open();
+  other.Open();
+  EXPECT_THAT(holder.Rpc(lock), HasSubstr(kOk));
+  EXPECT_THAT(holder.Rpc(lock), HasSubstr("<error-tag>lock-denied<"));
+  EXPECT_THAT(other.Rpc(lock), AllOf(HasSubstr("<error-tag>lock-denied<"),
+                                     HasSubstr("<error-info><session-id>1</session-id>")));
+  EXPECT_THAT(other.Rpc(EditInterface("e0")), HasSubstr("<error-tag>in-use<"));
+  EXPECT_THAT(other.Rpc(unlock), HasSubstr("<error-tag>operation-failed<"));
+  EXPECT_THAT(holder.Rpc(EditInterface("e0")), HasSubstr(kOk));
+  EXPECT_THAT(holder.Rpc(unlock), HasSubstr(kOk));
+  EXPECT_THAT(other.Rpc(lock), HasSubstr(kOk));
+  other.Close();
+  // The server may see the next request before the end of the other session.
+  std::string reply;
+  for (int i = 0; i < 100 && reply.find(kOk) == std::string::npos; ++i) reply = holder.Rpc(lock);
+  EXPECT_THAT(reply, HasSubstr(kOk));
+}
+
+TEST_F(SessionTest, KillEndsTheOtherSession) {
+  Start();
+  TestClient killer(server_options_.socket_path), victim(server_options_.socket_path);
+  killer.Open();
+  victim.Open();
+  EXPECT_THAT(victim.Rpc("<lock><target><running/></target></lock>"), HasSubstr(kOk));
+  EXPECT_THAT(killer.Rpc("<kill-session><session-id>2</session-id></kill-session>"),
+              HasSubstr(kOk));
+  EXPECT_EQ(victim.Receive(), "CLOSED");
+  EXPECT_THAT(killer.Rpc(EditInterface("e0")), HasSubstr(kOk));
+}
+
+TEST_F(SessionTest, PipelinedRequestsAreAnsweredInOrder) {
+  Start();
+  TestClient client(server_options_.socket_path);
+  client.Open();
+  std::string burst;
+  constexpr int kCount = 200;
+  for (int i = 0; i < kCount; ++i) {
+    const std::string rpc = "<rpc message-id='" + std::to_string(i) +
+                            "' xmlns='urn:ietf:params:xml:ns:netconf:base:1.0'>" +
+                            EditInterface("e" + std::to_string(i)) + "</rpc>";
+    burst += FramePrefix(Framing::kChunked, rpc.size()) + rpc +
+             std::string(FrameSuffix(Framing::kChunked));
+  }
+  ASSERT_TRUE(client.Send(burst));
+  for (int i = 0; i < kCount; ++i) {
+    EXPECT_THAT(client.Receive(),
+                AllOf(HasSubstr("message-id='" + std::to_string(i) + "'"), HasSubstr(kOk)));
+  }
+}
+
+struct BadHello {
+  const char* name;
+  std::string bytes;
+};
+const BadHello kBadHellos[] = {
+    {"NotXml", "GET / HTTP/1.1\r\n\r\n]]>]]>"},
+    {"NotAHello", Rpc("<get/>") + "]]>]]>"},
+    {"NoCommonBase", "<hello xmlns='urn:ietf:params:xml:ns:netconf:base:1.0'/>]]>]]>"},
+    {"SessionId",
+     "<hello xmlns='urn:ietf:params:xml:ns:netconf:base:1.0'><capabilities><capability>"
+     "urn:ietf:params:netconf:base:1.0</capability></capabilities>"
+     "<session-id>4</session-id></hello>]]>]]>"},
+    {"TooLong", "<hello>" + std::string(100000, ' ')},
+    {"ChunksTooEarly", "\n#5\n<get>\n##\n]]>]]>"},
+    {"Deep", std::string(70, '<') + "]]>]]>"},
+};
+
+TEST_F(SessionTest, BadHellosEndTheSession) {
+  Start();
+  for (const BadHello& bad : kBadHellos) {
+    TestClient client(server_options_.socket_path);
+    EXPECT_THAT(client.Receive(), StartsWith("<hello")) << bad.name;
+    client.Send(bad.bytes);
+    EXPECT_EQ(client.Receive(), "CLOSED") << bad.name;
+  }
+  EXPECT_THAT(Ask("<get/>"), HasSubstr("<data>"));
+}
+
+TEST_F(SessionTest, BrokenFramesEndTheSession) {
+  Start();
+  TestClient client(server_options_.socket_path);
+  client.Open();
+  client.Send("\n#x\n");
+  EXPECT_EQ(client.Receive(), "CLOSED");
+}
+
+TEST_F(SessionTest, SilentPeersAreDropped) {
+  server_options_.limits.hello_timeout = server_options_.limits.stall_timeout =
+      std::chrono::seconds(1);
+  Start();
+  TestClient mute(server_options_.socket_path), half(server_options_.socket_path);
+  EXPECT_THAT(half.Open(), StartsWith("<hello"));
+  half.Send("\n#1000\n<rpc");
+  EXPECT_THAT(mute.Receive(), StartsWith("<hello"));
+  EXPECT_EQ(mute.Receive(), "CLOSED");
+  EXPECT_EQ(half.Receive(), "CLOSED");
+}
+
+// Peers that send half a message, never say hello, or never read must not hold up the others.
+TEST_F(SessionTest, HostilePeersDoNotStallOthers) {
+  server_options_.limits.all_input_bytes = 8 << 20;
+  Start();
+  TestClient worker(server_options_.socket_path);
+  worker.Open();
+  for (int i = 0; i < 2000; ++i) {
+    ASSERT_THAT(worker.Rpc(EditInterface("interface-" + std::to_string(i))), HasSubstr(kOk));
+  }
+  std::vector<std::unique_ptr<TestClient>> peers;
+  for (int i = 0; i < 150; ++i) {
+    peers.push_back(std::make_unique<TestClient>(server_options_.socket_path));
+    TestClient& peer = *peers.back();
+    if (i % 3 == 0) continue;  // no hello
+    peer.Open();
+    if (i % 3 == 1) {
+      peer.Send("\n#100000\n<rpc" + std::string(1000, ' '));
+    } else {  // asks for more than fits the socket, and never reads
+      for (int k = 0; k < 20; ++k) peer.SendMessage(Rpc(kGetRunning));
+    }
+  }
+  EXPECT_THAT(worker.Rpc(EditInterface("last")), HasSubstr(kOk));
+  Stop();
+  EXPECT_EQ(server_->session_count(), 151u);
+  // One reply each at most: what does not fit the socket is not asked for again.
+  EXPECT_LT(server_->usage().output, 50u * (1 << 20));
+}
+
+TEST_F(SessionTest, HalfMessagesHaveACommonBudget) {
+  server_options_.limits.all_input_bytes = 4 << 20;
+  Start();
+  TestClient first(server_options_.socket_path), second(server_options_.socket_path);
+  first.Open();
+  second.Open();
+  EXPECT_TRUE(first.Send("\n#9000000\n" + std::string(1 << 20, ' ')));
+  second.Send("\n#9000000\n" + std::string(5 << 20, ' '));
+  EXPECT_EQ(second.Receive(), "CLOSED");
+  EXPECT_THAT(Ask("<get/>"), HasSubstr("<data>"));
+}
+
+TEST_F(SessionTest, SessionsAreCounted) {
+  server_options_.limits.sessions = 2;
+  Start();
+  TestClient first(server_options_.socket_path), second(server_options_.socket_path);
+  first.Open();
+  second.Open();
+  TestClient third(server_options_.socket_path);
+  EXPECT_EQ(third.Receive(), "CLOSED");
+  second.Close();
+  std::string hello;
+  for (int i = 0; i < 100 && hello.rfind("<hello", 0) != 0; ++i) {
+    hello = TestClient(server_options_.socket_path).Receive();
+  }
+  EXPECT_THAT(hello, StartsWith("<hello"));
+}
+
+TEST_F(SessionTest, SocketMustBeFreeAndItsPlaceThere) {
+  Start();
+  struct {
+    std::string path, group, reason;
+  } cases[] = {
+      {server_options_.socket_path, "", "is in use by a running process"},
+      {directory_ + "/none/netconf.sock", "", "does not exist"},
+      {directory_ + "/other.sock", "no-such-group", "the group no-such-group"},
+      {directory_ + "/file", "", "is no socket"},
+      {directory_ + "/" + std::string(200, 'x'), "", "too long"},
+  };
+  std::ofstream(directory_ + "/file") << "no socket";
+  for (const auto& c : cases) {
+    std::string error;
+    EXPECT_LT(ListenAt(c.path, 0600, c.group, &error), 0) << c.path;
+    EXPECT_THAT(error, HasSubstr(c.reason));
+  }
+  EXPECT_THAT(Ask("<get/>"), HasSubstr("<data>"));
+}
+
+TEST_F(SessionTest, SocketOfADeadProcessIsReplacedWithTheRightMode) {
+  std::string error;
+  server_options_.socket_mode = 0640;
+  close(ListenAt(server_options_.socket_path, 0666, "", &error));
+  Start();
+  struct stat info {};
+  stat(server_options_.socket_path.c_str(), &info);
+  EXPECT_EQ(info.st_mode & 0777, 0640u);
+  EXPECT_THAT(Ask("<get/>"), HasSubstr("<data>"));
+  Stop();
+  server_.reset();
+  EXPECT_NE(stat(server_options_.socket_path.c_str(), &info), 0);
+}
+
+}  // namespace
+}  // namespace host
