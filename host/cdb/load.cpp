@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <utility>
 
@@ -50,6 +51,9 @@ DatastoreErrors LoadConfiguration(const ly_ctx* context, const std::string& path
   errno = 0;
   DatastoreErrors errors = ReadFile(path, &text);
   if (!errors.empty()) return errors;
+  // libyang takes some JSON that ends too early for complete.
+  if (json && !nlohmann::json::accept(text))
+    return Failure("cannot read " + path + ": it is not well-formed JSON");
   lyd_node* first = nullptr;
   const LY_ERR result =
       lyd_parse_data_mem(context, text.c_str(), json ? LYD_JSON : LYD_XML,

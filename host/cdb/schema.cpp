@@ -155,7 +155,8 @@ ContextPtr LoadSchema(const std::string& directory, DatastoreErrors* errors) {
   ly_log_options(LY_LOSTORE);
   ly_ctx* raw = nullptr;
   const std::string search = directory + ":" + directory + "/ietf";
-  if (ly_ctx_new(search.c_str(), LY_CTX_DISABLE_SEARCHDIR_CWD, &raw) != LY_SUCCESS) {
+  if (ly_ctx_new(search.c_str(), LY_CTX_DISABLE_SEARCHDIR_CWD | LY_CTX_SET_PRIV_PARSED, &raw) !=
+      LY_SUCCESS) {
     errors->push_back(
         Failure("cannot read YANG modules in the directory " + directory + " and its ietf"));
     return nullptr;

@@ -14,10 +14,9 @@ std::string PathOf(const lyd_node* node) {
 }
 
 lyd_node* FindSame(const lyd_node* siblings, const lyd_node* node) {
-  // Among few siblings the library compares a leaf's value as well, where only its place counts.
-  if (node->schema != nullptr && (node->schema->nodetype & (LYS_LIST | LYS_LEAFLIST)) == 0) {
+  // libyang takes a leaf with another value for another node.
+  if ((node->schema->nodetype & (LYS_LIST | LYS_LEAFLIST)) == 0)
     return FindBySchema(siblings, node->schema);
-  }
   lyd_node* match = nullptr;
   if (siblings == nullptr || lyd_find_sibling_first(siblings, node, &match) != LY_SUCCESS) {
     return nullptr;

@@ -1,0 +1,81 @@
+// The server behind the cdb_* calls: sessions with the running and the operational datastore, by
+// handle. There is one per process at a time; the calls find it by themselves.
+#ifndef HOST_CDB_CDB_SERVICE_H_
+#define HOST_CDB_CDB_SERVICE_H_
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/cdb/cdb_path.h"
+#include "host/cdb/cdb_schema.h"
+#include "host/cdb/datastore.h"
+#include "platform/confd/confd_cdb.h"
+
+namespace host {
+
+// The text of the last error, for confd_lasterr().
+void SetCdbError(const std::string& text);
+const std::string& CdbError();
+
+// One session: which datastore, and where in it.
+class CdbSession {
+ public:
+  CdbSession(const CdbSchema* schema, cdb_db_type db) : db_(db), resolver_(schema) {}
+
+  cdb_db_type db() const { return db_; }
+  // The position as a path, "" at the top.
+  const std::string& position() const { return position_; }
+  void set_position(std::string position) { position_ = std::move(position); }
+
+  // Resolves a path, relative ones from the position. Null after an error (SetCdbError).
+  const PathSteps* Resolve(std::string_view path, const PathTree& tree);
+
+ private:
+  cdb_db_type db_;
+  PathResolver resolver_;
+  std::string position_;
+  std::string absolute_;  // the last relative path's absolute form; a member to save allocations
+};
+
+class CdbService {
+ public:
+  // `datastore` must outlive the service.
+  explicit CdbService(Datastore* datastore);
+  CdbService(const CdbService&) = delete;
+  CdbService& operator=(const CdbService&) = delete;
+  ~CdbService();
+
+  // The process's service, null while there is none.
+  static CdbService* Instance();
+
+  Datastore& datastore() { return *datastore_; }
+  const CdbSchema& schema() const { return schema_; }
+
+  // Returns the session's handle, negative for a database that is not served.
+  int OpenSession(cdb_db_type db);
+  void CloseSession(int handle);
+  // Null when there is no such session.
+  CdbSession* Session(int handle);
+
+  // The session's tree as it is now.
+  PathTree TreeOf(const CdbSession& session);
+
+ private:
+  struct IndexOfTree {
+    uint64_t generation = 0;
+    ListIndex index;
+  };
+  PathTree Tree(const lyd_node* first, uint64_t generation, IndexOfTree* index);
+
+  Datastore* datastore_;
+  CdbSchema schema_;
+  std::vector<std::unique_ptr<CdbSession>> sessions_;  // by handle
+  IndexOfTree running_index_;
+  IndexOfTree operational_index_;
+};
+
+}  // namespace host
+
+#endif  // HOST_CDB_CDB_SERVICE_H_

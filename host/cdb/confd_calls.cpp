@@ -1,0 +1,41 @@
+// The confd_* calls: printing and releasing of what the cdb_* calls and the iterations hand out.
+#include <cstdio>
+#include <cstdlib>
+
+#include "host/cdb/cdb_path.h"
+#include "host/cdb/cdb_service.h"
+#include "platform/confd/confd_lib.h"
+
+extern "C" {
+
+int confd_pp_kpath(char* buf, int n, const confd_hkeypath_t* kp) {
+  if (kp == nullptr || kp->len < 0 || kp->len > MAXDEPTH || n < 0) return CONFD_ERR;
+  const host::CdbService* service = host::CdbService::Instance();
+  const std::string text =
+      host::PrintKeypath(service != nullptr ? &service->schema() : nullptr, *kp);
+  std::snprintf(buf, static_cast<size_t>(n), "%s", text.c_str());
+  return static_cast<int>(text.size());
+}
+
+void confd_free_value(confd_value_t* value) {
+  if (value == nullptr) return;
+  if (value->type == C_BUF || value->type == C_BINARY) {
+    std::free(value->val.buf.ptr);
+    value->val.buf.ptr = nullptr;
+  } else if (value->type == C_LIST) {
+    for (unsigned int i = 0; i < value->val.list.size; ++i)
+      confd_free_value(&value->val.list.ptr[i]);
+    std::free(value->val.list.ptr);
+    value->val.list = {0, nullptr};
+  }
+}
+
+void confd_free_hkeypath(confd_hkeypath_t* kp) {
+  if (kp == nullptr) return;
+  host::FreeKeypathValues(kp);
+  std::free(kp);
+}
+
+const char* confd_lasterr() { return host::CdbError().c_str(); }
+
+}  // extern "C"
