@@ -1,0 +1,163 @@
+// The framework: opens the datastore, serves it, and calls the handlers back.
+//
+// The initial load runs from the event loop, before anything else can reach the datastore. A commit
+// calls the handlers from within Datastore::Edit(), after it is persistent: when the operator has
+// the answer, the handlers have done their part.
+#include <string>
+#include <utility>
+
+#include "host/cdb/cdb_service.h"
+#include "host/cdb/datastore.h"
+#include "host/cdb/operational_store.h"
+#include "host/netconf/server.h"
+#include "host/qzconfd/diff_iteration.h"
+#include "host/runtime/event_loop.h"
+#include "host/runtime/middleware.h"
+#include "host/runtime/settings.h"
+#include "platform/qzconfd/qzconfd.h"
+
+namespace qzconfd {
+namespace {
+
+using host::Datastore;
+using host::DiffIteration;
+
+constexpr char kFile[] = "app_interface";
+
+std::unique_ptr<Datastore> OpenDatastore() {
+  const host::Settings& settings = host::ProcessSettings();
+  host::DatastoreOptions options;
+  options.yang_directory = settings.yang_directory;
+  options.startup_file = settings.startup_file;
+  options.state_directory = settings.state_directory;
+  host::DatastoreErrors errors;
+  std::unique_ptr<Datastore> datastore = Datastore::Open(options, &errors);
+  if (datastore != nullptr) return datastore;
+  std::string reasons;
+  for (const host::DatastoreError& error : errors) {
+    reasons += "\n  " + error.message;
+    if (!error.path.empty()) reasons += " at " + error.path;
+  }
+  host::FatalFault("AppInterface", kFile, __LINE__, "cannot load the configuration:%s",
+                   reasons.c_str());
+}
+
+std::unique_ptr<host::NetconfServer> Listen(Datastore& datastore,
+                                            std::shared_ptr<host::EventLoop> loop) {
+  const host::Settings& settings = host::ProcessSettings();
+  host::NetconfServerOptions options;
+  options.socket_path = settings.netconf_socket;
+  options.socket_mode = settings.netconf_socket_mode;
+  options.socket_group = settings.netconf_socket_group;
+  std::string error;
+  auto server = host::NetconfServer::Create(options, datastore, std::move(loop), &error);
+  if (server == nullptr)
+    host::FatalFault("AppInterface", kFile, __LINE__, "cannot serve NETCONF: %s", error.c_str());
+  return server;
+}
+
+// A handler and its subscriptions.
+class HandlerSubscriptions {
+ public:
+  HandlerSubscriptions(ConfigHandler* handler, const host::CdbSchema& schema) : handler_(handler) {
+    for (const SubscriptionPoint& point : handler->GetSubscriptionPoints()) {
+      host::PathResolver resolver(&schema);
+      std::string error;
+      const host::PathSteps* steps = resolver.Resolve(point.path, host::PathTree(), &error);
+      if (steps == nullptr)
+        host::FatalFault("AppInterface", kFile, __LINE__, "cannot subscribe to %s: %s", point.path,
+                         error.c_str());
+      points_.emplace_back(DiffIteration(&schema, *steps), point.diff_iterator);
+    }
+  }
+
+  void Load(int socket) {
+    handler_->LoadInitialConfig(socket);
+    handler_->ApplyInitialConfig();
+  }
+
+  void OnCommit(const lyd_node* diff) {
+    bool touched = false;
+    for (const auto& [iteration, callback] : points_) touched = touched || iteration.Touched(diff);
+    if (!touched) return;
+    handler_->StartCommit();
+    for (auto& [iteration, callback] : points_) iteration.Run(diff, callback);
+    handler_->ApplyCommitConfig();
+  }
+
+ private:
+  ConfigHandler* handler_;
+  std::vector<std::pair<DiffIteration, DiffIterator>> points_;
+};
+
+}  // namespace
+
+class AppInterface::Impl : private host::CommitObserver {
+ public:
+  Impl(qzmw_t* mw, const std::vector<ConfigHandler*>& config_handlers,
+       const std::vector<BaseHandler*>& handlers, ELEM_CONFD_PHASE_ET phase)
+      : loop_(host::LoopOf(mw)),
+        datastore_(OpenDatastore()),
+        service_(datastore_.get()),
+        interface_(service_.OpenSession(CDB_RUNNING)) {
+    datastore_->Operational().SetProviders(host::StateProvidersOf(mw));
+    for (ConfigHandler* handler : config_handlers)
+      subscriptions_.emplace_back(handler, service_.schema());
+    server_ = Listen(*datastore_, loop_);
+    for (BaseHandler* handler : handlers) {
+      handler->SetInterface(&interface_);
+      handler->ConfdConnected(phase);
+    }
+    initial_load_ = loop_->Soon([this] { LoadInitial(); });
+  }
+
+  ~Impl() override { datastore_->RemoveObserver(this); }
+
+ private:
+  void LoadInitial() {
+    const int socket = service_.OpenSession(CDB_RUNNING);
+    for (HandlerSubscriptions& subscriptions : subscriptions_) subscriptions.Load(socket);
+    service_.CloseSession(socket);
+    datastore_->AddObserver(this);
+    host::NotifyReady();
+  }
+
+  void OnCommit(const lyd_node* diff) override {
+    for (HandlerSubscriptions& subscriptions : subscriptions_) subscriptions.OnCommit(diff);
+  }
+
+  const std::shared_ptr<host::EventLoop> loop_;
+  const std::unique_ptr<Datastore> datastore_;
+  host::CdbService service_;
+  QzConfdInterface interface_;
+  std::vector<HandlerSubscriptions> subscriptions_;
+  std::unique_ptr<host::NetconfServer> server_;
+  std::unique_ptr<host::Watch> initial_load_;
+};
+
+AppInterface::AppInterface(qzmw_t* mw, zlog_category_s* /*trace*/, const char* /*name*/,
+                           const std::vector<ConfigHandler*>& config_handlers,
+                           const std::vector<ActionHandler*>& action_handlers,
+                           const std::vector<DataHandler*>& data_handlers,
+                           ELEM_CONFD_PHASE_ET phase, int /*options*/) {
+  std::vector<BaseHandler*> handlers(config_handlers.begin(), config_handlers.end());
+  handlers.insert(handlers.end(), action_handlers.begin(), action_handlers.end());
+  handlers.insert(handlers.end(), data_handlers.begin(), data_handlers.end());
+  impl_ = std::make_unique<Impl>(mw, config_handlers, handlers, phase);
+}
+
+AppInterface::~AppInterface() = default;
+
+}  // namespace qzconfd
+
+QzConfdCdbSessionBase::QzConfdCdbSessionBase(QzConfdInterface* interface, cdb_db_type db,
+                                             bool /*flag*/)
+    : socket_(-1) {
+  host::CdbService* service = host::CdbService::Instance();
+  if (interface != nullptr && service != nullptr) socket_ = service->OpenSession(db);
+}
+
+QzConfdCdbSessionBase::~QzConfdCdbSessionBase() {
+  host::CdbService* service = host::CdbService::Instance();
+  if (service != nullptr) service->CloseSession(socket_);
+}
