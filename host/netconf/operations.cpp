@@ -9,6 +9,7 @@ namespace host {
 namespace {
 
 constexpr char kNetconf[] = "ietf-netconf";
+constexpr char kMonitoring[] = "ietf-netconf-monitoring";
 
 constexpr Operation kOperations[] = {
     {kNetconf, "get", true, RunGet},
@@ -18,6 +19,7 @@ constexpr Operation kOperations[] = {
     {kNetconf, "unlock", false, RunUnlock},
     {kNetconf, "close-session", false, RunCloseSession},
     {kNetconf, "kill-session", false, RunKillSession},
+    {kMonitoring, "get-schema", true, RunGetSchema},
 };
 
 }  // namespace

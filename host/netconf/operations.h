@@ -74,6 +74,7 @@ OperationResult RunLock(const OperationContext& context, const OperationCall& ca
 OperationResult RunUnlock(const OperationContext& context, const OperationCall& call);
 OperationResult RunCloseSession(const OperationContext& context, const OperationCall& call);
 OperationResult RunKillSession(const OperationContext& context, const OperationCall& call);
+OperationResult RunGetSchema(const OperationContext& context, const OperationCall& call);
 
 // Helpers of the operations.
 

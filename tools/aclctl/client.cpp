@@ -1,0 +1,146 @@
+// A NETCONF session from the client's side: see client.h.
+#include "tools/aclctl/client.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <limits>
+#include <string_view>
+
+#include "host/netconf/hello.h"
+#include "host/netconf/listener.h"
+#include "host/netconf/xml_text.h"
+
+namespace aclctl {
+namespace {
+
+constexpr int kPatienceMs = 120 * 1000;
+
+std::string ChildText(const lyd_node* parent, const char* name) {
+  const lyd_node* child = host::FindNetconfChild(parent, name);
+  return child == nullptr ? "" : std::string(host::XmlText(child));
+}
+
+// A path without the prefixes, which a person does not need.
+std::string ShortPath(const std::string& path) {
+  std::string result;
+  char quote = 0;
+  for (const char c : path) {
+    if (quote == 0 && c == ':') {
+      result.erase(result.find_last_of("/[") + 1);
+      continue;
+    }
+    if (c == '\'' || c == '"') quote = quote == 0 ? c : quote == c ? 0 : quote;
+    result += c;
+  }
+  return result;
+}
+
+Failure ReadErrors(const lyd_node* reply) {
+  Failure failure{kRefused, "the daemon refused the request", {}};
+  for (const lyd_node* child = lyd_child(reply); child != nullptr; child = child->next) {
+    if (host::XmlName(child) != "rpc-error") continue;
+    const std::string path = ShortPath(ChildText(child, "error-path"));
+    std::string line = path.empty() ? "" : path + ": ";
+    line += ChildText(child, "error-message") + " (" + ChildText(child, "error-tag") + ")";
+    failure.details.push_back(line);
+  }
+  if (failure.details.empty()) return {};
+  return failure;
+}
+
+}  // namespace
+
+Client::Client()
+    : xml_(host::GenericXml::Create()), decoder_(std::numeric_limits<size_t>::max() / 2) {}
+
+Client::~Client() {
+  if (fd_ >= 0) close(fd_);
+}
+
+Failure Client::Open(const std::string& path) {
+  fd_ = host::ConnectTo(path);
+  if (fd_ < 0) {
+    return {kUnreachable,
+            "cannot reach the daemon at " + path + ": " + std::strerror(errno) +
+                (errno == ENOENT || errno == ECONNREFUSED ? " (is it running?)" : ""),
+            {}};
+  }
+  if (Failure failure = Send(host::ClientHello({host::kBase11}))) return failure;
+  std::string message, error;
+  if (Failure failure = Receive(&message)) return failure;
+  host::PeerHello hello;
+  if (!host::ParseHello(message, *xml_, &hello, &error) || !hello.Has(host::kBase11)) {
+    return {kProtocol, "what answers at " + path + " is not the daemon: " + error, {}};
+  }
+  framing_ = host::Framing::kChunked;
+  decoder_.SetFraming(framing_);
+  return {};
+}
+
+Failure Client::Call(const std::string& operation, host::Tree* reply, std::string* text) {
+  const std::string id = std::to_string(++last_id_);
+  const std::string rpc = "<rpc message-id=\"" + id + "\" xmlns=\"" + host::kNetconfNamespace +
+                          "\">" + operation + "</rpc>";
+  if (Failure failure = Send(rpc)) return failure;
+  std::string message, error;
+  if (Failure failure = Receive(&message)) return failure;
+  *reply = xml_->Parse(message, &error);
+  if (*reply == nullptr || host::XmlName(reply->get()) != "rpc-reply" ||
+      host::XmlAttribute(reply->get(), "message-id") != id) {
+    return {kProtocol, "the daemon's answer cannot be understood: " + error, {}};
+  }
+  if (text != nullptr) *text = std::move(message);
+  return ReadErrors(reply->get());
+}
+
+Failure Client::Send(const std::string& message) {
+  const std::string framed = host::FramePrefix(framing_, message.size()) + message +
+                             std::string(host::FrameSuffix(framing_));
+  for (size_t sent = 0; sent < framed.size();) {
+    const ssize_t size = send(fd_, framed.data() + sent, framed.size() - sent, MSG_NOSIGNAL);
+    if (size < 0 && errno == EINTR) continue;
+    if (size < 0) {
+      return {kProtocol,
+              std::string("the connection to the daemon broke: ") + std::strerror(errno),
+              {}};
+    }
+    sent += size;
+  }
+  return {};
+}
+
+Failure Client::Receive(std::string* message) {
+  while (true) {
+    std::string_view input = unread_;
+    const host::FrameDecoder::Status status = decoder_.Consume(&input);
+    unread_.erase(0, unread_.size() - input.size());
+    if (status == host::FrameDecoder::Status::kMessage) {
+      *message = std::move(decoder_.message());
+      return {};
+    }
+    if (status != host::FrameDecoder::Status::kNeedMore) {
+      return {kProtocol, "the daemon's answer is not framed as agreed", {}};
+    }
+    pollfd ready{fd_, POLLIN, 0};
+    if (poll(&ready, 1, kPatienceMs) == 0) return {kProtocol, "the daemon does not answer", {}};
+    char buffer[65536];
+    const ssize_t size = recv(fd_, buffer, sizeof(buffer), 0);
+    if (size < 0 && errno == EINTR) continue;
+    if (size <= 0) return {kProtocol, "the daemon ended the session", {}};
+    unread_.assign(buffer, size);
+  }
+}
+
+std::string InnerXml(const std::string& text, const std::string& element) {
+  const size_t open = text.find("<" + element);
+  const size_t start = open == std::string::npos ? open : text.find('>', open);
+  const size_t end = text.rfind("</" + element);
+  if (start == std::string::npos || end == std::string::npos || end <= start) return "";
+  return text.substr(start + 1, end - start - 1);
+}
+
+}  // namespace aclctl

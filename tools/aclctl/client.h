@@ -1,0 +1,56 @@
+// A NETCONF session with the daemon, from the client's side. Blocking.
+#ifndef TOOLS_ACLCTL_CLIENT_H_
+#define TOOLS_ACLCTL_CLIENT_H_
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/netconf/framing.h"
+#include "host/netconf/generic_xml.h"
+#include "tools/aclctl/exit_codes.h"
+
+namespace aclctl {
+
+// Why a command did not succeed.
+struct Failure {
+  ExitCode code = kSuccess;
+  std::string message;
+  std::vector<std::string> details;  // a line each, such as the errors of a refused edit
+
+  explicit operator bool() const { return code != kSuccess; }
+};
+
+class Client {
+ public:
+  Client();
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+  ~Client();
+
+  // Connects to the socket at `path` and exchanges hellos.
+  Failure Open(const std::string& path);
+  // Carries out one operation, given as XML. On success `*reply` is the <rpc-reply> element and, if
+  // `text` is not null, `*text` what was received.
+  Failure Call(const std::string& operation, host::Tree* reply, std::string* text = nullptr);
+
+  const host::GenericXml& xml() const { return *xml_; }
+
+ private:
+  Failure Send(const std::string& message);
+  Failure Receive(std::string* message);
+
+  std::unique_ptr<host::GenericXml> xml_;
+  int fd_ = -1;
+  host::Framing framing_ = host::Framing::kEndOfMessage;
+  host::FrameDecoder decoder_;
+  std::string unread_;
+  int last_id_ = 0;
+};
+
+// The content of the reply's <data>, or what its only child holds, as XML: `text` without envelope.
+std::string InnerXml(const std::string& text, const std::string& element);
+
+}  // namespace aclctl
+
+#endif  // TOOLS_ACLCTL_CLIENT_H_

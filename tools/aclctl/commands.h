@@ -1,0 +1,45 @@
+// aclctl's commands, a function each.
+#ifndef TOOLS_ACLCTL_COMMANDS_H_
+#define TOOLS_ACLCTL_COMMANDS_H_
+
+#include <string>
+#include <vector>
+
+#include "tools/aclctl/client.h"
+
+namespace aclctl {
+
+// The command line, read.
+struct Arguments {
+  std::string socket;
+  bool json = false;
+  bool xml = false;
+  bool replace = false;
+  bool hits = false;
+  std::vector<std::string> operands;  // what follows the command's name
+};
+
+// Merges a file into the configuration, or replaces the configuration with it.
+Failure Apply(const Arguments& arguments);
+Failure ShowConfig(const Arguments& arguments);
+Failure ShowResources(const Arguments& arguments);
+Failure ShowGroups(const Arguments& arguments);
+
+// Fetches what the subtree filter `filter` selects of the operational data. `*data` is the content
+// of <data> as XML; `*reply` holds the same, read, with `*top` as its first element (null: none).
+Failure FetchState(Client* client, const std::string& filter, std::string* data, host::Tree* reply,
+                   const lyd_node** top);
+// Prints `data`, of `module`, to standard output, in the form that the arguments ask for.
+Failure PrintData(const Arguments& arguments, Client* client, const std::string& module,
+                  const std::string& data);
+
+// Text of the child `name`, empty when there is none.
+std::string ChildText(const lyd_node* parent, std::string_view name);
+// First child `name`, or null.
+const lyd_node* FindChild(const lyd_node* parent, std::string_view name);
+// All children `name`.
+std::vector<const lyd_node*> Children(const lyd_node* parent, std::string_view name);
+
+}  // namespace aclctl
+
+#endif  // TOOLS_ACLCTL_COMMANDS_H_

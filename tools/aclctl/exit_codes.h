@@ -1,0 +1,18 @@
+// How aclctl ends: a status for each kind of error, so that scripts can tell them apart.
+#ifndef TOOLS_ACLCTL_EXIT_CODES_H_
+#define TOOLS_ACLCTL_EXIT_CODES_H_
+
+namespace aclctl {
+
+enum ExitCode {
+  kSuccess = 0,
+  kUsage = 2,        // the command line is wrong
+  kFile = 3,         // a file cannot be read, or is no JSON or XML
+  kUnreachable = 4,  // no daemon at the socket
+  kRefused = 5,      // the daemon refused the request; the reasons are printed
+  kProtocol = 6,     // the daemon's answer cannot be understood, or does not come
+};
+
+}  // namespace aclctl
+
+#endif  // TOOLS_ACLCTL_EXIT_CODES_H_

@@ -1,0 +1,140 @@
+// aclctl: the operator's command for the acl-app daemon.
+#include <getopt.h>
+#include <libyang/libyang.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "host/runtime/settings.h"
+#include "tools/aclctl/commands.h"
+
+namespace aclctl {
+namespace {
+
+struct Command {
+  std::vector<const char*> words;
+  int operands;
+  Failure (*run)(const Arguments& arguments);
+};
+
+const Command kCommands[] = {
+    {{"apply"}, 1, Apply},
+    {{"show", "config"}, 0, ShowConfig},
+    {{"show", "resources"}, 0, ShowResources},
+    {{"show", "groups"}, 0, ShowGroups},
+};
+
+constexpr char kHelp[] =
+    "Usage: aclctl [OPTION]... COMMAND\n"
+    "\n"
+    "Commands:\n"
+    "  apply FILE      merge a configuration (.json or .xml) into the running one\n"
+    "    --replace       replace the running configuration with it\n"
+    "  show config     the running configuration (--json, the default, or --xml)\n"
+    "  show resources  filter entries: capacity and use\n"
+    "  show groups     the filter groups: what is programmed, in the order of evaluation\n"
+    "    --hits          with the frames that each entry decided\n"
+    "\n"
+    "Options:\n"
+    "  --json          print JSON instead of a table\n"
+    "  --xml           print XML instead of a table\n"
+    "  --socket PATH   the daemon's NETCONF socket (default: $ACL_APP_SOCKET, else\n"
+    "                  %s)\n"
+    "  --help          print this and exit\n"
+    "\n"
+    "Exit status:\n"
+    "  0  success\n"
+    "  2  the command line is wrong\n"
+    "  3  the file cannot be read, or is no JSON or XML\n"
+    "  4  the daemon cannot be reached\n"
+    "  5  the daemon refused the request; the reasons are printed, nothing was changed\n"
+    "  6  the daemon's answer cannot be understood, or does not come\n";
+
+int FailUsage(const std::string& message) {
+  std::fprintf(stderr, "aclctl: %s\nTry 'aclctl --help'.\n", message.c_str());
+  return kUsage;
+}
+
+const Command* FindCommand(const std::vector<std::string>& words) {
+  for (const Command& command : kCommands) {
+    bool same = words.size() >= command.words.size();
+    for (size_t i = 0; same && i < command.words.size(); ++i) same = words[i] == command.words[i];
+    if (same) return &command;
+  }
+  return nullptr;
+}
+
+int Run(const Command& command, const Arguments& arguments) {
+  const Failure failure = command.run(arguments);
+  if (!failure) {
+    if (std::fflush(stdout) == 0) return kSuccess;
+    std::perror("aclctl: cannot write");
+    return kFile;
+  }
+  std::fprintf(stderr, "aclctl: %s\n", failure.message.c_str());
+  for (const std::string& detail : failure.details) {
+    std::fprintf(stderr, "  %s\n", detail.c_str());
+  }
+  return failure.code;
+}
+
+int Main(int argc, char** argv) {
+  enum { kJson = 256, kXml, kReplace, kHits, kSocket, kShowHelp };
+  static const option kOptions[] = {
+      {"json", no_argument, nullptr, kJson},
+      {"xml", no_argument, nullptr, kXml},
+      {"replace", no_argument, nullptr, kReplace},
+      {"hits", no_argument, nullptr, kHits},
+      {"socket", required_argument, nullptr, kSocket},
+      {"help", no_argument, nullptr, kShowHelp},
+      {nullptr, 0, nullptr, 0},
+  };
+  const std::string default_socket = host::Settings().netconf_socket;
+  const char* from_environment = std::getenv("ACL_APP_SOCKET");
+  Arguments arguments;
+  arguments.socket = from_environment != nullptr ? from_environment : default_socket;
+  for (int choice; (choice = getopt_long(argc, argv, "h", kOptions, nullptr)) != -1;) {
+    switch (choice) {
+      case kJson:
+        arguments.json = true;
+        break;
+      case kXml:
+        arguments.xml = true;
+        break;
+      case kReplace:
+        arguments.replace = true;
+        break;
+      case kHits:
+        arguments.hits = true;
+        break;
+      case kSocket:
+        arguments.socket = optarg;
+        break;
+      case kShowHelp:
+      case 'h':
+        std::printf(kHelp, default_socket.c_str());
+        return kSuccess;
+      default:
+        return FailUsage("the command line is wrong");
+    }
+  }
+  if (arguments.json && arguments.xml) return FailUsage("--json and --xml exclude each other");
+  std::vector<std::string> words(argv + optind, argv + argc);
+  if (words.empty()) return FailUsage("a command is missing");
+  const Command* command = FindCommand(words);
+  if (command == nullptr) return FailUsage("there is no command \"" + words[0] + "\"");
+  words.erase(words.begin(), words.begin() + command->words.size());
+  if (words.size() != static_cast<size_t>(command->operands)) {
+    return FailUsage("wrong number of arguments for " + std::string(command->words[0]));
+  }
+  arguments.operands = std::move(words);
+  ly_log_options(LY_LOSTORE_LAST);
+  return Run(*command, arguments);
+}
+
+}  // namespace
+}  // namespace aclctl
+
+int main(int argc, char** argv) { return aclctl::Main(argc, argv); }

@@ -1,0 +1,66 @@
+// aclctl show config, and what the show commands share.
+#include <cstdio>
+
+#include "tools/aclctl/commands.h"
+#include "tools/aclctl/schema.h"
+
+namespace aclctl {
+
+const lyd_node* FindChild(const lyd_node* parent, std::string_view name) {
+  for (const lyd_node* child = lyd_child(parent); child != nullptr; child = child->next) {
+    if (host::XmlName(child) == name) return child;
+  }
+  return nullptr;
+}
+
+std::string ChildText(const lyd_node* parent, std::string_view name) {
+  const lyd_node* child = FindChild(parent, name);
+  return child == nullptr ? "" : std::string(host::XmlText(child));
+}
+
+std::vector<const lyd_node*> Children(const lyd_node* parent, std::string_view name) {
+  std::vector<const lyd_node*> found;
+  for (const lyd_node* child = lyd_child(parent); child != nullptr; child = child->next) {
+    if (host::XmlName(child) == name) found.push_back(child);
+  }
+  return found;
+}
+
+Failure FetchState(Client* client, const std::string& filter, std::string* data, host::Tree* reply,
+                   const lyd_node** top) {
+  std::string text;
+  if (Failure failure = client->Call("<get><filter type=\"subtree\">" + filter + "</filter></get>",
+                                     reply, &text)) {
+    return failure;
+  }
+  *data = InnerXml(text, "data");
+  *top = lyd_child(FindChild(reply->get(), "data"));
+  return {};
+}
+
+Failure PrintData(const Arguments& arguments, Client* client, const std::string& module,
+                  const std::string& data) {
+  host::ContextPtr context;
+  if (Failure failure = FetchSchema(client, {module}, &context)) return failure;
+  std::string text;
+  if (Failure failure =
+          Convert(context.get(), data, arguments.xml ? Format::kXml : Format::kJson, &text)) {
+    return failure;
+  }
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  return {};
+}
+
+Failure ShowConfig(const Arguments& arguments) {
+  Client client;
+  if (Failure failure = client.Open(arguments.socket)) return failure;
+  host::Tree reply;
+  std::string text;
+  if (Failure failure =
+          client.Call("<get-config><source><running/></source></get-config>", &reply, &text)) {
+    return failure;
+  }
+  return PrintData(arguments, &client, "acl-app", InnerXml(text, "data"));
+}
+
+}  // namespace aclctl

@@ -1,0 +1,79 @@
+// aclctl show resources.
+#include <cstdio>
+
+#include "tools/aclctl/commands.h"
+#include "tools/aclctl/table.h"
+
+namespace aclctl {
+namespace {
+
+using Align = Table::Align;
+
+constexpr struct {
+  const char* node;
+  const char* title;
+} kLayers[] = {{"l2", "L2"}, {"l3", "L3"}};
+
+void PrintTotals(const lyd_node* resources) {
+  Table table({{"GROUP"},
+               {"CAPACITY", Align::kRight},
+               {"USED", Align::kRight},
+               {"AVAILABLE", Align::kRight}});
+  for (const auto& layer : kLayers) {
+    const lyd_node* node = FindChild(resources, layer.node);
+    table.AddRow({layer.title, ChildText(node, "entries-capacity"), ChildText(node, "used-entries"),
+                  ChildText(node, "available-entries")});
+  }
+  std::fputs(table.Print().c_str(), stdout);
+}
+
+void PrintProfiles(const lyd_node* resources) {
+  Table table({{"PROFILE"}, {"GROUP"}, {"ENTRIES", Align::kRight}});
+  bool any = false;
+  for (const auto& layer : kLayers) {
+    for (const lyd_node* profile : Children(FindChild(resources, layer.node), "profile")) {
+      table.AddRow(
+          {ChildText(profile, "acl-name"), layer.title, ChildText(profile, "used-entries")});
+      any = true;
+    }
+  }
+  if (any) std::printf("\n%s", table.Print().c_str());
+}
+
+void PrintInterfaces(const lyd_node* resources) {
+  Table table({{"INTERFACE"}, {"GROUP"}, {"PROFILE"}, {"ENTRIES", Align::kRight}});
+  const auto interfaces = Children(resources, "interface");
+  for (const lyd_node* interface : interfaces) {
+    for (const auto& layer : kLayers) {
+      const lyd_node* node = FindChild(interface, layer.node);
+      for (const lyd_node* profile : Children(node, "profile")) {
+        table.AddRow({ChildText(interface, "interface-name"), layer.title,
+                      ChildText(profile, "acl-name"), ChildText(profile, "used-entries")});
+      }
+    }
+  }
+  if (!interfaces.empty()) std::printf("\n%s", table.Print().c_str());
+}
+
+}  // namespace
+
+Failure ShowResources(const Arguments& arguments) {
+  Client client;
+  if (Failure failure = client.Open(arguments.socket)) return failure;
+  std::string data;
+  host::Tree reply;
+  const lyd_node* status = nullptr;
+  if (Failure failure =
+          FetchState(&client, "<status xmlns=\"urn:acl-app:acl\"><acl-resources/></status>", &data,
+                     &reply, &status)) {
+    return failure;
+  }
+  if (arguments.json || arguments.xml) return PrintData(arguments, &client, "acl-app", data);
+  const lyd_node* resources = FindChild(status, "acl-resources");
+  PrintTotals(resources);
+  PrintProfiles(resources);
+  PrintInterfaces(resources);
+  return {};
+}
+
+}  // namespace aclctl
