@@ -1,10 +1,11 @@
 // Access to the configuration database (CDB): the running and the operational datastore.
 //
-// Paths are printf-style formats. An element is a node name, a list entry is followed by its keys in
-// braces ("list{k1 k2}") or by its zero-based position in brackets ("list[3]" or "list/[3]"). A path
-// that starts with "/" is absolute, others start at the session's current position.
+// Paths are printf-style formats. An element is a node name, a list entry is followed by its keys
+// in braces ("list{k1 k2}") or by its zero-based position in brackets ("list[3]" or "list/[3]"). A
+// path that starts with "/" is absolute, others start at the session's current position.
 //
-// Unless stated otherwise a call returns CONFD_OK or CONFD_ERR; confd_lasterr() then has the reason.
+// Unless stated otherwise a call returns CONFD_OK or CONFD_ERR; confd_lasterr() then has the
+// reason.
 #ifndef PLATFORM_CONFD_CONFD_CDB_H_
 #define PLATFORM_CONFD_CONFD_CDB_H_
 

@@ -33,7 +33,8 @@ class ActionDeny : public Action {
   filtersAction_t kind() const override { return kKind; }
 };
 
-// Sets the PCP of a tagged frame and the packet's queue, and ends the group's evaluation like permit.
+// Sets the PCP of a tagged frame and the packet's queue, and ends the group's evaluation like
+// permit.
 class ActionSetPcpAndQueue : public Action {
  public:
   static constexpr filtersAction_t kKind = FILTERS_ACTION_SET_PCP_AND_QUEUE;
