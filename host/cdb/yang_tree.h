@@ -27,6 +27,7 @@ class TreeBuilder {
   TreeBuilder(const TreeBuilder&) = delete;
   TreeBuilder& operator=(const TreeBuilder&) = delete;
   ~TreeBuilder() { tree_->reset(first_); }
+  // NOLINTNEXTLINE(google-explicit-constructor): stands where those calls take the address
   operator lyd_node**() { return &first_; }
 
  private:

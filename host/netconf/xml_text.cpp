@@ -65,8 +65,9 @@ std::string XmlEscape(std::string_view text) {
         break;
       default:
         // XML 1.0 has no control characters but tab, LF and CR.
-        escaped +=
-            static_cast<unsigned char>(c) < 0x20 && kBlanks.find(c) == kBlanks.npos ? '?' : c;
+        escaped += static_cast<unsigned char>(c) < 0x20 && kBlanks.find(c) == std::string_view::npos
+                       ? '?'
+                       : c;
     }
   }
   return escaped;
