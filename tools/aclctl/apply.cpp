@@ -1,4 +1,6 @@
 // aclctl apply.
+#include <nlohmann/json.hpp>
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -46,9 +48,22 @@ Failure FromXml(const Client& client, const std::string& path, const std::string
   return {};
 }
 
+// Why `content` is no JSON, empty when it is. libyang takes some texts that end too early.
+std::string WhyNotJson(const std::string& content) {
+  if (nlohmann::json::accept(content)) return "";
+  try {
+    const nlohmann::json parsed = nlohmann::json::parse(content);
+    return parsed.is_discarded() ? "it is not well-formed" : "";
+  } catch (const nlohmann::json::parse_error& error) {
+    return error.what();
+  }
+}
+
 // What the schema does not know is passed on, so that the daemon names it in its answer.
 Failure FromJson(Client* client, const std::string& path, const std::string& content,
                  std::string* config) {
+  const std::string syntax_error = WhyNotJson(content);
+  if (!syntax_error.empty()) return {kFile, path + " is no JSON: " + syntax_error, {}};
   host::ContextPtr context;
   if (Failure failure = FetchSchema(client, {"ietf-netconf", "acl-app"}, &context)) return failure;
   lyd_node* raw = nullptr;

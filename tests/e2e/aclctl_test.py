@@ -1,0 +1,167 @@
+"""The operator's command: what it shows, and a status for each kind of error."""
+
+import json
+import socket
+import threading
+import unittest
+
+from daemon import DaemonTest
+
+CONFIG = {
+    "acl-app:config": {
+        "access-list": {
+            "acl-profile": {
+                "ingress": {
+                    "access-list": [
+                        {
+                            "acl-type": "l2",
+                            "acl-name": "macs%s",
+                            "acl-priority-l2": {"priority": 1},
+                            "access-list-entry": [
+                                {
+                                    "ace-priority": 1,
+                                    "match": {
+                                        "source-mac-address": "00:11:22:33:44:55",
+                                        "source-mac-address-mask": "ff:ff:ff:00:00:00",
+                                        "vlan": 10,
+                                    },
+                                    "action": {"packet-handling": {"deny": [None]}},
+                                },
+                                {
+                                    "ace-priority": 2,
+                                    "action": {
+                                        "packet-handling": {"permit": [None]},
+                                        "set": {"pcp": 3},
+                                    },
+                                },
+                            ],
+                        }
+                    ]
+                }
+            },
+            "interface": [{"interface-name": "eth0", "ingress": ["macs%s"]}],
+        }
+    }
+}
+
+
+class AclctlTest(DaemonTest):
+    def setUp(self):
+        super().setUp()
+        self.running = self.daemon().start()
+
+    def run_ok(self, *arguments):
+        result = self.aclctl(self.running, *arguments)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        return result.stdout
+
+    def assert_fails(self, status, *arguments, says=()):
+        result = self.aclctl(self.running, *arguments)
+        self.assertEqual(result.returncode, status, result.stderr)
+        self.assertEqual(result.stdout, "")
+        for text in says:
+            self.assertIn(text, result.stderr)
+
+    def test_what_is_applied_is_shown(self):
+        self.run_ok("apply", self.write("c.json", json.dumps(CONFIG)))
+        self.assertEqual(json.loads(self.run_ok("show", "config")), CONFIG)
+        self.assertEqual(
+            self.run_ok("show", "groups").splitlines(),
+            [
+                "L2 group (id 0, stage 1, priority 0): 2 entries",
+                "ID  PORT  MATCH                                                ACTION",
+                " 0  eth0  src-mac 00:11:22:33:44:55/ff:ff:ff:00:00:00 vlan 10  deny",
+                " 1  eth0  any                                                  permit, set-pcp 3",
+                "",
+                "L3 group (id 1, stage 1, priority 1): 0 entries",
+            ],
+        )
+        self.assertEqual(
+            [line.split() for line in self.run_ok("show", "resources").splitlines()],
+            [
+                ["GROUP", "CAPACITY", "USED", "AVAILABLE"],
+                ["L2", "65536", "2", "65534"],
+                ["L3", "65536", "0", "65536"],
+                [],
+                ["PROFILE", "GROUP", "ENTRIES"],
+                ["macs%s", "L2", "2"],
+                [],
+                ["INTERFACE", "GROUP", "PROFILE", "ENTRIES"],
+                ["eth0", "L2", "macs%s", "2"],
+            ],
+        )
+        groups = json.loads(self.run_ok("show", "groups", "--json"))
+        self.assertEqual(groups["acl-app-filters:filters"]["group"][0]["entry"][1]["port"], ["eth0"])
+        used = json.loads(self.run_ok("show", "resources", "--json"))
+        self.assertEqual(used["acl-app:status"]["acl-resources"]["l2"]["used-entries"], 2)
+
+    def test_what_is_shown_can_be_applied(self):
+        self.run_ok("apply", self.write("c.json", json.dumps(CONFIG)))
+        for form, name in (("--json", "again.json"), ("--xml", "again.xml")):
+            saved = self.write(name, self.run_ok("show", "config", form))
+            self.run_ok("apply", "--replace", self.write("empty.xml", '<config xmlns="urn:acl-app:acl"/>'))
+            self.assertNotIn("macs", self.run_ok("show", "config"))
+            self.run_ok("apply", saved)
+            self.assertEqual(json.loads(self.run_ok("show", "config")), CONFIG)
+
+    def test_netconf_envelopes_and_operations_in_files(self):
+        self.run_ok("apply", self.write("c.json", json.dumps(CONFIG)))
+        self.run_ok(
+            "apply",
+            self.write(
+                "delete.xml",
+                '<?xml version="1.0"?>\n<config xmlns="urn:ietf:params:xml:ns:netconf:base:1.0" '
+                'xmlns:nc="urn:ietf:params:xml:ns:netconf:base:1.0"><config xmlns="urn:acl-app:acl">'
+                '<access-list nc:operation="remove"/></config></config>',
+            ),
+        )
+        self.assertNotIn("macs", self.run_ok("show", "config"))
+
+    def test_each_kind_of_error_has_its_status(self):
+        self.run_ok("apply", self.write("c.json", json.dumps(CONFIG)))
+        before = self.run_ok("show", "config")
+        self.assert_fails(2, "frobnicate", says=["frobnicate", "--help"])
+        self.assert_fails(2, "show", "nothing")
+        self.assert_fails(2, "apply")
+        self.assert_fails(2, "show", "config", "--bogus")
+        self.assert_fails(2, "apply", self.write("c.txt", ""), says=["c.txt"])
+        self.assert_fails(3, "apply", self.directory / "none.json", says=["none.json", "No such"])
+        self.assert_fails(3, "apply", self.write("torn.json", '{"acl-app:config":'), says=["torn"])
+        self.assert_fails(3, "apply", self.write("torn.xml", "<config>"), says=["torn.xml"])
+        priority = json.dumps(CONFIG).replace('"priority": 1', '"priority": -1')
+        self.assert_fails(
+            5,
+            "apply",
+            self.write("bad.json", priority),
+            says=["bad.json", "acl-name='macs%s']/acl-priority-l2/priority: ", "(invalid-value)"],
+        )
+        bogus = '{"acl-app:config":{"access-list":{"bogus":1}},"x:y":2}'
+        self.assert_fails(5, "apply", self.write("bogus.json", bogus), says=["bogus"])
+        self.assert_fails(5, "apply", "--replace", self.write("x.xml", "<x xmlns='urn:x'/>"))
+        self.assertEqual(self.run_ok("show", "config"), before)
+        self.running.stop()
+        self.assert_fails(4, "show", "config", says=["is it running"])
+
+    def test_a_peer_that_is_no_daemon(self):
+        self.running.stop()
+        listener = socket.socket(socket.AF_UNIX)
+        self.addCleanup(listener.close)
+        listener.bind(self.running.socket)
+        listener.listen()
+        for answer in (b"", b"HTTP/1.1 400\r\n\r\n]]>]]>"):
+            def serve():
+                with listener.accept()[0] as peer:
+                    peer.sendall(answer)
+            thread = threading.Thread(target=serve)
+            thread.start()
+            self.assert_fails(6, "show", "config")
+            thread.join()
+
+    def test_help_names_every_status(self):
+        text = self.run_ok("--help")
+        for status in "023456":
+            self.assertRegex(text, rf"\n  {status}  ")
+
+
+if __name__ == "__main__":
+    unittest.main()

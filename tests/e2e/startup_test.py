@@ -1,0 +1,100 @@
+"""Starts that work, and those that must fail: with a clear fault and a status other than 0."""
+
+import os
+import socket
+import unittest
+
+from daemon import DaemonTest
+from netconf_client import NAMESPACES
+
+XML = (
+    '<config xmlns="urn:acl-app:acl"><access-list><acl-profile><ingress><access-list><acl-type>l3'
+    "</acl-type><acl-name>p</acl-name><acl-priority-l3><priority>%s</priority></acl-priority-l3>"
+    "<access-list-entry><ace-priority>1</ace-priority><match><vlan>7</vlan></match>"
+    "</access-list-entry></access-list></ingress></acl-profile><interface><interface-name>eth0"
+    "</interface-name><ingress>p</ingress></interface></access-list></config>"
+)
+JSON = '{"acl-app:config":{"access-list":{"interface":[{"interface-name":"eth%d"}]}}}'
+
+
+class StartupTest(DaemonTest):
+    def assert_fails(self, daemon, *texts):
+        daemon.spawn()
+        self.assertNotEqual(daemon.wait(), 0, daemon.log())
+        for text in texts:
+            self.assertIn(str(text), daemon.log())
+
+    def test_startup_file_reaches_the_groups(self):
+        with self.daemon(startup_file=self.write("c.xml", XML % 1)).start().session() as s:
+            self.assertEqual([e["match"] for e in s.groups()["l3"]], [{"vlan": "7"}])
+            self.assertEqual(s.used(), {"l2": 0, "l3": 1})
+
+    def test_startup_file_may_be_json(self):
+        with self.daemon(startup_file=self.write("c.json", JSON % 3)).start().session() as s:
+            name = s.get_config().findtext(".//acl:interface-name", None, NAMESPACES)
+            self.assertEqual(name, "eth3")
+
+    def test_bad_startup_files_end_the_start(self):
+        cases = [
+            ("missing.xml", None, "missing.xml"),
+            ("torn.xml", XML[:100], "torn.xml"),
+            ("torn.json", JSON[:40], "torn.json"),
+            ("value.xml", XML % 70000, "priority"),
+            ("unknown.json", '{"acl-app:config":{"bogus":1}}', "bogus"),
+            ("module.json", '{"other:config":{}}', "other"),
+            ("binding.xml", (XML % 1).replace("<ingress>p", "<ingress>q"), "q"),
+            ("name.txt", XML % 1, "name.txt"),
+        ]
+        for name, content, said in cases:
+            with self.subTest(name):
+                path = self.directory / name if content is None else self.write(name, content)
+                self.assert_fails(self.daemon(startup_file=path), said)
+                self.assertFalse((self.directory / "netconf.sock").exists())
+
+    def test_missing_directories_end_the_start(self):
+        none = self.directory / "none"
+        self.assert_fails(self.daemon(state_directory=none), none)
+        self.assert_fails(self.daemon(netconf_socket=none / "netconf.sock"), none)
+        self.assert_fails(self.daemon(yang_directory=none), none)
+
+    def test_bad_settings_end_the_start(self):
+        self.assert_fails(self.daemon(filter_backend="magic"), "filter_backend")
+        self.assert_fails(self.daemon(no_such_setting=1), "no_such_setting")
+        self.assert_fails(self.daemon(netconf_socket_group="no-such-group"), "no-such-group")
+
+    def test_a_second_daemon_on_the_same_state_does_not_start(self):
+        first = self.daemon().start()
+        self.assert_fails(
+            self.daemon(netconf_socket=self.directory / "other.sock"), self.directory / "state"
+        )
+        with first.session() as s:
+            self.assertEqual(s.used(), {"l2": 0, "l3": 0})
+
+    def test_a_socket_in_use_ends_the_start(self):
+        first = self.daemon().start()
+        other = self.directory / "other"
+        other.mkdir()
+        self.assert_fails(self.daemon(state_directory=other), first.socket, "in use")
+        with first.session() as s:
+            self.assertEqual(s.used(), {"l2": 0, "l3": 0})
+
+    def test_a_file_in_the_socket_s_place_is_left_alone(self):
+        path = self.write("file", "precious")
+        self.assert_fails(self.daemon(netconf_socket=path), path, "no socket")
+        self.assertEqual(path.read_text(), "precious")
+
+    def test_the_socket_of_a_killed_daemon_is_replaced(self):
+        first = self.daemon().start()
+        first.process.kill()
+        first.wait()
+        self.assertTrue(os.path.exists(first.socket))
+        with socket.socket(socket.AF_UNIX) as probe, self.assertRaises(ConnectionRefusedError):
+            probe.connect(first.socket)
+        second = self.daemon(netconf_socket_mode="0600").start()
+        self.assertEqual(os.stat(second.socket).st_mode & 0o777, 0o600)
+        self.assertEqual(second.stop(), 0)
+        self.assertFalse(os.path.exists(second.socket))
+
+
+if __name__ == "__main__":
+    unittest.main()
