@@ -11,7 +11,7 @@ endif()
 if(TARGET acl_core AND DAEMON_PLATFORM)
   add_executable(acl-app ${CMAKE_SOURCE_DIR}/app/main.cpp)
   set_target_properties(acl-app PROPERTIES ENABLE_EXPORTS ON)
-  target_link_libraries(acl-app PRIVATE $<LINK_LIBRARY:WHOLE_ARCHIVE,acl_core> ${DAEMON_PLATFORM})
+  target_link_libraries(acl-app PRIVATE acl_core ${DAEMON_PLATFORM})
   install(TARGETS acl-app RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 endif()
 
