@@ -40,7 +40,7 @@ Application::~Application() {
   }
 }
 
-void Application::init(qzmw_t* mw, FilterMgrClientApi::FilterMgrClient* fmc) {
+void Application::init(qzmw_t* mw, FilterMgrClientApi::FilterMgrClient* /*fmc*/) {
   log_.reset(new (std::nothrow) AclLog(qzmw_));
   if (!log_) {
     RaiseFault("init", "application", __LINE__, "acl_app could not instantiate log_");
@@ -48,7 +48,7 @@ void Application::init(qzmw_t* mw, FilterMgrClientApi::FilterMgrClient* fmc) {
   AclLog::SendDebug("Initializing ACL Application");
   trace_ = qzmw_trace_init(mw, kName);
 
-  confd_manager_.reset(new (std::nothrow) ConfDManager(trace_, fmc));
+  confd_manager_.reset(new (std::nothrow) ConfDManager(trace_, filter_mgr_client_));
   if (!confd_manager_) {
     RaiseFatalFault("init", "application", __LINE__, "could not instantiate ConfDManager");
   }

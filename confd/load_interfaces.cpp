@@ -1,6 +1,7 @@
 // Initial load of interfaces and what is bound to them.
 #include <cstdlib>
 #include <sstream>
+#include <stdexcept>
 
 #include "app/log.h"
 #include "confd/confd_manager.h"
@@ -50,7 +51,9 @@ int ConfDManager::LoadAclInterfaces(int sock) {
     int length = 0;
     cdb_get_buf(sock, &buffer, &length, "%s", (instance.str() + "interface-name").c_str());
     const std::unique_ptr<unsigned char, FreeBuffer> owner(buffer);
-    // A name that could not be read is a null pointer, which no string can be made of: that throws.
+    // Without a name there is nothing to load the interface as: the schema and the database
+    // disagree.
+    if (buffer == nullptr) throw std::logic_error("basic_string::_M_construct null not valid");
     const std::string name(reinterpret_cast<const char*>(buffer));
 
     rc = filter_->CreateInterface(name);

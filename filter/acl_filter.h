@@ -9,9 +9,9 @@ namespace acl_app {
 
 class AclFilter : public AclCache {
  public:
-  // Creates the two (empty) groups on the Filter Manager. A refusal is logged, and the next
-  // submission tries again; a null client ends the process. The client is not owned and must
-  // outlive every submission.
+  // Creates the two (empty) groups on the Filter Manager. A refusal is logged and tolerated: later
+  // submissions still update both groups. A null client ends the process. The client is not owned
+  // and must outlive every submission.
   explicit AclFilter(FilterMgrClientApi::FilterMgrClient* client);
 
   // Merges the model and updates both groups, L2 first; the first failure ends it.
