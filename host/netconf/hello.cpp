@@ -13,6 +13,8 @@ constexpr const char* kProtocolCapabilities[] = {
     kBase10,
     kBase11,
     "urn:ietf:params:netconf:capability:writable-running:1.0",
+    "urn:ietf:params:netconf:capability:candidate:1.0",
+    "urn:ietf:params:netconf:capability:confirmed-commit:1.1",
     "urn:ietf:params:netconf:capability:rollback-on-error:1.0",
     "urn:ietf:params:netconf:capability:validate:1.1",
 };

@@ -15,6 +15,12 @@ constexpr Operation kOperations[] = {
     {kNetconf, "get", true, RunGet},
     {kNetconf, "get-config", true, RunGetConfig},
     {kNetconf, "edit-config", false, RunEditConfig},
+    {kNetconf, "copy-config", false, RunCopyConfig},
+    {kNetconf, "delete-config", false, RunDeleteConfig},
+    {kNetconf, "commit", false, RunCommit},
+    {kNetconf, "cancel-commit", false, RunCancelCommit},
+    {kNetconf, "discard-changes", false, RunDiscardChanges},
+    {kNetconf, "validate", false, RunValidate},
     {kNetconf, "lock", false, RunLock},
     {kNetconf, "unlock", false, RunUnlock},
     {kNetconf, "close-session", false, RunCloseSession},
@@ -47,6 +53,23 @@ std::string NamedDatastore(const OperationCall& call, const char* name) {
   const lyd_node* container = FindParameter(call, name);
   const lyd_node* named = container != nullptr ? lyd_child(container) : nullptr;
   return named != nullptr && named->schema != nullptr ? named->schema->name : "";
+}
+
+const lyd_node* InlineConfig(const lyd_node* parent) {
+  for (const lyd_node* child = lyd_child(parent); child != nullptr; child = child->next) {
+    if (child->schema == nullptr || std::strcmp(child->schema->name, "config") != 0) continue;
+    const auto* any = reinterpret_cast<const lyd_node_any*>(child);
+    return any->value_type == LYD_ANYDATA_DATATREE ? any->value.tree : nullptr;
+  }
+  return nullptr;
+}
+
+std::optional<RpcError> LockedByOther(const OperationContext& context, const OperationCall& call,
+                                      const std::string& datastore) {
+  if (!context.locks.HeldByOther(datastore, call.session.id)) return std::nullopt;
+  const std::string holder = std::to_string(context.locks.HolderOf(datastore));
+  return RpcError{"protocol", "in-use", "session " + holder + " holds the lock of " + datastore,
+                  "",         "",       ""};
 }
 
 }  // namespace host

@@ -6,10 +6,13 @@
 #define HOST_NETCONF_OPERATIONS_H_
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "host/cdb/datastore.h"
+#include "host/netconf/candidate.h"
+#include "host/netconf/confirmed_commit.h"
 #include "host/netconf/locks.h"
 #include "host/netconf/rpc_error.h"
 #include "host/netconf/rpc_message.h"
@@ -32,6 +35,8 @@ class SessionControl {
 
 struct OperationContext {
   Datastore& datastore;
+  Candidate& candidate;
+  ConfirmedCommit& confirmed;
   Locks& locks;
   SessionControl& sessions;
 };
@@ -70,6 +75,12 @@ const Operation* FindOperation(std::string_view module, std::string_view name);
 OperationResult RunGet(const OperationContext& context, const OperationCall& call);
 OperationResult RunGetConfig(const OperationContext& context, const OperationCall& call);
 OperationResult RunEditConfig(const OperationContext& context, const OperationCall& call);
+OperationResult RunCopyConfig(const OperationContext& context, const OperationCall& call);
+OperationResult RunDeleteConfig(const OperationContext& context, const OperationCall& call);
+OperationResult RunCommit(const OperationContext& context, const OperationCall& call);
+OperationResult RunCancelCommit(const OperationContext& context, const OperationCall& call);
+OperationResult RunDiscardChanges(const OperationContext& context, const OperationCall& call);
+OperationResult RunValidate(const OperationContext& context, const OperationCall& call);
 OperationResult RunLock(const OperationContext& context, const OperationCall& call);
 OperationResult RunUnlock(const OperationContext& context, const OperationCall& call);
 OperationResult RunCloseSession(const OperationContext& context, const OperationCall& call);
@@ -85,6 +96,11 @@ std::string ParameterText(const OperationCall& call, const char* name, const cha
 // The datastore named by the container `name` ("source", "target") of the input; empty when the
 // container or its choice is missing.
 std::string NamedDatastore(const OperationCall& call, const char* name);
+// First node of the data within the child <config> of `parent`; null when it is empty.
+const lyd_node* InlineConfig(const lyd_node* parent);
+// The error to answer with when another session holds the lock of `datastore`.
+std::optional<RpcError> LockedByOther(const OperationContext& context, const OperationCall& call,
+                                      const std::string& datastore);
 
 }  // namespace host
 

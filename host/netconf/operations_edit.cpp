@@ -1,4 +1,4 @@
-// <edit-config>.
+// <edit-config>, <copy-config> and <delete-config>.
 #include <libyang/libyang.h>
 
 #include "host/netconf/operations.h"
@@ -16,28 +16,45 @@ TestOption ReadTestOption(const std::string& text) {
   return text == "test-only" ? TestOption::kTestOnly : TestOption::kTestThenSet;
 }
 
+// Edits running or the candidate.
+OperationResult EditDatastore(const OperationContext& context, const OperationCall& call,
+                              const std::string& target, const lyd_node* edit,
+                              const EditOptions& options) {
+  OperationResult result;
+  if (target == "candidate") {
+    result.errors = FromDatastore(context.candidate.Edit(edit, options));
+    return result;
+  }
+  const uint64_t before = context.datastore.TransactionId();
+  result.errors =
+      FromDatastore(context.datastore.Edit(edit, options, {call.session.user, call.session.id}));
+  const uint64_t after = context.datastore.TransactionId();
+  if (after != before) result.note = "done, transaction " + std::to_string(after);
+  return result;
+}
+
+// Why the container `name` of the input names no datastore that can be written; empty otherwise.
+std::optional<RpcError> CheckTarget(const OperationContext& context, const OperationCall& call,
+                                    std::string* target) {
+  *target = NamedDatastore(call, "target");
+  if (target->empty()) return MissingElement("target");
+  return LockedByOther(context, call, *target);
+}
+
 }  // namespace
 
 // The edit is applied as a whole or not at all, whatever error-option says: "stop-on-error" and
 // "rollback-on-error" come to the same, and "continue-on-error" as well but for its reports, for
 // the datastore names every error it finds.
 OperationResult RunEditConfig(const OperationContext& context, const OperationCall& call) {
-  const std::string target = NamedDatastore(call, "target");
-  if (target.empty()) return OperationResult::Error(MissingElement("target"));
-  const lyd_node* config = FindParameter(call, "config");
-  if (config == nullptr) return OperationResult::Error(MissingElement("config"));
-  if (target != "running") {
-    return OperationResult::Error(
-        OperationNotSupported("the datastore " + target + " cannot be edited"));
+  std::string target;
+  if (std::optional<RpcError> error = CheckTarget(context, call, &target)) {
+    return OperationResult::Error(std::move(*error));
   }
-  if (context.locks.HeldByOther(target, call.session.id)) {
-    return OperationResult::Error({"protocol", "in-use",
-                                   "session " + std::to_string(context.locks.HolderOf(target)) +
-                                       " holds the lock of " + target,
-                                   "", "", ""});
+  if (FindParameter(call, "config") == nullptr) {
+    return OperationResult::Error(MissingElement("config"));
   }
-  const auto* any = reinterpret_cast<const lyd_node_any*>(config);
-  const lyd_node* edit = any->value_type == LYD_ANYDATA_DATATREE ? any->value.tree : nullptr;
+  const lyd_node* edit = InlineConfig(call.input);
   EditOptions options;
   options.default_operation =
       ReadDefaultOperation(ParameterText(call, "default-operation", "merge"));
@@ -46,13 +63,34 @@ OperationResult RunEditConfig(const OperationContext& context, const OperationCa
   if (edit == nullptr && options.default_operation != DefaultOperation::kReplace) {
     return OperationResult::Ok();
   }
-  OperationResult result;
-  result.errors =
-      FromDatastore(context.datastore.Edit(edit, options, {call.session.user, call.session.id}));
-  if (result.errors.empty()) {
-    result.note = "transaction " + std::to_string(context.datastore.TransactionId());
+  return EditDatastore(context, call, target, edit, options);
+}
+
+OperationResult RunCopyConfig(const OperationContext& context, const OperationCall& call) {
+  std::string target;
+  if (std::optional<RpcError> error = CheckTarget(context, call, &target)) {
+    return OperationResult::Error(std::move(*error));
   }
-  return result;
+  const std::string source = NamedDatastore(call, "source");
+  if (source.empty()) return OperationResult::Error(MissingElement("source"));
+  if (source == target) {
+    return OperationResult::Error(
+        {"protocol", "invalid-value", "source and target are the same", "", "", ""});
+  }
+  if (source == "running") {
+    context.candidate.Discard();
+    return OperationResult::Ok();
+  }
+  const lyd_node* content = source == "candidate" ? context.candidate.Content()
+                                                  : InlineConfig(FindParameter(call, "source"));
+  return EditDatastore(context, call, target, content,
+                       {DefaultOperation::kReplace, TestOption::kTestThenSet});
+}
+
+// Neither running (RFC 6241 section 7.4) nor the candidate can be deleted, and there are no others.
+OperationResult RunDeleteConfig(const OperationContext&, const OperationCall&) {
+  return OperationResult::Error(
+      OperationNotSupported("there is no configuration that can be deleted"));
 }
 
 }  // namespace host

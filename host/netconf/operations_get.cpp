@@ -29,11 +29,8 @@ OperationResult RunGetConfig(const OperationContext& context, const OperationCal
   const std::string source = NamedDatastore(call, "source");
   if (source.empty()) return OperationResult::Error(MissingElement("source"));
   RetrievalRequest request;
-  if (source != "running") {
-    return OperationResult::Error(
-        OperationNotSupported("the datastore " + source + " cannot be read"));
-  }
-  request.configuration = context.datastore.Running();
+  request.configuration =
+      source == "candidate" ? context.candidate.Content() : context.datastore.Running();
   return RunRetrieval(context, call, request);
 }
 

@@ -22,6 +22,16 @@ OperationResult RunLock(const OperationContext& context, const OperationCall& ca
                                ? "this session holds the lock already"
                                : "session " + std::to_string(holder) + " holds the lock"));
   }
+  // RFC 6241 section 7.5.
+  if (target == "candidate" && context.candidate.modified()) {
+    return OperationResult::Error(
+        LockDenied(0, "the candidate has changes that are neither committed nor discarded"));
+  }
+  if (target == "running" && context.confirmed.ongoing() &&
+      context.confirmed.session() != call.session.id) {
+    return OperationResult::Error(
+        LockDenied(context.confirmed.session(), "a confirmed commit is ongoing"));
+  }
   context.locks.Take(target, call.session.id);
   return OperationResult::Ok();
 }

@@ -44,7 +44,10 @@ NetconfServer::NetconfServer(const NetconfServerOptions& options, Datastore& dat
       loop_(std::move(loop)),
       xml_(std::move(xml)),
       capabilities_(ServerCapabilities(datastore.Context())),
-      dispatcher_({datastore, locks_, *this}, *xml_, options.limits.depth) {}
+      candidate_(datastore),
+      confirmed_(datastore, *loop_),
+      dispatcher_({datastore, candidate_, confirmed_, locks_, *this}, *xml_, options.limits.depth) {
+}
 
 NetconfServer::~NetconfServer() {
   listener_watch_.reset();
@@ -90,7 +93,10 @@ void NetconfServer::Accept() {
 }
 
 void NetconfServer::OnSessionEnd(uint32_t id) {
+  // RFC 6241 section 8.3.5.2: with the lock go the changes that it protected.
+  if (locks_.HolderOf("candidate") == id) candidate_.Discard();
   locks_.ReleaseAllOf(id);
+  confirmed_.OnSessionEnd(id);
   const auto found = sessions_.find(id);
   if (found == sessions_.end()) return;
   ended_.push_back(std::move(found->second));

@@ -15,6 +15,8 @@
 #include <vector>
 
 #include "host/cdb/datastore.h"
+#include "host/netconf/candidate.h"
+#include "host/netconf/confirmed_commit.h"
 #include "host/netconf/dispatcher.h"
 #include "host/netconf/limits.h"
 #include "host/netconf/locks.h"
@@ -59,6 +61,8 @@ class NetconfServer : private SessionControl {
   const std::shared_ptr<EventLoop> loop_;
   const std::unique_ptr<GenericXml> xml_;
   const std::vector<std::string> capabilities_;
+  Candidate candidate_;
+  ConfirmedCommit confirmed_;
   Locks locks_;
   Dispatcher dispatcher_;
   NetconfUsage usage_;

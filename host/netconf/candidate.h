@@ -1,0 +1,38 @@
+// The candidate datastore (RFC 6241 section 8.3), shared by all sessions.
+//
+// As long as nobody has edited it the candidate is running itself and costs nothing.
+#ifndef HOST_NETCONF_CANDIDATE_H_
+#define HOST_NETCONF_CANDIDATE_H_
+
+#include <memory>
+
+#include "host/cdb/datastore.h"
+#include "host/netconf/draft.h"
+
+namespace host {
+
+class Candidate {
+ public:
+  // `datastore` must outlive the candidate.
+  explicit Candidate(Datastore& datastore) : datastore_(datastore) {}
+
+  // True when it was edited since it was last the same as running.
+  bool modified() const { return draft_ != nullptr; }
+  const lyd_node* Content() const;
+
+  DatastoreErrors Edit(const lyd_node* edit, const EditOptions& options);
+  // Would it be accepted as running?
+  DatastoreErrors Validate() const;
+  // Makes running the same as the candidate. When that is refused both stay as they are.
+  DatastoreErrors Commit(const Origin& origin);
+  // Makes the candidate the same as running.
+  void Discard() { draft_.reset(); }
+
+ private:
+  Datastore& datastore_;
+  std::unique_ptr<Draft> draft_;
+};
+
+}  // namespace host
+
+#endif  // HOST_NETCONF_CANDIDATE_H_

@@ -1,0 +1,44 @@
+// A configuration of its own beside running: the candidate, or what running was at some point.
+//
+// A draft starts as a copy of running. It keeps a mask of every node in which the two may differ by
+// now: what was edited here, and what was committed there. So the difference costs what has
+// changed, not what is configured.
+#ifndef HOST_NETCONF_DRAFT_H_
+#define HOST_NETCONF_DRAFT_H_
+
+#include "host/cdb/datastore.h"
+#include "host/cdb/yang_tree.h"
+
+namespace host {
+
+class Draft : private CommitObserver {
+ public:
+  // `datastore` must outlive the draft.
+  explicit Draft(Datastore& datastore);
+  Draft(const Draft&) = delete;
+  Draft& operator=(const Draft&) = delete;
+  ~Draft() override;
+
+  // First top-level node. Valid until the next edit.
+  const lyd_node* Content() const { return content_.get(); }
+
+  // Applies an edit as Datastore::Edit() does, but for validation as a whole: what a draft holds
+  // need not be valid before it is committed (RFC 7950 section 8.3.3).
+  DatastoreErrors Edit(const lyd_node* edit, const EditOptions& options);
+
+  // The edit that makes running what the draft is, to be applied with DefaultOperation::kNone; null
+  // when there is no difference.
+  Tree Changes() const;
+
+ private:
+  void OnCommit(const lyd_node* diff) override { Touch(diff); }
+  void Touch(const lyd_node* diff);
+
+  Datastore& datastore_;
+  Tree content_;
+  Tree mask_;
+};
+
+}  // namespace host
+
+#endif  // HOST_NETCONF_DRAFT_H_

@@ -1,0 +1,280 @@
+// The candidate and confirmed commits: against a reference at random, and through the protocol.
+#include "host/netconf/candidate.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <random>
+
+#include "host/cdb/edit.h"
+#include "tests/host/netconf/server_fixture.h"
+
+namespace host {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr char kOk[] = "<ok/>";
+
+// Lists in libyang keep the order of insertion, which is no part of the content.
+std::multiset<std::string> Content(const lyd_node* tree) {
+  std::multiset<std::string> lines;
+  const lyd_node* node;
+  LYD_TREE_DFS_BEGIN(tree, node) {
+    if ((node->schema->nodetype & LYD_NODE_TERM) != 0) {
+      lines.insert(PathOf(node) + "=" + lyd_get_value(node));
+    }
+    LYD_TREE_DFS_END(tree, node);
+  }
+  return lines;
+}
+
+class RandomEdits {
+ public:
+  RandomEdits(const ly_ctx* context, unsigned seed) : context_(context), random_(seed) {}
+
+  int Below(int bound) { return static_cast<int>(random_() % bound); }
+
+  // An edit that is well-formed, but need not be acceptable.
+  Tree Next() {
+    const std::string name = std::to_string(Below(4));
+    const std::string profile = "<access-list" + Operation() +
+                                "><acl-type>l3</acl-type><acl-name>p" + name +
+                                "</acl-name><acl-priority-l3><priority>" + name +
+                                "</priority></acl-priority-l3>" + Entry() + "</access-list>";
+    const std::string interface = "<interface" + Operation() + "><interface-name>e" + name +
+                                  "</interface-name><ingress" + Operation() + ">p" +
+                                  std::to_string(Below(4)) + "</ingress></interface>";
+    const int kind = Below(3);
+    const std::string xml =
+        "<config xmlns='urn:acl-app:acl' xmlns:nc='urn:ietf:params:xml:ns:netconf:base:1.0'>"
+        "<access-list>" +
+        (kind != 0 ? "<acl-profile><ingress>" + profile + "</ingress></acl-profile>" : "") +
+        (kind != 1 ? interface : "") + "</access-list></config>";
+    lyd_node* tree = nullptr;
+    EXPECT_EQ(lyd_parse_data_mem(context_, xml.c_str(), LYD_XML, LYD_PARSE_ONLY | LYD_PARSE_STRICT,
+                                 0, &tree),
+              LY_SUCCESS)
+        << xml << ly_errmsg(context_);
+    return Tree(tree);
+  }
+
+ private:
+  std::string Operation() {
+    static constexpr const char* kOperations[] = {"", "", "", " nc:operation='remove'",
+                                                  " nc:operation='replace'"};
+    return kOperations[Below(5)];
+  }
+  std::string Entry() {
+    const std::string match =
+        Below(2) != 0 ? "<vlan>" + std::to_string(1 + Below(3)) + "</vlan>" : "";
+    return "<access-list-entry" + Operation() + "><ace-priority>" + std::to_string(Below(3)) +
+           "</ace-priority><match>" + match + "</match><action><packet-handling>" +
+           (Below(2) != 0 ? "<deny/>" : "<permit/>") +
+           "</packet-handling></action></access-list-entry>";
+  }
+
+  const ly_ctx* context_;
+  std::minstd_rand random_;
+};
+
+TEST(CandidateTest, IsWhatItsEditsMakeItWhateverHappensToRunning) {
+  DatastoreErrors errors;
+  DatastoreOptions options;
+  options.yang_directory = ACL_YANG_DIR;
+  const auto datastore = Datastore::Open(options, &errors);
+  ASSERT_NE(datastore, nullptr);
+  const ly_ctx* context = datastore->Context();
+  Candidate candidate(*datastore);
+  RandomEdits edits(context, 4711);
+  Tree reference = CopyTree(datastore->Running());
+  int commits = 0, refused = 0;
+  for (int step = 0; step < 4000; ++step) {
+    const Tree edit = edits.Next();
+    switch (edits.Below(8)) {
+      case 0:
+      case 1: {  // a commit to running meanwhile
+        datastore->Edit(edit.get(), {}, {});
+        if (!candidate.modified()) reference = CopyTree(datastore->Running());
+        break;
+      }
+      case 2:
+        if (candidate.Commit({}).empty()) {
+          ++commits;
+          ASSERT_EQ(Content(datastore->Running()), Content(reference.get())) << "step " << step;
+        } else {  // running is untouched, and a whole replacement is refused, too
+          ++refused;
+          ASSERT_FALSE(datastore
+                           ->Edit(candidate.Content(),
+                                  {DefaultOperation::kReplace, TestOption::kTestOnly}, {})
+                           .empty());
+          if (edits.Below(2) != 0) candidate.Discard();
+        }
+        if (!candidate.modified()) reference = CopyTree(datastore->Running());
+        break;
+      default: {
+        Tree expected = CopyTree(reference.get());
+        if (ApplyEdit(context, edit.get(), DefaultOperation::kMerge, &expected).empty()) {
+          ASSERT_TRUE(candidate.Edit(edit.get(), {}).empty());
+          reference = std::move(expected);
+        } else {
+          ASSERT_FALSE(candidate.Edit(edit.get(), {}).empty());
+        }
+      }
+    }
+    ASSERT_EQ(Content(candidate.Content()), Content(reference.get())) << "step " << step;
+  }
+  EXPECT_GT(commits, 100);
+  EXPECT_GT(refused, 20);
+}
+
+// The protocol's side.
+class CommitOperationsTest : public ServerTest {
+ protected:
+  void SetUp() override {
+    Start();
+    one_ = std::make_unique<TestClient>(server_options_.socket_path);
+    two_ = std::make_unique<TestClient>(server_options_.socket_path);
+    one_->Open();
+    two_->Open();
+  }
+  static std::string Edit(const std::string& name, const std::string& target = "candidate") {
+    return "<edit-config><target><" + target +
+           "/></target><config><config xmlns='urn:acl-app:acl'><access-list><interface>"
+           "<interface-name>" +
+           name + "</interface-name></interface></access-list></config></config></edit-config>";
+  }
+  static std::string Get(const std::string& source) {
+    return "<get-config><source><" + source + "/></source></get-config>";
+  }
+  // Whether `name` is in running, perhaps a little later.
+  bool Becomes(const std::string& name, bool there) {
+    for (int i = 0; i < 300; ++i) {
+      const bool found = two_->Rpc(Get("running")).find(">" + name + "<") != std::string::npos;
+      if (found == there) return true;
+      usleep(10000);
+    }
+    return false;
+  }
+
+  std::unique_ptr<TestClient> one_, two_;
+};
+
+constexpr char kBadBinding[] =
+    "<edit-config><target><candidate/></target><config><config xmlns='urn:acl-app:acl'>"
+    "<access-list><interface><interface-name>bad</interface-name><ingress>none</ingress>"
+    "</interface></access-list></config></config></edit-config>";
+
+TEST_F(CommitOperationsTest, CandidateIsSharedAndApartFromRunning) {
+  EXPECT_THAT(one_->Rpc(Edit("a")), HasSubstr(kOk));
+  EXPECT_THAT(two_->Rpc(Edit("b")), HasSubstr(kOk));
+  EXPECT_THAT(two_->Rpc(Get("candidate")), AllOf(HasSubstr(">a<"), HasSubstr(">b<")));
+  EXPECT_THAT(two_->Rpc(Get("running")), Not(HasSubstr(">a<")));
+  EXPECT_THAT(one_->Rpc("<commit/>"), HasSubstr(kOk));
+  EXPECT_THAT(two_->Rpc(Get("running")), AllOf(HasSubstr(">a<"), HasSubstr(">b<")));
+  EXPECT_THAT(one_->Rpc(Edit("c")), HasSubstr(kOk));
+  EXPECT_THAT(one_->Rpc("<discard-changes/>"), HasSubstr(kOk));
+  EXPECT_THAT(two_->Rpc(Get("candidate")), Not(HasSubstr(">c<")));
+  EXPECT_THAT(one_->Rpc("<commit/>"), HasSubstr(kOk));
+}
+
+TEST_F(CommitOperationsTest, CandidateMayBeInvalidUntilItIsValidated) {
+  EXPECT_THAT(one_->Rpc(kBadBinding), HasSubstr(kOk));
+  for (const char* operation :
+       {"<validate><source><candidate/></source></validate>", "<commit/>"}) {
+    EXPECT_THAT(one_->Rpc(operation), AllOf(HasSubstr("<error-tag>data-missing<"),
+                                            HasSubstr("acl-app:interface-name='bad'")));
+  }
+  EXPECT_THAT(one_->Rpc(Get("running")), Not(HasSubstr("bad")));
+  EXPECT_THAT(one_->Rpc("<discard-changes/>"), HasSubstr(kOk));
+  EXPECT_THAT(one_->Rpc("<validate><source><candidate/></source></validate>"), HasSubstr(kOk));
+}
+
+TEST_F(CommitOperationsTest, CopyConfigAndValidateTakeWholeConfigurations) {
+  const std::string inline_config =
+      "<config><config xmlns='urn:acl-app:acl'><access-list><interface><interface-name>x"
+      "</interface-name></interface></access-list></config></config>";
+  EXPECT_THAT(one_->Rpc(Edit("a", "running")), HasSubstr(kOk));
+  EXPECT_THAT(one_->Rpc("<validate><source>" + inline_config + "</source></validate>"),
+              HasSubstr(kOk));
+  EXPECT_THAT(one_->Rpc("<copy-config><target><candidate/></target><source>" + inline_config +
+                        "</source></copy-config>"),
+              HasSubstr(kOk));
+  EXPECT_THAT(one_->Rpc(Get("candidate")), AllOf(HasSubstr(">x<"), Not(HasSubstr(">a<"))));
+  EXPECT_THAT(one_->Rpc("<copy-config><target><running/></target><source><candidate/></source>"
+                        "</copy-config>"),
+              HasSubstr(kOk));
+  EXPECT_THAT(one_->Rpc(Get("running")), AllOf(HasSubstr(">x<"), Not(HasSubstr(">a<"))));
+  EXPECT_THAT(one_->Rpc("<copy-config><target><running/></target><source><running/></source>"
+                        "</copy-config>"),
+              HasSubstr("<error-tag>invalid-value<"));
+  EXPECT_THAT(one_->Rpc("<delete-config><target><running/></target></delete-config>"),
+              HasSubstr("<rpc-error"));
+}
+
+TEST_F(CommitOperationsTest, LockOfTheCandidateGuardsItsChanges) {
+  const std::string lock = "<lock><target><candidate/></target></lock>";
+  EXPECT_THAT(one_->Rpc(Edit("a")), HasSubstr(kOk));
+  EXPECT_THAT(two_->Rpc(lock), HasSubstr("<error-tag>lock-denied<"));
+  EXPECT_THAT(one_->Rpc("<discard-changes/>"), HasSubstr(kOk));
+  EXPECT_THAT(one_->Rpc(lock), HasSubstr(kOk));
+  EXPECT_THAT(one_->Rpc(Edit("a")), HasSubstr(kOk));
+  for (const std::string& operation :
+       {Edit("b"), std::string("<commit/>"), std::string("<discard-changes/>")}) {
+    EXPECT_THAT(two_->Rpc(operation), HasSubstr("<error-tag>in-use<"));
+  }
+  EXPECT_THAT(one_->Rpc("<close-session/>"), HasSubstr(kOk));
+  EXPECT_THAT(two_->Rpc(Get("candidate")), Not(HasSubstr(">a<")));
+}
+
+TEST_F(CommitOperationsTest, ConfirmedCommitStaysOnlyIfConfirmed) {
+  const std::string confirmed = "<commit><confirmed/><confirm-timeout>1</confirm-timeout></commit>";
+  one_->Rpc(Edit("a"));
+  EXPECT_THAT(one_->Rpc(confirmed), HasSubstr(kOk));
+  EXPECT_TRUE(Becomes("a", true));
+  EXPECT_THAT(two_->Rpc("<commit/>"), HasSubstr("<error-tag>in-use<"));
+  EXPECT_THAT(two_->Rpc("<lock><target><running/></target></lock>"),
+              HasSubstr("<error-tag>lock-denied<"));
+  EXPECT_TRUE(Becomes("a", false)) << "the time is over";
+
+  one_->Rpc(Edit("b"));
+  EXPECT_THAT(one_->Rpc(confirmed), HasSubstr(kOk));
+  one_->Rpc(Edit("c"));
+  EXPECT_THAT(one_->Rpc("<commit/>"), HasSubstr(kOk));
+  usleep(1200000);
+  EXPECT_TRUE(Becomes("b", true) && Becomes("c", true)) << "confirmed";
+
+  one_->Rpc(Edit("d"));
+  EXPECT_THAT(one_->Rpc("<commit><confirmed/></commit>"), HasSubstr(kOk));
+  EXPECT_THAT(two_->Rpc("<cancel-commit/>"), HasSubstr("<error-tag>invalid-value<"));
+  EXPECT_THAT(one_->Rpc("<cancel-commit/>"), HasSubstr(kOk));
+  EXPECT_TRUE(Becomes("d", false)) << "cancelled";
+  EXPECT_THAT(one_->Rpc("<cancel-commit/>"), HasSubstr("<error-tag>operation-failed<"));
+
+  one_->Rpc(Edit("e"));
+  EXPECT_THAT(one_->Rpc("<commit><confirmed/></commit>"), HasSubstr(kOk));
+  one_->Close();
+  EXPECT_TRUE(Becomes("e", false)) << "its session ended";
+  EXPECT_TRUE(Becomes("b", true));
+}
+
+TEST_F(CommitOperationsTest, PersistentCommitBelongsToItsToken) {
+  one_->Rpc(Edit("a"));
+  EXPECT_THAT(one_->Rpc("<commit><confirmed/><persist>t%s</persist></commit>"), HasSubstr(kOk));
+  one_->Close();
+  EXPECT_THAT(two_->Rpc("<commit><persist-id>other</persist-id></commit>"),
+              HasSubstr("<error-tag>invalid-value<"));
+  two_->Rpc(Edit("b"));
+  EXPECT_THAT(two_->Rpc("<commit><confirmed/><persist-id>t%s</persist-id><persist>u</persist>"
+                        "</commit>"),
+              HasSubstr(kOk));
+  EXPECT_TRUE(Becomes("a", true) && Becomes("b", true));
+  EXPECT_THAT(two_->Rpc("<cancel-commit><persist-id>u</persist-id></cancel-commit>"),
+              HasSubstr(kOk));
+  EXPECT_TRUE(Becomes("a", false) && Becomes("b", false)) << "back to before the first one";
+}
+
+}  // namespace
+}  // namespace host
