@@ -2,18 +2,13 @@
 #ifndef HOST_FILTER_MGR_GROUP_STATE_H_
 #define HOST_FILTER_MGR_GROUP_STATE_H_
 
-#include <functional>
-#include <string>
-
 #include "host/filter_mgr/group_table.h"
+#include "host/filter_mgr/port_names.h"
 
 struct ly_ctx;
 struct lyd_node;
 
 namespace host {
-
-// The name of a logical interface id, empty when the id is not known.
-using PortNames = std::function<std::string(limid_t)>;
 
 // Builds the tree below the top-level node "filters", with the groups in evaluation order and the
 // entries by priority. The caller frees it with lyd_free_all(). Null, with a log line, when the

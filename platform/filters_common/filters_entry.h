@@ -70,6 +70,10 @@ class FiltersEntry {
   }
   const Actions& getActions() const;
 
+  // The same for two entries that still share what they hold, ingress ports aside, as copies do
+  // until one is changed. Means nothing once one of the two is gone.
+  const void* contentIdentity() const { return content_.get(); }
+
  private:
   struct Content {
     Matches matches;

@@ -1,0 +1,23 @@
+// Rules as the kernel's packet filter expresses them, both ways.
+#ifndef HOST_FILTER_MGR_RULE_CODEC_H_
+#define HOST_FILTER_MGR_RULE_CODEC_H_
+
+#include "host/filter_mgr/backend.h"
+#include "host/filter_mgr/nft_names.h"
+#include "host/filter_mgr/rule.h"
+
+struct nftnl_rule;
+
+namespace host {
+
+// Appends the expressions of `rule` to `out`. `slot` is the group that a jump's chunk belongs to,
+// `hits` what the counter starts with.
+void EncodeRule(const Rule& rule, GroupSlot slot, const Hits& hits, nftnl_rule* out);
+
+// The rule that EncodeRule() would have written as `in`; a rule marked foreign when there is none.
+// The counter's value goes to `hits`.
+Rule DecodeRule(const nftnl_rule* in, GroupSlot slot, Hits* hits);
+
+}  // namespace host
+
+#endif  // HOST_FILTER_MGR_RULE_CODEC_H_

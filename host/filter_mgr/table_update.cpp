@@ -1,0 +1,225 @@
+#include "host/filter_mgr/table_update.h"
+
+#include <algorithm>
+
+namespace host {
+namespace {
+
+constexpr std::array<GroupSlot, kGroupSlots> kSlots = {kL2, kL3};
+
+const HeldGroup& NoGroup() {
+  static const HeldGroup kNone;
+  return kNone;
+}
+
+const HeldChain& NoChain() {
+  static const HeldChain kNone;
+  return kNone;
+}
+
+// The rules of a group as far as they could be read.
+std::vector<RulePtr> Salvage(const HeldGroup& held) {
+  std::vector<RulePtr> rules;
+  for (uint32_t number : held.order) {
+    for (const HeldRule& rule : held.chunks.at(number).rules) {
+      if (!rule.rule->foreign) rules.push_back(rule.rule);
+    }
+  }
+  return rules;
+}
+
+bool HasRules(const HeldGroup& held) { return !held.chunks.empty(); }
+
+std::vector<RulePtr> Jumps(const Layout& layout) {
+  std::vector<RulePtr> jumps;
+  for (const ChunkPlan& chunk : layout.chunks) jumps.push_back(JumpTo(chunk.number));
+  return jumps;
+}
+
+// Only a table made to persist can be taken over, and only one that nobody owns needs to be.
+bool CanClaim(uint32_t held, uint32_t wanted) {
+  return wanted != 0 && (held & kTablePersist) != 0 && (held & kTableOwner) == 0;
+}
+
+}  // namespace
+
+std::string ChainRef::Name() const { return chunk ? ChunkName(slot, *chunk) : BaseChainName(slot); }
+
+TableUpdate::TableUpdate(const std::string& port, const HeldTable* held,
+                         const DesiredTable& desired)
+    : port_(&port), table_(TableName(port)), held_(held), flags_(desired.flags) {
+  bool wanted = false;
+  for (const GroupSlot slot : kSlots) {
+    groups_[slot].rules = desired.rules[slot];
+    if (desired.rules[slot] != nullptr) {
+      wanted = wanted || !desired.rules[slot]->empty();
+    } else {
+      wanted = wanted || (held != nullptr && HasRules(held->groups[slot]));
+    }
+  }
+  if (!wanted) {
+    if (held != nullptr) action_ = Action::kRemove;
+  } else if (held == nullptr || !held->sound) {
+    PlanBuild();
+  } else {
+    PlanEdit(desired);
+  }
+}
+
+void TableUpdate::PlanBuild() {
+  action_ = Action::kBuild;
+  for (const GroupSlot slot : kSlots) {
+    GroupUpdate& group = groups_[slot];
+    if (group.rules == nullptr) {
+      if (held_ != nullptr) salvaged_[slot] = Salvage(held_->groups[slot]);
+      group.rules = &salvaged_[slot];
+    }
+    group.layout = PlanLayout(NoGroup(), *group.rules);
+  }
+}
+
+void TableUpdate::PlanEdit(const DesiredTable& desired) {
+  claim_ = CanClaim(held_->flags, desired.flags);
+  if (claim_) action_ = Action::kEdit;
+  for (const GroupSlot slot : kSlots) {
+    GroupUpdate& group = groups_[slot];
+    if (group.rules == nullptr) continue;
+    group.layout = PlanLayout(held_->groups[slot], *group.rules);
+    if (!group.layout.NothingToDo()) action_ = Action::kEdit;
+  }
+}
+
+const HeldGroup& TableUpdate::HeldOf(GroupSlot slot) const {
+  return action_ == Action::kBuild ? NoGroup() : held_->groups[slot];
+}
+
+const HeldChain& TableUpdate::HeldChunk(GroupSlot slot, const ChunkPlan& chunk) const {
+  return chunk.is_new ? NoChain() : HeldOf(slot).chunks.at(chunk.number);
+}
+
+std::vector<RulePtr> TableUpdate::RulesOf(GroupSlot slot, const ChunkPlan& chunk) const {
+  const auto begin = groups_[slot].rules->begin();
+  return {begin + static_cast<ptrdiff_t>(chunk.begin), begin + static_cast<ptrdiff_t>(chunk.end)};
+}
+
+std::vector<ChainRef> TableUpdate::ChainsToRead() const {
+  std::vector<ChainRef> chains;
+  if (action_ != Action::kEdit) return chains;
+  for (const GroupSlot slot : kSlots) {
+    if (groups_[slot].rules == nullptr) continue;
+    const Layout& layout = groups_[slot].layout;
+    if (layout.order_changed && !HeldOf(slot).order.empty()) chains.push_back({slot, {}});
+    for (const ChunkPlan& chunk : layout.chunks) {
+      if (chunk.changed && !chunk.is_new) chains.push_back({slot, chunk.number});
+    }
+  }
+  return chains;
+}
+
+void TableUpdate::Encode(NftBatch* batch) const {
+  batch->SetOrigin({port_, kL2, -1});
+  if (action_ == Action::kRemove) batch->DeleteTable(table_);
+  if (action_ == Action::kBuild) EncodeFrame(batch);
+  if (claim_) batch->AddTable(table_, flags_);
+  if (action_ != Action::kBuild && action_ != Action::kEdit) return;
+  for (const GroupSlot slot : kSlots) {
+    if (groups_[slot].rules != nullptr) EncodeGroup(slot, batch);
+  }
+}
+
+void TableUpdate::EncodeFrame(NftBatch* batch) const {
+  if (held_ != nullptr) batch->DeleteTable(table_);
+  batch->AddTable(table_, flags_);
+  for (const FixedSet& set : FixedSets()) batch->AddSet(table_, set);
+  for (const GroupSlot slot : kSlots) batch->AddBaseChain(table_, slot, *port_);
+}
+
+void TableUpdate::EncodeGroup(GroupSlot slot, NftBatch* batch) const {
+  const Layout& layout = groups_[slot].layout;
+  for (const ChunkPlan& chunk : layout.chunks) {
+    if (chunk.is_new || chunk.changed) EncodeChunk(slot, chunk, batch);
+  }
+  batch->SetOrigin({port_, slot, -1});
+  if (layout.order_changed) EncodeJumps(slot, batch);
+  for (uint32_t number : layout.removed) batch->DeleteChain(table_, ChunkName(slot, number));
+}
+
+void TableUpdate::EncodeChunk(GroupSlot slot, const ChunkPlan& chunk, NftBatch* batch) const {
+  const std::string name = ChunkName(slot, chunk.number);
+  const Layout& layout = groups_[slot].layout;
+  const ChainEdit edit = EditChain(HeldChunk(slot, chunk), RulesOf(slot, chunk));
+  batch->SetOrigin({port_, slot, -1});
+  if (chunk.is_new) batch->AddChain(table_, name);
+  if (edit.flush) batch->FlushChain(table_, name);
+  for (uint64_t handle : edit.deletes) batch->DeleteRule(table_, name, handle);
+  for (const RuleInsert& insert : edit.inserts) {
+    const size_t index = chunk.begin + insert.index;
+    const auto moved = chunk.is_new ? layout.moved.find(index) : layout.moved.end();
+    const Hits hits =
+        moved == layout.moved.end()
+            ? insert.hits
+            : HeldOf(slot).chunks.at(moved->second.chunk).rules[moved->second.index].hits;
+    batch->SetOrigin({port_, slot, static_cast<int64_t>(index)});
+    batch->AddRule(table_, name, *insert.rule, slot, hits, insert.before);
+  }
+}
+
+void TableUpdate::EncodeJumps(GroupSlot slot, NftBatch* batch) const {
+  const std::string base = BaseChainName(slot);
+  const ChainEdit edit = EditChain(HeldOf(slot).base, Jumps(groups_[slot].layout));
+  if (edit.flush) batch->FlushChain(table_, base);
+  for (uint64_t handle : edit.deletes) batch->DeleteRule(table_, base, handle);
+  for (const RuleInsert& insert : edit.inserts) {
+    batch->AddRule(table_, base, *insert.rule, slot, {}, insert.before);
+  }
+}
+
+void TableUpdate::Commit(HeldTables* tables) const {
+  switch (action_) {
+    case Action::kNone:
+      break;
+    case Action::kRemove:
+      tables->erase(*port_);
+      return;
+    case Action::kBuild:
+      (*tables)[*port_] = HeldTable{flags_, true, {}};
+      break;
+    case Action::kEdit:
+      if (claim_) tables->at(*port_).flags = flags_;
+      break;
+  }
+  const auto it = tables->find(*port_);
+  if (it == tables->end()) return;
+  for (const GroupSlot slot : kSlots) {
+    if (groups_[slot].rules != nullptr) CommitGroup(slot, &it->second.groups[slot]);
+  }
+}
+
+void TableUpdate::CommitGroup(GroupSlot slot, HeldGroup* held) const {
+  const Layout& layout = groups_[slot].layout;
+  const std::vector<RulePtr>& rules = *groups_[slot].rules;
+  for (uint32_t number : layout.removed) held->chunks.erase(number);
+  for (const ChunkPlan& chunk : layout.chunks) {
+    HeldChain& chain = held->chunks[chunk.number];
+    if (chunk.is_new || chunk.changed) {
+      chain = {};
+      chain.rules.resize(chunk.end - chunk.begin);
+    }
+    // Equal rules become the same one, which later comparisons see at a glance.
+    for (size_t i = 0; i < chain.rules.size(); ++i) {
+      if (chain.rules[i].rule != rules[chunk.begin + i]) {
+        chain.rules[i].rule = rules[chunk.begin + i];
+      }
+    }
+  }
+  held->next_chunk = layout.next_chunk;
+  if (!layout.order_changed) return;
+  held->order.clear();
+  held->base = {};
+  for (const ChunkPlan& chunk : layout.chunks) {
+    held->order.push_back(chunk.number);
+    held->base.rules.push_back({JumpTo(chunk.number), 0, {}});
+  }
+}
+
+}  // namespace host

@@ -1,0 +1,84 @@
+// The change of one port's table: what it needs to know, what it writes, and what the kernel holds
+// once it is written.
+#ifndef HOST_FILTER_MGR_TABLE_UPDATE_H_
+#define HOST_FILTER_MGR_TABLE_UPDATE_H_
+
+#include <array>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/filter_mgr/difference.h"
+#include "host/filter_mgr/kernel_reader.h"
+#include "host/filter_mgr/nft_batch.h"
+
+namespace host {
+
+// What a port's table should be. A group without a value is left as it is.
+struct DesiredTable {
+  std::array<const std::vector<RulePtr>*, kGroupSlots> rules{};
+  uint32_t flags = 0;  // ownership, where the kernel has it
+};
+
+// Names a chain of a table: a chunk, or the group's base chain.
+struct ChainRef {
+  GroupSlot slot = kL2;
+  std::optional<uint32_t> chunk;
+
+  std::string Name() const;
+};
+
+class TableUpdate {
+ public:
+  // Plans the way from `held` (null: there is no table) to `desired`. Both, and the port's name,
+  // must outlive the update; `held` may get its handles read in between, nothing else.
+  TableUpdate(const std::string& port, const HeldTable* held, const DesiredTable& desired);
+
+  // Whether there is nothing to write.
+  bool empty() const { return action_ == Action::kNone; }
+  const std::string& port() const { return *port_; }
+
+  // The chains whose handles and hits must be read before Encode().
+  std::vector<ChainRef> ChainsToRead() const;
+  // Adds the messages to `batch`.
+  void Encode(NftBatch* batch) const;
+  // Notes in `tables` what the kernel holds after the batch.
+  void Commit(HeldTables* tables) const;
+
+ private:
+  enum class Action {
+    kNone,
+    kRemove,  // the whole table
+    kBuild,   // anew, in place of what is there
+    kEdit,
+  };
+
+  struct GroupUpdate {
+    const std::vector<RulePtr>* rules = nullptr;  // null: left as it is
+    Layout layout;
+  };
+
+  void PlanBuild();
+  void PlanEdit(const DesiredTable& desired);
+  const HeldGroup& HeldOf(GroupSlot slot) const;
+  const HeldChain& HeldChunk(GroupSlot slot, const ChunkPlan& chunk) const;
+  std::vector<RulePtr> RulesOf(GroupSlot slot, const ChunkPlan& chunk) const;
+  void EncodeFrame(NftBatch* batch) const;
+  void EncodeGroup(GroupSlot slot, NftBatch* batch) const;
+  void EncodeChunk(GroupSlot slot, const ChunkPlan& chunk, NftBatch* batch) const;
+  void EncodeJumps(GroupSlot slot, NftBatch* batch) const;
+  void CommitGroup(GroupSlot slot, HeldGroup* held) const;
+
+  const std::string* port_;
+  std::string table_;
+  const HeldTable* held_;
+  uint32_t flags_;
+  Action action_ = Action::kNone;
+  bool claim_ = false;  // take over a table that has lost its owner
+  std::array<GroupUpdate, kGroupSlots> groups_;
+  std::array<std::vector<RulePtr>, kGroupSlots> salvaged_;  // rules of groups left as they are
+};
+
+}  // namespace host
+
+#endif  // HOST_FILTER_MGR_TABLE_UPDATE_H_

@@ -1,0 +1,235 @@
+// The difference between held and wanted rules, against a model of the kernel's chains.
+#include "host/filter_mgr/difference.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <numeric>
+#include <random>
+
+#include "tests/host/filter_mgr/rules_for_test.h"
+
+namespace host {
+namespace {
+
+// Chains as the kernel would hold them, changed by edits only. Hits are what a rule starts with,
+// which tells whether a counter was carried on.
+class ModelKernel {
+ public:
+  // Brings the rules to `rules`; gives the number of messages.
+  size_t Update(const std::vector<RulePtr>& rules) {
+    const Layout layout = PlanLayout(held_, rules);
+    size_t messages = 0;
+    HeldGroup after = held_;
+    for (const ChunkPlan& chunk : layout.chunks) {
+      EXPECT_TRUE(chunk.begin < chunk.end && chunk.end - chunk.begin <= kMaxChunk);
+      if (!chunk.changed) continue;
+      const HeldChain before = chunk.is_new ? HeldChain{} : held_.chunks.at(chunk.number);
+      EXPECT_EQ(chunk.is_new, held_.chunks.count(chunk.number) == 0);
+      ChainEdit edit = EditChain(before, {rules.begin() + static_cast<ptrdiff_t>(chunk.begin),
+                                          rules.begin() + static_cast<ptrdiff_t>(chunk.end)});
+      for (RuleInsert& insert : edit.inserts) {
+        const auto moved = layout.moved.find(chunk.begin + insert.index);
+        if (chunk.is_new && moved != layout.moved.end()) {
+          const HeldPlace& place = moved->second;
+          insert.hits = held_.chunks.at(place.chunk).rules.at(place.index).hits;
+        }
+      }
+      messages += ApplyEdit(edit, &after.chunks[chunk.number]);
+    }
+    for (uint32_t number : layout.removed) after.chunks.erase(number);
+    after.order.clear();
+    for (const ChunkPlan& chunk : layout.chunks) after.order.push_back(chunk.number);
+    EXPECT_EQ(layout.order_changed, after.order != held_.order);
+    after.next_chunk = layout.next_chunk;
+    held_ = after;
+    ExpectRules(rules);
+    return messages + layout.removed.size();
+  }
+
+  void SetHits(const Rule* rule, uint64_t packets) { Find(rule)->hits.packets = packets; }
+  uint64_t HitsOf(const Rule* rule) { return Find(rule)->hits.packets; }
+  const HeldGroup& held() const { return held_; }
+
+ private:
+  size_t ApplyEdit(const ChainEdit& edit, HeldChain* chain) {
+    auto& rules = chain->rules;
+    if (edit.flush) rules.clear();
+    const auto at = [&rules](uint64_t handle) {
+      return std::find_if(rules.begin(), rules.end(),
+                          [handle](const HeldRule& rule) { return rule.handle == handle; });
+    };
+    for (uint64_t handle : edit.deletes) {
+      EXPECT_NE(rules.end(), at(handle));
+      rules.erase(at(handle));
+    }
+    for (const RuleInsert& insert : edit.inserts) {
+      const auto place = insert.before == 0 ? rules.end() : at(insert.before);
+      EXPECT_TRUE(insert.before == 0 || place != rules.end());
+      rules.insert(place, {insert.rule, next_handle_++, insert.hits});
+    }
+    return edit.deletes.size() + edit.inserts.size() + (edit.flush ? 1 : 0);
+  }
+
+  void ExpectRules(const std::vector<RulePtr>& rules) const {
+    std::vector<const Rule*> have, want;
+    for (uint32_t number : held_.order) {
+      for (const HeldRule& rule : held_.chunks.at(number).rules) have.push_back(rule.rule.get());
+    }
+    for (const RulePtr& rule : rules) want.push_back(rule.get());
+    ASSERT_EQ(want, have);
+    ASSERT_EQ(held_.order.size(), held_.chunks.size());
+  }
+
+  HeldRule* Find(const Rule* rule) {
+    for (auto& [number, chunk] : held_.chunks) {
+      for (HeldRule& held : chunk.rules) {
+        if (held.rule.get() == rule) return &held;
+      }
+    }
+    return nullptr;
+  }
+
+  HeldGroup held_;
+  uint64_t next_handle_ = 1;
+};
+
+std::vector<RulePtr> Numbered(uint32_t first, uint32_t count) {
+  std::vector<RulePtr> rules;
+  for (uint32_t i = 0; i < count; ++i) rules.push_back(NumberedRule(first + i));
+  return rules;
+}
+
+TEST(DifferenceTest, OneChangeTouchesOneRule) {
+  ModelKernel kernel;
+  std::vector<RulePtr> rules = Numbered(0, 5000);
+  EXPECT_EQ(5000u, kernel.Update(rules));
+  EXPECT_EQ((5000u + kFillChunk - 1) / kFillChunk, kernel.held().order.size());
+  EXPECT_EQ(0u, kernel.Update(rules));
+  for (size_t at : {0u, 191u, 192u, 2500u, 4999u}) {
+    rules.insert(rules.begin() + static_cast<ptrdiff_t>(at), NumberedRule(100000 + at));
+    EXPECT_EQ(1u, kernel.Update(rules)) << at;
+    rules.erase(rules.begin() + static_cast<ptrdiff_t>(at) + 1);
+    EXPECT_EQ(1u, kernel.Update(rules)) << at;
+  }
+  // Rules that are equal without being the same object are no change.
+  std::vector<RulePtr> equal;
+  for (const RulePtr& rule : rules) equal.push_back(std::make_shared<Rule>(*rule));
+  EXPECT_TRUE(PlanLayout(kernel.held(), equal).NothingToDo());
+}
+
+TEST(DifferenceTest, CountersGoOnThroughSplitsAndRefills) {
+  ModelKernel kernel;
+  std::vector<RulePtr> rules = Numbered(0, 1000);
+  kernel.Update(rules);
+  for (uint32_t i = 0; i < 1000; ++i) kernel.SetHits(rules[i].get(), i + 1);
+  // Insertions at one place until its chunk splits, several times.
+  for (uint32_t i = 0; i < 600; ++i) {
+    rules.insert(rules.begin() + 300, NumberedRule(100000 + i));
+    kernel.Update(rules);
+  }
+  // Deletion of every other rule of the first chunks: more than a quarter, so they are refilled.
+  const std::vector<RulePtr> original = Numbered(0, 1000);
+  for (size_t i = 0; i < 100; ++i) rules.erase(rules.begin() + static_cast<ptrdiff_t>(i));
+  kernel.Update(rules);
+  size_t checked = 0;
+  for (const RulePtr& rule : rules) {
+    for (uint32_t i = 0; i < 1000; ++i) {
+      if (!SameRule(*rule, *original[i])) continue;
+      EXPECT_EQ(i + 1, kernel.HitsOf(rule.get()));
+      ++checked;
+    }
+  }
+  EXPECT_EQ(900u, checked);
+}
+
+TEST(DifferenceTest, ManyDeletionsOfAChunkBecomeARefill) {
+  HeldChain held;
+  std::vector<RulePtr> rules = Numbered(0, 200);
+  for (const RulePtr& rule : rules) held.rules.push_back({rule, held.rules.size() + 1, {7, 7}});
+  std::vector<RulePtr> fewer(rules.begin() + 50, rules.end());
+  EXPECT_EQ(50u, EditChain(held, fewer).deletes.size());
+  fewer.erase(fewer.begin());
+  const ChainEdit edit = EditChain(held, fewer);
+  EXPECT_TRUE(edit.flush && edit.deletes.empty());
+  ASSERT_EQ(149u, edit.inserts.size());
+  EXPECT_EQ(7u, edit.inserts[0].hits.packets);
+}
+
+TEST(DifferenceTest, ForeignRulesAreNeverKept) {
+  auto foreign = std::make_shared<Rule>();
+  foreign->foreign = true;
+  HeldChain held;
+  const std::vector<RulePtr> rules = Numbered(0, 8);
+  for (const RulePtr& rule : rules) held.rules.push_back({rule, held.rules.size() + 1, {}});
+  held.rules.insert(held.rules.begin() + 3, {foreign, 99, {}});
+  EXPECT_EQ(std::vector<uint64_t>{99}, EditChain(held, rules).deletes);
+}
+
+TEST(DifferenceTest, RandomEditsArriveAtTheWantedRules) {
+  std::mt19937 random(20261121);
+  const auto below = [&random](size_t n) { return random() % n; };
+  for (int round = 0; round < 6; ++round) {
+    ModelKernel kernel;
+    const uint32_t kinds = round % 2 == 0 ? 1000000 : 40;  // the latter: rules repeat a lot
+    std::vector<RulePtr> pool = Numbered(0, 40);
+    const auto any = [&] { return kinds == 40 ? pool[below(40)] : NumberedRule(random()); };
+    std::vector<RulePtr> rules;
+    for (int step = 0; step < 60; ++step) {
+      const size_t at = below(rules.size() + 1);
+      const auto place = rules.begin() + static_cast<ptrdiff_t>(at);
+      const size_t run = std::min<size_t>(rules.size() - at, below(700));
+      switch (below(5)) {
+        case 0:
+        case 1:
+          for (size_t i = below(700); i > 0; --i) rules.insert(rules.begin() + at, any());
+          break;
+        case 2:
+          rules.erase(place, place + static_cast<ptrdiff_t>(run));
+          break;
+        case 3:
+          std::rotate(rules.begin(), place, rules.end());
+          break;
+        default:
+          for (size_t i = 0; i < run; ++i) rules[at + i] = any();
+      }
+      kernel.Update(rules);
+      if (HasFatalFailure()) return;
+    }
+    kernel.Update({});
+    EXPECT_TRUE(kernel.held().chunks.empty());
+  }
+}
+
+TEST(DifferenceTest, FindsTheLongestCommonSequence) {
+  // Against the textbook's dynamic programme, on permutations.
+  std::mt19937 random(7);
+  for (int round = 0; round < 200; ++round) {
+    std::vector<RulePtr> before = Numbered(0, 1 + random() % 12), now = before;
+    std::shuffle(now.begin(), now.end(), random);
+    now.resize(1 + random() % now.size());
+    std::vector<const Rule*> a, b;
+    for (const auto& rule : before) a.push_back(rule.get());
+    for (const auto& rule : now) b.push_back(rule.get());
+    std::vector<std::vector<int>> best(a.size() + 1, std::vector<int>(b.size() + 1));
+    for (size_t i = 1; i <= a.size(); ++i) {
+      for (size_t j = 1; j <= b.size(); ++j) {
+        best[i][j] = a[i - 1] == b[j - 1] ? best[i - 1][j - 1] + 1
+                                          : std::max(best[i - 1][j], best[i][j - 1]);
+      }
+    }
+    int found = 0, last = -1;
+    const std::vector<int> places = MatchRules(a, b);
+    for (size_t j = 0; j < b.size(); ++j) {
+      if (places[j] < 0) continue;
+      ASSERT_LT(last, places[j]);
+      ASSERT_EQ(a[static_cast<size_t>(places[j])], b[j]);
+      last = places[j];
+      ++found;
+    }
+    ASSERT_EQ(best[a.size()][b.size()], found);
+  }
+}
+
+}  // namespace
+}  // namespace host
