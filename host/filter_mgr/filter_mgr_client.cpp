@@ -1,21 +1,75 @@
 // The Filter Manager inside the daemon's own process: the client is its front.
 #include "platform/filter_mgr/filter_mgr_client.h"
 
+#include <sys/epoll.h>
+
+#include <vector>
+
 #include "host/filter_mgr/group_state.h"
 #include "host/filter_mgr/group_table.h"
+#include "host/filter_mgr/kernel_backend.h"
 #include "host/filter_mgr/memory_backend.h"
 #include "host/limid/limid.h"
 #include "host/runtime/middleware.h"
 #include "host/runtime/settings.h"
 
 namespace FilterMgrClientApi {
+namespace {
 
 using FiltersCommon::FiltersGroup;
+
+std::unique_ptr<host::KernelBackend> OpenKernelBackend() {
+  host::KernelBackendOptions options;
+  options.names = host::InterfaceNameOf;
+  const char* why_not = "";
+  options.features = host::ProbeKernel(&why_not);
+  if (!options.features.set_pcp) {
+    Log(host::LogLevel::kWarning,
+        "setting the PCP could not be proved on this kernel: %s; entries that do so are refused",
+        why_not);
+  }
+  std::string reason;
+  auto backend = host::KernelBackend::Open(options, &reason);
+  if (backend == nullptr) {
+    host::FatalFault(__func__, "filter_mgr", __LINE__,
+                     "%s (\"filter_backend = memory\" does without)", reason.c_str());
+  }
+  return backend;
+}
+
+// Lets the back end hear what the kernel announces, and try again what failed.
+class KernelWatch {
+ public:
+  KernelWatch(host::KernelBackend* backend, std::shared_ptr<host::EventLoop> loop)
+      : backend_(backend), loop_(std::move(loop)) {
+    for (int fd : backend->fds()) {
+      watches_.push_back(loop_->OnIo(fd, EPOLLIN, [this](uint32_t) { Poll(); }));
+    }
+  }
+
+ private:
+  static constexpr std::chrono::seconds kRetryAfter{1};
+
+  void Poll() {
+    retry_.reset();
+    if (!backend_->Poll()) retry_ = loop_->After(kRetryAfter, [this] { Poll(); });
+  }
+
+  host::KernelBackend* backend_;
+  std::shared_ptr<host::EventLoop> loop_;
+  std::vector<std::unique_ptr<host::Watch>> watches_;
+  std::unique_ptr<host::Watch> retry_;
+};
+
+}  // namespace
 
 class FilterMgrClient::Impl {
  public:
   explicit Impl(qzmw_t* mw)
       : backend_(MakeBackend()), table_(backend_.get(), host::ProcessSettings().filter_capacity) {
+    if (auto* kernel = dynamic_cast<host::KernelBackend*>(backend_.get())) {
+      watch_.emplace(kernel, host::LoopOf(mw));
+    }
     registration_ = host::StateProvidersOf(mw)->Add(
         {"acl-app-filters", "filters", [this](const ly_ctx* context) {
            return host::BuildGroupState(context, table_, host::InterfaceNameOf);
@@ -28,13 +82,16 @@ class FilterMgrClient::Impl {
   static std::unique_ptr<host::Backend> MakeBackend() {
     const std::string& name = host::ProcessSettings().filter_backend;
     if (name == "memory") return std::make_unique<host::MemoryBackend>();
+    if (name == "kernel") return OpenKernelBackend();
     host::FatalFault(__func__, "filter_mgr", __LINE__, "unknown filter_backend \"%s\"",
                      name.c_str());
   }
 
+  // Destroyed in reverse: what is shown goes before what it shows, watches before their back end.
   std::unique_ptr<host::Backend> backend_;
   host::GroupTable table_;
-  host::StateProviders::Registration registration_;  // ends before what it shows
+  std::optional<KernelWatch> watch_;
+  host::StateProviders::Registration registration_;
 };
 
 FilterMgrClient::FilterMgrClient(qzmw_t* mw, const std::string& /*name*/)

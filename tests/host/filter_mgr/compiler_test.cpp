@@ -70,7 +70,7 @@ TEST(CompilerTest, PutsTheRarestTestFirstAndGuardsLast) {
   ASSERT_EQ(1u, rules.size());
   std::vector<int> offsets;
   for (const FieldTest& test : rules[0]->tests) offsets.push_back(test.offset);
-  EXPECT_EQ((std::vector<int>{16, 2, 12, 1, 9, 0}), offsets);
+  EXPECT_EQ((std::vector<int>{16, 1, 12, 1, 9, 0}), offsets);
   EXPECT_EQ(Source::kEtherType, rules[0]->tests.back().source);
   EXPECT_EQ(Verdict::kDrop, rules[0]->outcome.verdict);
 }

@@ -1,0 +1,376 @@
+#include "host/filter_mgr/kernel_backend.h"
+
+#include <libmnl/libmnl.h>
+#include <linux/netfilter.h>
+#include <linux/netfilter/nf_tables.h>
+#include <linux/netfilter/nfnetlink.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "host/filter_mgr/entry_text.h"
+#include "host/filter_mgr/group_table.h"
+#include "host/runtime/middleware.h"
+
+namespace host {
+namespace {
+
+using FiltersCommon::FiltersGroup;
+
+constexpr std::array<GroupSlot, kGroupSlots> kSlots = {kL2, kL3};
+constexpr int kAttempts = 8;
+
+const std::vector<RulePtr>& NoRules() {
+  static const std::vector<RulePtr> kNone;
+  return kNone;
+}
+
+// The entry that a port's rule belongs to.
+const PortEntry& EntryOfRule(const PortRules& port, int64_t rule) {
+  for (const PortEntry& entry : port.entries) {
+    if (rule < entry.rule_count) return entry;
+    rule -= entry.rule_count;
+  }
+  return port.entries.back();
+}
+
+bool SameRules(const HeldChain& a, const HeldChain& b) {
+  return std::equal(
+      a.rules.begin(), a.rules.end(), b.rules.begin(), b.rules.end(),
+      [](const HeldRule& x, const HeldRule& y) { return SameRule(*x.rule, *y.rule); });
+}
+
+// The table that an announcement of the packet filter is about; empty for none of this family.
+std::string TableOf(const nlmsghdr* message) {
+  constexpr uint16_t kTableName = 1;  // the same attribute in tables, chains, rules and sets
+  static_assert(NFTA_TABLE_NAME == kTableName && NFTA_CHAIN_TABLE == kTableName &&
+                NFTA_RULE_TABLE == kTableName && NFTA_SET_TABLE == kTableName &&
+                NFTA_SET_ELEM_LIST_TABLE == kTableName);
+  if (NFNL_SUBSYS_ID(message->nlmsg_type) != NFNL_SUBSYS_NFTABLES ||
+      NFNL_MSG_TYPE(message->nlmsg_type) == NFT_MSG_NEWGEN ||
+      static_cast<const nfgenmsg*>(mnl_nlmsg_get_payload(message))->nfgen_family !=
+          NFPROTO_NETDEV) {
+    return {};
+  }
+  std::string name;
+  ForEachAttribute(message, sizeof(nfgenmsg), [&name](const nlattr* attribute) {
+    if (mnl_attr_get_type(attribute) == kTableName) name = mnl_attr_get_str(attribute);
+  });
+  return name;
+}
+
+}  // namespace
+
+std::unique_ptr<KernelBackend> KernelBackend::Open(const KernelBackendOptions& options,
+                                                   std::string* reason) {
+  std::unique_ptr<KernelBackend> backend(new KernelBackend(options));
+  const int error = backend->Connect();
+  if (error == 0) return backend;
+  if (error == -EPERM || error == -EACCES) {
+    *reason = "the process may not program the kernel's packet filter: it needs CAP_NET_ADMIN";
+  } else {
+    *reason = std::string("the kernel's packet filter cannot be used: ") + strerror(-error);
+  }
+  return nullptr;
+}
+
+int KernelBackend::Connect() {
+  int error = 0;
+  commands_ = options_.open({NETLINK_NETFILTER, 0, 0}, &error);
+  if (commands_ == nullptr) return error;
+  // From before the first reading, so that no change is missed.
+  events_ = options_.open({NETLINK_NETFILTER, NFNLGRP_NFTABLES, commands_->port_id()}, &error);
+  if (events_ == nullptr) return error;
+  reader_.emplace(commands_.get());
+  error = links_.Open();
+  return error == 0 ? reader_->ReadTables(&held_) : error;
+}
+
+FilterMgrError KernelBackend::Apply(const FiltersGroup& group) {
+  const GroupSlot slot = SlotOf(group.getType());
+  CompileError error;
+  auto compiled = CompileGroup(group, groups_[slot] ? &*groups_[slot] : nullptr,
+                               {options_.names, options_.features.set_pcp}, &error);
+  if (!compiled) {
+    Log(LogLevel::kError, "filter group %d (%s) is refused: entry %d cannot be enforced: %s",
+        group.getId(), GroupTypeName(group.getType()), error.entry, error.reason.c_str());
+    return FILTER_MGR_ERR_UNSUPPORTED;
+  }
+  Targets targets{};
+  targets[slot] = &*compiled;
+  const FilterMgrError result = Program(targets);
+  if (result == FILTER_MGR_OK) groups_[slot] = std::move(compiled);
+  return result;
+}
+
+FilterMgrError KernelBackend::Program(const Targets& targets) {
+  BatchResult result;
+  bool again = true;
+  for (int i = 0; i < kAttempts && again; ++i) {
+    again = false;
+    result = TryProgram(targets, &again);
+  }
+  return result.error == 0 ? FILTER_MGR_OK : Report(result, targets);
+}
+
+BatchResult KernelBackend::TryProgram(const Targets& targets, bool* again) {
+  BatchResult result;
+  uint32_t generation = 0;
+  result.error = reader_->ReadGeneration(&generation);
+  if (result.error == 0) result.error = Refresh();
+  if (result.error != 0) return result;
+
+  const std::set<std::string> ports = PortsOf(targets);
+  std::vector<TableUpdate> updates;
+  for (const std::string& port : ports) {
+    const auto held = held_.find(port);
+    TableUpdate update(port, held == held_.end() ? nullptr : &held->second,
+                       DesiredOf(port, targets));
+    result.error = ReadHandles(update);
+    if (result.error == -ESTALE) {
+      stale_.insert(port);
+      *again = true;
+    }
+    if (result.error != 0) return result;
+    updates.push_back(std::move(update));
+  }
+
+  NftBatch batch(generation);
+  for (const TableUpdate& update : updates) update.Encode(&batch);
+  if (batch.size() != 0) result = batch.Commit(*commands_);
+  if (result.error == 0) {
+    for (const TableUpdate& update : updates) update.Commit(&held_);
+    for (const std::string& port : ports) verified_.erase(port);
+    writes_ += batch.size();
+    return result;
+  }
+  // Someone else's change came first; or an interface went, and with it what was planned for it.
+  *again = result.error == -ERESTART || (result.error == -ENOENT && !links_.Update().empty());
+  if (result.unknown || result.error == -ENOENT) {
+    // The next attempt finds out what the kernel made of this one.
+    for (const TableUpdate& update : updates) {
+      if (!update.empty()) stale_.insert(update.port());
+    }
+    *again = true;
+  }
+  return result;
+}
+
+// Brings `held_` up to date with what others have done.
+int KernelBackend::Refresh() {
+  ReadEvents();
+  if (all_stale_) {
+    HeldTables tables;
+    const int error = reader_->ReadTables(&tables);
+    if (error != 0) return error;
+    for (const auto& [port, table] : held_) verified_.insert(port);
+    held_ = std::move(tables);
+    for (const auto& [port, table] : held_) verified_.insert(port);
+    for (const GroupSlot slot : kSlots) {
+      if (!groups_[slot]) continue;
+      for (const auto& [port, rules] : groups_[slot]->ports) verified_.insert(port);
+    }
+    all_stale_ = false;
+    stale_.clear();
+  }
+  while (!stale_.empty()) {
+    const std::string port = *stale_.begin();
+    std::optional<HeldTable> table;
+    const int error = reader_->ReadTable(port, &table);
+    if (error != 0) return error;
+    if (table) {
+      held_[port] = std::move(*table);
+    } else {
+      held_.erase(port);
+    }
+    verified_.insert(port);
+    stale_.erase(port);
+  }
+  return 0;
+}
+
+void KernelBackend::ReadEvents() {
+  std::vector<char> buffer(1 << 16);
+  for (;;) {
+    const ssize_t size = events_->Receive(buffer.data(), buffer.size(), /*wait=*/false);
+    if (size == -ENOBUFS) all_stale_ = true;
+    if (size == -ENOBUFS || size == -EINTR) continue;
+    if (size < 0) return;
+    auto remaining = static_cast<int>(size);
+    const auto* message = reinterpret_cast<const nlmsghdr*>(buffer.data());
+    for (; mnl_nlmsg_ok(message, remaining); message = mnl_nlmsg_next(message, &remaining)) {
+      const auto port = PortOfTable(TableOf(message));
+      if (port) stale_.insert(*port);
+    }
+  }
+}
+
+const CompiledGroup* KernelBackend::SettledGroup(GroupSlot slot) const {
+  return groups_[slot] ? &*groups_[slot] : nullptr;
+}
+
+bool KernelBackend::CanProgram(const std::string& port) const {
+  return options_.features.hooks_by_name ? IsInterfaceName(port) : links_.Has(port);
+}
+
+std::set<std::string> KernelBackend::PortsOf(const Targets& targets) const {
+  std::set<std::string> ports = verified_;
+  for (const CompiledGroup* group : targets) {
+    if (group == nullptr) continue;
+    for (const auto& [port, rules] : group->ports) ports.insert(port);
+    for (const auto& [port, table] : held_) ports.insert(port);
+  }
+  return ports;
+}
+
+DesiredTable KernelBackend::DesiredOf(const std::string& port, const Targets& targets) const {
+  DesiredTable desired;
+  if (options_.features.ownership) desired.flags = kTableOwner | kTablePersist;
+  const bool whole = verified_.count(port) != 0;
+  for (const GroupSlot slot : kSlots) {
+    const CompiledGroup* group = targets[slot];
+    // A group that is not being changed needs no comparing, unless its table was read again.
+    if (group == nullptr && whole) group = SettledGroup(slot);
+    if (group == nullptr) continue;
+    const auto it = group->ports.find(port);
+    desired.rules[slot] =
+        it == group->ports.end() || !CanProgram(port) ? &NoRules() : &it->second.rules;
+  }
+  return desired;
+}
+
+int KernelBackend::ReadHandles(const TableUpdate& update) {
+  for (const ChainRef& ref : update.ChainsToRead()) {
+    HeldGroup& group = held_.at(update.port()).groups[ref.slot];
+    HeldChain& known = ref.chunk ? group.chunks.at(*ref.chunk) : group.base;
+    HeldChain now;
+    const int error = reader_->ReadChain(update.port(), ref.slot, ref.Name(), &now);
+    if (error != 0) return error;
+    if (!SameRules(known, now)) return -ESTALE;
+    for (size_t i = 0; i < now.rules.size(); ++i) {
+      known.rules[i].handle = now.rules[i].handle;
+      known.rules[i].hits = now.rules[i].hits;
+    }
+  }
+  return 0;
+}
+
+FilterMgrError KernelBackend::Report(const BatchResult& result, const Targets& targets) const {
+  std::string what = "the filter";
+  for (const CompiledGroup* group : targets) {
+    if (group == nullptr) continue;
+    what = "filter group " + std::to_string(group->source.getId()) + " (" +
+           GroupTypeName(group->source.getType()) + ")";
+  }
+  std::string where;
+  const MessageOrigin& origin = result.origin;
+  if (result.refused && origin.port != nullptr) where = " on port " + *origin.port;
+  const CompiledGroup* group =
+      targets[origin.slot] != nullptr ? targets[origin.slot] : SettledGroup(origin.slot);
+  if (!where.empty() && origin.rule >= 0 && group != nullptr) {
+    const unsigned short id = EntryOfRule(group->ports.at(*origin.port), origin.rule).id;
+    where += " at entry " + std::to_string(id) + " (" +
+             EntryText(group->source.getEntriesRef().at(id)) + ")";
+  }
+  const char* const reason = strerror(-result.error);
+  if (result.error == -EPERM || result.error == -EACCES) {
+    Log(LogLevel::kError, "%s cannot be programmed%s: the process may not (%s)", what.c_str(),
+        where.c_str(), reason);
+    return FILTER_MGR_ERR_PRIVILEGE;
+  }
+  if (result.refused) {
+    Log(LogLevel::kError, "the kernel refused %s%s: %s", what.c_str(), where.c_str(), reason);
+    return FILTER_MGR_ERR_KERNEL;
+  }
+  Log(LogLevel::kError, "%s could not be sent to the kernel: %s", what.c_str(), reason);
+  return FILTER_MGR_ERR_NETLINK;
+}
+
+bool KernelBackend::Poll() {
+  for (const std::string& name : links_.Update()) {
+    const bool ours = Ports().count(name) != 0 || held_.count(name) != 0;
+    if (!ours) continue;
+    Log(LogLevel::kInfo, "interface %s %s", name.c_str(),
+        links_.Has(name) ? "appeared" : "vanished");
+    if (!options_.features.hooks_by_name) stale_.insert(name);
+  }
+  ReadEvents();
+  if (stale_.empty() && verified_.empty() && !all_stale_) return true;
+  std::set<std::string> concerned = stale_;
+  concerned.insert(verified_.begin(), verified_.end());
+  const size_t before = writes_;
+  const FilterMgrError result = Program({});
+  if (result != FILTER_MGR_OK) {
+    failed_.insert(concerned.begin(), concerned.end());
+    return false;
+  }
+  failed_.clear();
+  if (writes_ != before) {
+    for (const std::string& port : concerned) {
+      Log(LogLevel::kWarning, "the packet filter of port %s was not as it should be; put right",
+          port.c_str());
+    }
+  }
+  return true;
+}
+
+std::map<std::string, PortState> KernelBackend::Ports() const {
+  std::map<std::string, PortState> ports;
+  for (const GroupSlot slot : kSlots) {
+    if (!groups_[slot]) continue;
+    for (const auto& [port, rules] : groups_[slot]->ports) {
+      ports[port] = failed_.count(port) != 0 ? PortState::kFailed
+                    : links_.Has(port)       ? PortState::kEnforced
+                                             : PortState::kAbsent;
+    }
+  }
+  return ports;
+}
+
+bool KernelBackend::ReadHits(const FiltersGroup& group, HitsById* hits) {
+  const GroupSlot slot = SlotOf(group.getType());
+  if (!groups_[slot]) return false;
+  for (const auto& [port, rules] : groups_[slot]->ports) {
+    const auto held = held_.find(port);
+    if (held == held_.end()) continue;
+    std::vector<Hits> of_rule;
+    for (uint32_t number : held->second.groups[slot].order) {
+      std::vector<Hits> of_chunk;
+      if (reader_->ReadHits(port, slot, number, &of_chunk) != 0) return false;
+      of_rule.insert(of_rule.end(), of_chunk.begin(), of_chunk.end());
+    }
+    // Otherwise someone else has changed the table, which will be put right.
+    if (of_rule.size() != rules.rules.size()) return false;
+    size_t rule = 0;
+    for (const PortEntry& entry : rules.entries) {
+      Hits& sum = (*hits)[entry.id];
+      for (uint8_t i = 0; i < entry.rule_count; ++i, ++rule) {
+        sum.packets += of_rule[rule].packets;
+        sum.bytes += of_rule[rule].bytes;
+      }
+    }
+  }
+  return true;
+}
+
+int FlushTables(NetlinkSocket& socket, size_t* ports) {
+  KernelReader reader(&socket);
+  BatchResult result;
+  for (int i = 0; i < kAttempts; ++i) {
+    uint32_t generation = 0;
+    HeldTables tables;
+    int error = reader.ReadGeneration(&generation);
+    if (error == 0) error = reader.ReadTables(&tables);
+    if (error != 0) return error;
+    *ports = tables.size();
+    if (tables.empty()) return 0;
+    NftBatch batch(generation);
+    for (const auto& [port, table] : tables) batch.DeleteTable(TableName(port));
+    result = batch.Commit(socket);
+    if (result.error != -ERESTART) break;
+  }
+  return result.error;
+}
+
+}  // namespace host

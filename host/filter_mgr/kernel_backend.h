@@ -1,0 +1,103 @@
+// The back end that enforces the groups by the kernel's packet filter, on the ingress hook of each
+// port.
+//
+// An update is compiled, compared with what the kernel holds, and what differs is written in one
+// transaction over all ports: the kernel takes all of it or nothing. What the kernel holds is read
+// once at the start, so that a restart finds what the run before left, and is kept up from there;
+// chains are read again before they are edited. Each transaction carries the generation that it
+// is based on: when anyone else has changed the packet filter in between, the kernel refuses it,
+// and it is planned anew.
+//
+// Filters outlive the process. Only an update, the loss of an entry's last port, or flushing them
+// on purpose (FlushTables()) removes them.
+//
+// Changes of others to the Filter Manager's tables, and interfaces that come and go, are announced
+// by the kernel; Poll() takes them in and puts right what they concern.
+#ifndef HOST_FILTER_MGR_KERNEL_BACKEND_H_
+#define HOST_FILTER_MGR_KERNEL_BACKEND_H_
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host/filter_mgr/backend.h"
+#include "host/filter_mgr/compiler.h"
+#include "host/filter_mgr/kernel_features.h"
+#include "host/filter_mgr/kernel_reader.h"
+#include "host/filter_mgr/link_table.h"
+#include "host/filter_mgr/table_update.h"
+
+namespace host {
+
+struct KernelBackendOptions {
+  PortNames names;
+  KernelFeatures features;
+  NetlinkOpener open = OpenNetlink;  // tests put themselves in between
+};
+
+class KernelBackend : public Backend {
+ public:
+  // Connects to the kernel and reads what it holds. Null, with a reason for people in `reason`,
+  // when that is not possible.
+  static std::unique_ptr<KernelBackend> Open(const KernelBackendOptions& options,
+                                             std::string* reason);
+
+  const char* name() const override { return "kernel"; }
+  FilterMgrError Create(const FiltersCommon::FiltersGroup&) override { return FILTER_MGR_OK; }
+  FilterMgrError Apply(const FiltersCommon::FiltersGroup& group) override;
+  bool ReadHits(const FiltersCommon::FiltersGroup& group, HitsById* hits) override;
+  std::map<std::string, PortState> Ports() const override;
+
+  // Descriptors to wait on for Poll().
+  std::vector<int> fds() const { return {links_.fd(), events_->fd()}; }
+  // Takes in what the kernel has announced and puts right what it concerns. False when something
+  // could not be put right: Poll() should then be called again after a while.
+  bool Poll();
+
+  // Messages that changed the packet filter since the start; for tests.
+  size_t writes() const { return writes_; }
+  // What the kernel holds, as far as is known; for tests.
+  const HeldTables& held() const { return held_; }
+
+ private:
+  using Targets = std::array<const CompiledGroup*, kGroupSlots>;
+
+  explicit KernelBackend(const KernelBackendOptions& options) : options_(options) {}
+  int Connect();
+
+  FilterMgrError Program(const Targets& targets);
+  // One attempt. `again` tells that the state has changed in between and another one may succeed.
+  BatchResult TryProgram(const Targets& targets, bool* again);
+  void ReadEvents();
+  int Refresh();
+  DesiredTable DesiredOf(const std::string& port, const Targets& targets) const;
+  std::set<std::string> PortsOf(const Targets& targets) const;
+  bool CanProgram(const std::string& port) const;
+  const CompiledGroup* SettledGroup(GroupSlot slot) const;
+  // Reads the chains that the update edits. -ESTALE when they are not what they should be.
+  int ReadHandles(const TableUpdate& update);
+  FilterMgrError Report(const BatchResult& result, const Targets& targets) const;
+
+  KernelBackendOptions options_;
+  std::unique_ptr<NetlinkSocket> commands_, events_;
+  std::optional<KernelReader> reader_;
+  LinkTable links_;
+  HeldTables held_;
+  std::array<std::optional<CompiledGroup>, kGroupSlots> groups_;  // in force; none before an update
+  std::set<std::string> stale_;     // ports whose table has to be read again
+  std::set<std::string> verified_;  // ports whose table was, and has to be compared whole
+  bool all_stale_ = false;
+  std::set<std::string> failed_;  // ports that could not be put right
+  size_t writes_ = 0;
+};
+
+// Removes all tables of the Filter Manager from the kernel. 0 or a negative errno; the number of
+// ports in `ports`.
+int FlushTables(NetlinkSocket& socket, size_t* ports);
+
+}  // namespace host
+
+#endif  // HOST_FILTER_MGR_KERNEL_BACKEND_H_
