@@ -106,12 +106,13 @@ inline DatastoreErrors Edit(Datastore* datastore, const std::string& xml,
   return datastore->Edit(edit.get(), options, Origin{"tester", 1});
 }
 
-// A line per leaf and list entry, sorted: equal for equal configurations, however reached.
+// A line per leaf (keys aside) and list entry, sorted: equal for equal configurations, however
+// reached.
 inline void CollectLines(const lyd_node* first, std::vector<std::string>* lines) {
   for (; first != nullptr; first = first->next) {
     std::string line = PathOf(first);
     if ((first->schema->nodetype & LYD_NODE_TERM) != 0) line += " = " + std::string(TextOf(first));
-    if (!IsPlainContainer(first->schema)) lines->push_back(line);
+    if (!IsPlainContainer(first->schema) && !IsKey(first)) lines->push_back(line);
     CollectLines(lyd_child(first), lines);
   }
 }
