@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "host/cdb/cross_checks.h"
+#include "host/cdb/diff.h"
 #include "host/cdb/edit.h"
 #include "host/cdb/load.h"
 #include "host/cdb/operational_store.h"
@@ -17,15 +18,6 @@
 
 namespace host {
 namespace {
-
-// Nodes in a difference from which on the memory that the commit has freed is given back at once.
-constexpr size_t kBulkNodes = 10000;
-
-size_t CountNodes(const lyd_node* first) {
-  size_t count = 0;
-  for (; first != nullptr; first = first->next) count += 1 + CountNodes(lyd_child(first));
-  return count;
-}
 
 // A change of running that failed half way has no way back but a restart from what is persistent.
 [[noreturn]] void Die(const char* what) {
@@ -80,7 +72,7 @@ class LibyangDatastore : public Datastore {
   DatastoreErrors Commit(const lyd_node* before, Tree after, TestOption test, const Origin&) {
     DatastoreErrors errors = Validate(&after);
     if (!errors.empty()) return errors;
-    const Tree diff = Difference(before, after.get());
+    const Tree diff = Difference(context_.get(), before, after.get());
     errors = checks_.Check(diff.get());
     if (!errors.empty() || diff == nullptr || test == TestOption::kTestOnly) return errors;
     after.reset();
@@ -88,7 +80,6 @@ class LibyangDatastore : public Datastore {
     ++transaction_id_;
     const std::vector<CommitObserver*> observers = observers_;
     for (CommitObserver* observer : observers) observer->OnCommit(diff.get());
-    if (CountNodes(diff.get()) >= kBulkNodes) malloc_trim(0);
     return {};
   }
 
@@ -105,16 +96,9 @@ class LibyangDatastore : public Datastore {
     return errors;
   }
 
-  static Tree Difference(const lyd_node* before, const lyd_node* after) {
-    lyd_node* diff = nullptr;
-    if (lyd_diff_siblings(before, after, 0, &diff) != LY_SUCCESS) Die("cannot compare two trees");
-    return Tree(diff);
-  }
-
   void ApplyToRunning(const lyd_node* diff) {
     checks_.Apply(diff);
-    TreeBuilder builder(&running_);
-    if (lyd_diff_apply_all(builder, diff) != LY_SUCCESS) Die("cannot apply a commit to running");
+    if (!ApplyDifference(diff, &running_)) Die("cannot apply a commit to running");
   }
 
   ContextPtr context_;

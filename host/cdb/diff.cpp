@@ -1,7 +1,8 @@
-// Reading of differences.
+// Making and reading of differences.
 #include "host/cdb/diff.h"
 
 #include <cstring>
+#include <new>
 
 namespace host {
 
@@ -21,6 +22,103 @@ DiffOperation DiffOperationOf(const lyd_node* node, DiffOperation inherited) {
     }
   }
   return inherited;
+}
+
+namespace {
+
+class DiffMaker {
+ public:
+  explicit DiffMaker(const ly_ctx* context) : context_(context) {}
+
+  Tree Take() { return Tree(first_); }
+
+  void Compare(const lyd_node* before, const lyd_node* after, lyd_node* parent) {
+    for (const lyd_node* old = before; old != nullptr; old = old->next) {
+      if (IsKey(old)) continue;
+      const lyd_node* now = FindSame(after, old);
+      if (now == nullptr) {
+        Mark(Add(old, parent, LYD_DUP_RECURSIVE), "delete");
+      } else if ((old->schema->nodetype & LYD_NODE_INNER) != 0) {
+        CompareInner(old, now, parent);
+      } else if (old->schema->nodetype == LYS_LEAF && strcmp(TextOf(old), TextOf(now)) != 0) {
+        lyd_node* leaf = Add(now, parent, 0);
+        Mark(leaf, "replace");
+        SetMeta(leaf, "yang:orig-default", "false");
+        SetMeta(leaf, "yang:orig-value", TextOf(old));
+      }
+    }
+    for (const lyd_node* now = after; now != nullptr; now = now->next) {
+      if (!IsKey(now) && FindSame(before, now) == nullptr)
+        Mark(Add(now, parent, LYD_DUP_RECURSIVE), "create");
+    }
+  }
+
+ private:
+  void CompareInner(const lyd_node* old, const lyd_node* now, lyd_node* parent) {
+    lyd_node* node = Add(old, parent, 0);
+    Mark(node, "none");
+    Compare(lyd_child(old), lyd_child(now), node);
+    if (lyd_child_no_keys(node) != nullptr) return;
+    FreeNode(node, &first_);
+  }
+
+  lyd_node* Add(const lyd_node* node, lyd_node* parent, uint32_t options) {
+    return AddCopy(node, parent, options, &first_);
+  }
+
+  void Mark(lyd_node* node, const char* operation) { SetMeta(node, "yang:operation", operation); }
+
+  void SetMeta(lyd_node* node, const char* name, const char* value) {
+    if (lyd_new_meta(context_, node, nullptr, name, value, 0, nullptr) != LY_SUCCESS)
+      throw std::bad_alloc();
+  }
+
+  const ly_ctx* context_;
+  lyd_node* first_ = nullptr;
+};
+
+}  // namespace
+
+namespace {
+
+bool ApplySiblings(const lyd_node* diff, DiffOperation inherited, lyd_node* parent,
+                   lyd_node** first) {
+  for (; diff != nullptr; diff = diff->next) {
+    if (IsKey(diff)) continue;
+    const DiffOperation operation = DiffOperationOf(diff, inherited);
+    if (operation == DiffOperation::kCreate) {
+      AddCopy(diff, parent, LYD_DUP_RECURSIVE, first);
+      continue;
+    }
+    lyd_node* match = FindSame(parent != nullptr ? lyd_child(parent) : *first, diff);
+    if (match == nullptr) return false;
+    if (operation == DiffOperation::kNone) {
+      if (!ApplySiblings(lyd_child(diff), operation, match, first)) return false;
+      continue;
+    }
+    FreeNode(match, first);
+    if (operation == DiffOperation::kReplace) AddCopy(diff, parent, 0, first);
+  }
+  return true;
+}
+
+}  // namespace
+
+bool ApplyDifference(const lyd_node* diff, Tree* tree) {
+  TreeBuilder builder(tree);
+  return ApplySiblings(diff, DiffOperation::kNone, nullptr, builder);
+}
+
+Tree Difference(const ly_ctx* context, const lyd_node* before, const lyd_node* after) {
+  DiffMaker maker(context);
+  maker.Compare(before, after, nullptr);
+  return maker.Take();
+}
+
+size_t CountNodes(const lyd_node* first) {
+  size_t count = 0;
+  for (; first != nullptr; first = first->next) count += 1 + CountNodes(lyd_child(first));
+  return count;
 }
 
 }  // namespace host

@@ -1,7 +1,9 @@
-// Reading of differences in libyang's form: nodes carry yang:operation, and those without inherit
-// their parent's.
+// Differences in libyang's form: nodes carry yang:operation, and those without inherit their
+// parent's.
 #ifndef HOST_CDB_DIFF_H_
 #define HOST_CDB_DIFF_H_
+
+#include <cstddef>
 
 #include "host/cdb/yang_tree.h"
 
@@ -16,6 +18,17 @@ enum class DiffOperation {
 
 // The node's operation, `inherited` when it has none of its own.
 DiffOperation DiffOperationOf(const lyd_node* node, DiffOperation inherited);
+
+// The difference that makes `before` into `after`, both normalized; null when there is none. Does
+// what lyd_diff_siblings() does, which takes quadratic time where many entries of a list change.
+Tree Difference(const ly_ctx* context, const lyd_node* before, const lyd_node* after);
+
+// Applies a difference to `tree`. False when a node is missing that the difference changes; the
+// tree is then half changed. Linear, which lyd_diff_apply_all() is not.
+bool ApplyDifference(const lyd_node* diff, Tree* tree);
+
+// Nodes from `first` on, with all below.
+size_t CountNodes(const lyd_node* first);
 
 }  // namespace host
 

@@ -1,5 +1,4 @@
 // Application of an edit to a tree.
-#include <new>
 #include <unordered_set>
 #include <utility>
 
@@ -77,19 +76,10 @@ class EditApplier {
 
   // Adds a copy of the edit's node, an entry with its keys, without further content.
   lyd_node* Insert(const lyd_node* edit, lyd_node* parent) {
-    lyd_node* copy = nullptr;
-    auto* inner = reinterpret_cast<lyd_node_inner*>(parent);
-    if (lyd_dup_single(edit, inner, LYD_DUP_NO_META, &copy) != LY_SUCCESS ||
-        (parent == nullptr && lyd_insert_sibling(*first_, copy, first_) != LY_SUCCESS)) {
-      throw std::bad_alloc();
-    }
-    return copy;
+    return AddCopy(edit, parent, 0, first_);
   }
 
-  void Remove(lyd_node* node) {
-    if (node == *first_) *first_ = node->next;
-    lyd_free_tree(node);
-  }
+  void Remove(lyd_node* node) { FreeNode(node, first_); }
 
   // What is set in one case of a choice ends the choice's other cases (RFC 7950, section 7.9); so
   // does what is set in a container without presence for the choice that the container is in.

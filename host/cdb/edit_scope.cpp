@@ -1,6 +1,4 @@
 // The part of running that an edit touches.
-#include <new>
-
 #include "host/cdb/edit.h"
 #include "host/cdb/edit_node.h"
 
@@ -24,7 +22,7 @@ class ScopeCopier {
       const bool whole = Removes(operation) || operation == Operation::kReplace ||
                          (operation == Operation::kCreate && IsPlainContainer(edit->schema));
       if (whole) {
-        if (copy != nullptr) Discard(copy);
+        if (copy != nullptr) FreeNode(copy, first_);
         Duplicate(match, parent, LYD_DUP_RECURSIVE);
         continue;
       }
@@ -61,18 +59,7 @@ class ScopeCopier {
   }
 
   lyd_node* Duplicate(const lyd_node* node, lyd_node* parent, uint32_t options) {
-    lyd_node* copy = nullptr;
-    auto* inner = reinterpret_cast<lyd_node_inner*>(parent);
-    if (lyd_dup_single(node, inner, options | LYD_DUP_NO_META, &copy) != LY_SUCCESS ||
-        (parent == nullptr && lyd_insert_sibling(*first_, copy, first_) != LY_SUCCESS)) {
-      throw std::bad_alloc();
-    }
-    return copy;
-  }
-
-  void Discard(lyd_node* copy) {
-    if (copy == *first_) *first_ = copy->next;
-    lyd_free_tree(copy);
+    return AddCopy(node, parent, options, first_);
   }
 
   lyd_node** first_;

@@ -66,34 +66,19 @@ std::string ChildText(const lyd_node* node, const char* name) {
   return "";
 }
 
-namespace {
-
-// Strips what is below `node`; true when the node itself is implicit or empty.
-bool StripNode(lyd_node* node) {
-  if ((node->schema->nodetype & LYD_NODE_TERM) != 0) return (node->flags & LYD_DEFAULT) != 0;
-  lyd_node* next;
-  lyd_node* child;
-  LY_LIST_FOR_SAFE(lyd_child(node), next, child) {
-    if (StripNode(child)) lyd_free_tree(child);
+lyd_node* AddCopy(const lyd_node* node, lyd_node* parent, uint32_t options, lyd_node** first) {
+  lyd_node* copy = nullptr;
+  auto* inner = reinterpret_cast<lyd_node_inner*>(parent);
+  if (lyd_dup_single(node, inner, options | LYD_DUP_NO_META, &copy) != LY_SUCCESS ||
+      (parent == nullptr && lyd_insert_sibling(*first, copy, first) != LY_SUCCESS)) {
+    throw std::bad_alloc();
   }
-  node->flags &= ~static_cast<uint32_t>(LYD_DEFAULT);
-  return lyd_child(node) == nullptr && IsPlainContainer(node->schema) && !IsFrame(node->schema);
+  return copy;
 }
 
-}  // namespace
-
-void Normalize(const ly_ctx* context, Tree* tree) {
-  lyd_node* first = tree->release();
-  if (lyd_new_implicit_all(&first, context, LYD_IMPLICIT_NO_STATE, nullptr) != LY_SUCCESS)
-    throw std::bad_alloc();
-  lyd_node* next;
-  lyd_node* node;
-  LY_LIST_FOR_SAFE(first, next, node) {
-    if (!StripNode(node)) continue;
-    if (node == first) first = next;
-    lyd_free_tree(node);
-  }
-  tree->reset(first);
+void FreeNode(lyd_node* node, lyd_node** first) {
+  if (node == *first) *first = node->next;
+  lyd_free_tree(node);
 }
 
 Tree CopyTree(const lyd_node* first) {

@@ -64,6 +64,12 @@ bool HoldsSomething(const lyd_node* node);
 // content was reached, so that the difference of two parts is the difference of the wholes.
 void Normalize(const ly_ctx* context, Tree* tree);
 
+// Adds a copy of `node` below `parent`, or beside `*first` where that is null; a list entry comes
+// with its keys. `options` are those of lyd_dup_single(); metadata stays behind.
+lyd_node* AddCopy(const lyd_node* node, lyd_node* parent, uint32_t options, lyd_node** first);
+// Frees `node` with all below; `*first` is the tree's first node.
+void FreeNode(lyd_node* node, lyd_node** first);
+
 // The siblings from `first` on, with everything below; without metadata. Null for null.
 Tree CopyTree(const lyd_node* first);
 

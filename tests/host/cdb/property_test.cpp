@@ -275,7 +275,11 @@ TEST_P(PropertyTest, SmallTreesEqualWholeTrees) {
   EditMaker maker(GetParam());
   Model model;
   int accepted = 0;
+#ifdef __SANITIZE_ADDRESS__
+  const int rounds = 400;  // each costs ten times as much
+#else
   const int rounds = 3000;
+#endif
   for (int round = 0; round < rounds; ++round) {
     const std::string xml = maker.Make();
     const EditOptions options = maker.Options();
