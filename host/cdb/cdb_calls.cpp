@@ -197,11 +197,7 @@ int Delete(int sock, std::string_view path) {
 int MoveTo(int sock, std::string_view path) {
   const Target target(sock, path);
   if (target.steps == nullptr) return CONFD_ERR;
-  confd_hkeypath_t keypath;
-  if (!ToKeypath(*target.steps, &keypath)) return Refuse("the path is too deep");
-  const std::string text = PrintKeypath(&target.service->schema(), keypath);
-  FreeKeypathValues(&keypath);
-  target.session->set_position(text == "/" ? "" : text);
+  target.session->MoveTo(*target.steps, target.tree);
   return CONFD_OK;
 }
 
@@ -254,18 +250,19 @@ int cdb_cd(int sock, const char* fmt, ...) {
 int cdb_getcwd(int sock, size_t size, char* curdir) {
   const Target target(sock);
   if (target.session == nullptr) return CONFD_ERR;
-  const std::string& position = target.session->position();
-  const std::string& text = position.empty() ? "/" : position;
+  const std::string& text = target.session->position();
   if (text.size() + 1 > size) return host::Refuse("the position does not fit into the buffer");
   memcpy(curdir, text.c_str(), text.size() + 1);
   return CONFD_OK;
 }
 
 int cdb_getcwd_kpath(int sock, confd_hkeypath_t** kp) {
-  const Target target(sock, "");
-  if (target.steps == nullptr) return CONFD_ERR;
+  const Target target(sock);
+  const host::PathSteps* steps =
+      target.session != nullptr ? target.session->PositionSteps(target.tree) : nullptr;
+  if (steps == nullptr) return CONFD_ERR;
   auto* keypath = static_cast<confd_hkeypath_t*>(std::malloc(sizeof(confd_hkeypath_t)));
-  if (keypath == nullptr || !host::ToKeypath(*target.steps, keypath)) {
+  if (keypath == nullptr || !host::ToKeypath(*steps, keypath)) {
     std::free(keypath);
     return host::Refuse("the position has no keypath");
   }

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstring>
 
 #include "host/cdb/schema.h"
 
@@ -156,6 +155,9 @@ const PathSteps* PathResolver::Resolve(std::string_view path, const PathTree& tr
     generation_ = tree.generation;
     steps_.clear();
   }
+  const bool goes_up = path.find("..") != std::string_view::npos;
+  if (goes_up || goes_up_) steps_.clear();
+  goes_up_ = goes_up;
   const size_t at = KeepCommonSteps(path);
   if (!Parse(path, at, tree, error)) {
     steps_.clear();
@@ -168,16 +170,12 @@ const PathSteps* PathResolver::Resolve(std::string_view path, const PathTree& tr
 
 // Drops the steps that `path` does not begin with; returns where parsing goes on.
 size_t PathResolver::KeepCommonSteps(std::string_view path) {
+  if (steps_.empty()) return 0;
   const size_t most = std::min(path.size(), path_.size());
   const size_t common =
       std::mismatch(path.begin(), path.begin() + static_cast<ptrdiff_t>(most), path_.begin())
           .first -
       path.begin();
-  // Paths with "../" were resolved to steps that do not stand in their text.
-  if (path.find("..") != std::string_view::npos || path_.find("..") != std::string::npos) {
-    steps_.clear();
-    return 0;
-  }
   const auto fits = [&](const PathStep& step) {
     if (step.end > common) return false;
     return step.end == path.size() || path[step.end] == '/';
@@ -206,7 +204,7 @@ bool PathResolver::Parse(std::string_view path, size_t at, const PathTree& tree,
       continue;
     }
     size_t end = at;
-    while (end < path.size() && strchr("/[{", path[end]) == nullptr) ++end;
+    while (end < path.size() && path[end] != '/' && path[end] != '[' && path[end] != '{') ++end;
     const std::string_view name = path.substr(at, end - at);
     at = end;
     if (name == "..") {

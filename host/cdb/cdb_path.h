@@ -85,6 +85,7 @@ class PathResolver {
 
   const CdbSchema* schema_;
   std::string path_;
+  bool goes_up_ = false;  // path_ has "..": its text does not tell its steps
   PathSteps steps_;
   uint64_t generation_ = 0;
 };
@@ -102,6 +103,9 @@ void FreeKeypathValues(confd_hkeypath_t* keypath);
 
 // The steps as a path of libyang. False when a key cannot be written in one.
 bool ToDataPath(const PathSteps& steps, std::string* path);
+
+// Prints the steps as PrintKeypath() prints their keypath.
+std::string PrintSteps(const PathSteps& steps);
 
 // Prints a keypath in a form that a resolver reads. `schema` may be null: nodes then have the
 // names of their tags, enumeration keys are numbers.

@@ -25,13 +25,24 @@ const PathSteps* CdbSession::Resolve(std::string_view path, const PathTree& tree
   std::string error;
   const PathSteps* steps = nullptr;
   if (!path.empty() && path.front() == '/') {
-    steps = resolver_.Resolve(path, tree, &error);
+    steps = absolute_.Resolve(path, tree, &error);
   } else {
-    absolute_.assign(position_).append("/").append(path);
-    steps = resolver_.Resolve(absolute_, tree, &error);
+    joined_.assign(position_).append("/").append(path);
+    steps = relative_.Resolve(joined_, tree, &error);
   }
   if (steps == nullptr) SetCdbError(error);
   return steps;
+}
+
+const PathSteps* CdbSession::PositionSteps(const PathTree& tree) {
+  if (position_generation_ == tree.generation) return &position_steps_;
+  return Resolve("", tree);
+}
+
+void CdbSession::MoveTo(const PathSteps& steps, const PathTree& tree) {
+  position_steps_ = steps;
+  position_generation_ = tree.generation;
+  position_ = PrintSteps(steps);
 }
 
 CdbService::CdbService(Datastore* datastore)

@@ -22,21 +22,29 @@ const std::string& CdbError();
 // One session: which datastore, and where in it.
 class CdbSession {
  public:
-  CdbSession(const CdbSchema* schema, cdb_db_type db) : db_(db), resolver_(schema) {}
+  CdbSession(const CdbSchema* schema, cdb_db_type db)
+      : db_(db), absolute_(schema), relative_(schema) {}
 
   cdb_db_type db() const { return db_; }
-  // The position as a path, "" at the top.
-  const std::string& position() const { return position_; }
-  void set_position(std::string position) { position_ = std::move(position); }
 
   // Resolves a path, relative ones from the position. Null after an error (SetCdbError).
   const PathSteps* Resolve(std::string_view path, const PathTree& tree);
 
+  // The position as a path, "/" at the top. It stays the same whatever is committed.
+  const std::string& position() const { return position_; }
+  // The steps of the position in the tree as it is now. Null after an error (SetCdbError).
+  const PathSteps* PositionSteps(const PathTree& tree);
+  void MoveTo(const PathSteps& steps, const PathTree& tree);
+
  private:
   cdb_db_type db_;
-  PathResolver resolver_;
-  std::string position_;
-  std::string absolute_;  // the last relative path's absolute form; a member to save allocations
+  // Apart, so that neither loses the steps that it goes on from to the other.
+  PathResolver absolute_;
+  PathResolver relative_;
+  std::string position_ = "/";
+  PathSteps position_steps_;  // of the tree of position_generation_
+  uint64_t position_generation_ = 0;
+  std::string joined_;  // the last relative path's absolute form; a member to save allocations
 };
 
 class CdbService {

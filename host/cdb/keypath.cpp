@@ -83,6 +83,26 @@ void FreeKeypathValues(confd_hkeypath_t* keypath) {
   }
 }
 
+std::string PrintSteps(const PathSteps& steps) {
+  std::string text;
+  for (const PathStep& step : steps) {
+    text += '/';
+    text += step.node->name;
+    if (!step.is_entry) continue;
+    text += '{';
+    const lyd_node* key =
+        step.node->is(LYS_LIST) && step.keys.empty() ? lyd_child(step.data) : nullptr;
+    const size_t count = key != nullptr ? step.node->key_count : step.keys.size();
+    for (size_t i = 0; i < count; ++i) {
+      if (i > 0) text += ' ';
+      AppendKey(key != nullptr ? TextOf(key) : step.keys[i], &text);
+      if (key != nullptr) key = key->next;
+    }
+    text += '}';
+  }
+  return text.empty() ? "/" : text;
+}
+
 std::string PrintKeypath(const CdbSchema* schema, const confd_hkeypath_t& keypath) {
   std::string text;
   const CdbNode* node = schema != nullptr ? schema->root() : nullptr;

@@ -3,11 +3,15 @@
 // The initial load runs from the event loop, before anything else can reach the datastore. A commit
 // calls the handlers from within Datastore::Edit(), after it is persistent: when the operator has
 // the answer, the handlers have done their part.
+#include <malloc.h>
+
+#include <chrono>
 #include <string>
 #include <utility>
 
 #include "host/cdb/cdb_service.h"
 #include "host/cdb/datastore.h"
+#include "host/cdb/diff.h"
 #include "host/cdb/operational_store.h"
 #include "host/netconf/server.h"
 #include "host/qzconfd/diff_iteration.h"
@@ -23,6 +27,11 @@ using host::Datastore;
 using host::DiffIteration;
 
 constexpr char kFile[] = "app_interface";
+
+// A difference of that many nodes is a bulk change: what it took is given back to the system soon
+// after, when the client's message and its answer are gone as well.
+constexpr size_t kBulkNodes = 10000;
+constexpr std::chrono::milliseconds kTrimDelay{200};
 
 std::unique_ptr<Datastore> OpenDatastore() {
   const host::Settings& settings = host::ProcessSettings();
@@ -124,6 +133,8 @@ class AppInterface::Impl : private host::CommitObserver {
 
   void OnCommit(const lyd_node* diff) override {
     for (HandlerSubscriptions& subscriptions : subscriptions_) subscriptions.OnCommit(diff);
+    if (host::CountNodes(diff) >= kBulkNodes)
+      trim_ = loop_->After(kTrimDelay, [] { malloc_trim(0); });
   }
 
   const std::shared_ptr<host::EventLoop> loop_;
@@ -133,6 +144,7 @@ class AppInterface::Impl : private host::CommitObserver {
   std::vector<HandlerSubscriptions> subscriptions_;
   std::unique_ptr<host::NetconfServer> server_;
   std::unique_ptr<host::Watch> initial_load_;
+  std::unique_ptr<host::Watch> trim_;
 };
 
 AppInterface::AppInterface(qzmw_t* mw, zlog_category_s* /*trace*/, const char* /*name*/,
