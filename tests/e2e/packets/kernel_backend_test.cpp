@@ -1,0 +1,357 @@
+// The kernel back end over its life: updates, restarts, other people's changes, interfaces that
+// come and go, and a kernel that does not answer.
+#include <random>
+
+#include "tests/e2e/packets/kernel_fixture.h"
+
+namespace host {
+namespace {
+
+using namespace FiltersCommon;  // NOLINT
+using ::testing::Contains;
+using ::testing::HasSubstr;
+
+// Entries that deny `first`, `first` + 1, ... on the first port.
+std::vector<PlacedEntry> Denying(uint32_t first, uint32_t count) {
+  std::vector<PlacedEntry> entries;
+  for (uint32_t i = 0; i < count; ++i) entries.push_back({DenyTo(first + i)});
+  return entries;
+}
+
+// An IPv4 frame to an address.
+Frame FrameTo(uint32_t address) {
+  Frame frame(64);
+  const uint8_t head[] = {2, 0, 0, 0, 0, 1, 2, 0, 0, 0, 0, 2, 8, 0, 0x45, 0, 0, 40};
+  std::copy(std::begin(head), std::end(head), frame.begin());
+  const in_addr destination = Ipv4(address);
+  memcpy(&frame[30], &destination, sizeof(destination));
+  return frame;
+}
+
+class KernelBackendTest : public KernelTest {
+ protected:
+  void SetUp() override {
+    KernelTest::SetUp();
+    if (lab_ == nullptr) return;
+    for (const std::string& port : ports_) PacketLab::AddPair(port);
+    Open();
+  }
+
+  // Sends a frame to `address` into a port; whether the group's entry 0 counted it.
+  bool Decides(const FiltersGroup& group, const std::string& sender, uint32_t address) {
+    const uint64_t before = HitsOf(group, 0);
+    PacketLab::SendOn(sender, FrameTo(address));
+    for (int i = 0; i < 50 && HitsOf(group, 0) == before; ++i) usleep(1000);
+    return HitsOf(group, 0) == before + 1;
+  }
+
+  // As on kernels that lack one or both.
+  void Without(bool ownership, bool hooks_by_name) {
+    options_.features.ownership = options_.features.ownership && ownership;
+    options_.features.hooks_by_name = options_.features.hooks_by_name && hooks_by_name;
+    Open();
+  }
+
+  static std::string Table(const std::string& port) { return "'acl-app/" + port + "'"; }
+};
+
+TEST_F(KernelBackendTest, WritesOnlyWhatChanged) {
+  std::vector<PlacedEntry> entries = Denying(0, 1000);
+  FiltersGroup group = GroupOf(kL3Type, entries);
+  EXPECT_GE(Apply(group), 1000u);
+  EXPECT_EQ(0u, Apply(GroupOf(kL3Type, Denying(0, 1000)))) << "equal, though nothing is shared";
+  PacketLab::SendOn("p1-peer", FrameTo(700));
+  entries.insert(entries.begin() + 5, {DenyTo(5000)});
+  EXPECT_EQ(1u, Apply(group = GroupOf(kL3Type, entries)));
+  entries.erase(entries.begin() + 900);
+  EXPECT_EQ(1u, Apply(group = GroupOf(kL3Type, entries)));
+  EXPECT_EQ(1u, HitsOf(group, 701)) << "an unrelated change must not reset the counter";
+  ExpectInKernel({&group});
+  // The last entry of a port takes its table along.
+  EXPECT_EQ(1u, Apply(GroupOf(kL3Type, {})));
+  EXPECT_TRUE(ReadKernel().empty());
+}
+
+TEST_F(KernelBackendTest, CountersGoOnThroughSplitsAndRefills) {
+  std::vector<PlacedEntry> entries = Denying(0, 300);
+  Apply(GroupOf(kL3Type, entries));
+  for (uint32_t address : {100, 250}) PacketLab::SendOn("p1-peer", FrameTo(address));
+  std::vector<PlacedEntry> more = Denying(10000, 400);
+  entries.insert(entries.begin() + 50, more.begin(), more.end());
+  Apply(GroupOf(kL3Type, entries));
+  entries.erase(entries.begin(), entries.begin() + 49);
+  const FiltersGroup group = GroupOf(kL3Type, entries);
+  Apply(group);
+  ExpectInKernel({&group});
+  for (unsigned short id : {451, 601}) EXPECT_EQ(1u, HitsOf(group, id));
+}
+
+TEST_F(KernelBackendTest, ARestartAdoptsWhatItFinds) {
+  const FiltersGroup l2 = GroupOf(kL2Type, Denying(0, 300));
+  FiltersGroup l3 = GroupOf(kL3Type, Denying(1000, 300));
+  Apply(l2);
+  Apply(l3);
+  PacketLab::SendOn("p1-peer", FrameTo(1007));
+  const size_t claims = options_.features.ownership ? 1 : 0;  // taking over the table, no more
+
+  Open();
+  backend_->Create(GroupOf(kL2Type, {}));
+  ExpectInKernel({&l2, &l3});  // nothing is torn down before the first update
+  EXPECT_EQ(claims, Apply(l2));
+  ExpectInKernel({&l3});
+  EXPECT_EQ(0u, Apply(l3));
+  EXPECT_EQ(1u, HitsOf(l3, 7));
+
+  Open();  // with other content than before: the difference, in one transaction
+  std::vector<PlacedEntry> stale = Denying(1000, 300);
+  stale.erase(stale.begin() + 100);
+  EXPECT_EQ(claims + 1, Apply(l3 = GroupOf(kL3Type, stale)));
+  EXPECT_EQ(0u, Apply(l2));
+  EXPECT_EQ(1u, HitsOf(l3, 7));
+
+  Open();  // with ports that are no more; and nothing at all
+  Apply(GroupOf(kL2Type, {{DenyTo(1), {2}}}));
+  EXPECT_EQ(1u, ReadKernel().count("p1")) << "the other group has not been updated yet";
+  Apply(GroupOf(kL3Type, {}));
+  EXPECT_EQ(0u, ReadKernel().count("p1"));
+}
+
+// What a run finds of foreign making in its tables is put right by its first update.
+TEST_F(KernelBackendTest, ARestartRepairsWhatOthersDid) {
+  const FiltersGroup group = GroupOf(kL2Type, Denying(0, 500));
+  const char* const kDamage[] = {
+      "insert rule netdev acl-app/p1 l2-1 drop",
+      "flush chain netdev acl-app/p1 l2-0",
+      "flush chain netdev acl-app/p1 l2",
+      "insert rule netdev acl-app/p1 l2 accept",
+      "add chain netdev acl-app/p1 mine",
+      "add set netdev acl-app/p1 mine { type ether_type; }",
+      "add chain netdev acl-app/p1 mine { type filter hook ingress device p1 priority 0; }",
+      "delete table netdev acl-app/p1",
+      "add chain netdev acl-app/p1 l2 { policy drop; }",
+  };
+  for (const char* damage : kDamage) {
+    Open();
+    Apply(group);
+    backend_.reset();
+    PacketLab::Run(std::string("nft '") + damage + "'");
+    Open();
+    EXPECT_GT(Apply(group), 0u) << damage;
+    ExpectInKernel({&group});
+    EXPECT_EQ(0u, Apply(group)) << damage;
+  }
+}
+
+TEST_F(KernelBackendTest, OwnTablesAreClosedToOthers) {
+  if (!options_.features.ownership) GTEST_SKIP() << "this kernel has no owned tables that persist";
+  const FiltersGroup group = GroupOf(kL2Type, Denying(0, 3));
+  Apply(group);
+  EXPECT_NE(0, system("nft 'flush chain netdev acl-app/p1 l2-0' 2>/dev/null"));
+  PacketLab::Run("nft flush ruleset");
+  ExpectInKernel({&group});
+}
+
+TEST_F(KernelBackendTest, ChangesOfOthersAreNoticedAndPutRight) {
+  Without(/*ownership=*/false, /*hooks_by_name=*/true);
+  const FiltersGroup l2 = GroupOf(kL2Type, Denying(0, 500)), l3 = GroupOf(kL3Type, Denying(9, 3));
+  Apply(l2);
+  Apply(l3);
+  EXPECT_TRUE(backend_->Poll());
+  const size_t before = backend_->writes();
+  PacketLab::Run("nft add table ip other");  // no concern of ours
+  EXPECT_TRUE(backend_->Poll());
+  EXPECT_EQ(before, backend_->writes());
+  for (const char* damage : {"nft flush ruleset", "nft 'insert rule netdev acl-app/p1 l2-1 accept'",
+                             "nft 'flush chain netdev acl-app/p1 l3-0'"}) {
+    CapturedLog().clear();
+    PacketLab::Run(damage);
+    EXPECT_TRUE(backend_->Poll());
+    ExpectInKernel({&l2, &l3});
+    EXPECT_THAT(CapturedLog(), Contains(HasSubstr("port p1 was not as it should be")));
+  }
+  // A change in the very moment of an update is noticed by it.
+  PacketLab::Run("nft 'flush chain netdev acl-app/p1 l3'");
+  const FiltersGroup next = GroupOf(kL2Type, Denying(1, 500));
+  Apply(next);
+  ExpectInKernel({&next, &l3});
+}
+
+class LinkTest : public KernelBackendTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(LinkTest, InterfacesMayComeAndGo) {
+  Without(true, /*hooks_by_name=*/GetParam());
+  ports_ = {"p1", "later", "gigabit-ethernet-1/1/1"};
+  const FiltersGroup group = GroupOf(kL2Type, {{DenyTo(5), {1, 2, 3}}});
+  Apply(group);
+  const auto state = [this](const char* port) { return backend_->Ports().at(port); };
+  const auto poll = [this] { ASSERT_TRUE(backend_->Poll()); };
+  EXPECT_EQ(PortState::kEnforced, state("p1"));
+  EXPECT_EQ(PortState::kAbsent, state("later"));
+  EXPECT_EQ(PortState::kAbsent, state("gigabit-ethernet-1/1/1"));
+
+  PacketLab::AddPair("later");
+  poll();
+  EXPECT_EQ(PortState::kEnforced, state("later"));
+  EXPECT_TRUE(Decides(group, "later-peer", 5));
+
+  PacketLab::Run("ip link del p1");
+  poll();
+  EXPECT_EQ(PortState::kAbsent, state("p1"));
+  PacketLab::AddPair("p1");
+  poll();
+  EXPECT_TRUE(Decides(group, "p1-peer", 5));
+
+  // A rename takes the filter off one name, and a name that has a filter gets it.
+  PacketLab::Run("ip link set later down; ip link set later name other; ip link set other up");
+  poll();
+  EXPECT_EQ(PortState::kAbsent, state("later"));
+  EXPECT_FALSE(Decides(group, "later-peer", 5));
+  PacketLab::Run("ip link set p2 down; ip link set p2 name later; ip link set later up");
+  poll();
+  EXPECT_TRUE(Decides(group, "p2-peer", 5));
+
+  // Updates go on while an interface is away.
+  PacketLab::Run("ip link del p1");
+  const FiltersGroup changed = GroupOf(kL2Type, {{DenyTo(6), {1, 2}}});
+  Apply(changed);
+  PacketLab::AddPair("p1");
+  poll();
+  EXPECT_TRUE(Decides(changed, "p1-peer", 6));
+}
+
+INSTANTIATE_TEST_SUITE_P(Hooks, LinkTest, ::testing::Bool(),
+                         [](const auto& info) { return info.param ? "ByName" : "ByInterface"; });
+
+TEST_F(KernelBackendTest, RefusesWholeAndSaysWhere) {
+  const FiltersGroup group = GroupOf(kL2Type, Denying(0, 10));
+  Apply(group);
+  FiltersGroup bad = GroupOf(kL2Type, Denying(20, 10));
+  FiltersEntry entry = DenyTo(1);
+  entry.setId(50);
+  entry.setPriority(50);
+  bad.insertEntry(entry);
+  EXPECT_EQ(FILTER_MGR_ERR_UNSUPPORTED, backend_->Apply(bad));
+  EXPECT_THAT(CapturedLog(), Contains(HasSubstr("entry 50 cannot be enforced: it names no ingress "
+                                                "port")));
+  ExpectInKernel({&group});
+
+  // A table of this name that belongs to another process: the kernel refuses.
+  if (!options_.features.ownership) return;
+  std::string reason;
+  const auto second = KernelBackend::Open(options_, &reason);
+  ASSERT_NE(nullptr, second);
+  CapturedLog().clear();
+  EXPECT_EQ(FILTER_MGR_ERR_PRIVILEGE, second->Apply(GroupOf(kL2Type, Denying(0, 11))));
+  EXPECT_THAT(CapturedLog(), Contains(HasSubstr("on port p1")));
+  ExpectInKernel({&group});
+}
+
+TEST_F(KernelBackendTest, NamesTheEntryThatTheKernelRefuses) {
+  // A chunk that jumps to itself is something that the kernel does refuse.
+  const std::string port = "p1";
+  PacketLab::Run("nft add table netdev other");  // generation 0 would mean any
+  int error = 0;
+  const auto socket = OpenNetlink({NETLINK_NETFILTER, 0, 0}, &error);
+  uint32_t generation = 0;
+  ASSERT_EQ(0, KernelReader(socket.get()).ReadGeneration(&generation));
+  NftBatch refused(generation);
+  refused.AddTable(TableName(port), 0);
+  refused.AddChain(TableName(port), ChunkName(kL2, 0));
+  for (int64_t i = 0; i < 5; ++i) {
+    refused.SetOrigin({&port, kL2, i});
+    refused.AddRule(TableName(port), ChunkName(kL2, 0), *JumpTo(i < 3 ? 0 : 7), kL2, {}, 0);
+  }
+  const BatchResult result = refused.Commit(*socket);
+  EXPECT_TRUE(result.refused);
+  EXPECT_NE(0, result.error);
+  ASSERT_EQ(&port, result.origin.port);
+  EXPECT_TRUE(ReadKernel().empty());
+  EXPECT_EQ(-ERESTART, [&] {
+    NftBatch old(generation - 1);
+    old.AddTable(TableName(port), 0);
+    return old.Commit(*socket).error;
+  }());
+}
+
+TEST_F(KernelBackendTest, FlushingRemovesAllTables) {
+  Apply(GroupOf(kL2Type, {{DenyTo(1), {1, 2}}}));
+  PacketLab::Run("nft add table netdev other");
+  backend_.reset();
+  int error = 0;
+  const auto socket = OpenNetlink({NETLINK_NETFILTER, 0, 0}, &error);
+  size_t ports = 0;
+  EXPECT_EQ(0, FlushTables(*socket, &ports));
+  EXPECT_EQ(2u, ports);
+  EXPECT_TRUE(ReadKernel().empty());
+  EXPECT_THAT(PacketLab::Output("nft list tables"), HasSubstr("other"));
+}
+
+// Fails calls of the back end's command socket from one on: one of them, or all.
+struct FaultPlan {
+  int calls = 0;
+  int fail_at = -1;
+  bool keep_failing = false;
+  bool Fails() {
+    const int call = calls++;
+    return fail_at >= 0 && (call == fail_at || (keep_failing && call > fail_at));
+  }
+};
+
+class FaultySocket : public NetlinkSocket {
+ public:
+  FaultySocket(std::unique_ptr<NetlinkSocket> socket, FaultPlan* plan)
+      : socket_(std::move(socket)), plan_(plan) {}
+  int Send(const std::vector<iovec>& parts) override {
+    return plan_->Fails() ? -ENOBUFS : socket_->Send(parts);
+  }
+  ssize_t Receive(void* buffer, size_t size, bool wait) override {
+    const ssize_t result = socket_->Receive(buffer, size, wait);  // the answer is lost
+    return plan_->Fails() ? -EIO : result;
+  }
+  int fd() const override { return socket_->fd(); }
+  uint32_t port_id() const override { return socket_->port_id(); }
+
+ private:
+  std::unique_ptr<NetlinkSocket> socket_;
+  FaultPlan* plan_;
+};
+
+TEST_F(KernelBackendTest, AFailingCallLeavesTheOldContentOrTheNew) {
+  FaultPlan plan;
+  options_.open = [&plan](const NetlinkOptions& options, int* error) {
+    auto socket = OpenNetlink(options, error);
+    if (options.group != 0 || socket == nullptr) return socket;
+    return std::unique_ptr<NetlinkSocket>(new FaultySocket(std::move(socket), &plan));
+  };
+  Open();
+  const FiltersGroup before = GroupOf(kL3Type, Denying(0, 400));
+  std::vector<PlacedEntry> entries = Denying(0, 400);
+  entries.insert(entries.begin() + 10, {DenyTo(7777)});
+  entries.erase(entries.begin() + 300);
+  entries.push_back({DenyTo(8888), {2}});
+  const FiltersGroup after = GroupOf(kL3Type, entries);
+  Apply(before);
+  for (const bool keep_failing : {false, true}) {
+    bool reached = true;
+    for (int fail_at = 0; reached; ++fail_at) {
+      ASSERT_LT(fail_at, 100);
+      plan = {0, fail_at, keep_failing};
+      const FilterMgrError result = backend_->Apply(after);
+      reached = plan.calls > fail_at;
+      plan = {};
+      if (result == FILTER_MGR_OK) {
+        ExpectInKernel({&after});
+        Apply(before);
+      } else {
+        EXPECT_EQ(FILTER_MGR_ERR_NETLINK, result);
+        // With the answer lost the kernel may have taken it; what was reported is made true.
+        EXPECT_TRUE(backend_->Poll());
+      }
+      ExpectInKernel({&before});
+      if (HasFatalFailure()) return;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace host
