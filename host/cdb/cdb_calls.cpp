@@ -204,7 +204,6 @@ int MoveTo(int sock, std::string_view path) {
 }  // namespace
 }  // namespace host
 
-using host::CdbService;
 using host::FormattedPath;
 using host::Target;
 

@@ -28,7 +28,7 @@ Failure ReadFile(const std::string& path, std::string* content) {
 std::string PrintXml(const lyd_node* tree) {
   char* text = nullptr;
   lyd_print_mem(&text, tree, LYD_XML, LYD_PRINT_WITHSIBLINGS | LYD_PRINT_SHRINK);
-  const std::string result = text != nullptr ? text : "";
+  std::string result = text != nullptr ? text : "";
   free(text);
   return result;
 }
