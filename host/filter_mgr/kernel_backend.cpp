@@ -354,23 +354,4 @@ bool KernelBackend::ReadHits(const FiltersGroup& group, HitsById* hits) {
   return true;
 }
 
-int FlushTables(NetlinkSocket& socket, size_t* ports) {
-  KernelReader reader(&socket);
-  BatchResult result;
-  for (int i = 0; i < kAttempts; ++i) {
-    uint32_t generation = 0;
-    HeldTables tables;
-    int error = reader.ReadGeneration(&generation);
-    if (error == 0) error = reader.ReadTables(&tables);
-    if (error != 0) return error;
-    *ports = tables.size();
-    if (tables.empty()) return 0;
-    NftBatch batch(generation);
-    for (const auto& [port, table] : tables) batch.DeleteTable(TableName(port));
-    result = batch.Commit(socket);
-    if (result.error != -ERESTART) break;
-  }
-  return result.error;
-}
-
 }  // namespace host

@@ -9,7 +9,7 @@
 // and it is planned anew.
 //
 // Filters outlive the process. Only an update, the loss of an entry's last port, or flushing them
-// on purpose (FlushTables()) removes them.
+// on purpose (flush.h) removes them.
 //
 // Changes of others to the Filter Manager's tables, and interfaces that come and go, are announced
 // by the kernel; Poll() takes them in and puts right what they concern.
@@ -93,10 +93,6 @@ class KernelBackend : public Backend {
   std::set<std::string> failed_;  // ports that could not be put right
   size_t writes_ = 0;
 };
-
-// Removes all tables of the Filter Manager from the kernel. 0 or a negative errno; the number of
-// ports in `ports`.
-int FlushTables(NetlinkSocket& socket, size_t* ports);
 
 }  // namespace host
 

@@ -24,6 +24,8 @@ Failure Apply(const Arguments& arguments);
 Failure ShowConfig(const Arguments& arguments);
 Failure ShowResources(const Arguments& arguments);
 Failure ShowGroups(const Arguments& arguments);
+// Removes what the daemon has left in the kernel's packet filter.
+Failure Flush(const Arguments& arguments);
 
 // Fetches what the subtree filter `filter` selects of the operational data. `*data` is the content
 // of <data> as XML; `*reply` holds the same, read, with `*top` as its first element (null: none).

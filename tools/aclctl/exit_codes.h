@@ -11,6 +11,7 @@ enum ExitCode {
   kUnreachable = 4,  // no daemon at the socket
   kRefused = 5,      // the daemon refused the request; the reasons are printed
   kProtocol = 6,     // the daemon's answer cannot be understood, or does not come
+  kKernel = 7,       // the kernel refused
 };
 
 }  // namespace aclctl

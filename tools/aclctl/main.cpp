@@ -24,6 +24,7 @@ const Command kCommands[] = {
     {{"show", "config"}, 0, ShowConfig},
     {{"show", "resources"}, 0, ShowResources},
     {{"show", "groups"}, 0, ShowGroups},
+    {{"flush"}, 0, Flush},
 };
 
 constexpr char kHelp[] =
@@ -36,6 +37,7 @@ constexpr char kHelp[] =
     "  show resources  filter entries: capacity and use\n"
     "  show groups     the filter groups: what is programmed, in the order of evaluation\n"
     "    --hits          with the frames that each entry decided\n"
+    "  flush           remove all filters from the kernel; the daemon must not be running\n"
     "\n"
     "Options:\n"
     "  --json          print JSON instead of a table\n"
@@ -50,7 +52,8 @@ constexpr char kHelp[] =
     "  3  the file cannot be read, or is no JSON or XML\n"
     "  4  the daemon cannot be reached\n"
     "  5  the daemon refused the request; the reasons are printed, nothing was changed\n"
-    "  6  the daemon's answer cannot be understood, or does not come\n";
+    "  6  the daemon's answer cannot be understood, or does not come\n"
+    "  7  the kernel refused\n";
 
 int FailUsage(const std::string& message) {
   std::fprintf(stderr, "aclctl: %s\nTry 'aclctl --help'.\n", message.c_str());

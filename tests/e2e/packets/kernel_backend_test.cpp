@@ -2,6 +2,7 @@
 // come and go, and a kernel that does not answer.
 #include <random>
 
+#include "host/filter_mgr/flush.h"
 #include "tests/e2e/packets/kernel_fixture.h"
 
 namespace host {

@@ -1,0 +1,38 @@
+// aclctl flush.
+#include "host/filter_mgr/flush.h"
+
+#include <linux/netlink.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "tools/aclctl/commands.h"
+
+namespace aclctl {
+namespace {
+
+Failure KernelFailure(int error) {
+  const char* const hint =
+      error == -EPERM ? " (this needs CAP_NET_ADMIN, and no daemon that owns the filters)" : "";
+  return {kKernel, std::string("the kernel refused: ") + std::strerror(-error) + hint, {}};
+}
+
+}  // namespace
+
+Failure Flush(const Arguments& arguments) {
+  // A running daemon would put its filters back at once.
+  Client client;
+  if (!client.Open(arguments.socket)) {
+    return {kRefused, "the daemon at " + arguments.socket + " is running; stop it first", {}};
+  }
+  int error = 0;
+  const auto socket = host::OpenNetlink({NETLINK_NETFILTER, 0, 0}, &error);
+  size_t ports = 0;
+  if (error == 0) error = host::FlushTables(*socket, &ports);
+  if (error != 0) return KernelFailure(error);
+  std::printf("Filters of %zu %s removed.\n", ports, ports == 1 ? "port" : "ports");
+  return {};
+}
+
+}  // namespace aclctl
