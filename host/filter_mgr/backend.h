@@ -15,7 +15,7 @@ namespace host {
 // Frames that an entry decided.
 struct Hits {
   uint64_t packets = 0;
-  uint64_t bytes = 0;
+  uint64_t bytes = 0;  // link layer header aside
 };
 
 enum class PortState { kEnforced, kAbsent, kFailed };

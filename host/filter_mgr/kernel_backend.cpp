@@ -264,12 +264,11 @@ FilterMgrError KernelBackend::Report(const BatchResult& result, const Targets& t
            GroupTypeName(group->source.getType()) + ")";
   }
   std::string where;
-  const MessageOrigin& origin = result.origin;
-  if (result.refused && origin.port != nullptr) where = " on port " + *origin.port;
+  if (!result.port.empty()) where = " on port " + result.port;
   const CompiledGroup* group =
-      targets[origin.slot] != nullptr ? targets[origin.slot] : SettledGroup(origin.slot);
-  if (!where.empty() && origin.rule >= 0 && group != nullptr) {
-    const unsigned short id = EntryOfRule(group->ports.at(*origin.port), origin.rule).id;
+      targets[result.slot] != nullptr ? targets[result.slot] : SettledGroup(result.slot);
+  if (result.rule >= 0 && group != nullptr) {
+    const unsigned short id = EntryOfRule(group->ports.at(result.port), result.rule).id;
     where += " at entry " + std::to_string(id) + " (" +
              EntryText(group->source.getEntriesRef().at(id)) + ")";
   }

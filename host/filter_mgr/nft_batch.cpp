@@ -197,7 +197,11 @@ void NftBatch::ReadAnswers(NetlinkSocket& socket, BatchResult* result) const {
       if (error == 0 || result->refused) continue;
       result->error = error;
       result->refused = true;
-      if (index > 0) result->origin = origins_[index - 1];
+      if (index == 0 || origins_[index - 1].port == nullptr) continue;
+      const MessageOrigin& origin = origins_[index - 1];
+      result->port = *origin.port;
+      result->slot = origin.slot;
+      result->rule = origin.rule;
     }
   }
   if (result->refused || done) return;

@@ -27,7 +27,10 @@ struct BatchResult {
   int error = 0;         // 0, or a negative errno: the kernel changed nothing
   bool refused = false;  // the kernel itself said so (as opposed to a failing socket)
   bool unknown = false;  // no answer could be read: the kernel may have done either
-  MessageOrigin origin;  // of the message refused first; port is null when it is about none
+  // What the message refused first is about; the port is empty when it is about none.
+  std::string port;
+  GroupSlot slot = kL2;
+  int64_t rule = -1;
 };
 
 class NftBatch {

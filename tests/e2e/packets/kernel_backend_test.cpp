@@ -248,7 +248,7 @@ TEST_F(KernelBackendTest, RefusesWholeAndSaysWhere) {
 }
 
 TEST_F(KernelBackendTest, NamesTheEntryThatTheKernelRefuses) {
-  // A chunk that jumps to itself is something that the kernel does refuse.
+  // A jump to a chain that does not exist is something that the kernel does refuse.
   const std::string port = "p1";
   PacketLab::Run("nft add table netdev other");  // generation 0 would mean any
   int error = 0;
@@ -260,12 +260,14 @@ TEST_F(KernelBackendTest, NamesTheEntryThatTheKernelRefuses) {
   refused.AddChain(TableName(port), ChunkName(kL2, 0));
   for (int64_t i = 0; i < 5; ++i) {
     refused.SetOrigin({&port, kL2, i});
-    refused.AddRule(TableName(port), ChunkName(kL2, 0), *JumpTo(i < 3 ? 0 : 7), kL2, {}, 0);
+    const RulePtr rule = i < 3 ? NumberedRule(1) : JumpTo(7);
+    refused.AddRule(TableName(port), ChunkName(kL2, 0), *rule, kL2, {}, 0);
   }
   const BatchResult result = refused.Commit(*socket);
   EXPECT_TRUE(result.refused);
   EXPECT_NE(0, result.error);
-  ASSERT_EQ(&port, result.origin.port);
+  EXPECT_EQ(port, result.port);
+  EXPECT_EQ(3, result.rule);
   EXPECT_TRUE(ReadKernel().empty());
   EXPECT_EQ(-ERESTART, [&] {
     NftBatch old(generation - 1);

@@ -175,14 +175,14 @@ TEST(DifferenceTest, RandomEditsArriveAtTheWantedRules) {
     std::vector<RulePtr> pool = Numbered(0, 40);
     const auto any = [&] { return kinds == 40 ? pool[below(40)] : NumberedRule(random()); };
     std::vector<RulePtr> rules;
-    for (int step = 0; step < 60; ++step) {
+    for (int step = 0; step < 40; ++step) {
       const size_t at = below(rules.size() + 1);
       const auto place = rules.begin() + static_cast<ptrdiff_t>(at);
-      const size_t run = std::min<size_t>(rules.size() - at, below(700));
+      const size_t run = std::min<size_t>(rules.size() - at, below(500));
       switch (below(5)) {
         case 0:
         case 1:
-          for (size_t i = below(700); i > 0; --i) rules.insert(rules.begin() + at, any());
+          for (size_t i = below(500); i > 0; --i) rules.insert(rules.begin() + at, any());
           break;
         case 2:
           rules.erase(place, place + static_cast<ptrdiff_t>(run));

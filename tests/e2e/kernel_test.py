@@ -1,0 +1,127 @@
+"""The daemon on the kernel's packet filter, from a commit to the frames, in a network namespace."""
+
+import ctypes
+import json
+import os
+import socket
+import subprocess
+import time
+import unittest
+
+from daemon import DAEMON, DaemonTest
+
+CLONE_NEWUSER, CLONE_NEWNET = 0x10000000, 0x40000000
+
+CONFIG = """<config xmlns="urn:acl-app:acl"><access-list><acl-profile><ingress><access-list>
+<acl-type>l3</acl-type><acl-name>web</acl-name><acl-priority-l3><priority>1</priority>
+</acl-priority-l3>%s</access-list></ingress></acl-profile><interface>
+<interface-name>port0</interface-name><ingress>web</ingress></interface></access-list></config>"""
+DENY = """<access-list-entry><ace-priority>%d</ace-priority><match><destination-port>%d
+</destination-port></match><action><packet-handling><deny/></packet-handling></action>
+</access-list-entry>"""
+
+
+def setUpModule():
+    libc = ctypes.CDLL(None, use_errno=True)
+    if libc.unshare(CLONE_NEWNET) != 0 and libc.unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0:
+        raise unittest.SkipTest("no network namespace: " + os.strerror(ctypes.get_errno()))
+    add = "ip link set lo up && ip link add port0 type veth peer name peer0 && ip link set port0 up"
+    if subprocess.run(add + " && ip link set peer0 up && nft list tables", shell=True).returncode:
+        raise unittest.SkipTest("no veth pairs or no packet filter in a network namespace")
+
+
+def send(port, count=1):
+    """UDP frames to a port, into port0."""
+    udp = (1234).to_bytes(2, "big") + port.to_bytes(2, "big") + bytes((0, 12, 0, 0)) + b"test"
+    ip = bytes((0x45, 0, 0, 20 + len(udp), 0, 1, 0, 0, 64, 17, 0, 0, 10, 0, 0, 1, 10, 0, 0, 2))
+    frame = bytes((2, 0, 0, 0, 0, 1, 2, 0, 0, 0, 0, 2, 8, 0)) + ip + udp
+    with socket.socket(socket.AF_PACKET, socket.SOCK_RAW) as s:
+        s.bind(("peer0", 0))
+        for _ in range(count):
+            s.send(frame)
+
+
+class KernelTest(DaemonTest):
+    def tearDown(self):
+        subprocess.run(["nft", "flush", "ruleset"], check=True)
+
+    def start(self):
+        return self.daemon(filter_backend="kernel").start()
+
+    def apply(self, daemon, *entries):
+        config = self.write("config.xml", CONFIG % "".join(DENY % entry for entry in entries))
+        result = self.aclctl(daemon, "apply", "--replace", config)
+        self.assertEqual(result.returncode, 0, result.stderr)
+
+    def hits(self, daemon):
+        """Packets that each entry of the L3 group has decided."""
+        shown = json.loads(self.aclctl(daemon, "show", "groups", "--json").stdout)
+        group = shown["acl-app-filters:filters"]["group"][1]
+        return [int(entry["hits"]["packets"]) for entry in group.get("entry", [])]
+
+    def assert_hits(self, daemon, expected):
+        deadline = time.monotonic() + 5
+        while self.hits(daemon) != expected and time.monotonic() < deadline:
+            time.sleep(0.01)
+        self.assertEqual(self.hits(daemon), expected)
+
+    def tables(self):
+        return subprocess.run(["nft", "list", "tables"], capture_output=True, text=True).stdout
+
+    def test_commits_reach_frames_and_filters_outlive_the_daemon(self):
+        daemon = self.start()
+        self.apply(daemon, (1, 80), (2, 443))
+        send(80, 3)
+        send(443)
+        send(22)
+        self.assert_hits(daemon, [3, 1])
+        shown = self.aclctl(daemon, "show", "groups", "--hits").stdout
+        self.assertRegex(shown, r"dst-port 80 +deny +3 +96\n")
+        refused = self.aclctl(daemon, "flush")
+        self.assertEqual(refused.returncode, 5)
+        self.assertIn("is running", refused.stderr)
+
+        self.assertEqual(daemon.stop(), 0)
+        self.assertIn("acl-app/port0", self.tables())
+        send(443)  # still filtered
+        daemon = self.start()
+        self.apply(daemon, (1, 80), (2, 443))
+        self.assert_hits(daemon, [3, 2])  # and counted on
+        self.apply(daemon, (1, 80), (5, 22), (2, 443))
+        self.assert_hits(daemon, [3, 2, 0])
+        send(22)
+        self.assert_hits(daemon, [3, 2, 1])
+
+        self.assertEqual(daemon.stop(), 0)
+        flushed = self.aclctl(daemon, "flush")
+        self.assertEqual((flushed.returncode, flushed.stdout), (0, "Filters of 1 port removed.\n"))
+        self.assertNotIn("acl-app", self.tables())
+
+    def test_the_loop_follows_interfaces_and_repairs_damage(self):
+        daemon = self.start()
+        self.apply(daemon, (1, 80))
+        states = lambda: json.loads(self.aclctl(daemon, "show", "groups", "--json").stdout)[
+            "acl-app-filters:filters"]["port"][0]["state"]
+        self.assertEqual(states(), "enforced")
+        subprocess.run("ip link set port0 down; ip link set port0 name away", shell=True, check=True)
+        deadline = time.monotonic() + 5
+        while states() != "absent" and time.monotonic() < deadline:
+            time.sleep(0.01)
+        self.assertEqual(states(), "absent")
+        subprocess.run("ip link set away name port0; ip link set port0 up", shell=True, check=True)
+        send(80)
+        self.assert_hits(daemon, [1])
+        self.assertIn("interface port0 vanished", daemon.log())
+
+    def test_without_the_privilege_the_start_is_refused(self):
+        result = subprocess.run(
+            ["setpriv", "--bounding-set=-net_admin,-sys_admin", "--inh-caps=-all", DAEMON],
+            env={**os.environ, "ACL_APP_SETTINGS": str(self.write("s", "\n".join(
+                f"{k} = {v}" for k, v in self.daemon(filter_backend="kernel").settings.items())))},
+            capture_output=True, text=True, timeout=30)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("it needs CAP_NET_ADMIN", result.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
