@@ -45,8 +45,8 @@ class KernelTest(DaemonTest):
     def tearDown(self):
         subprocess.run(["nft", "flush", "ruleset"], check=True)
 
-    def start(self):
-        return self.daemon(filter_backend="kernel").start()
+    def start(self, **settings):
+        return self.daemon(filter_backend="kernel", **settings).start()
 
     def apply(self, daemon, *entries):
         config = self.write("config.xml", CONFIG % "".join(DENY % entry for entry in entries))
@@ -84,8 +84,7 @@ class KernelTest(DaemonTest):
         self.assertEqual(daemon.stop(), 0)
         self.assertIn("acl-app/port0", self.tables())
         send(443)  # still filtered
-        daemon = self.start()
-        self.apply(daemon, (1, 80), (2, 443))
+        daemon = self.start(startup_file=self.directory / "config.xml")
         self.assert_hits(daemon, [3, 2])  # and counted on
         self.apply(daemon, (1, 80), (5, 22), (2, 443))
         self.assert_hits(daemon, [3, 2, 0])
