@@ -38,7 +38,12 @@ OperationResult Dispatcher::Run(const RpcMessage& message, bool congested,
     return OperationResult::Error(OperationNotSupported(std::string("the operation \"") +
                                                         schema->name + "\" is not supported"));
   }
-  if (congested && operation->gives_data) {
+  if (operation->kind == OperationKind::kChange && !session.may_write) {
+    return OperationResult::Error({"protocol", "access-denied",
+                                   session.user + " may read, but not change anything", "", "",
+                                   ""});
+  }
+  if (congested && operation->kind == OperationKind::kQuery) {
     return OperationResult::Error(
         {"protocol", "resource-denied", "too many replies wait for their readers", "", "", ""});
   }
@@ -55,10 +60,14 @@ Dispatcher::Reply Dispatcher::Handle(std::string message_text, const Conditions&
     if (!conditions.base_1_1 && error.tag == "malformed-message") error.tag = "operation-failed";
   }
   LogResult(message, result, session);
-  return Print(message, std::move(result));
+  Reply reply = Print(message, result);
+  reply.bad_rpc = !message.errors().empty();
+  reply.error_count = result.errors.size();
+  return reply;
 }
 
-Dispatcher::Reply Dispatcher::Print(const RpcMessage& message, OperationResult result) const {
+Dispatcher::Reply Dispatcher::Print(const RpcMessage& message,
+                                    const OperationResult& result) const {
   Reply reply;
   reply.close_session = result.close_session;
   const std::string name_space = message.ReplyChildNamespace();

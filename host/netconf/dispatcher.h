@@ -15,6 +15,8 @@ class Dispatcher {
   struct Reply {
     std::string xml;
     bool close_session = false;
+    bool bad_rpc = false;  // not even an RPC of the schema
+    uint32_t error_count = 0;
   };
 
   struct Conditions {
@@ -31,7 +33,7 @@ class Dispatcher {
 
  private:
   OperationResult Run(const RpcMessage& message, bool congested, const SessionInfo& session);
-  Reply Print(const RpcMessage& message, OperationResult result) const;
+  Reply Print(const RpcMessage& message, const OperationResult& result) const;
 
   OperationContext context_;
   const GenericXml& xml_;

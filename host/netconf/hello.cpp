@@ -17,6 +17,9 @@ constexpr const char* kProtocolCapabilities[] = {
     "urn:ietf:params:netconf:capability:confirmed-commit:1.1",
     "urn:ietf:params:netconf:capability:rollback-on-error:1.0",
     "urn:ietf:params:netconf:capability:validate:1.1",
+    "urn:ietf:params:netconf:capability:xpath:1.0",
+    "urn:ietf:params:netconf:capability:with-defaults:1.0?basic-mode=explicit&"
+    "also-supported=report-all,report-all-tagged,trim",
 };
 
 std::string Hello(const std::vector<std::string>& capabilities, uint32_t session_id) {
@@ -31,9 +34,26 @@ std::string Hello(const std::vector<std::string>& capabilities, uint32_t session
 
 }  // namespace
 
+std::string YangLibraryContentId(const ly_ctx* context) {
+  // The modules do not change while the process lives, but between versions of it.
+  uint64_t hash = 14695981039346656037u;  // FNV-1a
+  uint32_t index = 0;
+  while (const lys_module* module = ly_ctx_get_module_iter(context, &index)) {
+    for (const char* text : {module->name, module->revision}) {
+      for (; text != nullptr && *text != '\0'; ++text) {
+        hash = (hash ^ static_cast<unsigned char>(*text)) * 1099511628211u;
+      }
+    }
+  }
+  return std::to_string(hash);
+}
+
 std::vector<std::string> ServerCapabilities(const ly_ctx* context) {
   std::vector<std::string> capabilities(std::begin(kProtocolCapabilities),
                                         std::end(kProtocolCapabilities));
+  capabilities.push_back(
+      "urn:ietf:params:netconf:capability:yang-library:1.1?revision=2019-01-04&content-id=" +
+      YangLibraryContentId(context));
   uint32_t index = ly_ctx_internal_modules_count(context);
   while (const lys_module* module = ly_ctx_get_module_iter(context, &index)) {
     if (!module->implemented) continue;

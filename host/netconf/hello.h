@@ -17,6 +17,9 @@ inline constexpr char kBase11[] = "urn:ietf:params:netconf:base:1.1";
 // the modules (RFC 6241 section 8, RFC 6020 section 5.6.4).
 std::vector<std::string> ServerCapabilities(const ly_ctx* context);
 
+// Identifies the modules of `context` (RFC 8525); another set of modules has another.
+std::string YangLibraryContentId(const ly_ctx* context);
+
 // The hello of a server.
 std::string ServerHello(uint32_t session_id, const std::vector<std::string>& capabilities);
 // The hello of a client.

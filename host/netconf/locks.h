@@ -3,6 +3,8 @@
 #define HOST_NETCONF_LOCKS_H_
 
 #include <cstdint>
+#include <ctime>
+#include <iterator>
 #include <map>
 #include <string>
 
@@ -12,25 +14,33 @@ class Locks {
  public:
   // Session that holds the lock of `datastore`; 0 when it is free.
   uint32_t HolderOf(const std::string& datastore) const {
-    const auto found = holders_.find(datastore);
-    return found == holders_.end() ? 0 : found->second;
+    const auto found = locks_.find(datastore);
+    return found == locks_.end() ? 0 : found->second.holder;
   }
   // True when a session other than `session` holds the lock.
   bool HeldByOther(const std::string& datastore, uint32_t session) const {
     const uint32_t holder = HolderOf(datastore);
     return holder != 0 && holder != session;
   }
-  void Take(const std::string& datastore, uint32_t session) { holders_[datastore] = session; }
-  void Release(const std::string& datastore) { holders_.erase(datastore); }
+  // When the lock of `datastore`, which is held, was taken.
+  time_t TakenAt(const std::string& datastore) const { return locks_.at(datastore).since; }
+  void Take(const std::string& datastore, uint32_t session) {
+    locks_[datastore] = {session, time(nullptr)};
+  }
+  void Release(const std::string& datastore) { locks_.erase(datastore); }
   // To be called at a session's end.
   void ReleaseAllOf(uint32_t session) {
-    for (auto it = holders_.begin(); it != holders_.end();) {
-      it = it->second == session ? holders_.erase(it) : std::next(it);
+    for (auto it = locks_.begin(); it != locks_.end();) {
+      it = it->second.holder == session ? locks_.erase(it) : std::next(it);
     }
   }
 
  private:
-  std::map<std::string, uint32_t> holders_;  // datastore name to session id
+  struct Lock {
+    uint32_t holder = 0;
+    time_t since = 0;
+  };
+  std::map<std::string, Lock> locks_;  // by name of the datastore
 };
 
 }  // namespace host

@@ -12,20 +12,20 @@ constexpr char kNetconf[] = "ietf-netconf";
 constexpr char kMonitoring[] = "ietf-netconf-monitoring";
 
 constexpr Operation kOperations[] = {
-    {kNetconf, "get", true, RunGet},
-    {kNetconf, "get-config", true, RunGetConfig},
-    {kNetconf, "edit-config", false, RunEditConfig},
-    {kNetconf, "copy-config", false, RunCopyConfig},
-    {kNetconf, "delete-config", false, RunDeleteConfig},
-    {kNetconf, "commit", false, RunCommit},
-    {kNetconf, "cancel-commit", false, RunCancelCommit},
-    {kNetconf, "discard-changes", false, RunDiscardChanges},
-    {kNetconf, "validate", false, RunValidate},
-    {kNetconf, "lock", false, RunLock},
-    {kNetconf, "unlock", false, RunUnlock},
-    {kNetconf, "close-session", false, RunCloseSession},
-    {kNetconf, "kill-session", false, RunKillSession},
-    {kMonitoring, "get-schema", true, RunGetSchema},
+    {kNetconf, "get", OperationKind::kQuery, RunGet},
+    {kNetconf, "get-config", OperationKind::kQuery, RunGetConfig},
+    {kNetconf, "edit-config", OperationKind::kChange, RunEditConfig},
+    {kNetconf, "copy-config", OperationKind::kChange, RunCopyConfig},
+    {kNetconf, "delete-config", OperationKind::kChange, RunDeleteConfig},
+    {kNetconf, "commit", OperationKind::kChange, RunCommit},
+    {kNetconf, "cancel-commit", OperationKind::kChange, RunCancelCommit},
+    {kNetconf, "discard-changes", OperationKind::kChange, RunDiscardChanges},
+    {kNetconf, "validate", OperationKind::kOwn, RunValidate},
+    {kNetconf, "lock", OperationKind::kChange, RunLock},
+    {kNetconf, "unlock", OperationKind::kChange, RunUnlock},
+    {kNetconf, "close-session", OperationKind::kOwn, RunCloseSession},
+    {kNetconf, "kill-session", OperationKind::kChange, RunKillSession},
+    {kMonitoring, "get-schema", OperationKind::kQuery, RunGetSchema},
 };
 
 }  // namespace

@@ -23,6 +23,7 @@ namespace host {
 struct SessionInfo {
   uint32_t id = 0;
   std::string user;
+  bool may_write = false;
 };
 
 // What operations can do to other sessions.
@@ -62,10 +63,16 @@ struct OperationResult {
   }
 };
 
+enum class OperationKind {
+  kQuery,   // gives data, which can be large; open to everybody
+  kOwn,     // concerns the session alone; open to everybody
+  kChange,  // changes what others see; for those who may write
+};
+
 struct Operation {
   const char* module;
   const char* name;
-  bool gives_data;  // its reply can be large
+  OperationKind kind;
   OperationResult (*run)(const OperationContext& context, const OperationCall& call);
 };
 

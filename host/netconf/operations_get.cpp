@@ -1,16 +1,37 @@
 // <get> and <get-config>.
+#include <libyang/libyang.h>
+
 #include "host/netconf/operations.h"
 #include "host/netconf/retrieval.h"
 
 namespace host {
 namespace {
 
+// RFC 6243 section 3: what is printed of leaves that have their default value.
+uint32_t PrintOptionsOf(const std::string& with_defaults) {
+  static constexpr struct {
+    const char* mode;
+    uint32_t options;
+  } kModes[] = {
+      {"explicit", LYD_PRINT_WD_EXPLICIT},
+      {"trim", LYD_PRINT_WD_TRIM},
+      {"report-all", LYD_PRINT_WD_ALL},
+      {"report-all-tagged", LYD_PRINT_WD_ALL_TAG},
+  };
+  for (const auto& known : kModes) {
+    if (with_defaults == known.mode) return known.options;
+  }
+  return LYD_PRINT_WD_EXPLICIT;
+}
+
 OperationResult RunRetrieval(const OperationContext& context, const OperationCall& call,
                              RetrievalRequest request) {
   OperationResult result;
-  if (FindParameter(call, "filter") != nullptr) {
+  request.typed_filter = FindParameter(call, "filter");
+  if (request.typed_filter != nullptr) {
     request.filter = FindNetconfChild(call.message.GenericOperation(), "filter");
   }
+  request.print_options = PrintOptionsOf(ParameterText(call, "with-defaults", "explicit"));
   result.errors = Retrieve(request, context.datastore, &result.data);
   result.data_needs_tag = true;
   return result;

@@ -9,6 +9,7 @@
 #include "host/cdb/operational_store.h"
 #include "host/netconf/generic_xml.h"
 #include "host/netconf/subtree_filter.h"
+#include "host/netconf/xpath_filter.h"
 
 namespace host {
 namespace {
@@ -21,63 +22,103 @@ bool Print(const lyd_node* node, uint32_t options, std::string* xml) {
   return true;
 }
 
+// One of the two kinds of filters, or none, which selects all.
+class Filter {
+ public:
+  // What is wrong with the request's filter; nothing when it is ready.
+  RpcErrors Read(const RetrievalRequest& request, const ly_ctx* context) {
+    if (request.filter == nullptr) return {};
+    if (XmlAttribute(request.filter, "type") != "xpath") {
+      subtree_.emplace(request.filter, context);
+      return {};
+    }
+    const lyd_meta* select =
+        lyd_find_meta(request.typed_filter->meta, nullptr, "ietf-netconf:select");
+    if (select == nullptr) return {MissingAttribute("select", "filter")};
+    const std::string xpath = lyd_get_meta_value(select);
+    const std::string why = WhyTooCostly(xpath);
+    if (!why.empty()) return {BadAttribute("select", "filter", why)};
+    xpath_.emplace(xpath);
+    return {};
+  }
+  bool MaySelect(const lys_module* module, const char* name) const {
+    if (subtree_.has_value()) return subtree_->MaySelect(module, name);
+    return !xpath_.has_value() || xpath_->MaySelect(name);
+  }
+  // To be called before Select() for the siblings from `first` on.
+  bool Prepare(const lyd_node* first, std::string* error) {
+    return !xpath_.has_value() || xpath_->Evaluate(first, error);
+  }
+  Tree Select(const lyd_node* node, bool* whole) const {
+    if (subtree_.has_value()) return subtree_->Select(node, whole);
+    if (xpath_.has_value()) return xpath_->Select(node, whole);
+    *whole = true;
+    return nullptr;
+  }
+
+ private:
+  std::optional<SubtreeFilter> subtree_;
+  std::optional<XPathFilter> xpath_;
+};
+
 // Collects the selected parts of top-level nodes as XML.
 class Collector {
  public:
-  Collector(const SubtreeFilter* filter, uint32_t print_options, std::string* xml)
-      : filter_(filter), options_(print_options | LYD_PRINT_SHRINK), xml_(xml) {}
+  Collector(Filter* filter, uint32_t print_options, std::string* xml)
+      : filter_(filter), options_(print_options), xml_(xml) {}
 
-  bool Wants(const lys_module* module, const char* name) const {
-    return filter_ == nullptr || filter_->MaySelect(module, name);
-  }
   // Adds what the filter selects of the node and its following siblings.
-  void AddSiblings(const lyd_node* first) {
-    for (; first != nullptr; first = first->next) Add(first);
+  RpcErrors AddSiblings(const lyd_node* first) {
+    std::string error;
+    if (!filter_->Prepare(first, &error)) return {BadAttribute("select", "filter", error)};
+    for (; first != nullptr; first = first->next) {
+      if (!Add(first)) {
+        return {{"application", "operation-failed", "the data cannot be printed", "", "", ""}};
+      }
+    }
+    return {};
   }
-  bool failed() const { return failed_; }
 
  private:
-  void Add(const lyd_node* node) {
-    bool whole = filter_ == nullptr;
-    const Tree part = whole ? nullptr : filter_->Select(node, &whole);
-    const lyd_node* selected = whole ? node : part.get();
-    if (selected != nullptr && !Print(selected, options_, xml_)) failed_ = true;
+  bool Add(const lyd_node* node) {
+    bool whole = false;
+    Tree part = filter_->Select(node, &whole);
+    if (!whole && part == nullptr) return true;
+    const bool with_defaults = (options_ & (LYD_PRINT_WD_ALL | LYD_PRINT_WD_ALL_TAG)) != 0;
+    if (whole && with_defaults) part = CopyOf(node);
+    // The datastore does not keep what only has its default value.
+    if (with_defaults && lyd_new_implicit_tree(part.get(), 0, nullptr) != LY_SUCCESS) return false;
+    return Print(part != nullptr ? part.get() : node, options_ | LYD_PRINT_SHRINK, xml_);
   }
 
-  const SubtreeFilter* filter_;
+  static Tree CopyOf(const lyd_node* node) {
+    lyd_node* copy = nullptr;
+    lyd_dup_single(node, nullptr, LYD_DUP_RECURSIVE | LYD_DUP_WITH_FLAGS, &copy);
+    return Tree(copy);
+  }
+
+  Filter* filter_;
   const uint32_t options_;
   std::string* xml_;
-  bool failed_ = false;
 };
 
 }  // namespace
 
 RpcErrors Retrieve(const RetrievalRequest& request, Datastore& datastore, std::string* xml) {
-  std::optional<SubtreeFilter> filter;
-  if (request.filter != nullptr) {
-    const auto type = XmlAttribute(request.filter, "type");
-    if (type.has_value() && *type != "subtree") {
-      return {BadAttribute("type", "filter",
-                           "there are no filters of type \"" + std::string(*type) + "\"")};
-    }
-    filter.emplace(request.filter, datastore.Context());
-  }
-  Collector collector(filter.has_value() ? &*filter : nullptr, request.print_options, xml);
-  collector.AddSiblings(request.configuration);
-  if (request.with_state) {
-    // Building the state can be costly: only what the filter may select.
-    const Tree state =
-        datastore.Operational().Read([&](const std::string& module_name, const std::string& node) {
-          const lys_module* module =
-              ly_ctx_get_module_implemented(datastore.Context(), module_name.c_str());
-          return module != nullptr && collector.Wants(module, node.c_str());
-        });
-    collector.AddSiblings(state.get());
-  }
-  if (collector.failed()) {
-    return {{"application", "operation-failed", "the data cannot be printed", "", "", ""}};
-  }
-  return {};
+  const ly_ctx* context = datastore.Context();
+  Filter filter;
+  RpcErrors errors = filter.Read(request, context);
+  if (!errors.empty()) return errors;
+  Collector collector(&filter, request.print_options, xml);
+  errors = collector.AddSiblings(request.configuration);
+  if (!errors.empty() || !request.with_state) return errors;
+  // Building the state can be costly: only what the filter may select.
+  const Tree state =
+      datastore.Operational().Read([&](const std::string& module_name, const std::string& node) {
+        const lys_module* module = ly_ctx_get_module_implemented(context, module_name.c_str());
+        return module != nullptr && filter.MaySelect(module, node.c_str());
+      });
+  return collector.AddSiblings(state.get());
 }
 
 }  // namespace host

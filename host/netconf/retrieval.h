@@ -13,6 +13,7 @@ struct RetrievalRequest {
   const lyd_node* configuration = nullptr;  // first top-level node, null: none
   bool with_state = false;                  // add the operational data
   const lyd_node* filter = nullptr;         // <filter> as GenericXml reads it, null: all
+  const lyd_node* typed_filter = nullptr;   // the same, as the schema reads it
   uint32_t print_options = 0;               // LYD_PRINT_WD_* of libyang
 };
 

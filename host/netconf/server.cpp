@@ -1,6 +1,7 @@
 // The NETCONF server: see server.h.
 #include "host/netconf/server.h"
 
+#include <grp.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include <cstring>
 #include <utility>
 
+#include "host/netconf/access.h"
 #include "host/netconf/hello.h"
 #include "host/netconf/listener.h"
 #include "host/runtime/middleware.h"
@@ -18,6 +20,7 @@ namespace host {
 std::unique_ptr<NetconfServer> NetconfServer::Create(const NetconfServerOptions& options,
                                                      Datastore& datastore,
                                                      std::shared_ptr<EventLoop> loop,
+                                                     std::shared_ptr<StateProviders> providers,
                                                      std::string* error) {
   auto xml = GenericXml::Create();
   if (xml == nullptr) {
@@ -26,6 +29,14 @@ std::unique_ptr<NetconfServer> NetconfServer::Create(const NetconfServerOptions&
   }
   std::unique_ptr<NetconfServer> server(
       new NetconfServer(options, datastore, std::move(loop), std::move(xml)));
+  if (!options.write_group.empty()) {
+    const group* entry = getgrnam(options.write_group.c_str());
+    if (entry == nullptr) {
+      *error = "the group " + options.write_group + " of those who may write is not known";
+      return nullptr;
+    }
+    server->write_group_ = entry->gr_gid;
+  }
   const int fd = ListenAt(options.socket_path, options.socket_mode, options.socket_group, error);
   if (fd < 0) return nullptr;
   server->listener_ = fd;
@@ -35,7 +46,24 @@ std::unique_ptr<NetconfServer> NetconfServer::Create(const NetconfServerOptions&
     server->socket_inode_ = info.st_ino;
   }
   server->WatchListener();
+  if (providers != nullptr) server->ShowState(providers.get());
   return server;
+}
+
+void NetconfServer::ShowState(StateProviders* providers) {
+  shown_.push_back(
+      providers->Add({"ietf-netconf-monitoring", "netconf-state", [this](const ly_ctx* context) {
+                        ServerState state{capabilities_, locks_, counters_, {}};
+                        for (const auto& [id, session] : sessions_) {
+                          state.sessions.push_back(session->State());
+                        }
+                        return BuildNetconfState(context, state).release();
+                      }}));
+  for (const char* node : {"yang-library", "modules-state"}) {
+    shown_.push_back(providers->Add({"ietf-yang-library", node, [node](const ly_ctx* context) {
+                                       return BuildYangLibrary(context, node).release();
+                                     }}));
+  }
 }
 
 NetconfServer::NetconfServer(const NetconfServerOptions& options, Datastore& datastore,
@@ -47,6 +75,7 @@ NetconfServer::NetconfServer(const NetconfServerOptions& options, Datastore& dat
       candidate_(datastore),
       confirmed_(datastore, *loop_),
       dispatcher_({datastore, candidate_, confirmed_, locks_, *this}, *xml_, options.limits.depth) {
+  counters_.started = time(nullptr);
 }
 
 NetconfServer::~NetconfServer() {
@@ -85,11 +114,15 @@ void NetconfServer::Accept() {
     close(fd);
     return;
   }
+  ++counters_.in_sessions;
+  const bool may_write = MayWrite(*peer, write_group_);
   const uint32_t id = next_id_++;
   if (next_id_ == 0) next_id_ = 1;
-  const Session::Environment environment{*loop_, dispatcher_, *xml_, options_.limits, usage_};
-  sessions_[id] = std::make_unique<Session>(id, fd, std::move(*peer), capabilities_, environment,
-                                            [this](uint32_t ended) { OnSessionEnd(ended); });
+  const Session::Environment environment{*loop_,          dispatcher_, *xml_,
+                                         options_.limits, usage_,      counters_};
+  sessions_[id] =
+      std::make_unique<Session>(id, fd, std::move(*peer), may_write, capabilities_, environment,
+                                [this](uint32_t ended) { OnSessionEnd(ended); });
 }
 
 void NetconfServer::OnSessionEnd(uint32_t id) {

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,7 @@
 #include "host/netconf/locks.h"
 #include "host/netconf/session.h"
 #include "host/runtime/event_loop.h"
+#include "host/runtime/state_providers.h"
 
 namespace host {
 
@@ -29,17 +31,21 @@ struct NetconfServerOptions {
   std::string socket_path;
   mode_t socket_mode = 0660;
   std::string socket_group;  // empty: the process's own
+  std::string write_group;   // see access.h; empty: none
   NetconfLimits limits;
 };
 
 class NetconfServer : private SessionControl {
  public:
-  // Listens on the socket of `options`. A socket file that a dead process left is replaced. Null
-  // with the reason in `error` when the socket is in use, its directory is missing, its group is
-  // unknown, or the kernel refuses. `datastore` must outlive the server.
+  // Listens on the socket of `options`, and shows the server's state through `providers` (may be
+  // null). A socket file that a dead process left is replaced. Null with the reason in `error` when
+  // the socket is in use, its directory is missing, a group is unknown, or the kernel refuses.
+  // `datastore` must outlive the server.
   static std::unique_ptr<NetconfServer> Create(const NetconfServerOptions& options,
                                                Datastore& datastore,
-                                               std::shared_ptr<EventLoop> loop, std::string* error);
+                                               std::shared_ptr<EventLoop> loop,
+                                               std::shared_ptr<StateProviders> providers,
+                                               std::string* error);
   NetconfServer(const NetconfServer&) = delete;
   NetconfServer& operator=(const NetconfServer&) = delete;
   // Ends all sessions and removes the socket file.
@@ -51,6 +57,8 @@ class NetconfServer : private SessionControl {
  private:
   NetconfServer(const NetconfServerOptions& options, Datastore& datastore,
                 std::shared_ptr<EventLoop> loop, std::unique_ptr<GenericXml> xml);
+
+  void ShowState(StateProviders* providers);
 
   bool KillSession(uint32_t id, const SessionInfo& killer) override;
   void WatchListener();
@@ -66,6 +74,9 @@ class NetconfServer : private SessionControl {
   Locks locks_;
   Dispatcher dispatcher_;
   NetconfUsage usage_;
+  ServerCounters counters_;
+  std::optional<gid_t> write_group_;
+  std::vector<StateProviders::Registration> shown_;
 
   int listener_ = -1;
   dev_t socket_device_ = 0;  // of the socket file, to remove no other

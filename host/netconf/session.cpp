@@ -21,16 +21,17 @@ constexpr size_t kMaxHello = size_t{64} << 10;
 
 }  // namespace
 
-Session::Session(uint32_t id, int fd, Peer peer, const std::vector<std::string>& capabilities,
-                 const Environment& environment, std::function<void(uint32_t id)> on_end)
-    : info_{id, peer.user},
+Session::Session(uint32_t id, int fd, Peer peer, bool may_write,
+                 const std::vector<std::string>& capabilities, const Environment& environment,
+                 std::function<void(uint32_t id)> on_end)
+    : info_{id, peer.user, may_write},
       fd_(fd),
       peer_(std::move(peer)),
       env_(environment),
       on_end_(std::move(on_end)),
       decoder_(environment.limits.message_bytes) {
-  Log(LogLevel::kInfo, "netconf: session %u of user %s (uid %u, pid %d) begins", id,
-      peer_.user.c_str(), peer_.uid, peer_.pid);
+  Log(LogLevel::kInfo, "netconf: session %u of user %s (uid %u, pid %d%s) begins", id,
+      peer_.user.c_str(), peer_.uid, peer_.pid, may_write ? "" : ", may only read");
   // Written by the loop's next turn, so that on_end is never called from here.
   Send(ServerHello(id, capabilities));
   WatchSocket();
@@ -50,6 +51,7 @@ void Session::Abort(const std::string& reason) {
   if (!reason.empty()) {
     Log(LogLevel::kWarning, "netconf: session %u (%s): %s", info_.id, info_.user.c_str(),
         reason.c_str());
+    ++env_.counters.dropped_sessions;
   }
   phase_ = Phase::kEnded;
   io_watch_.reset();
@@ -146,14 +148,23 @@ void Session::AccountInput() {
 }
 
 void Session::TakeHello() {
+  const std::string fault = AcceptHello();
+  if (fault.empty()) return;
+  ++env_.counters.in_bad_hellos;
+  Abort(fault);
+}
+
+// Reads the peer's hello; why it cannot be accepted, empty when it was.
+std::string Session::AcceptHello() {
   PeerHello hello;
   std::string error;
-  if (!ParseHello(decoder_.message(), env_.xml, &hello, &error)) return Abort(error);
-  if (hello.session_id != 0) return Abort("the peer's hello has a session-id");
+  if (!ParseHello(decoder_.message(), env_.xml, &hello, &error)) return error;
+  if (hello.session_id != 0) return "the peer's hello has a session-id";
   base_1_1_ = hello.Has(kBase11);
-  if (!base_1_1_ && !hello.Has(kBase10)) return Abort("the peer speaks no version of NETCONF");
+  if (!base_1_1_ && !hello.Has(kBase10)) return "the peer speaks no version of NETCONF";
   if (base_1_1_) decoder_.SetFraming(Framing::kChunked);
   phase_ = Phase::kOpen;
+  return "";
 }
 
 void Session::TakeMessage(bool cut) {
@@ -161,6 +172,10 @@ void Session::TakeMessage(bool cut) {
                                           env_.usage.output > env_.limits.all_output_bytes};
   Dispatcher::Reply reply =
       env_.dispatcher.Handle(std::move(decoder_.message()), conditions, info_);
+  for (RpcCounters* counters : {&counters_, &env_.counters.rpcs}) {
+    (reply.bad_rpc ? counters->in_bad_rpcs : counters->in_rpcs) += 1;
+    counters->out_rpc_errors += reply.error_count;
+  }
   // The message may have ended sessions, but never this one.
   Send(std::move(reply.xml));
   if (reply.close_session) phase_ = Phase::kClosing;

@@ -7,6 +7,7 @@
 #define HOST_NETCONF_SESSION_H_
 
 #include <cstdint>
+#include <ctime>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -16,6 +17,7 @@
 #include "host/netconf/dispatcher.h"
 #include "host/netconf/framing.h"
 #include "host/netconf/limits.h"
+#include "host/netconf/monitoring.h"
 #include "host/netconf/peer.h"
 #include "host/runtime/event_loop.h"
 
@@ -35,17 +37,19 @@ class Session {
     const GenericXml& xml;
     const NetconfLimits& limits;
     NetconfUsage& usage;
+    ServerCounters& counters;
   };
 
   // Takes over `fd`. `on_end` is called once, when the session is over, and not from the
   // constructor; the session is then to be destroyed, though not within the call.
-  Session(uint32_t id, int fd, Peer peer, const std::vector<std::string>& capabilities,
-          const Environment& environment, std::function<void(uint32_t id)> on_end);
+  Session(uint32_t id, int fd, Peer peer, bool may_write,
+          const std::vector<std::string>& capabilities, const Environment& environment,
+          std::function<void(uint32_t id)> on_end);
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
   ~Session();
 
-  const SessionInfo& info() const { return info_; }
+  SessionState State() const { return {info_.id, info_.user, login_, counters_}; }
   // Ends the session for the reason given, with what is unsent.
   void Abort(const std::string& reason);
 
@@ -56,6 +60,7 @@ class Session {
   void Read();
   void Work();
   void TakeHello();
+  std::string AcceptHello();
   void TakeMessage(bool cut);
   void Send(std::string message);
   void Flush();
@@ -70,6 +75,8 @@ class Session {
   const Peer peer_;
   Environment env_;
   std::function<void(uint32_t id)> on_end_;
+  const time_t login_ = time(nullptr);
+  RpcCounters counters_;
 
   Phase phase_ = Phase::kHello;
   bool base_1_1_ = false;

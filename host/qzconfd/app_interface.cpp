@@ -51,15 +51,16 @@ std::unique_ptr<Datastore> OpenDatastore() {
                    reasons.c_str());
 }
 
-std::unique_ptr<host::NetconfServer> Listen(Datastore& datastore,
-                                            std::shared_ptr<host::EventLoop> loop) {
+std::unique_ptr<host::NetconfServer> Listen(Datastore& datastore, qzmw_t* mw) {
   const host::Settings& settings = host::ProcessSettings();
   host::NetconfServerOptions options;
   options.socket_path = settings.netconf_socket;
   options.socket_mode = settings.netconf_socket_mode;
   options.socket_group = settings.netconf_socket_group;
+  options.write_group = settings.netconf_write_group;
   std::string error;
-  auto server = host::NetconfServer::Create(options, datastore, std::move(loop), &error);
+  auto server = host::NetconfServer::Create(options, datastore, host::LoopOf(mw),
+                                            host::StateProvidersOf(mw), &error);
   if (server == nullptr)
     host::FatalFault("AppInterface", kFile, __LINE__, "cannot serve NETCONF: %s", error.c_str());
   return server;
@@ -112,7 +113,7 @@ class AppInterface::Impl : private host::CommitObserver {
     datastore_->Operational().SetProviders(host::StateProvidersOf(mw));
     for (ConfigHandler* handler : config_handlers)
       subscriptions_.emplace_back(handler, service_.schema());
-    server_ = Listen(*datastore_, loop_);
+    server_ = Listen(*datastore_, mw);
     for (BaseHandler* handler : handlers) {
       handler->SetInterface(&interface_);
       handler->ConfdConnected(phase);

@@ -18,6 +18,9 @@ struct Settings {
   // Access mode of the socket, and the group it is given to (empty: the daemon's own).
   unsigned int netconf_socket_mode = 0660;
   std::string netconf_socket_group;
+  // Group whose members may change things over NETCONF. Root and the daemon's own account always
+  // may; all others who can connect may only read. Empty: no such group.
+  std::string netconf_write_group;
   // Configuration (JSON or XML, by its ending) that running is loaded from at the start; empty:
   // none.
   std::string startup_file;

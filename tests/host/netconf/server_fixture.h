@@ -18,6 +18,7 @@
 #include <thread>
 
 #include "host/cdb/datastore.h"
+#include "host/cdb/operational_store.h"
 #include "host/netconf/framing.h"
 #include "host/netconf/listener.h"
 #include "host/netconf/server.h"
@@ -121,9 +122,10 @@ class ServerTest : public testing::Test {
     options.state_directory = directory_;
     datastore_ = Datastore::Open(options, &errors);
     ASSERT_NE(datastore_, nullptr) << errors.front().message;
+    datastore_->Operational().SetProviders(providers_);
     loop_ = EventLoop::Create();
     std::string error;
-    server_ = NetconfServer::Create(server_options_, *datastore_, loop_, &error);
+    server_ = NetconfServer::Create(server_options_, *datastore_, loop_, providers_, &error);
     ASSERT_NE(server_, nullptr) << error;
     stop_fd_ = eventfd(0, EFD_CLOEXEC);
     stop_watch_ = loop_->OnIo(stop_fd_, EPOLLIN, [this](uint32_t) { loop_->Stop(); });
@@ -142,6 +144,7 @@ class ServerTest : public testing::Test {
   NetconfServerOptions server_options_;
   std::unique_ptr<Datastore> datastore_;
   std::shared_ptr<EventLoop> loop_;
+  std::shared_ptr<StateProviders> providers_ = std::make_shared<StateProviders>();
   std::unique_ptr<NetconfServer> server_;
 
  private:

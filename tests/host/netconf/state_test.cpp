@@ -1,0 +1,195 @@
+// XPath filters, the server's own state and schemas, and who may do what.
+#include <gmock/gmock.h>
+
+#include "host/netconf/access.h"
+#include "host/netconf/xpath_filter.h"
+#include "tests/host/netconf/server_fixture.h"
+
+namespace host {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr char kEdit[] =
+    "<edit-config><target><running/></target><config><config xmlns='urn:acl-app:acl'><access-list>"
+    "<acl-profile><ingress><access-list><acl-type>l3</acl-type><acl-name>p</acl-name>"
+    "<acl-priority-l3><priority>1</priority></acl-priority-l3></access-list></ingress>"
+    "</acl-profile><interface><interface-name>e0</interface-name><ingress>p</ingress></interface>"
+    "<interface><interface-name>e1</interface-name></interface></access-list></config></config>"
+    "</edit-config>";
+
+class StateTest : public ServerTest {
+ protected:
+  void SetUp() override {
+    Start();
+    client_ = std::make_unique<TestClient>(server_options_.socket_path);
+    client_->Open();
+    ASSERT_THAT(client_->Rpc(kEdit), HasSubstr("<ok/>"));
+  }
+  std::string GetConfig(const std::string& select) {
+    return client_->Rpc(
+        "<get-config><source><running/></source><filter type='xpath' xmlns:a='urn:acl-app:acl' " +
+        select + "/></get-config>");
+  }
+  std::string Get(const std::string& filter) {
+    return client_->Rpc("<get><filter>" + filter + "</filter></get>");
+  }
+  std::unique_ptr<TestClient> client_;
+};
+
+TEST_F(StateTest, XPathSelects) {
+  const std::string start = "<data><config xmlns=\"urn:acl-app:acl\"><access-list>";
+  const std::string end = "</access-list></config></data>";
+  const std::string e0 =
+      "<interface><interface-name>e0</interface-name><ingress>p</ingress>"
+      "</interface>";
+  const std::string e1 = "<interface><interface-name>e1</interface-name></interface>";
+  const std::pair<const char*, std::string> cases[] = {
+      {"/a:config/a:access-list/a:interface", start + e0 + e1 + end},
+      {"/a:config/a:access-list/a:interface[a:interface-name=\"e1\"]", start + e1 + end},
+      {"//a:interface[a:ingress]", start + e0 + end},
+      {"//a:interface[1]/a:interface-name | //a:interface[2]",
+       start + "<interface><interface-name>e0</interface-name></interface>" + e1 + end},
+      {"//a:acl-priority-l3",
+       start +
+           "<acl-profile><ingress><access-list><acl-type>l3</acl-type><acl-name>p</acl-name>"
+           "<acl-priority-l3><priority>1</priority></acl-priority-l3></access-list></ingress>"
+           "</acl-profile>" +
+           end},
+      {"//a:interface[a:interface-name=\"nope/..\"]", "<data></data>"},
+      {"/a:status", "<data></data>"},
+  };
+  for (const auto& [xpath, expected] : cases) {
+    EXPECT_THAT(GetConfig(std::string("select='") + xpath + "'"), HasSubstr(expected)) << xpath;
+  }
+}
+
+TEST_F(StateTest, XPathThatIsWrongIsRefused) {
+  EXPECT_THAT(GetConfig(""), HasSubstr("<error-tag>missing-attribute<"));
+  for (const char* xpath : {"/a:config[", "/b:config", "//a:interface[//a:ingress]"}) {
+    EXPECT_THAT(GetConfig(std::string("select='") + xpath + "'"), HasSubstr("<rpc-error")) << xpath;
+  }
+}
+
+TEST(XPathCostTest, OnlyWhatLooksDownIsAllowedInPredicates) {
+  for (const char* xpath :
+       {"/a:b/c[d='x']", "//c[d/e[f='1'] and not(g)]", "/a[b='//..::']", "/a/../b/child::c",
+        "/a[child::b = 3 or */c]", "/a[.='x'][2]", "/a[count(b) > 2]/b[currently(.)]"}) {
+    EXPECT_EQ(WhyTooCostly(xpath), "") << xpath;
+  }
+  for (const std::string& xpath :
+       {std::string("/a[/b]"), std::string("/a[b = /c]"), std::string("/a[.//b]"),
+        std::string("/a[../b]"), std::string("/a[b and /c]"), std::string("/a[b][c[//d]]"),
+        std::string("/a[parent::b]"), std::string("/a/following::b"),
+        std::string("/a[b=current()]"), std::string("/a[deref (b)]"),
+        std::string("/a[preceding-sibling::b]"), std::string(5000, 'a')}) {
+    EXPECT_NE(WhyTooCostly(xpath), "") << xpath;
+  }
+}
+
+TEST_F(StateTest, DefaultsModesAreKnown) {
+  const std::string start =
+      "<get-config><source><running/></source><with-defaults "
+      "xmlns='urn:ietf:params:xml:ns:yang:ietf-netconf-with-defaults'>";
+  const std::string plain = client_->Rpc("<get-config><source><running/></source></get-config>");
+  for (const char* mode : {"explicit", "trim", "report-all", "report-all-tagged"}) {
+    EXPECT_THAT(client_->Rpc(start + mode + "</with-defaults></get-config>"),
+                HasSubstr("<interface-name>e1</interface-name>"))
+        << mode;
+  }
+  EXPECT_EQ(client_->Rpc(start + "explicit</with-defaults></get-config>"), plain);
+  EXPECT_THAT(client_->Rpc(start + "some</with-defaults></get-config>"),
+              HasSubstr("<error-tag>invalid-value<"));
+}
+
+TEST_F(StateTest, MonitoringShowsSessionsLocksAndSchemas) {
+  TestClient other(server_options_.socket_path);
+  other.Open();
+  other.Rpc("<lock><target><candidate/></target></lock>");
+  other.Rpc("<lock><target><candidate/></target></lock>");
+  other.SendMessage("no rpc");
+  other.Receive();
+  const std::string state =
+      Get("<netconf-state xmlns='urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring'/>");
+  EXPECT_THAT(state, AllOf(HasSubstr("<capability>urn:ietf:params:netconf:base:1.1<"),
+                           HasSubstr("<name>candidate</name><locks><global-lock><locked-by-session>"
+                                     "2</locked-by-session><locked-time>20"),
+                           Not(HasSubstr("<name>running</name><locks>")),
+                           HasSubstr("<identifier>acl-app</identifier><version>2"),
+                           HasSubstr("<session-id>1</session-id>"),
+                           HasSubstr("<in-rpcs>2</in-rpcs><in-bad-rpcs>1</in-bad-rpcs>"
+                                     "<out-rpc-errors>2</out-rpc-errors>"),
+                           HasSubstr("<in-sessions>2</in-sessions>")));
+  EXPECT_THAT(Get("<yang-library xmlns='urn:ietf:params:xml:ns:yang:ietf-yang-library'/>"),
+              AllOf(HasSubstr("<content-id>"), HasSubstr("<name>acl-app</name>")));
+  EXPECT_THAT(
+      client_->Rpc("<get><filter type='xpath' xmlns:y='urn:ietf:params:xml:ns:yang:"
+                   "ietf-yang-library' select='/y:modules-state/y:module[y:name=\"acl-app\"]"
+                   "/y:namespace'/></get>"),
+      HasSubstr("<namespace>urn:acl-app:acl</namespace>"));
+}
+
+TEST_F(StateTest, SchemasAreGiven) {
+  const auto get = [this](const std::string& parameters) {
+    return client_->Rpc("<get-schema xmlns='urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring'>" +
+                        parameters + "</get-schema>");
+  };
+  EXPECT_THAT(get("<identifier>acl-app-types</identifier>"), HasSubstr("module acl-app-types {"));
+  EXPECT_THAT(get("<identifier>acl-app</identifier><version>2026-11-21</version>"
+                  "<format>yang</format>"),
+              HasSubstr("container access-list"));
+  for (const char* parameters : {"<identifier>none</identifier>",
+                                 "<identifier>acl-app</identifier><version>1999-01-01"
+                                 "</version>",
+                                 "<identifier>acl-app</identifier><format>xsd</format>"}) {
+    EXPECT_THAT(get(parameters), HasSubstr("<error-tag>invalid-value<")) << parameters;
+  }
+  EXPECT_THAT(get(""), HasSubstr("<error-tag>missing-element<"));
+}
+
+class NobodyElse : public SessionControl {
+  bool KillSession(uint32_t, const SessionInfo&) override { return true; }
+};
+
+TEST_F(StateTest, ReadersMayOnlyRead) {
+  Stop();
+  Candidate candidate(*datastore_);
+  ConfirmedCommit confirmed(*datastore_, *loop_);
+  Locks locks;
+  NobodyElse nobody;
+  const auto xml = GenericXml::Create();
+  Dispatcher dispatcher({*datastore_, candidate, confirmed, locks, nobody}, *xml, 64);
+  const auto run = [&](const std::string& operation, bool may_write) {
+    return dispatcher.Handle(kRpcStart + operation + "</rpc>", {}, {7, "somebody", may_write}).xml;
+  };
+  for (const char* allowed :
+       {"<get/>", "<get-config><source><candidate/></source></get-config>",
+        "<validate><source><running/></source></validate>", "<close-session/>"}) {
+    EXPECT_THAT(run(allowed, false), Not(HasSubstr("<rpc-error"))) << allowed;
+  }
+  for (const std::string& denied :
+       {std::string(kEdit), std::string("<commit/>"), std::string("<discard-changes/>"),
+        std::string("<cancel-commit/>"), std::string("<lock><target><running/></target></lock>"),
+        std::string("<kill-session><session-id>3</session-id></kill-session>"),
+        std::string("<copy-config><target><running/></target><source><candidate/></source>"
+                    "</copy-config>")}) {
+    EXPECT_THAT(run(denied, false), HasSubstr("<error-tag>access-denied<")) << denied;
+    EXPECT_THAT(run(denied, true), Not(HasSubstr("access-denied"))) << denied;
+  }
+}
+
+TEST(AccessTest, RootItselfAndTheWriteGroupMayWrite) {
+  Peer peer;
+  peer.uid = geteuid() + 1;
+  peer.groups = {100, 200};
+  EXPECT_FALSE(MayWrite(peer, std::nullopt));
+  EXPECT_FALSE(MayWrite(peer, 300));
+  EXPECT_TRUE(MayWrite(peer, 200));
+  peer.uid = geteuid();
+  EXPECT_TRUE(MayWrite(peer, std::nullopt));
+}
+
+}  // namespace
+}  // namespace host
