@@ -7,7 +7,6 @@
 
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -37,34 +36,41 @@ class ConfDManagerTestPeer {
 
 namespace acl_test {
 
-using Lines = std::vector<std::string>;
+using Model = acl_app::AclCacheTestPeer;
+using Names = std::map<std::string, std::string>;
+
+// The lines of a block of text, without empty lines and indentation; a " ; " also ends a line. Each
+// of `names` (such as "$leaf") stands for its text.
+Lines Text(std::string block, const Names& names = {});
+// The rows of a table: lines of cells that " | " separates.
+std::vector<Lines> Rows(const std::string& block, const Names& names = {});
+
+// The lines of a model: "P pending type 6", "P type 6 priority 10 id 10 stage 1", below each
+// profile its entries ("P 5/0 vlan 7 -> deny"), then the interfaces ("eth0 binds P Q").
+Lines Dump(acl_app::AclCache& model);
 
 // The model alone, filled by hand.
 class ModelTest : public testing::Test {
  protected:
-  using Model = acl_app::AclCacheTestPeer;
-
   // A profile with these entries, with a priority unless that is negative.
   void AddProfile(const std::string& name, int type, int priority,
                   const std::vector<int>& entries = {});
   void Bind(const std::string& interface, const std::vector<std::string>& profiles);
   // The text of one entry of a profile, without its id and priority; "none" when it is not there.
   std::string EntryText(const std::string& profile, int entry_priority);
-  // The whole model, for comparisons before and after.
-  Lines Dump();
 
   ScriptedPlatform platform_;
   acl_app::AclCache model_;
 };
 
 // The configuration manager on the recording model, ready for callbacks.
-class ManagerTest : public testing::Test {
- protected:
-  using Model = acl_app::AclCacheTestPeer;
-
-  ManagerTest();
+struct ManagerSetup {
+  ManagerSetup();
   // The record of what was logged and asked of the model.
   Lines TakeEffects() { return platform_.Take({"log ", "model ", "fault "}); }
+  // One changed node: "<operation> <path>[ = <new value>]", where the operation is created,
+  // deleted, modified, set, or a number. The root of the path selects the subscription point.
+  confd_iter_ret Change(const std::string& change);
 
   ScriptedPlatform platform_;
   acl_app::AclLog log_{platform_.middleware()};
@@ -74,8 +80,23 @@ class ManagerTest : public testing::Test {
   acl_app::ConfDManager manager_{platform_.trace_category(), filter_};
 };
 
-// The lines of a model: its profiles with their entries, and its bindings.
-Lines DumpModel(acl_app::AclCache& model);
+class ManagerTest : public testing::Test, protected ManagerSetup {
+ protected:
+  // Runs a block of changes (as for Change(), below `root`), each followed by the "log" and "model"
+  // lines that it makes. Expects these and ITER_RECURSE; then, for each thing asked of the model,
+  // that its refusal ends the change with ITER_CONTINUE, after the line that follows as "refused".
+  void RunChanges(const std::string& root, const std::string& block, const Names& names = {});
+  // The effects of the last change without the line of its path, which is checked here.
+  Lines TakeChange();
+
+ private:
+  struct ChangeRow {
+    std::string change;
+    Lines effects;
+    std::map<size_t, std::string> refused;  // logged on refusal, by the index of the model's line
+  };
+  void RunRow(const ChangeRow& row);
+};
 
 }  // namespace acl_test
 

@@ -36,41 +36,33 @@ zlog_category_s the_category;
 ScriptedPlatform& Script() { return ScriptedPlatform::Get(); }
 
 std::string VPrint(const char* format, va_list args) {
-  va_list again;
-  va_copy(again, args);
-  std::string text(std::vsnprintf(nullptr, 0, format, again), '\0');
-  va_end(again);
-  std::vsnprintf(text.data(), text.size() + 1, format, args);
+  char text[2048];
+  EXPECT_LT(std::vsnprintf(text, sizeof text, format, args), static_cast<int>(sizeof text));
   return text;
 }
 
-// The text of a variadic function's format and arguments.
-#define PRINT_INTO(text, format) \
-  std::string text;              \
-  {                              \
-    va_list args;                \
-    va_start(args, format);      \
-    text = VPrint(format, args); \
-    va_end(args);                \
-  }
+// Makes `text` of a variadic function's format and arguments.
+#define PRINT_INTO(text, format)                 \
+  va_list args;                                  \
+  va_start(args, format);                        \
+  const std::string text = VPrint(format, args); \
+  va_end(args)
 
-std::string Line(const char* call, int sock) { return call + (' ' + std::to_string(sock)); }
-
-// A call that reads the leaf at `path`: gives it to `use`, if it is there and of this type.
-template <class Use>
-int ReadLeaf(const char* call, int sock, const std::string& path, confd_vtype type, Use use) {
-  bool failed = false;
-  const int result = Script().Call(Line(call, sock) + ' ' + path, CONFD_OK, &failed);
-  if (failed) return result;
-  const Value* leaf = Script().Find(path);
-  if (leaf == nullptr || (type != C_NOEXISTS && leaf->get()->type != type)) return CONFD_ERR;
-  use(*leaf->get());
-  return CONFD_OK;
+std::string Line(const std::string& call, int sock) { return call + ' ' + std::to_string(sock); }
+std::string Line(const std::string& call, int sock, const std::string& path) {
+  return Line(call, sock) + ' ' + path;
 }
 
-int Count(int change, int result) {
-  Script().HandOut(change);
-  return result;
+// A call that reads the leaf at `path`: gives it to `use`, if it is there and of this type (any,
+// when that is C_NOEXISTS).
+template <class Use>
+int ReadLeaf(const char* call, int sock, const std::string& path, confd_vtype type, Use use) {
+  return Script().Do(Line(call, sock, path), [&] {
+    const Value* leaf = Script().Find(path);
+    if (leaf == nullptr || (type != C_NOEXISTS && leaf->get()->type != type)) return CONFD_ERR;
+    use(*leaf->get());
+    return CONFD_OK;
+  });
 }
 
 }  // namespace
@@ -92,9 +84,7 @@ qzmw_t* qzmw_init(const char* name) {
 
 int qzmw_loop_while(qzmw_t* mw, bool* flag) {
   EXPECT_EQ(mw, &the_middleware);
-  const int result = Script().Call(std::string("qzmw_loop_while ") + (*flag ? "true" : "false"));
-  if (Script().on_loop) Script().on_loop();
-  return result;
+  return Script().Call(std::string("qzmw_loop_while ") + (*flag ? "true" : "false"));
 }
 
 void qzmw_finish(qzmw_t** mw) {
@@ -165,53 +155,52 @@ void zlog(zlog_category_s* category, const char* file, size_t filelen, const cha
 // ---- Configuration database ----
 
 int cdb_get_txid(int sock, cdb_txid* txid) {
-  bool failed = false;
-  const int result = Script().Call(Line("cdb_get_txid", sock), CONFD_OK, &failed);
-  if (!failed) *txid = Script().txid;
-  return result;
+  return Script().Do(Line("cdb_get_txid", sock), [txid] {
+    *txid = Script().txid;
+    return CONFD_OK;
+  });
 }
 
 int cdb_set_namespace(int sock, int hashed_ns) {
-  return Script().Call(Line("cdb_set_namespace", sock) + ' ' + std::to_string(hashed_ns));
+  return Script().Call(Line("cdb_set_namespace", sock, std::to_string(hashed_ns)));
 }
 
 int cdb_set_timeout(int sock, int seconds) {
-  return Script().Call(Line("cdb_set_timeout", sock) + ' ' + std::to_string(seconds));
+  return Script().Call(Line("cdb_set_timeout", sock, std::to_string(seconds)));
 }
 
 int cdb_cd(int sock, const char* fmt, ...) {
   PRINT_INTO(path, fmt);
-  bool failed = false;
-  const int result = Script().Call(Line("cdb_cd", sock) + ' ' + path, CONFD_OK, &failed);
-  if (failed) return result;
-  std::string& position = Script().position(sock);
-  position = path == ".." ? position.substr(0, position.rfind('/')) : path;
-  return CONFD_OK;
+  return Script().Do(Line("cdb_cd", sock, path), [&] {
+    std::string& position = Script().position(sock);
+    position = path == ".." ? position.substr(0, position.rfind('/')) : path;
+    return CONFD_OK;
+  });
 }
 
 int cdb_getcwd(int sock, size_t size, char* curdir) {
-  bool failed = false;
-  const int result = Script().Call(Line("cdb_getcwd", sock), CONFD_OK, &failed);
-  if (!failed) std::snprintf(curdir, size, "%s", Script().position(sock).c_str());
-  return result;
+  return Script().Do(Line("cdb_getcwd", sock), [=] {
+    std::snprintf(curdir, size, "%s", Script().position(sock).c_str());
+    return CONFD_OK;
+  });
 }
 
 int cdb_getcwd_kpath(int sock, confd_hkeypath_t** kp) {
-  bool failed = false;
-  const int result = Script().Call(Line("cdb_getcwd_kpath", sock), CONFD_OK, &failed);
-  if (failed) return result;
-  *kp = new KeyPath(Script().position(sock));
-  return Count(1, CONFD_OK);
+  return Script().Do(Line("cdb_getcwd_kpath", sock), [=] {
+    *kp = new KeyPath(Script().position(sock));
+    Script().HandOut(1);
+    return CONFD_OK;
+  });
 }
 
 int cdb_exists(int sock, const char* fmt, ...) {
   PRINT_INTO(path, fmt);
-  return Script().Call(Line("cdb_exists", sock) + ' ' + path, Script().Exists(path) ? 1 : 0);
+  return Script().Call(Line("cdb_exists", sock, path), Script().Exists(path) ? 1 : 0);
 }
 
 int cdb_num_instances(int sock, const char* fmt, ...) {
   PRINT_INTO(path, fmt);
-  return Script().Call(Line("cdb_num_instances", sock) + ' ' + path, Script().Instances(path));
+  return Script().Call(Line("cdb_num_instances", sock, path), Script().Instances(path));
 }
 
 int cdb_get(int sock, confd_value_t* value, const char* fmt, ...) {
@@ -246,27 +235,26 @@ int cdb_get_enum_value(int sock, int32_t* value, const char* fmt, ...) {
 
 int cdb_create(int sock, const char* fmt, ...) {
   PRINT_INTO(path, fmt);
-  bool failed = false;
-  const int result = Script().Call(Line("cdb_create", sock) + ' ' + path, CONFD_OK, &failed);
-  if (!failed) Script().cdb[path] = Value();
-  return result;
+  return Script().Do(Line("cdb_create", sock, path), [&] {
+    Script().cdb[path] = Value();
+    return CONFD_OK;
+  });
 }
 
 int cdb_delete(int sock, const char* fmt, ...) {
   PRINT_INTO(path, fmt);
-  bool failed = false;
-  const int result = Script().Call(Line("cdb_delete", sock) + ' ' + path, CONFD_OK, &failed);
-  if (!failed) Script().Delete(path);
-  return result;
+  return Script().Do(Line("cdb_delete", sock, path), [&] {
+    Script().Delete(path);
+    return CONFD_OK;
+  });
 }
 
 int cdb_set_elem(int sock, confd_value_t* value, const char* fmt, ...) {
   PRINT_INTO(path, fmt);
-  bool failed = false;
-  const int result = Script().Call(
-      Line("cdb_set_elem", sock) + ' ' + path + " = " + acl_test::ToText(value), CONFD_OK, &failed);
-  if (!failed) Script().cdb[path] = Value(*value);
-  return result;
+  return Script().Do(Line("cdb_set_elem", sock, path) + " = " + acl_test::ToText(value), [&] {
+    Script().cdb[path] = Value(*value);
+    return CONFD_OK;
+  });
 }
 
 int confd_pp_kpath(char* buf, int n, const confd_hkeypath_t* kp) {
@@ -340,16 +328,11 @@ class FilterMgrClient::Impl {};
 namespace {
 
 std::string GroupLine(const char* call, const FiltersCommon::FiltersGroup& group) {
-  return std::string(call) + ' ' + std::to_string(group.getId()) + " stage " +
-         std::to_string(group.getStage()) + " type " + std::to_string(group.getType()) +
-         " priority " + std::to_string(group.getPriority()) + " entries " +
-         std::to_string(group.getEntriesRef().size());
-}
-
-int TakeGroup(const char* call, const FiltersCommon::FiltersGroup& group) {
-  const int result = Script().Call(GroupLine(call, group));
-  if (result == 0) Script().groups.insert_or_assign(group.getId(), group);
-  return result;
+  std::string line = std::string(call) + ' ' + std::to_string(group.getId()) + " stage " +
+                     std::to_string(group.getStage()) + " type " + std::to_string(group.getType()) +
+                     " priority " + std::to_string(group.getPriority());
+  for (const std::string& entry : acl_test::Describe(group)) line += " {" + entry + '}';
+  return line;
 }
 
 }  // namespace
@@ -366,11 +349,11 @@ FilterMgrClient::~FilterMgrClient() {
 }
 
 int FilterMgrClient::createGroup(FiltersCommon::FiltersGroup group) {
-  return TakeGroup("createGroup", group);
+  return Script().Call(GroupLine("createGroup", group));
 }
 
 int FilterMgrClient::updateGroup(const FiltersCommon::FiltersGroup& group) {
-  return TakeGroup("updateGroup", group);
+  return Script().Call(GroupLine("updateGroup", group));
 }
 
 }  // namespace FilterMgrClientApi
@@ -386,12 +369,10 @@ int fm_local_slot(fm_slot_t* slot) {
 
 int fm_scalar_card_filter_mgr_pre_ingress_max_entries_per_group(const fm_slot_t* slot,
                                                                 unsigned int* value) {
-  bool failed = false;
-  const int result = Script().Call(
-      "fm_capacity " + std::to_string(slot->chassis) + ' ' + std::to_string(slot->slot), 0,
-      &failed);
-  if (!failed) *value = Script().capacity;
-  return result;
+  return Script().Do(Line("fm_capacity", slot->chassis, std::to_string(slot->slot)), [value] {
+    *value = Script().capacity;
+    return 0;
+  });
 }
 
 int limid_from_intfname(limid_t* id, const char* name) {

@@ -13,7 +13,6 @@
 #ifndef TESTS_SUPPORT_SCRIPTED_PLATFORM_H_
 #define TESTS_SUPPORT_SCRIPTED_PLATFORM_H_
 
-#include <functional>
 #include <initializer_list>
 #include <map>
 #include <set>
@@ -30,6 +29,8 @@
 #include "tests/support/values.h"
 
 namespace acl_test {
+
+using Lines = std::vector<std::string>;
 
 constexpr int kLoadSocket = 7;            // for the session of the initial load
 constexpr int kSubscriptionSocket = 5;    // CfgSubsSocket()
@@ -48,7 +49,7 @@ class ScriptedPlatform {
 
   // The record so far, which then starts anew: the lines that begin with one of `heads` (all when
   // there are none).
-  std::vector<std::string> Take(std::initializer_list<const char*> heads = {});
+  Lines Take(std::initializer_list<const char*> heads = {});
 
   // Every call whose line is `call`, or starts with `call` and a blank, returns `result` and has no
   // effect; calls that return a pointer return null. A later rule wins.
@@ -62,7 +63,7 @@ class ScriptedPlatform {
   // The `new (std::nothrow)` of this number (from 0, counted from here on) gives null.
   void FailAllocation(int number);
 
-  // Fills the database for an initial load; these return the path of the new list entry.
+  // Fill the database for an initial load; these return the path of the new list entry.
   std::string AddProfile(const std::string& name, int type, int priority);
   std::string AddEntry(const std::string& profile_path, int ace_priority);
   std::string AddInterface(const std::string& name, const std::vector<std::string>& profiles);
@@ -75,18 +76,23 @@ class ScriptedPlatform {
   cdb_txid txid{};
   unsigned int capacity = 1000;
   std::map<std::string, limid_t> limids;  // names not listed get 1001, 1002... as they come
-  std::function<void()> on_loop;          // what happens while the event loop runs
   std::map<int, int> actual_classes;      // those of the log dictionary; others stay as they are
 
   // What the core gave to the platform.
   std::vector<qzconfd::ConfigHandler*> handlers;
-  std::map<unsigned short, FiltersCommon::FiltersGroup> groups;  // of the Filter Manager, by id
   const ElemLogHeader* log_header = nullptr;
   const ElemLogTables* log_tables = nullptr;
 
   // For the platform's functions: records the call and gives its result, `result` unless the script
-  // says otherwise; `*failed` tells that it did.
-  int Call(const std::string& line, int result = 0, bool* failed = nullptr);
+  // says otherwise; `*scripted` tells that it did.
+  int Call(const std::string& line, int result = 0, bool* scripted = nullptr);
+  // Records the call and gives what `effect` returns, unless the script says otherwise.
+  template <class Effect>
+  int Do(const std::string& line, Effect effect) {
+    bool scripted = false;
+    const int result = Call(line, 0, &scripted);
+    return scripted ? result : effect();
+  }
   void Record(std::string line) { record_.push_back(std::move(line)); }
   // Counts what is handed out (+1) and given back (-1).
   void HandOut(int count) { handed_out_ += count; }
@@ -99,7 +105,9 @@ class ScriptedPlatform {
   std::string& position(int socket) { return positions_[socket]; }
 
  private:
-  std::vector<std::string> record_;
+  std::string NextInstance(const std::string& list) const;
+
+  Lines record_;
   std::vector<std::pair<std::string, int>> rules_;
   int calls_ = 0;
   int failing_call_ = -1;
@@ -109,10 +117,12 @@ class ScriptedPlatform {
   std::map<int, std::string> positions_;  // current path by socket
 };
 
+bool StartsWith(const std::string& text, const std::string& head);
+
 // Texts of filter entries, for comparisons: "3/3 port 1001 vlan 100 -> deny", where the numbers
 // ahead are id and priority; matches and actions stand in ascending order of kind.
 std::string Describe(const FiltersCommon::FiltersEntry& entry);
-std::vector<std::string> Describe(const FiltersCommon::FiltersGroup& group);
+Lines Describe(const FiltersCommon::FiltersGroup& group);
 
 }  // namespace acl_test
 

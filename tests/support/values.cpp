@@ -4,42 +4,72 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
 
 #include "yang_tags.h"
 
 namespace acl_test {
 namespace {
 
+const struct NumberType {
+  const char* name;
+  confd_vtype type;
+  void (*set)(confd_value_t& value, long number);
+  long (*get)(const confd_value_t& value);
+} kNumberTypes[] = {
+    {"u8 ", C_UINT8, [](confd_value_t& v, long n) { v.val.u8 = static_cast<uint8_t>(n); },
+     [](const confd_value_t& v) { return static_cast<long>(v.val.u8); }},
+    {"u16 ", C_UINT16, [](confd_value_t& v, long n) { v.val.u16 = static_cast<uint16_t>(n); },
+     [](const confd_value_t& v) { return static_cast<long>(v.val.u16); }},
+    {"u32 ", C_UINT32, [](confd_value_t& v, long n) { v.val.u32 = static_cast<uint32_t>(n); },
+     [](const confd_value_t& v) { return static_cast<long>(v.val.u32); }},
+    {"int32 ", C_INT32, [](confd_value_t& v, long n) { v.val.i32 = static_cast<int32_t>(n); },
+     [](const confd_value_t& v) { return static_cast<long>(v.val.i32); }},
+    {"enum ", C_ENUM_VALUE,
+     [](confd_value_t& v, long n) { v.val.enumvalue = static_cast<int32_t>(n); },
+     [](const confd_value_t& v) { return static_cast<long>(v.val.enumvalue); }},
+};
+
 bool HasBuffer(const confd_value_t& value) { return value.type == C_BUF || value.type == C_BINARY; }
+
+std::string Octets(const std::string& digits) {
+  std::string octets;
+  for (size_t at = 0; at < digits.size(); at += 2) {
+    octets += static_cast<char>(std::stoi(digits.substr(at, 2), nullptr, 16));
+  }
+  return octets;
+}
+
+std::string Digits(const confd_buf& octets) {
+  std::string digits;
+  for (unsigned int i = 0; i < octets.size; ++i) {
+    char two[3];
+    std::snprintf(two, sizeof two, "%02x", octets.ptr[i]);
+    digits += two;
+  }
+  return digits;
+}
+
+confd_value_t Buffer(confd_vtype type, const std::string& octets) {
+  confd_value_t value{};
+  value.type = type;
+  value.val.buf.size = static_cast<unsigned int>(octets.size());
+  value.val.buf.ptr = reinterpret_cast<unsigned char*>(const_cast<char*>(octets.data()));
+  return CloneValue(value);
+}
 
 std::string AddressText(in_addr address) {
   char text[INET_ADDRSTRLEN];
   return inet_ntop(AF_INET, &address, text, sizeof text);
 }
 
-template <class Set>
-Value Make(confd_vtype type, Set set) {
-  confd_value_t value{};
-  value.type = type;
-  set(value);
-  return Value(value);
-}
-
-Value MakeBuffer(confd_vtype type, const void* octets, size_t size) {
-  return Make(type, [&](confd_value_t& value) {
-    value.val.buf.size = static_cast<unsigned int>(size);
-    value.val.buf.ptr = static_cast<unsigned char*>(const_cast<void*>(octets));
-  });
-}
-
 std::vector<Value> KeysOf(const std::string& list, const std::string& keys) {
   if (list == "access-list") {
     const size_t blank = keys.find(' ');
-    return {Enum(std::stoi(keys)), Buf(keys.substr(blank + 1))};
+    return {"enum " + keys.substr(0, blank), '"' + keys.substr(blank + 1) + '"'};
   }
-  if (list == "access-list-entry") return {Int32(std::stoi(keys))};
-  return {Buf(keys)};
+  if (list == "access-list-entry") return {"int32 " + keys};
+  return {'"' + keys + '"'};
 }
 
 }  // namespace
@@ -50,9 +80,9 @@ confd_value_t CloneValue(const confd_value_t& value) {
     copy.val.buf.ptr = new unsigned char[value.val.buf.size + 1]();
     std::copy_n(value.val.buf.ptr, value.val.buf.size, copy.val.buf.ptr);
   } else if (value.type == C_LIST) {
-    copy.val.list.ptr = new confd_value_t[value.val.list.size];
-    std::transform(value.val.list.ptr, value.val.list.ptr + value.val.list.size, copy.val.list.ptr,
-                   CloneValue);
+    const confd_list& list = value.val.list;
+    copy.val.list.ptr = new confd_value_t[list.size];
+    std::transform(list.ptr, list.ptr + list.size, copy.val.list.ptr, CloneValue);
   }
   return copy;
 }
@@ -61,124 +91,92 @@ void ReleaseValue(confd_value_t* value) {
   if (HasBuffer(*value)) {
     delete[] value->val.buf.ptr;
   } else if (value->type == C_LIST) {
-    for (unsigned int i = 0; i < value->val.list.size; ++i) ReleaseValue(&value->val.list.ptr[i]);
+    std::for_each_n(value->val.list.ptr, value->val.list.size,
+                    [](confd_value_t& element) { ReleaseValue(&element); });
     delete[] value->val.list.ptr;
   }
 }
 
+Value::Value(const std::string& text) {
+  value_.type = C_NOEXISTS;
+  if (text.empty()) return;
+  for (const NumberType& number : kNumberTypes) {
+    const std::string name = number.name;
+    if (text.compare(0, name.size(), name) != 0) continue;
+    value_.type = number.type;
+    number.set(value_, std::strtol(text.c_str() + name.size(), nullptr, 0));
+    return;
+  }
+  const size_t slash = text.find('/');
+  if (text[0] == '"') {
+    value_ = Buffer(C_BUF, text.substr(1, text.size() - 2));
+  } else if (text.compare(0, 2, "0x") == 0) {
+    value_ = Buffer(C_BINARY, Octets(text.substr(2)));
+  } else if (slash == std::string::npos) {
+    value_.type = C_IPV4;
+    value_.val.ip.s_addr = inet_addr(text.c_str());
+  } else {
+    value_.type = C_IPV4_AND_PLEN;
+    value_.val.ipv4prefix.ip.s_addr = inet_addr(text.substr(0, slash).c_str());
+    value_.val.ipv4prefix.len = static_cast<uint8_t>(std::stoi(text.substr(slash + 1)));
+  }
+}
+
+Value ListOf(const std::vector<Value>& elements) {
+  std::vector<confd_value_t> shallow;
+  for (const Value& element : elements) shallow.push_back(*element.get());
+  confd_value_t list{};
+  list.type = C_LIST;
+  list.val.list = {static_cast<unsigned int>(shallow.size()), shallow.data()};
+  return Value(list);
+}
+
+Value TagOf(const std::string& node_name) {
+  confd_value_t tag{};
+  tag.type = C_XMLTAG;
+  tag.val.xmltag = {kUnknownTag, static_cast<uint32_t>(yang_tags::kNamespace)};
+  for (const auto& known : yang_tags::kAll) {
+    if (node_name == known.name) tag.val.xmltag.tag = known.tag;
+  }
+  return Value(tag);
+}
+
 std::string ToText(const confd_value_t* value) {
   if (value == nullptr) return "null";
+  for (const NumberType& number : kNumberTypes) {
+    if (value->type == number.type) return number.name + std::to_string(number.get(*value));
+  }
   switch (value->type) {
     case C_BUF:
       return '"' + std::string(reinterpret_cast<char*>(value->val.buf.ptr)) + '"';
-    case C_BINARY: {
-      std::string text = "0x";
-      for (unsigned int i = 0; i < value->val.buf.size; ++i) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", value->val.buf.ptr[i]);
-        text += digits;
-      }
-      return text;
-    }
-    case C_INT32:
-      return "int32 " + std::to_string(value->val.i32);
-    case C_UINT8:
-      return "u8 " + std::to_string(value->val.u8);
-    case C_UINT16:
-      return "u16 " + std::to_string(value->val.u16);
-    case C_UINT32:
-      return "u32 " + std::to_string(value->val.u32);
-    case C_ENUM_VALUE:
-      return "enum " + std::to_string(value->val.enumvalue);
+    case C_BINARY:
+      return "0x" + Digits(value->val.buf);
     case C_IPV4:
       return AddressText(value->val.ip);
     case C_IPV4_AND_PLEN:
       return AddressText(value->val.ipv4prefix.ip) + '/' +
              std::to_string(value->val.ipv4prefix.len);
-    case C_LIST: {
-      std::string text;
-      for (unsigned int i = 0; i < value->val.list.size; ++i) {
-        text += ' ' + ToText(&value->val.list.ptr[i]);
-      }
-      return '[' + (text.empty() ? text : text.substr(1)) + ']';
-    }
     default:
       return "type " + std::to_string(value->type);
   }
 }
 
-Value Tag(const std::string& node_name) {
-  return Make(C_XMLTAG, [&](confd_value_t& value) {
-    value.val.xmltag = {kUnknownTag, static_cast<uint32_t>(yang_tags::kNamespace)};
-    for (const auto& known : yang_tags::kAll) {
-      if (node_name == known.name) value.val.xmltag.tag = known.tag;
-    }
-  });
-}
-
-Value Buf(const std::string& text) { return MakeBuffer(C_BUF, text.data(), text.size()); }
-
-Value Binary(const std::vector<uint8_t>& octets) {
-  return MakeBuffer(C_BINARY, octets.data(), octets.size());
-}
-
-Value U8(uint8_t number) {
-  return Make(C_UINT8, [=](confd_value_t& value) { value.val.u8 = number; });
-}
-
-Value U16(uint16_t number) {
-  return Make(C_UINT16, [=](confd_value_t& value) { value.val.u16 = number; });
-}
-
-Value U32(uint32_t number) {
-  return Make(C_UINT32, [=](confd_value_t& value) { value.val.u32 = number; });
-}
-
-Value Int32(int32_t number) {
-  return Make(C_INT32, [=](confd_value_t& value) { value.val.i32 = number; });
-}
-
-Value Enum(int32_t number) {
-  return Make(C_ENUM_VALUE, [=](confd_value_t& value) { value.val.enumvalue = number; });
-}
-
-Value Ipv4(const char* address) {
-  return Make(C_IPV4, [=](confd_value_t& value) { value.val.ip.s_addr = inet_addr(address); });
-}
-
-Value Prefix(const char* address, uint8_t length) {
-  return Make(C_IPV4_AND_PLEN, [=](confd_value_t& value) {
-    value.val.ipv4prefix.ip.s_addr = inet_addr(address);
-    value.val.ipv4prefix.len = length;
-  });
-}
-
-Value List(const std::vector<Value>& elements) {
-  std::vector<confd_value_t> shallow;
-  for (const Value& element : elements) shallow.push_back(*element.get());
-  return Make(C_LIST, [&](confd_value_t& value) {
-    value.val.list = {static_cast<unsigned int>(shallow.size()), shallow.data()};
-  });
-}
-
 KeyPath::KeyPath(const std::string& text) : confd_hkeypath_t{}, text_(text) {
   std::string name;
-  for (size_t at = 0; at < text.size();) {
-    size_t end = text.size();
+  for (size_t at = 0, end; at < text.size(); at = end) {
     if (text[at] == '/') {
       end = at + 1;
-    } else if (text[at] == '{') {  // names of keys may hold anything but "}/"
+    } else if (text[at] == '{') {  // keys may hold anything but "}/"
       end = std::min(text.find("}/", at), text.size() - 1) + 1;
       elements_.push_back(KeysOf(name, text.substr(at + 1, end - at - 2)));
     } else if (text[at] == '[') {
       end = text.find(']', at) + 1;
-      elements_.push_back({Int32(std::stoi(text.substr(at + 1)))});
+      elements_.push_back({"int32 " + text.substr(at + 1, end - at - 2)});
     } else {
       end = std::min(text.find_first_of("/{[", at), text.size());
       name = text.substr(at, end - at);
-      elements_.push_back({Tag(name)});
+      elements_.push_back({TagOf(name)});
     }
-    at = end;
   }
   for (auto& element : v) {
     for (confd_value_t& key : element) key.type = C_NOEXISTS;

@@ -1,10 +1,10 @@
-// Values and keypaths of the configuration database, made from short texts and numbers. Both own
-// what they point to.
+// Values and keypaths of the configuration database, made from texts. Both own what they point to.
 #ifndef TESTS_SUPPORT_VALUES_H_
 #define TESTS_SUPPORT_VALUES_H_
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/confd/confd_lib.h"
@@ -16,12 +16,14 @@ confd_value_t CloneValue(const confd_value_t& value);
 // Releases what the value points to. The value itself is left as it is, so that a second release
 // is an error that the address sanitizer sees.
 void ReleaseValue(confd_value_t* value);
-// "u16 5", "\"text\"", "0x01020304", "10.0.0.1/8", "[\"a\" \"b\"]"; "null" for a null pointer.
-std::string ToText(const confd_value_t* value);
 
+// A value by its text: "u8 7", "u16 7", "u32 7", "int32 7", "enum 7", "\"a text\"" (C_BUF),
+// "0x0a0b" (C_BINARY), "10.0.0.1", "10.0.0.1/8"; "" is none (C_NOEXISTS).
 class Value {
  public:
-  Value() { value_.type = C_NOEXISTS; }
+  Value() : Value("") {}
+  Value(const std::string& text);  // NOLINT: texts stand for values all over the tests
+  Value(const char* text) : Value(std::string(text)) {}  // NOLINT
   explicit Value(const confd_value_t& value) : value_(CloneValue(value)) {}
   Value(const Value& other) : Value(other.value_) {}
   Value(Value&& other) noexcept : value_(other.value_) { other.value_.type = C_NOEXISTS; }
@@ -38,19 +40,12 @@ class Value {
   confd_value_t value_{};
 };
 
-Value Tag(const std::string& node_name);  // a name that the module lacks gives kUnknownTag
-Value Buf(const std::string& text);
-Value Binary(const std::vector<uint8_t>& octets);
-Value U8(uint8_t number);
-Value U16(uint16_t number);
-Value U32(uint32_t number);
-Value Int32(int32_t number);
-Value Enum(int32_t number);
-Value Ipv4(const char* address);
-Value Prefix(const char* address, uint8_t length);
-Value List(const std::vector<Value>& elements);
-
+Value ListOf(const std::vector<Value>& elements);
+Value TagOf(const std::string& node_name);  // of a name that the module lacks: kUnknownTag
 constexpr uint32_t kUnknownTag = 0x12345;
+
+// The text that makes the value; "null" for a null pointer.
+std::string ToText(const confd_value_t* value);
 
 // A keypath from its text, such as "/config/access-list/interface{eth0}/ingress{P}". The keys of a
 // profile are an enumeration and a buffer ("access-list{0 P}"), that of an entry is a number, all
@@ -62,6 +57,8 @@ class KeyPath : public confd_hkeypath_t {
   KeyPath& operator=(const KeyPath&) = delete;
 
   const std::string& text() const { return text_; }
+  // The element at this position from the top, counted from 1.
+  confd_value_t* FromTop(int position) { return v[len - position]; }
 
  private:
   std::string text_;

@@ -1,14 +1,12 @@
 // Changes of interfaces and bindings that a commit makes.
-#include "tests/support/change_test.h"
+#include "tests/support/core_fixtures.h"
 
 namespace acl_test {
 namespace {
 
-using testing::ElementsAre;
-
-class InterfaceChangesTest : public ChangeTest {
+class InterfaceChangesTest : public ManagerTest {
  protected:
-  InterfaceChangesTest() : ChangeTest(1, "/config/access-list/") {
+  InterfaceChangesTest() {
     filter_->CreateInterface("eth0");
     filter_->AddAclIntoInterface("eth0", "P");
     platform_.Take();
@@ -16,75 +14,37 @@ class InterfaceChangesTest : public ChangeTest {
 };
 
 TEST_F(InterfaceChangesTest, EveryChange) {
-  Run({
-      {"interface{eth1}",
-       MOP_CREATED,
-       {},
-       {"log HandleInterface - creating interface eth1", "model CreateInterface eth1"},
-       {"log HandleInterface - error creating interface eth1"}},
-      {"interface{gi 1/1/%s}",
-       MOP_CREATED,
-       {},
-       {"log HandleInterface - creating interface gi 1/1/%s", "model CreateInterface gi 1/1/%s"},
-       {"log HandleInterface - error creating interface gi 1/1/%s"}},
-      {"interface{eth0}",
-       MOP_CREATED,
-       {},  // there already
-       {"log HandleInterface - creating interface eth0", "model CreateInterface eth0"},
-       {"log HandleInterface - error creating interface eth0"}},
-      {"interface{unknown}",
-       MOP_DELETED,
-       {},
-       {"log HandleInterface - removing interface unknown", "model RemoveInterface unknown"},
-       {""}},
-      {"interface{eth0}", MOP_MODIFIED, {}, {"log HandleInterface - nothing to do (operation 3)"}},
-      {"interface{eth0}", MOP_VALUE_SET, {}, {"log HandleInterface - nothing to do (operation 4)"}},
-      {"interface{eth0}/ingress{Q %d}",
-       MOP_CREATED,
-       {},
-       {"model AddAclIntoInterface eth0 Q %d",
-        "log HandleInterfaceAcl - adding ACL Q %d into interface eth0"},
-       {"log HandleInterfaceAcl - error adding ACL Q %d into interface eth0"}},
-      {"interface{eth0}/ingress{P}",
-       MOP_DELETED,
-       {},
-       {"model RemoveAclFromInterface eth0 P",
-        "log HandleInterfaceAcl - removing ACL P from interface eth0",
-        "log HandleInterfaceAcl - nothing to do (operation 2)"},
-       {"log HandleInterfaceAcl - error removing ACL P from interface eth0"}},
-      {"interface{eth0}/ingress{P}",
-       MOP_VALUE_SET,
-       {},
-       {"log HandleInterfaceAcl - nothing to do (operation 4)"}},
-      {"interface{eth0}/interface-name",
-       MOP_VALUE_SET,
-       Buf("eth0"),
-       {"log AclInterfacesDiffIt - nothing to do (xmltag " + TagNumber("interface-name") + ")"}},
-      {"acl-profile",
-       MOP_MODIFIED,
-       {},
-       {"log AclInterfacesDiffIt - nothing to do (xmltag " + TagNumber("acl-profile") + ")"}},
-  });
-}
-
-TEST_F(InterfaceChangesTest, BindingToAnUnknownInterfaceIsRefused) {
-  EXPECT_EQ(Change("interface{eth9}/ingress{P}", MOP_CREATED), ITER_CONTINUE);
-  EXPECT_THAT(TakeChange(), ElementsAre("model AddAclIntoInterface eth9 P",
-                                        "log HandleInterfaceAcl - error adding ACL P into "
-                                        "interface eth9"));
-  EXPECT_EQ(Change("interface{eth9}/ingress{P}", MOP_DELETED), ITER_CONTINUE);
-  EXPECT_THAT(TakeChange(), ElementsAre("model RemoveAclFromInterface eth9 P",
-                                        "log HandleInterfaceAcl - error removing ACL P from "
-                                        "interface eth9"));
+  RunChanges("/config/access-list/", R"(
+      created interface{gi 1/1/%s}
+        log HandleInterface - creating interface gi 1/1/%s ; model CreateInterface gi 1/1/%s
+        refused: HandleInterface - error creating interface gi 1/1/%s
+      created interface{eth0}
+        log HandleInterface - creating interface eth0 ; model CreateInterface eth0
+        refused: HandleInterface - error creating interface eth0
+      deleted interface{unknown}
+        log HandleInterface - removing interface unknown ; model RemoveInterface unknown
+      modified interface{eth0} ; log HandleInterface - nothing to do (operation 3)
+      set interface{eth0} ; log HandleInterface - nothing to do (operation 4)
+      created interface{eth0}/ingress{Q %d}
+        model AddAclIntoInterface eth0 Q %d
+        refused: HandleInterfaceAcl - error adding ACL Q %d into interface eth0
+        log HandleInterfaceAcl - adding ACL Q %d into interface eth0
+      deleted interface{eth0}/ingress{P}
+        model RemoveAclFromInterface eth0 P
+        refused: HandleInterfaceAcl - error removing ACL P from interface eth0
+        log HandleInterfaceAcl - removing ACL P from interface eth0
+        log HandleInterfaceAcl - nothing to do (operation 2)
+      set interface{eth0}/ingress{P} ; log HandleInterfaceAcl - nothing to do (operation 4)
+      set interface{eth0}/unknown ; log AclInterfacesDiffIt - nothing to do (xmltag 74565)
+      modified access-list ; log AclInterfacesDiffIt - nothing to do (xmltag 1900334689))");
+  EXPECT_EQ(Dump(*filter_), Lines({"eth0 binds Q %d", "gi 1/1/%s binds"}));
 }
 
 TEST_F(InterfaceChangesTest, ShortKeypathsDifferByHandler) {
-  KeyPath interface("/config/access-list/interface");
-  EXPECT_EQ(manager_.AclInterfacesDiffIt(&interface, MOP_CREATED, nullptr, nullptr), ITER_RECURSE);
-  EXPECT_THAT(TakeChange(), ElementsAre("log HandleInterface - error parsing interface name"));
-  KeyPath ingress("/config/access-list/ingress");
-  EXPECT_EQ(manager_.AclInterfacesDiffIt(&ingress, MOP_CREATED, nullptr, nullptr), ITER_CONTINUE);
-  EXPECT_THAT(TakeChange(), ElementsAre("log HandleInterfaceAcl - error parsing interface name"));
+  EXPECT_EQ(Change("created /config/access-list/interface"), ITER_RECURSE);
+  EXPECT_EQ(TakeChange(), Text("log HandleInterface - error parsing interface name"));
+  EXPECT_EQ(Change("created /config/access-list/ingress"), ITER_CONTINUE);
+  EXPECT_EQ(TakeChange(), Text("log HandleInterfaceAcl - error parsing interface name"));
 }
 
 TEST_F(InterfaceChangesTest, KeysMustBeBuffers) {
@@ -92,7 +52,7 @@ TEST_F(InterfaceChangesTest, KeysMustBeBuffers) {
   path.v[0][0].type = C_INT32;
   EXPECT_DEATH(manager_.HandleInterfaceAcl(&path, MOP_CREATED, nullptr),
                "Assertion `\\(&kp->v\\[0\\]\\[0\\]\\)->type == C_BUF' failed");
-  path.v[path.len - 4][0].type = C_INT32;
+  path.FromTop(4)->type = C_INT32;
   EXPECT_DEATH(manager_.HandleInterface(&path, MOP_CREATED),
                "Assertion `\\(&kp->v\\[depth\\]\\[0\\]\\)->type == C_BUF' failed");
 }

@@ -14,8 +14,8 @@ using FiltersCommon::FILTERS_ACTION_PERMIT;
 using FiltersCommon::FILTERS_ACTION_SET_PCP_AND_QUEUE;
 using FiltersCommon::filtersAction_t;
 
-const Value kMac = Binary({0x02, 0x11, 0x22, 0x33, 0x44, 0x55});
-const Value kMask = Binary({0xff, 0xff, 0xff, 0x00, 0x00, 0x01});
+const Value kMac("0x021122334455");
+const Value kMask("0xffffff000001");
 
 aclFiltersMatch_t Kind(unsigned int kind) { return static_cast<aclFiltersMatch_t>(kind); }
 
@@ -35,44 +35,44 @@ INSTANTIATE_TEST_SUITE_P(Stages, MatchesTest, testing::Values(-1, 10));
 
 TEST_P(MatchesTest, EveryKindConvertsItsValues) {
   const struct {
-    aclFiltersMatch_t kind;
-    Value value;
+    unsigned int kind;
+    std::string value;
     const char* text;
   } rows[] = {
-      {ACL_MATCH_DST_MAC, kMac, "dst-mac 0x021122334455 ->"},
-      {ACL_MATCH_SRC_MAC, kMac, "src-mac 0x021122334455 ->"},
-      {ACL_MATCH_VLAN, U16(4095), "vlan 4095 ->"},
-      {ACL_MATCH_TPID, Enum(0x88a8), "tpid 34984 ->"},
-      {ACL_MATCH_TPID, Enum(0x7fff8100), "tpid 33024 ->"},
-      {ACL_MATCH_TPID, Buf("8100"), "tpid 33024 ->"},
-      {ACL_MATCH_TPID, Buf("  0x88A8 and more"), "tpid 34984 ->"},
-      {ACL_MATCH_TPID, Buf("zz"), "tpid 0 ->"},
-      {ACL_MATCH_TPID, Buf(""), "tpid 0 ->"},
-      {ACL_MATCH_TPID, Buf("10000"), "tpid 65535 ->"},
-      {ACL_MATCH_TPID, Buf(std::string("81\0ff", 5)), "tpid 129 ->"},
-      {ACL_MATCH_PCP, U8(7), "pcp 7 ->"},
-      {ACL_MATCH_DSCP, U8(63), "dscp 63 ->"},
-      {ACL_MATCH_DSCP, Enum(0x100 + 46), "dscp 46 ->"},
-      {ACL_MATCH_TOS, U8(255), "tos 255 ->"},
-      {ACL_MATCH_SRC_IPV4, Ipv4("10.1.2.3"), "src-ip 10.1.2.3 ->"},
-      {ACL_MATCH_SRC_IPV4, Prefix("10.1.2.3", 8), "src-ip 10.1.2.3 mask 255.0.0.0 ->"},
-      {ACL_MATCH_DST_IPV4, Ipv4("10.1.2.3"), "dst-ip 10.1.2.3 ->"},
-      {ACL_MATCH_DST_IPV4, Prefix("10.1.2.3", 17), "dst-ip 10.1.2.3 mask 255.255.128.0 ->"},
-      {ACL_MATCH_DST_IPV4, Prefix("10.1.2.3", 32), "dst-ip 10.1.2.3 mask 255.255.255.255 ->"},
-      {ACL_MATCH_DST_IPV4, Prefix("10.1.2.3", 0), "dst-ip 10.1.2.3 mask 0.0.0.0 ->"},
-      {ACL_MATCH_IP_PROTOCOL, U8(255), "protocol 255 ->"},
-      {ACL_MATCH_IP_PROTOCOL, Enum(0x10006), "protocol 6 ->"},
-      {ACL_MATCH_DST_PORT, U16(65535), "dst-port 65535 ->"},
-      {ACL_MATCH_DST_PORT, Enum(0x10050), "dst-port 80 ->"},
-      {Kind(11), U8(1), "->"},
-      {Kind(0xffffffff), U8(1), "->"},
+      {0, "0x021122334455", "dst-mac 0x021122334455 ->"},
+      {1, "0x021122334455", "src-mac 0x021122334455 ->"},
+      {2, "u16 4095", "vlan 4095 ->"},
+      {3, "enum 0x88a8", "tpid 34984 ->"},
+      {3, "enum 0x7fff8100", "tpid 33024 ->"},
+      {3, "\"8100\"", "tpid 33024 ->"},
+      {3, "\"  0x88A8 and more\"", "tpid 34984 ->"},
+      {3, "\"zz\"", "tpid 0 ->"},
+      {3, "\"\"", "tpid 0 ->"},
+      {3, "\"10000\"", "tpid 65535 ->"},
+      {3, std::string("\"81\0ff\"", 7), "tpid 129 ->"},
+      {4, "u8 7", "pcp 7 ->"},
+      {5, "u8 63", "dscp 63 ->"},
+      {5, "enum 0x12e", "dscp 46 ->"},
+      {6, "u8 255", "tos 255 ->"},
+      {7, "10.1.2.3", "src-ip 10.1.2.3 ->"},
+      {7, "10.1.2.3/8", "src-ip 10.1.2.3 mask 255.0.0.0 ->"},
+      {8, "10.1.2.3", "dst-ip 10.1.2.3 ->"},
+      {8, "10.1.2.3/17", "dst-ip 10.1.2.3 mask 255.255.128.0 ->"},
+      {8, "10.1.2.3/32", "dst-ip 10.1.2.3 mask 255.255.255.255 ->"},
+      {8, "10.1.2.3/0", "dst-ip 10.1.2.3 mask 0.0.0.0 ->"},
+      {9, "u8 255", "protocol 255 ->"},
+      {9, "enum 0x10006", "protocol 6 ->"},
+      {10, "u16 65535", "dst-port 65535 ->"},
+      {10, "enum 0x10050", "dst-port 80 ->"},
+      {11, "u8 1", "->"},
+      {0xffffffff, "u8 1", "->"},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(std::to_string(row.kind) + ' ' + ToText(row.value.get()));
+    SCOPED_TRACE(std::to_string(row.kind) + ' ' + row.value);
     EXPECT_EQ(Create(row.kind, row.value), ACL_OK);
     EXPECT_EQ(EntryText("P", 5), row.text);
     EXPECT_EQ(EntryText("P", 3), "->");
-    EXPECT_EQ(model_.RemoveMatch("P", 5, row.kind),
+    EXPECT_EQ(model_.RemoveMatch("P", 5, Kind(row.kind)),
               row.kind <= ACL_MATCH_DST_PORT ? ACL_OK : ACL_ERR_INVALID_ARG);
     EXPECT_EQ(EntryText("P", 5), "->");
   }
@@ -85,40 +85,41 @@ TEST_P(MatchesTest, MacMaskReachesTheLibraryComplemented) {
   EXPECT_EQ(EntryText("P", 5),
             "dst-mac 0x021122334455 mask 0x000000fffffe "
             "src-mac 0x021122334455 mask 0x000000fffffe ->");
-  EXPECT_EQ(model_.CreateMatch("P", 7, ACL_MATCH_VLAN, U16(1).get(), kMask.get()), ACL_OK)
+  EXPECT_EQ(model_.CreateMatch("P", 7, ACL_MATCH_VLAN, Value("u16 1").get(), kMask.get()), ACL_OK)
       << "other kinds ignore the second value";
 }
 
 TEST_P(MatchesTest, FailuresLeaveTheEntryAlone) {
-  ASSERT_EQ(Create(ACL_MATCH_DSCP, U8(10)), ACL_OK);
-  ASSERT_EQ(Create(ACL_MATCH_VLAN, U16(1)), ACL_OK);
-  const Lines before = Dump();
-  const Value some = U8(1);
+  ASSERT_EQ(Create(ACL_MATCH_DSCP, "u8 10"), ACL_OK);
+  ASSERT_EQ(Create(ACL_MATCH_VLAN, "u16 1"), ACL_OK);
+  const Lines before = Dump(model_);
+  const Value some("u8 1");
   EXPECT_EQ(model_.CreateMatch("unknown", 5, ACL_MATCH_PCP, nullptr, nullptr), ACL_ERR_INVALID_ARG);
   EXPECT_EQ(model_.CreateMatch("unknown", 5, ACL_MATCH_PCP, some.get(), nullptr),
             ACL_ERR_NOT_FOUND);
   EXPECT_EQ(model_.CreateMatch("P", 6, ACL_MATCH_PCP, some.get(), nullptr), ACL_ERR_NOT_FOUND);
   EXPECT_EQ(model_.CreateMatch("P", 6, Kind(11), some.get(), nullptr), ACL_ERR_NOT_FOUND);
-  EXPECT_EQ(Create(ACL_MATCH_VLAN, U16(2)), ACL_ERR_EXISTS);
-  EXPECT_EQ(Create(ACL_MATCH_TOS, U8(1)), ACL_ERR_EXISTS) << "DSCP and ToS are one kind";
+  EXPECT_EQ(Create(ACL_MATCH_VLAN, "u16 2"), ACL_ERR_EXISTS);
+  EXPECT_EQ(Create(ACL_MATCH_TOS, "u8 1"), ACL_ERR_EXISTS) << "DSCP and ToS are one kind";
   EXPECT_EQ(Create(ACL_MATCH_VLAN, some), ACL_ERR_EXISTS) << "before the value is looked at";
-  EXPECT_EQ(Create(ACL_MATCH_SRC_IPV4, U32(1)), ACL_ERR_INVALID_VALUE);
-  EXPECT_EQ(Create(ACL_MATCH_DST_IPV4, Buf("10.0.0.1")), ACL_ERR_INVALID_VALUE);
-  EXPECT_EQ(Create(ACL_MATCH_PCP, U8(8)), ACL_ERR_FILTERS) << "out of the library's range";
-  EXPECT_THROW(Create(ACL_MATCH_SRC_IPV4, Prefix("10.0.0.1", 33)), std::out_of_range);
+  EXPECT_EQ(Create(ACL_MATCH_SRC_IPV4, "u32 1"), ACL_ERR_INVALID_VALUE);
+  EXPECT_EQ(Create(ACL_MATCH_DST_IPV4, "\"10.0.0.1\""), ACL_ERR_INVALID_VALUE);
+  EXPECT_EQ(Create(ACL_MATCH_PCP, "u8 8"), ACL_ERR_FILTERS) << "out of the library's range";
+  EXPECT_THROW(Create(ACL_MATCH_SRC_IPV4, "10.0.0.1/33"), std::out_of_range);
   EXPECT_EQ(model_.RemoveMatch("P", 5, Kind(11)), ACL_ERR_INVALID_ARG);
   EXPECT_EQ(model_.RemoveMatch("unknown", 5, Kind(11)), ACL_ERR_INVALID_ARG);
   EXPECT_EQ(model_.RemoveMatch("unknown", 5, ACL_MATCH_PCP), ACL_ERR_NOT_FOUND);
   EXPECT_EQ(model_.RemoveMatch("P", 6, ACL_MATCH_PCP), ACL_ERR_NOT_FOUND);
   EXPECT_EQ(model_.RemoveMatch("P", 5, ACL_MATCH_PCP), ACL_OK) << "not there is no error";
-  EXPECT_EQ(Dump(), before);
+  EXPECT_EQ(Dump(model_), before);
   EXPECT_EQ(model_.RemoveMatch("P", 65536 + 5, ACL_MATCH_TOS), ACL_OK);
   EXPECT_EQ(EntryText("P", 5), "vlan 1 ->") << "removing ToS removes the DSCP";
 }
 
 TEST_P(MatchesTest, MatchesFollowTheirEntry) {
-  ASSERT_EQ(Create(ACL_MATCH_PCP, U8(1)), ACL_OK);
-  ASSERT_EQ(model_.CreateMatch("P", 65536 + 5, ACL_MATCH_DST_PORT, U16(80).get(), nullptr), ACL_OK);
+  ASSERT_EQ(Create(ACL_MATCH_PCP, "u8 1"), ACL_OK);
+  ASSERT_EQ(model_.CreateMatch("P", 65536 + 5, ACL_MATCH_DST_PORT, Value("u16 80").get(), nullptr),
+            ACL_OK);
   ASSERT_EQ(CreateAction(FILTERS_ACTION_DENY), ACL_OK);
   EXPECT_EQ(model_.SetAclPrio("P", 4), GetParam() < 0 ? ACL_OK : ACL_ERR_PRIO_SET);
   EXPECT_EQ(EntryText("P", 5), "dst-port 80 pcp 1 -> deny");
@@ -129,18 +130,18 @@ TEST_P(MatchesTest, MatchesFollowTheirEntry) {
 }
 
 TEST_P(MatchesTest, ActionsAreSetOncePerKind) {
-  const Value pcp = U8(5);
+  const Value pcp("u8 5");
   EXPECT_EQ(CreateAction(FILTERS_ACTION_DENY, kMac.get()), ACL_OK) << "the value is ignored";
   EXPECT_EQ(CreateAction(FILTERS_ACTION_SET_PCP_AND_QUEUE, pcp.get()), ACL_OK);
   EXPECT_EQ(EntryText("P", 5), "-> deny set-pcp 5");
-  const Lines before = Dump();
+  const Lines before = Dump(model_);
   EXPECT_EQ(CreateAction(FILTERS_ACTION_DENY), ACL_ERR_EXISTS);
   EXPECT_EQ(CreateAction(FILTERS_ACTION_SET_PCP_AND_QUEUE), ACL_ERR_EXISTS)
       << "before the value is looked at";
   EXPECT_EQ(CreateAction(static_cast<filtersAction_t>(2)), ACL_ERR_INVALID_ARG);
   EXPECT_EQ(model_.CreateAction("P", 3, FILTERS_ACTION_SET_PCP_AND_QUEUE, nullptr),
             ACL_ERR_INVALID_ARG);
-  EXPECT_EQ(model_.CreateAction("P", 3, FILTERS_ACTION_SET_PCP_AND_QUEUE, U8(8).get()),
+  EXPECT_EQ(model_.CreateAction("P", 3, FILTERS_ACTION_SET_PCP_AND_QUEUE, Value("u8 8").get()),
             ACL_ERR_FILTERS);
   EXPECT_EQ(model_.CreateAction("P", 4, FILTERS_ACTION_DENY, nullptr), ACL_ERR_NOT_FOUND);
   EXPECT_EQ(model_.CreateAction("unknown", 5, FILTERS_ACTION_DENY, nullptr), ACL_ERR_NOT_FOUND);
@@ -148,7 +149,7 @@ TEST_P(MatchesTest, ActionsAreSetOncePerKind) {
   EXPECT_EQ(model_.RemoveAction("P", 4, FILTERS_ACTION_DENY), ACL_ERR_NOT_FOUND);
   EXPECT_EQ(model_.RemoveAction("P", 5, FILTERS_ACTION_PERMIT), ACL_OK) << "not there is no error";
   EXPECT_EQ(model_.RemoveAction("P", 5, static_cast<filtersAction_t>(99)), ACL_OK);
-  EXPECT_EQ(Dump(), before);
+  EXPECT_EQ(Dump(model_), before);
   EXPECT_EQ(model_.RemoveAction("P", 65536 + 5, FILTERS_ACTION_DENY), ACL_OK);
   EXPECT_EQ(CreateAction(FILTERS_ACTION_PERMIT), ACL_OK);
   EXPECT_EQ(EntryText("P", 5), "-> permit set-pcp 5");
@@ -156,22 +157,22 @@ TEST_P(MatchesTest, ActionsAreSetOncePerKind) {
 
 TEST_F(ModelTest, Ipv4Getters) {
   in_addr out{0x11223344};
-  for (const Value& value : {U32(1), Buf("10.0.0.1"), Value()}) {
+  for (const Value value : {"u32 1", "\"10.0.0.1\"", ""}) {
     EXPECT_EQ(model_.GetIpv4Addr(*value.get(), out), ACL_ERR_INVALID_VALUE);
     EXPECT_EQ(model_.GetIpv4Mask(*value.get(), out), ACL_ERR_INVALID_VALUE);
   }
-  EXPECT_EQ(model_.GetIpv4Mask(*Ipv4("10.0.0.1").get(), out), ACL_ERR_INVALID_VALUE);
+  EXPECT_EQ(model_.GetIpv4Mask(*Value("10.0.0.1").get(), out), ACL_ERR_INVALID_VALUE);
   EXPECT_EQ(out.s_addr, 0x11223344u) << "left alone";
-  EXPECT_EQ(model_.GetIpv4Addr(*Ipv4("10.0.0.1").get(), out), ACL_OK);
+  EXPECT_EQ(model_.GetIpv4Addr(*Value("10.0.0.1").get(), out), ACL_OK);
   EXPECT_EQ(out.s_addr, htonl(0x0a000001));
-  EXPECT_EQ(model_.GetIpv4Addr(*Prefix("10.0.0.2", 24).get(), out), ACL_OK);
+  EXPECT_EQ(model_.GetIpv4Addr(*Value("10.0.0.2/24").get(), out), ACL_OK);
   EXPECT_EQ(out.s_addr, htonl(0x0a000002));
   for (unsigned int length = 0; length <= 32; ++length) {
-    ASSERT_EQ(model_.GetIpv4Mask(*Prefix("10.0.0.2", length).get(), out), ACL_OK);
+    ASSERT_EQ(model_.GetIpv4Mask(*Value("10.0.0.2/" + std::to_string(length)).get(), out), ACL_OK);
     EXPECT_EQ(ntohl(out.s_addr), length == 0 ? 0 : ~0u << (32 - length)) << length;
   }
   try {
-    model_.GetIpv4Mask(*Prefix("10.0.0.1", 33).get(), out);
+    model_.GetIpv4Mask(*Value("10.0.0.1/33").get(), out);
     FAIL() << "accepted a prefix length of 33";
   } catch (const std::out_of_range& error) {
     EXPECT_STREQ(error.what(), "map::at");
@@ -180,7 +181,7 @@ TEST_F(ModelTest, Ipv4Getters) {
 
 // A value of a type that the schema cannot deliver ends the process.
 TEST_F(ModelTest, WrongTypeOfAValueIsAnAssertion) {
-  const Value wrong = U32(1);
+  const Value wrong("u32 1");
   const struct {
     aclFiltersMatch_t kind;
     const char* expression;
@@ -207,7 +208,7 @@ TEST_F(ModelTest, WrongTypeOfAValueIsAnAssertion) {
     EXPECT_DEATH(model_.CreateMatch("P", 5, kind, kMac.get(), wrong.get()),
                  failed("\\(value2\\)->type == C_BINARY"));
   }
-  EXPECT_DEATH(model_.CreateAction("P", 5, FILTERS_ACTION_SET_PCP_AND_QUEUE, U16(1).get()),
+  EXPECT_DEATH(model_.CreateAction("P", 5, FILTERS_ACTION_SET_PCP_AND_QUEUE, Value("u16 1").get()),
                failed("\\(value\\)->type == C_UINT8"));
 }
 

@@ -4,13 +4,7 @@
 namespace acl_test {
 namespace {
 
-using acl_app::ACL_ERR_EXISTS;
-using acl_app::ACL_ERR_FILTERS;
-using acl_app::ACL_ERR_INVALID_ARG;
-using acl_app::ACL_ERR_NOT_FOUND;
-using acl_app::ACL_ERR_PRIO_SET;
-using acl_app::ACL_OK;
-using testing::ElementsAre;
+using namespace acl_app;
 using testing::IsEmpty;
 
 using ProfilesTest = ModelTest;
@@ -22,22 +16,27 @@ TEST_F(ProfilesTest, NameMustBeNewAndNotEmpty) {
   EXPECT_EQ(model_.SetAclPrio("P", 3), ACL_OK);
   EXPECT_EQ(model_.CreateAclProfile(1, "P"), ACL_ERR_EXISTS);
   EXPECT_EQ(model_.CreateAclProfile(1, "p"), ACL_OK) << "names are case-sensitive";
-  EXPECT_EQ(model_.CreateAclProfile(1, "P "), ACL_OK) << "nothing is trimmed";
-  EXPECT_THAT(Dump(), ElementsAre("pending P  type 4", "pending p type 4",
-                                  "profile P type 6 priority 3 id 3 stage 1"));
+  EXPECT_EQ(Dump(model_), Text(R"(
+      p pending type 4
+      P type 6 priority 3 id 3 stage 1)"));
 }
 
 TEST_F(ProfilesTest, UnknownTypeIsRefusedOnlyWithThePriority) {
-  for (const auto& [type, group_type] : {std::pair(0, 6u), {1, 4u}, {2, 0u}, {-1, 0u}}) {
-    EXPECT_EQ(model_.ConfdType2FilterCommon(type), group_type);
+  for (int type : {0, 1, 2, -1}) {
     const std::string name = "P" + std::to_string(type);
     AddProfile(name, type, -1, {4});
-    EXPECT_EQ(Model::PreCreated(model_).at(name).type, group_type);
-    EXPECT_EQ(model_.SetAclPrio(name, 1), group_type == 0 ? ACL_ERR_FILTERS : ACL_OK);
+    EXPECT_EQ(Model::PreCreated(model_).at(name).type, model_.ConfdType2FilterCommon(type));
+    EXPECT_EQ(model_.SetAclPrio(name, 1), type == 0 || type == 1 ? ACL_OK : ACL_ERR_FILTERS);
   }
-  EXPECT_THAT(Dump(), ElementsAre("pending P-1 type 0", "  4/0 ->", "pending P2 type 0", "  4/0 ->",
-                                  "profile P0 type 6 priority 1 id 1 stage 1", "  4/0 ->",
-                                  "profile P1 type 4 priority 1 id 1 stage 1", "  4/0 ->"));
+  EXPECT_EQ(Dump(model_), Text(R"(
+      P-1 pending type 0
+      P-1 4/0 ->
+      P2 pending type 0
+      P2 4/0 ->
+      P0 type 6 priority 1 id 1 stage 1
+      P0 4/0 ->
+      P1 type 4 priority 1 id 1 stage 1
+      P1 4/0 ->)"));
 }
 
 TEST_F(ProfilesTest, PriorityIsGivenOnceAndCutTo16Bits) {
@@ -45,8 +44,11 @@ TEST_F(ProfilesTest, PriorityIsGivenOnceAndCutTo16Bits) {
   AddProfile("P", 0, 65536 + 7, {5, 1});
   EXPECT_EQ(model_.SetAclPrio("P", 8), ACL_ERR_PRIO_SET);
   AddProfile("Q", 1, 7);
-  EXPECT_THAT(Dump(), ElementsAre("profile P type 6 priority 7 id 7 stage 1", "  1/0 ->",
-                                  "  5/0 ->", "profile Q type 4 priority 7 id 7 stage 1"));
+  EXPECT_EQ(Dump(model_), Text(R"(
+      P type 6 priority 7 id 7 stage 1
+      P 1/0 ->
+      P 5/0 ->
+      Q type 4 priority 7 id 7 stage 1)"));
 }
 
 TEST_F(ProfilesTest, RemovalWorksInBothStagesAndKeepsBindings) {
@@ -56,7 +58,7 @@ TEST_F(ProfilesTest, RemovalWorksInBothStagesAndKeepsBindings) {
   for (const char* name : {"P", "Q", "Q", "unknown"}) {
     EXPECT_EQ(model_.RemoveAclProfile(name), ACL_OK) << name;
   }
-  EXPECT_THAT(Dump(), ElementsAre("interface eth0", "  P", "  Q"));
+  EXPECT_EQ(Dump(model_), Text("eth0 binds P Q"));
 }
 
 // Entries are handled alike before (-1) and after a profile has its priority.
@@ -65,22 +67,15 @@ INSTANTIATE_TEST_SUITE_P(Stages, EntriesTest, testing::Values(-1, 10));
 
 TEST_P(EntriesTest, IdIsTheLow16BitsOfThePriority) {
   AddProfile("P", 0, GetParam(), {65541, -1});
-  EXPECT_EQ(EntryText("P", 5), "->");
-  EXPECT_EQ(EntryText("P", 65535), "->");
-  const Lines before = Dump();
+  const Lines before = Dump(model_);
   EXPECT_EQ(model_.CreateEntry("P", 5), ACL_ERR_EXISTS);
   EXPECT_EQ(model_.CreateEntry("unknown", 6), ACL_ERR_NOT_FOUND);
-  EXPECT_EQ(Dump(), before);
+  EXPECT_EQ(model_.RemoveEntry("P", 6), GetParam() < 0 ? ACL_OK : ACL_ERR_FILTERS);
+  EXPECT_EQ(model_.RemoveEntry("unknown", 5), ACL_OK);
+  EXPECT_EQ(Dump(model_), before);
   EXPECT_EQ(model_.RemoveEntry("P", 5 + 2 * 65536), ACL_OK);
   EXPECT_EQ(EntryText("P", 5), "none");
   EXPECT_EQ(EntryText("P", 65535), "->");
-}
-
-TEST_P(EntriesTest, RemovalOfAnAbsentEntryFailsOnlyInAGroup) {
-  AddProfile("P", 0, GetParam(), {5});
-  EXPECT_EQ(model_.RemoveEntry("P", 6), GetParam() < 0 ? ACL_OK : ACL_ERR_FILTERS);
-  EXPECT_EQ(model_.RemoveEntry("unknown", 5), ACL_OK);
-  EXPECT_EQ(EntryText("P", 5), "->");
 }
 
 TEST_P(EntriesTest, LookUpsGiveCopies) {
@@ -88,48 +83,33 @@ TEST_P(EntriesTest, LookUpsGiveCopies) {
   AddProfile("empty", 0, GetParam());
   std::map<unsigned short, FiltersCommon::FiltersEntry> entries;
   ASSERT_EQ(model_.GetEntriesMap("P", entries), ACL_OK);
-  EXPECT_EQ(entries.size(), 2u);
   EXPECT_EQ(model_.GetEntriesMap("unknown", entries), ACL_ERR_NOT_FOUND);
   EXPECT_EQ(entries.size(), 2u) << "left as it was";
+  EXPECT_EQ(model_.GetEntriesMap("empty", entries), ACL_OK);
+  EXPECT_THAT(entries, IsEmpty()) << "replaced, not added to";
 
   std::shared_ptr<FiltersCommon::FiltersEntry> entry;
   ASSERT_EQ(model_.GetEntry("P", 65536 + 9, entry), ACL_OK);
   entry->setAction(FiltersCommon::ActionDeny());
   EXPECT_EQ(EntryText("P", 9), "->") << "the copy is detached";
-  const auto fetched = entry;
   EXPECT_EQ(model_.GetEntry("P", 6, entry), ACL_ERR_NOT_FOUND);
   EXPECT_EQ(model_.GetEntry("empty", 5, entry), ACL_ERR_NOT_FOUND);
   EXPECT_EQ(model_.GetEntry("unknown", 5, entry), ACL_ERR_NOT_FOUND);
-  EXPECT_EQ(entry, fetched);
-  EXPECT_EQ(model_.GetEntriesMap("empty", entries), ACL_OK);
-  EXPECT_THAT(entries, IsEmpty()) << "replaced, not added to";
-}
-
-TEST_F(ProfilesTest, BasicGroups) {
-  for (const auto& [group, id, type] :
-       {std::tuple(model_.CreateBasicL2Group(), 0, FiltersCommon::FILTERS_GROUP_TYPE_L2),
-        std::tuple(model_.CreateBasicL3Group(), 1, FiltersCommon::FILTERS_GROUP_TYPE_L3)}) {
-    EXPECT_EQ(group.getId(), id);
-    EXPECT_EQ(group.getPriority(), id);
-    EXPECT_EQ(group.getStage(), FiltersCommon::FILTERS_GROUP_STAGE_PRE_INGRESS);
-    EXPECT_EQ(group.getType(), type);
-    EXPECT_THAT(group.getEntriesRef(), IsEmpty());
-  }
 }
 
 using InterfacesTest = ModelTest;
 
 TEST_F(InterfacesTest, BindingsAreASetInNameOrder) {
-  Bind("eth0", {"b", "a", "b", ""});
+  Bind("eth0", {"b", "a", "b"});
   EXPECT_EQ(model_.CreateInterface("eth0"), ACL_ERR_EXISTS);
   EXPECT_EQ(model_.CreateInterface("Eth0"), ACL_OK);
-  EXPECT_THAT(Dump(), ElementsAre("interface Eth0", "interface eth0", "  ", "  a", "  b"));
+  EXPECT_EQ(Dump(model_), Lines({"Eth0 binds", "eth0 binds a b"}));
   EXPECT_EQ(model_.RemoveAclFromInterface("eth0", "b"), ACL_OK);
   EXPECT_EQ(model_.RemoveAclFromInterface("eth0", "b"), ACL_OK) << "not bound is no error";
-  EXPECT_THAT(Model::Interfaces(model_)["eth0"], ElementsAre("", "a"));
+  EXPECT_EQ(Dump(model_), Lines({"Eth0 binds", "eth0 binds a"}));
   EXPECT_EQ(model_.ClearAclsFromInterface("eth0"), ACL_OK);
   EXPECT_EQ(model_.ClearAclsFromInterface("eth0"), ACL_OK);
-  EXPECT_THAT(Dump(), ElementsAre("interface Eth0", "interface eth0"));
+  EXPECT_EQ(Dump(model_), Lines({"Eth0 binds", "eth0 binds"}));
 }
 
 TEST_F(InterfacesTest, OnlyRemovalAcceptsAnUnknownInterface) {
@@ -138,10 +118,10 @@ TEST_F(InterfacesTest, OnlyRemovalAcceptsAnUnknownInterface) {
   EXPECT_EQ(model_.ClearAclsFromInterface("eth1"), ACL_ERR_NOT_FOUND);
   EXPECT_EQ(model_.AddAclIntoInterface("eth1", "a"), ACL_ERR_NOT_FOUND);
   EXPECT_EQ(model_.RemoveAclFromInterface("eth1", "a"), ACL_ERR_NOT_FOUND);
-  EXPECT_THAT(Dump(), ElementsAre("interface eth0", "  a")) << "nothing was created";
+  EXPECT_EQ(Dump(model_), Lines({"eth0 binds a"})) << "nothing was created";
   EXPECT_EQ(model_.RemoveInterface("eth0"), ACL_OK);
   EXPECT_EQ(model_.CreateInterface("eth0"), ACL_OK);
-  EXPECT_THAT(Dump(), ElementsAre("interface eth0")) << "bindings went with the interface";
+  EXPECT_EQ(Dump(model_), Lines({"eth0 binds"})) << "bindings went with the interface";
 }
 
 }  // namespace
