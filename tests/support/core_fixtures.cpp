@@ -1,11 +1,14 @@
 #include "tests/support/core_fixtures.h"
 
 #include <algorithm>
+#include <cctype>
+#include <functional>
+#include <list>
 #include <sstream>
+#include <tuple>
+#include <type_traits>
 
 namespace acl_test {
-
-using acl_app::ACL_OK;
 
 namespace {
 
@@ -74,26 +77,71 @@ Lines Dump(acl_app::AclCache& model) {
   return lines;
 }
 
-void ModelTest::AddProfile(const std::string& name, int type, int priority,
-                           const std::vector<int>& entries) {
-  ASSERT_EQ(model_.CreateAclProfile(type, name), ACL_OK);
-  for (int entry : entries) ASSERT_EQ(model_.CreateEntry(name, entry), ACL_OK);
-  if (priority < 0) return;
-  ASSERT_EQ(model_.SetAclPrio(name, priority), ACL_OK);
-}
+namespace {
 
-void ModelTest::Bind(const std::string& interface, const std::vector<std::string>& profiles) {
-  ASSERT_EQ(model_.CreateInterface(interface), ACL_OK);
-  for (const std::string& profile : profiles) {
-    ASSERT_EQ(model_.AddAclIntoInterface(interface, profile), ACL_OK);
+// The words of an operation, as the arguments of a function.
+struct Arguments {
+  std::istringstream words;
+  std::list<Value> values;  // of the pointers given out
+
+  template <class T>
+  T Next() {
+    std::string word;
+    words >> word;
+    if constexpr (std::is_same_v<T, std::string>) {
+      return word == "''" ? std::string() : word;
+    } else if constexpr (std::is_pointer_v<T>) {
+      if (word.empty() || word == "null") return nullptr;
+      if (std::isalpha(word[0]) != 0) word += ' ' + Next<std::string>();  // "u8 7"
+      return values.emplace_back(word).get();
+    } else {
+      return static_cast<T>(std::stoll(word, nullptr, 0));
+    }
   }
+};
+
+using Operation = std::function<int(acl_app::AclCache&, Arguments&)>;
+
+template <class... Args>
+Operation Op(acl_app::aclErr_t (acl_app::AclCache::*operation)(Args...)) {
+  return [operation](acl_app::AclCache& model, Arguments& arguments) {
+    std::tuple<std::decay_t<Args>...> values{arguments.Next<std::decay_t<Args>>()...};
+    return std::apply([&](const auto&... value) { return (model.*operation)(value...); }, values);
+  };
 }
 
-std::string ModelTest::EntryText(const std::string& profile, int entry_priority) {
-  std::shared_ptr<FiltersCommon::FiltersEntry> entry;
-  if (model_.GetEntry(profile, entry_priority, entry) != ACL_OK) return "none";
-  const std::string text = Describe(*entry);
-  return text.substr(text.find(' ') + 1);
+}  // namespace
+
+std::string ModelTest::Do(const std::string& operation) {
+  using acl_app::AclCache;
+  static const std::map<std::string, Operation> operations = {
+      {"CreateAclProfile", Op(&AclCache::CreateAclProfile)},
+      {"RemoveAclProfile", Op(&AclCache::RemoveAclProfile)},
+      {"SetAclPrio", Op(&AclCache::SetAclPrio)},
+      {"CreateEntry", Op(&AclCache::CreateEntry)},
+      {"RemoveEntry", Op(&AclCache::RemoveEntry)},
+      {"CreateMatch", Op(&AclCache::CreateMatch)},
+      {"RemoveMatch", Op(&AclCache::RemoveMatch)},
+      {"CreateAction", Op(&AclCache::CreateAction)},
+      {"RemoveAction", Op(&AclCache::RemoveAction)},
+      {"CreateInterface", Op(&AclCache::CreateInterface)},
+      {"RemoveInterface", Op(&AclCache::RemoveInterface)},
+      {"ClearAclsFromInterface", Op(&AclCache::ClearAclsFromInterface)},
+      {"AddAclIntoInterface", Op(&AclCache::AddAclIntoInterface)},
+      {"RemoveAclFromInterface", Op(&AclCache::RemoveAclFromInterface)},
+  };
+  Arguments arguments{std::istringstream(operation), {}};
+  const auto name = arguments.Next<std::string>();
+  if (name == "Model") {
+    std::string text;
+    for (const std::string& line : Dump(model_)) text += (text.empty() ? "" : " ; ") + line;
+    return text;
+  }
+  return std::to_string(operations.at(name)(model_, arguments));
+}
+
+void ModelTest::Run(const std::string& table, const Names& names) {
+  for (const Lines& row : Rows(table, names)) EXPECT_EQ(Do(row[0]), row[1]) << row[0];
 }
 
 ManagerSetup::ManagerSetup() {

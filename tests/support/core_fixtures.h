@@ -49,15 +49,14 @@ std::vector<Lines> Rows(const std::string& block, const Names& names = {});
 // profile its entries ("P 5/0 vlan 7 -> deny"), then the interfaces ("eth0 binds P Q").
 Lines Dump(acl_app::AclCache& model);
 
-// The model alone, filled by hand.
+// The model alone, driven by lines of text.
 class ModelTest : public testing::Test {
  protected:
-  // A profile with these entries, with a priority unless that is negative.
-  void AddProfile(const std::string& name, int type, int priority,
-                  const std::vector<int>& entries = {});
-  void Bind(const std::string& interface, const std::vector<std::string>& profiles);
-  // The text of one entry of a profile, without its id and priority; "none" when it is not there.
-  std::string EntryText(const std::string& profile, int entry_priority);
+  // Runs one operation by its name and arguments ("CreateMatch P 5 2 u16 100"; a value left out is
+  // null, '' is an empty name) and gives its result. "Model" gives the lines of the model.
+  std::string Do(const std::string& operation);
+  // Runs a table of operations, each with the expected result.
+  void Run(const std::string& table, const Names& names = {});
 
   ScriptedPlatform platform_;
   acl_app::AclCache model_;

@@ -1,8 +1,4 @@
 // Filter entries as texts.
-#include <arpa/inet.h>
-
-#include <cstdio>
-
 #include "tests/support/scripted_platform.h"
 
 namespace acl_test {
@@ -11,19 +7,10 @@ namespace {
 using namespace FiltersCommon;
 
 std::string Word(const ether_addr& address) {
-  std::string text = "0x";
-  for (unsigned char octet : address.ether_addr_octet) {
-    char digits[3];
-    std::snprintf(digits, sizeof digits, "%02x", octet);
-    text += digits;
-  }
-  return text;
+  return HexText(address.ether_addr_octet, sizeof address.ether_addr_octet);
 }
 
-std::string Word(const in_addr& address) {
-  char text[INET_ADDRSTRLEN];
-  return inet_ntop(AF_INET, &address, text, sizeof text);
-}
+std::string Word(const in_addr& address) { return AddressText(address); }
 
 template <filtersMatch_t Kind, class T, unsigned int Max, int Tag>
 std::string Word(const NumberMatch<Kind, T, Max, Tag>& match) {

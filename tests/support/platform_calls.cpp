@@ -155,10 +155,7 @@ void zlog(zlog_category_s* category, const char* file, size_t filelen, const cha
 // ---- Configuration database ----
 
 int cdb_get_txid(int sock, cdb_txid* txid) {
-  return Script().Do(Line("cdb_get_txid", sock), [txid] {
-    *txid = Script().txid;
-    return CONFD_OK;
-  });
+  return Script().Do(Line("cdb_get_txid", sock), [txid] { *txid = Script().txid; });
 }
 
 int cdb_set_namespace(int sock, int hashed_ns) {
@@ -174,22 +171,18 @@ int cdb_cd(int sock, const char* fmt, ...) {
   return Script().Do(Line("cdb_cd", sock, path), [&] {
     std::string& position = Script().position(sock);
     position = path == ".." ? position.substr(0, position.rfind('/')) : path;
-    return CONFD_OK;
   });
 }
 
 int cdb_getcwd(int sock, size_t size, char* curdir) {
-  return Script().Do(Line("cdb_getcwd", sock), [=] {
-    std::snprintf(curdir, size, "%s", Script().position(sock).c_str());
-    return CONFD_OK;
-  });
+  return Script().Do(Line("cdb_getcwd", sock),
+                     [=] { std::snprintf(curdir, size, "%s", Script().position(sock).c_str()); });
 }
 
 int cdb_getcwd_kpath(int sock, confd_hkeypath_t** kp) {
   return Script().Do(Line("cdb_getcwd_kpath", sock), [=] {
     *kp = new KeyPath(Script().position(sock));
     Script().HandOut(1);
-    return CONFD_OK;
   });
 }
 
@@ -235,26 +228,18 @@ int cdb_get_enum_value(int sock, int32_t* value, const char* fmt, ...) {
 
 int cdb_create(int sock, const char* fmt, ...) {
   PRINT_INTO(path, fmt);
-  return Script().Do(Line("cdb_create", sock, path), [&] {
-    Script().cdb[path] = Value();
-    return CONFD_OK;
-  });
+  return Script().Do(Line("cdb_create", sock, path), [&] { Script().cdb[path] = Value(); });
 }
 
 int cdb_delete(int sock, const char* fmt, ...) {
   PRINT_INTO(path, fmt);
-  return Script().Do(Line("cdb_delete", sock, path), [&] {
-    Script().Delete(path);
-    return CONFD_OK;
-  });
+  return Script().Do(Line("cdb_delete", sock, path), [&] { Script().Delete(path); });
 }
 
 int cdb_set_elem(int sock, confd_value_t* value, const char* fmt, ...) {
   PRINT_INTO(path, fmt);
-  return Script().Do(Line("cdb_set_elem", sock, path) + " = " + acl_test::ToText(value), [&] {
-    Script().cdb[path] = Value(*value);
-    return CONFD_OK;
-  });
+  return Script().Do(Line("cdb_set_elem", sock, path) + " = " + acl_test::ToText(value),
+                     [&] { Script().cdb[path] = Value(*value); });
 }
 
 int confd_pp_kpath(char* buf, int n, const confd_hkeypath_t* kp) {
@@ -369,10 +354,8 @@ int fm_local_slot(fm_slot_t* slot) {
 
 int fm_scalar_card_filter_mgr_pre_ingress_max_entries_per_group(const fm_slot_t* slot,
                                                                 unsigned int* value) {
-  return Script().Do(Line("fm_capacity", slot->chassis, std::to_string(slot->slot)), [value] {
-    *value = Script().capacity;
-    return 0;
-  });
+  return Script().Do(Line("fm_capacity", slot->chassis, std::to_string(slot->slot)),
+                     [value] { *value = Script().capacity; });
 }
 
 int limid_from_intfname(limid_t* id, const char* name) {

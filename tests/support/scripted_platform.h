@@ -17,6 +17,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -86,12 +87,16 @@ class ScriptedPlatform {
   // For the platform's functions: records the call and gives its result, `result` unless the script
   // says otherwise; `*scripted` tells that it did.
   int Call(const std::string& line, int result = 0, bool* scripted = nullptr);
-  // Records the call and gives what `effect` returns, unless the script says otherwise.
+  // Records the call and gives what `effect` returns (0 when that is nothing), unless the script
+  // says otherwise.
   template <class Effect>
   int Do(const std::string& line, Effect effect) {
     bool scripted = false;
     const int result = Call(line, 0, &scripted);
-    return scripted ? result : effect();
+    if (scripted) return result;
+    if constexpr (!std::is_void_v<decltype(effect())>) return effect();
+    effect();
+    return 0;
   }
   void Record(std::string line) { record_.push_back(std::move(line)); }
   // Counts what is handed out (+1) and given back (-1).

@@ -3,31 +3,36 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
+#include <iomanip>
+#include <sstream>
 
 #include "yang_tags.h"
 
 namespace acl_test {
 namespace {
 
-const struct NumberType {
+struct NumberType {
   const char* name;
   confd_vtype type;
   void (*set)(confd_value_t& value, long number);
   long (*get)(const confd_value_t& value);
-} kNumberTypes[] = {
-    {"u8 ", C_UINT8, [](confd_value_t& v, long n) { v.val.u8 = static_cast<uint8_t>(n); },
-     [](const confd_value_t& v) { return static_cast<long>(v.val.u8); }},
-    {"u16 ", C_UINT16, [](confd_value_t& v, long n) { v.val.u16 = static_cast<uint16_t>(n); },
-     [](const confd_value_t& v) { return static_cast<long>(v.val.u16); }},
-    {"u32 ", C_UINT32, [](confd_value_t& v, long n) { v.val.u32 = static_cast<uint32_t>(n); },
-     [](const confd_value_t& v) { return static_cast<long>(v.val.u32); }},
-    {"int32 ", C_INT32, [](confd_value_t& v, long n) { v.val.i32 = static_cast<int32_t>(n); },
-     [](const confd_value_t& v) { return static_cast<long>(v.val.i32); }},
-    {"enum ", C_ENUM_VALUE,
-     [](confd_value_t& v, long n) { v.val.enumvalue = static_cast<int32_t>(n); },
-     [](const confd_value_t& v) { return static_cast<long>(v.val.enumvalue); }},
+};
+
+// A row of the table: the type's name, its code, and its field of the union.
+#define NUMBER_TYPE(name, type, field)                                                         \
+  {                                                                                            \
+    name, type,                                                                                \
+        [](confd_value_t& v, long n) { v.val.field = static_cast<decltype(v.val.field)>(n); }, \
+        [](const confd_value_t& v) { return static_cast<long>(v.val.field); }                  \
+  }
+
+const NumberType kNumberTypes[] = {
+    NUMBER_TYPE("u8 ", C_UINT8, u8),
+    NUMBER_TYPE("u16 ", C_UINT16, u16),
+    NUMBER_TYPE("u32 ", C_UINT32, u32),
+    NUMBER_TYPE("int32 ", C_INT32, i32),
+    NUMBER_TYPE("enum ", C_ENUM_VALUE, enumvalue),
 };
 
 bool HasBuffer(const confd_value_t& value) { return value.type == C_BUF || value.type == C_BINARY; }
@@ -40,27 +45,12 @@ std::string Octets(const std::string& digits) {
   return octets;
 }
 
-std::string Digits(const confd_buf& octets) {
-  std::string digits;
-  for (unsigned int i = 0; i < octets.size; ++i) {
-    char two[3];
-    std::snprintf(two, sizeof two, "%02x", octets.ptr[i]);
-    digits += two;
-  }
-  return digits;
-}
-
 confd_value_t Buffer(confd_vtype type, const std::string& octets) {
   confd_value_t value{};
   value.type = type;
   value.val.buf.size = static_cast<unsigned int>(octets.size());
   value.val.buf.ptr = reinterpret_cast<unsigned char*>(const_cast<char*>(octets.data()));
   return CloneValue(value);
-}
-
-std::string AddressText(in_addr address) {
-  char text[INET_ADDRSTRLEN];
-  return inet_ntop(AF_INET, &address, text, sizeof text);
 }
 
 std::vector<Value> KeysOf(const std::string& list, const std::string& keys) {
@@ -141,6 +131,18 @@ Value TagOf(const std::string& node_name) {
   return Value(tag);
 }
 
+std::string HexText(const unsigned char* octets, size_t size) {
+  std::ostringstream text;
+  text << "0x" << std::hex << std::setfill('0');
+  for (size_t i = 0; i < size; ++i) text << std::setw(2) << static_cast<int>(octets[i]);
+  return text.str();
+}
+
+std::string AddressText(in_addr address) {
+  char text[INET_ADDRSTRLEN];
+  return inet_ntop(AF_INET, &address, text, sizeof text);
+}
+
 std::string ToText(const confd_value_t* value) {
   if (value == nullptr) return "null";
   for (const NumberType& number : kNumberTypes) {
@@ -150,7 +152,7 @@ std::string ToText(const confd_value_t* value) {
     case C_BUF:
       return '"' + std::string(reinterpret_cast<char*>(value->val.buf.ptr)) + '"';
     case C_BINARY:
-      return "0x" + Digits(value->val.buf);
+      return HexText(value->val.buf.ptr, value->val.buf.size);
     case C_IPV4:
       return AddressText(value->val.ip);
     case C_IPV4_AND_PLEN:

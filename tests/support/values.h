@@ -46,6 +46,8 @@ constexpr uint32_t kUnknownTag = 0x12345;
 
 // The text that makes the value; "null" for a null pointer.
 std::string ToText(const confd_value_t* value);
+std::string HexText(const unsigned char* octets, size_t size);
+std::string AddressText(in_addr address);
 
 // A keypath from its text, such as "/config/access-list/interface{eth0}/ingress{P}". The keys of a
 // profile are an enumeration and a buffer ("access-list{0 P}"), that of an entry is a number, all

@@ -11,28 +11,17 @@ namespace {
 using acl_app::Application;
 using testing::ExitedWithCode;
 
-constexpr char kOwned[] = R"(
-    qzmw_init acl-app
-    FilterMgrClient acl
-)";
+constexpr char kOwned[] = "qzmw_init acl-app ; FilterMgrClient acl";
 constexpr char kBuilt[] = R"(
-    qzmw_log_init 55 32 ACL
-    log Initializing ACL Application
-    qzmw_trace_init acl
+    qzmw_log_init 55 32 ACL ; log Initializing ACL Application ; qzmw_trace_init acl
     createGroup 0 stage 1 type 6 priority 0
     createGroup 1 stage 1 type 4 priority 1
     trace 10 ConfDManager: Subscribe to /config/access-list/acl-profile/
     trace 10 ConfDManager: Subscribe to /config/access-list/interface/
     AppInterface acl handlers 1 0 0 phase 2 options 0
 )";
-constexpr char kOwnedEnd[] = R"(
-    ~FilterMgrClient
-    qzmw_finish
-)";
-constexpr char kEnd[] = R"(
-    qzmw_log_finish
-    ~AppInterface
-)";
+constexpr char kOwnedEnd[] = "~FilterMgrClient ; qzmw_finish ; ";
+constexpr char kEnd[] = "qzmw_log_finish ; ~AppInterface";
 
 class ApplicationTest : public testing::Test {
  protected:

@@ -46,21 +46,14 @@ TEST_F(ProfileLoadTest, ReadsByPositionInOrder) {
   Names names = kPaths;
   names["$name"] = name;
   EXPECT_EQ(record, Text(R"(
-      cdb_exists 7 $list
-      cdb_num_instances 7 $list
-      cdb_get_buf 7 $p/acl-name
-      cdb_get_enum_value 7 $p/acl-type
+      cdb_exists 7 $list ; cdb_num_instances 7 $list
+      cdb_get_buf 7 $p/acl-name ; cdb_get_enum_value 7 $p/acl-type
       cdb_get_int32 7 $p/acl-priority-l3/priority
-      model CreateAclProfile 1 $name
-      model SetAclPrio $name 20
-      log ACL profile $name created
+      model CreateAclProfile 1 $name ; model SetAclPrio $name 20 ; log ACL profile $name created
       cdb_num_instances 7 $p/access-list-entry
-      cdb_set_timeout 7 10
-      cdb_get_int32 7 $q/ace-priority
-      model CreateEntry $name 5
+      cdb_set_timeout 7 10 ; cdb_get_int32 7 $q/ace-priority ; model CreateEntry $name 5
       log Entry 5 created on ACL profile $name
-      cdb_exists 7 $q/action/packet-handling/deny
-      cdb_exists 7 $q/action/packet-handling/permit
+      cdb_exists 7 $q/action/packet-handling/deny ; cdb_exists 7 $q/action/packet-handling/permit
       cdb_exists 7 $q/action/set/pcp)",
                          names));
 }
@@ -107,11 +100,8 @@ TEST_F(ProfileLoadTest, UnknownTypeAndDuplicateAreRefused) {
   EXPECT_EQ(manager_.LoadAclProfiles(kLoadSocket), -1);
   EXPECT_EQ(TakeEffects(), Text(R"(
       log Unknown type of ACL profile odd
-      model CreateAclProfile 0 fine
-      model SetAclPrio fine 3
-      log ACL profile fine created
-      model CreateAclProfile 1 fine
-      log Error creating ACL profile fine)"));
+      model CreateAclProfile 0 fine ; model SetAclPrio fine 3 ; log ACL profile fine created
+      model CreateAclProfile 1 fine ; log Error creating ACL profile fine)"));
 }
 
 TEST_F(ProfileLoadTest, BadEntryEndsTheProfilesEntries) {
@@ -183,8 +173,7 @@ TEST_F(EntryLoadTest, EachLeafIsEnteredThenReadByItsPath) {
   EXPECT_EQ(record.size(), 13 + 6u) << "nothing is read of absent leaves";
   EXPECT_EQ(Lines(record.begin() + 10, record.begin() + 16), PathText(R"(
       cdb_exists 7 $q/match/source-mac-address
-      cdb_cd 7 $q/match/source-mac-address
-      cdb_getcwd_kpath 7
+      cdb_cd 7 $q/match/source-mac-address ; cdb_getcwd_kpath 7
       cdb_get 7 $q/match/source-mac-address
       cdb_exists 7 $q/match/source-mac-address-mask
       model CreateMatch P 5 1 0x020000000001 null)"));
@@ -273,17 +262,12 @@ TEST_F(InterfaceLoadTest, ReadsByPositionAndBindsInListOrder) {
   EXPECT_EQ(Load(), 0);
   EXPECT_EQ(platform_.Take(), PathText(R"(
       cdb_num_instances 7 $interfaces
-      cdb_set_timeout 7 10
-      cdb_get_buf 7 $interfaces[0]/interface-name
-      model CreateInterface ge %s/1
-      cdb_get 7 $interfaces[0]/ingress
+      cdb_set_timeout 7 10 ; cdb_get_buf 7 $interfaces[0]/interface-name
+      model CreateInterface ge %s/1 ; cdb_get 7 $interfaces[0]/ingress
       model ClearAclsFromInterface ge %s/1
-      model AddAclIntoInterface ge %s/1 b%d
-      model AddAclIntoInterface ge %s/1 a
-      cdb_set_timeout 7 10
-      cdb_get_buf 7 $interfaces[1]/interface-name
-      model CreateInterface empty
-      cdb_get 7 $interfaces[1]/ingress
+      model AddAclIntoInterface ge %s/1 b%d ; model AddAclIntoInterface ge %s/1 a
+      cdb_set_timeout 7 10 ; cdb_get_buf 7 $interfaces[1]/interface-name
+      model CreateInterface empty ; cdb_get 7 $interfaces[1]/ingress
       model ClearAclsFromInterface empty)"));
   EXPECT_EQ(Dump(*filter_), Lines({"empty binds", "ge %s/1 binds a b%d"}));
 }

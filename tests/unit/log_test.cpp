@@ -24,10 +24,7 @@ TEST_F(LogTest, LinesAreSentWhileThereIsAHandle) {
   AclLog::SendDebug("after");
   AclLog::SendLog(nullptr);
   EXPECT_EQ(platform_.Take(), Text(R"(
-      qzmw_log_init 55 32 ACL
-      log P %s has 7%
-      message port 9
-      qzmw_log_finish)"));
+      qzmw_log_init 55 32 ACL ; log P %s has 7% ; message port 9 ; qzmw_log_finish)"));
 }
 
 TEST_F(LogTest, EachObjectReplacesTheHandle) {
@@ -44,13 +41,9 @@ TEST_F(LogTest, EachObjectReplacesTheHandle) {
   AclLog failed(platform_.middleware());
   AclLog::SendDebug("dropped");
   EXPECT_EQ(platform_.Take(), Text(R"(
-      qzmw_log_init 55 32 ACL
-      qzmw_log_finish
-      qzmw_log_init 55 32 ACL
-      log second
-      qzmw_log_finish
-      qzmw_log_init 55 32 ACL
-      qzmw_log_finish
+      qzmw_log_init 55 32 ACL ; qzmw_log_finish
+      qzmw_log_init 55 32 ACL ; log second ; qzmw_log_finish
+      qzmw_log_init 55 32 ACL ; qzmw_log_finish
       qzmw_log_init 55 32 ACL
       fault 0 AclLog log: AclLog could not init log system)"));
 }
@@ -104,16 +97,9 @@ TEST_F(LogTest, DictionaryTables) {
     lines.push_back(Join({categories[i].title, categories[i].keyword}, categories[i].settings));
   }
   EXPECT_EQ(lines, Text(R"(
-      header|3 7 3 100 1
-      ACL_APP|ACL_APP|55
-      Alert|Alert|64 0
-      Critical|Crit|32 0
-      Debug|Debug|1 0
-      Emergency|Emerg|128 0
-      Error|Error|16 0
-      Informational|Info|2 0
-      Notice|Notice|4 0
-      Warning|Warn|8 0
+      header|3 7 3 100 1 ; ACL_APP|ACL_APP|55
+      Alert|Alert|64 0 ; Critical|Crit|32 0 ; Debug|Debug|1 0 ; Emergency|Emerg|128 0
+      Error|Error|16 0 ; Informational|Info|2 0 ; Notice|Notice|4 0 ; Warning|Warn|8 0
       class|component|Component|Component|0 0 0 1 0 1 0 0 0 0
       subclass|messageID|MessageID|MSG_ID|0 0 0 0 0 0 0 0 0 0
       type|type|Type|Type|0 1 0 0 0 0 0 0 0 0

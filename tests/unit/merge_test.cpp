@@ -14,10 +14,24 @@ using Groups = std::list<FiltersCommon::FiltersGroup>;
 
 class MergeTest : public ModelTest {
  protected:
-  // Gives an entry a match by which it is known in the merged groups.
-  void Mark(const std::string& profile, int entry, int mark) {
-    const Value value("u16 " + std::to_string(mark));
-    ASSERT_EQ(model_.CreateMatch(profile, entry, ACL_MATCH_DST_PORT, value.get(), nullptr), ACL_OK);
+  // A profile with these entries, with a priority unless that is negative. The entries' marks are
+  // matches by which they are known in the merged groups.
+  void AddProfile(const std::string& name, int type, int priority,
+                  const std::map<int, int>& marks = {}) {
+    Names names = {{"$name", name}, {"$type", std::to_string(type)}};
+    Run("CreateAclProfile $type $name | 0", names);
+    for (const auto& [id, mark] : marks) {
+      names["$id"] = std::to_string(id);
+      names["$mark"] = std::to_string(mark);
+      Run("CreateEntry $name $id | 0 \n CreateMatch $name $id 10 u16 $mark | 0", names);
+    }
+    if (priority >= 0) Run("SetAclPrio $name " + std::to_string(priority) + " | 0", names);
+  }
+  void Bind(const std::string& interface, const Lines& profiles) {
+    Run("CreateInterface " + interface + " | 0");
+    for (const std::string& name : profiles) {
+      Run("AddAclIntoInterface " + interface + ' ' + name + " | 0");
+    }
   }
   Groups Merge() {
     Groups groups;
@@ -28,11 +42,9 @@ class MergeTest : public ModelTest {
 };
 
 TEST_F(MergeTest, OrderIsInterfaceThenPriorityThenEntry) {
-  AddProfile("late", 0, 300, {7, 5});
-  AddProfile("early", 0, 20, {9});
-  AddProfile("routed", 1, 1, {2});
-  Mark("late", 5, 5);
-  Mark("late", 7, 7);
+  AddProfile("late", 0, 300, {{7, 37}, {5, 35}});
+  AddProfile("early", 0, 20, {{9, 29}});
+  AddProfile("routed", 1, 1, {{2, 12}});
   Bind("b", {"late", "routed"});
   Bind("a", {"early", "late"});
   Bind("c", {});
@@ -42,52 +54,39 @@ TEST_F(MergeTest, OrderIsInterfaceThenPriorityThenEntry) {
   Groups groups = Merge();
   EXPECT_EQ(Dump(model_), before) << "the model is only read";
   EXPECT_EQ(Describe(groups.front()), Text(R"(
-      0/0 port 11 ->
-      1/1 port 11 dst-port 5 ->
-      2/2 port 11 dst-port 7 ->
-      3/3 port 22 dst-port 5 ->
-      4/4 port 22 dst-port 7 ->)"));
-  EXPECT_EQ(Describe(groups.back()), Text("0/0 port 22 ->"));
+      0/0 port 11 dst-port 29 ->
+      1/1 port 11 dst-port 35 ->
+      2/2 port 11 dst-port 37 ->
+      3/3 port 22 dst-port 35 ->
+      4/4 port 22 dst-port 37 ->)"));
+  EXPECT_EQ(Describe(groups.back()), Text("0/0 port 22 dst-port 12 ->"));
   const ResourceMap l2 = {{"a", {{"early", 1}, {"late", 2}}}, {"b", {{"late", 2}}}};
   EXPECT_EQ(model_.getUsedL2Resources(), l2);
   EXPECT_EQ(model_.getUsedL3Resources(), (ResourceMap{{"b", {{"routed", 1}}}}));
-
-  ASSERT_EQ(model_.RemoveInterface("a"), ACL_OK);
-  ASSERT_EQ(model_.MergeFilterEnvironment(groups), ACL_OK);
+  model_.RemoveInterface("a");
+  EXPECT_EQ(model_.MergeFilterEnvironment(groups), ACL_OK);
   EXPECT_EQ(groups.size(), 2u) << "earlier contents are replaced";
   EXPECT_EQ(model_.getUsedL2Resources(), (ResourceMap{{"b", {{"late", 2}}}})) << "counted anew";
 }
 
 TEST_F(MergeTest, EqualPrioritiesKeepTheFirstName) {
-  AddProfile("x", 0, 3, {1});
-  AddProfile("y", 1, 65536 + 3, {1, 2});
+  AddProfile("x", 0, 3, {{1, 1}});
+  AddProfile("y", 1, 65536 + 3, {{1, 1}, {2, 2}});
   AddProfile("z", 0, 4);
-  const struct {
-    std::set<std::string> names;
-    aclErr_t result;
-    Lines ordered;
-  } rows[] = {
-      {{"x", "y", "z"}, ACL_OK, {"x", "z"}},
-      {{"unknown", "y"}, ACL_ERR_NOT_FOUND, {}},
-      {{"z", "zz"}, ACL_ERR_NOT_FOUND, {"z"}},
-      {{}, ACL_OK, {}},
-  };
-  OrderedProfiles ordered;
-  for (const auto& row : rows) {
-    EXPECT_EQ(model_.GetOrderedProfiles(row.names, ordered), row.result);
-    Lines names;
-    for (const auto& profile : ordered) names.push_back(profile.second.first);
-    EXPECT_EQ(names, row.ordered);
-  }
   Bind("a", {"y", "x", "z"});
   EXPECT_THAT(Describe(Merge().back()), IsEmpty());
   EXPECT_EQ(model_.getUsedL2Resources(), (ResourceMap{{"a", {{"x", 1}, {"z", 0}}}}));
   EXPECT_THAT(model_.getUsedL3Resources(), IsEmpty()) << "a dropped profile is not counted";
+  OrderedProfiles ordered;
+  EXPECT_EQ(model_.GetOrderedProfiles({"z", "zz"}, ordered), ACL_ERR_NOT_FOUND);
+  EXPECT_EQ(ordered.size(), 1u) << "keeps what was added";
+  EXPECT_EQ(model_.GetOrderedProfiles({}, ordered), ACL_OK);
+  EXPECT_THAT(ordered, IsEmpty());
 }
 
 TEST_F(MergeTest, FailureLeavesAllResultsAsTheyWere) {
-  AddProfile("P", 0, 10, {1, 2});
-  AddProfile("Q", 1, 11, {1});
+  AddProfile("P", 0, 10, {{1, 1}, {2, 2}});
+  AddProfile("Q", 1, 11, {{1, 3}});
   Bind("a", {"P", "Q"});
   Groups groups = Merge();
   const auto results = [&] {
@@ -112,14 +111,12 @@ TEST_F(MergeTest, FailureLeavesAllResultsAsTheyWere) {
   group.setType(FiltersCommon::FILTERS_GROUP_TYPE_L3);
   Model::Profiles(model_).insert_or_assign("removed", group);
   expect_failure(ACL_ERR_INVALID_VALUE, "another stage");
-  model_.RemoveInterface("b");
-  EXPECT_EQ(model_.MergeFilterEnvironment(groups), ACL_OK);
 }
 
 TEST_F(MergeTest, GroupHolds65536Entries) {
   AddProfile("P", 0, 1);
   for (int entry = 0; entry < 32768; ++entry) ASSERT_EQ(model_.CreateEntry("P", entry), ACL_OK);
-  AddProfile("one", 0, 2, {1});
+  AddProfile("one", 0, 2, {{1, 1}});
   Bind("a", {"P"});
   Bind("b", {"P"});
   Groups groups = Merge();
@@ -128,7 +125,6 @@ TEST_F(MergeTest, GroupHolds65536Entries) {
   Bind("c", {"one"});
   EXPECT_EQ(model_.MergeFilterEnvironment(groups), ACL_ERR_FILTERS) << "the next id wraps to 0";
   EXPECT_EQ(groups.front().getEntriesRef().size(), 65536u);
-  EXPECT_EQ(model_.getUsedL2Resources().count("c"), 0u);
 }
 
 // A random model beside what a naive merge makes of it.
@@ -151,17 +147,12 @@ class RandomMergeTest : public MergeTest, public testing::WithParamInterface<int
     for (int i = Random(7); i > 0; --i) {
       Profile profile{
           std::string(1, "dbafce"[i - 1]), Random(2), Random(30) == 0 ? -1 : Random(5), {}};
-      AddProfile(profile.name, profile.type, profile.priority);
-      for (int n = Random(5); n > 0; --n) {
-        const int id = Random(10);
-        if (!profile.entries.emplace(id, ++mark).second) continue;
-        ASSERT_EQ(model_.CreateEntry(profile.name, id), ACL_OK);
-        Mark(profile.name, id, mark);
-      }
+      for (int n = Random(5); n > 0; --n) profile.entries[Random(10)] = ++mark;
+      AddProfile(profile.name, profile.type, profile.priority, profile.entries);
       profiles_.push_back(profile);
     }
     for (int i = Random(5); i > 0; --i) {
-      std::vector<std::string>& bound = bindings_["if" + std::to_string(Random(1000))];
+      Lines& bound = bindings_["if" + std::to_string(Random(1000))];
       for (const Profile& profile : profiles_) {
         if (Random(2) == 0) bound.push_back(profile.name);
       }
@@ -210,7 +201,7 @@ class RandomMergeTest : public MergeTest, public testing::WithParamInterface<int
 
   std::mt19937 random_{static_cast<unsigned int>(GetParam())};
   std::vector<Profile> profiles_;
-  std::map<std::string, std::vector<std::string>> bindings_;
+  std::map<std::string, Lines> bindings_;
 };
 INSTANTIATE_TEST_SUITE_P(Seeds, RandomMergeTest, testing::Range(0, 8));
 

@@ -9,119 +9,117 @@ using testing::IsEmpty;
 
 using ProfilesTest = ModelTest;
 
-TEST_F(ProfilesTest, NameMustBeNewAndNotEmpty) {
-  EXPECT_EQ(model_.CreateAclProfile(0, ""), ACL_ERR_INVALID_ARG);
-  EXPECT_EQ(model_.CreateAclProfile(0, "P"), ACL_OK);
-  EXPECT_EQ(model_.CreateAclProfile(1, "P"), ACL_ERR_EXISTS);
-  EXPECT_EQ(model_.SetAclPrio("P", 3), ACL_OK);
-  EXPECT_EQ(model_.CreateAclProfile(1, "P"), ACL_ERR_EXISTS);
-  EXPECT_EQ(model_.CreateAclProfile(1, "p"), ACL_OK) << "names are case-sensitive";
-  EXPECT_EQ(Dump(model_), Text(R"(
-      p pending type 4
-      P type 6 priority 3 id 3 stage 1)"));
+TEST_F(ProfilesTest, ProfilesAreCreatedThenGivenTheirPriority) {
+  Run(R"(
+      CreateAclProfile 0 ''      | -5
+      SetAclPrio P 3             | -3
+      CreateAclProfile 0 P       | 0
+      CreateAclProfile 1 P       | -1
+      SetAclPrio P 65543         | 0
+      SetAclPrio P 8             | -2
+      CreateAclProfile 1 P       | -1
+      CreateAclProfile 1 p       | 0
+      CreateEntry p 5            | 0
+      CreateEntry p 1            | 0
+      Model                      | p pending type 4 ; p 1/0 -> ; p 5/0 -> ; P type 6 priority 7 id 7 stage 1
+      SetAclPrio p -1            | 0
+      RemoveAclProfile P         | 0
+      RemoveAclProfile unknown   | 0
+      Model                      | p type 4 priority 65535 id 65535 stage 1 ; p 1/0 -> ; p 5/0 ->
+      CreateAclProfile 0 Q       | 0
+      CreateInterface e          | 0
+      AddAclIntoInterface e Q    | 0
+      AddAclIntoInterface e p    | 0
+      RemoveAclProfile Q         | 0
+      RemoveAclProfile p         | 0
+      Model                      | e binds Q p)");
 }
 
 TEST_F(ProfilesTest, UnknownTypeIsRefusedOnlyWithThePriority) {
-  for (int type : {0, 1, 2, -1}) {
-    const std::string name = "P" + std::to_string(type);
-    AddProfile(name, type, -1, {4});
-    EXPECT_EQ(Model::PreCreated(model_).at(name).type, model_.ConfdType2FilterCommon(type));
-    EXPECT_EQ(model_.SetAclPrio(name, 1), type == 0 || type == 1 ? ACL_OK : ACL_ERR_FILTERS);
+  Run(R"(
+      CreateAclProfile 2 P       | 0
+      CreateEntry P 4            | 0
+      SetAclPrio P 1             | -4
+      CreateAclProfile -1 Q      | 0
+      SetAclPrio Q 1             | -4
+      Model                      | P pending type 0 ; P 4/0 -> ; Q pending type 0)");
+  EXPECT_EQ(model_.ConfdType2FilterCommon(0), FiltersCommon::FILTERS_GROUP_TYPE_L2);
+  EXPECT_EQ(model_.ConfdType2FilterCommon(1), FiltersCommon::FILTERS_GROUP_TYPE_L3);
+  EXPECT_EQ(model_.ConfdType2FilterCommon(2), FiltersCommon::FILTERS_GROUP_TYPE_NONE);
+}
+
+// Entries are handled alike before and after a profile has its priority, but for one result.
+class EntriesTest : public ModelTest, public testing::WithParamInterface<const char*> {
+ protected:
+  EntriesTest() {
+    Run(R"(
+      CreateAclProfile 0 A       | 0
+      CreateAclProfile 0 P       | 0
+      $stage                     | 0)",
+        {{"$stage", GetParam()}});
   }
-  EXPECT_EQ(Dump(model_), Text(R"(
-      P-1 pending type 0
-      P-1 4/0 ->
-      P2 pending type 0
-      P2 4/0 ->
-      P0 type 6 priority 1 id 1 stage 1
-      P0 4/0 ->
-      P1 type 4 priority 1 id 1 stage 1
-      P1 4/0 ->)"));
-}
-
-TEST_F(ProfilesTest, PriorityIsGivenOnceAndCutTo16Bits) {
-  EXPECT_EQ(model_.SetAclPrio("P", 3), ACL_ERR_NOT_FOUND);
-  AddProfile("P", 0, 65536 + 7, {5, 1});
-  EXPECT_EQ(model_.SetAclPrio("P", 8), ACL_ERR_PRIO_SET);
-  AddProfile("Q", 1, 7);
-  EXPECT_EQ(Dump(model_), Text(R"(
-      P type 6 priority 7 id 7 stage 1
-      P 1/0 ->
-      P 5/0 ->
-      Q type 4 priority 7 id 7 stage 1)"));
-}
-
-TEST_F(ProfilesTest, RemovalWorksInBothStagesAndKeepsBindings) {
-  AddProfile("P", 0, 1, {1});
-  AddProfile("Q", 0, -1, {1});
-  Bind("eth0", {"P", "Q"});
-  for (const char* name : {"P", "Q", "Q", "unknown"}) {
-    EXPECT_EQ(model_.RemoveAclProfile(name), ACL_OK) << name;
-  }
-  EXPECT_EQ(Dump(model_), Text("eth0 binds P Q"));
-}
-
-// Entries are handled alike before (-1) and after a profile has its priority.
-class EntriesTest : public ModelTest, public testing::WithParamInterface<int> {};
-INSTANTIATE_TEST_SUITE_P(Stages, EntriesTest, testing::Values(-1, 10));
+};
+INSTANTIATE_TEST_SUITE_P(Stages, EntriesTest,
+                         testing::Values("RemoveEntry unknown 5", "SetAclPrio P 1"));
 
 TEST_P(EntriesTest, IdIsTheLow16BitsOfThePriority) {
-  AddProfile("P", 0, GetParam(), {65541, -1});
-  const Lines before = Dump(model_);
-  EXPECT_EQ(model_.CreateEntry("P", 5), ACL_ERR_EXISTS);
-  EXPECT_EQ(model_.CreateEntry("unknown", 6), ACL_ERR_NOT_FOUND);
-  EXPECT_EQ(model_.RemoveEntry("P", 6), GetParam() < 0 ? ACL_OK : ACL_ERR_FILTERS);
-  EXPECT_EQ(model_.RemoveEntry("unknown", 5), ACL_OK);
-  EXPECT_EQ(Dump(model_), before);
-  EXPECT_EQ(model_.RemoveEntry("P", 5 + 2 * 65536), ACL_OK);
-  EXPECT_EQ(EntryText("P", 5), "none");
-  EXPECT_EQ(EntryText("P", 65535), "->");
+  Run(R"(
+      CreateEntry P 65541        | 0
+      CreateEntry P 5            | -1
+      CreateEntry P -1           | 0
+      CreateEntry unknown 6      | -3
+      RemoveEntry unknown 5      | 0
+      RemoveEntry P 6            | $absent
+      RemoveEntry P 131077       | 0
+      RemoveEntry P 5            | $absent)",
+      {{"$absent", Model::Profiles(model_).empty() ? "0" : "-4"}});
+  EXPECT_EQ(Dump(model_).back(), "P 65535/0 ->");
 }
 
 TEST_P(EntriesTest, LookUpsGiveCopies) {
-  AddProfile("P", 0, GetParam(), {5, 9});
-  AddProfile("empty", 0, GetParam());
+  Run("CreateEntry P 5 | 0 \n CreateEntry P 9 | 0");
   std::map<unsigned short, FiltersCommon::FiltersEntry> entries;
   ASSERT_EQ(model_.GetEntriesMap("P", entries), ACL_OK);
   EXPECT_EQ(model_.GetEntriesMap("unknown", entries), ACL_ERR_NOT_FOUND);
   EXPECT_EQ(entries.size(), 2u) << "left as it was";
-  EXPECT_EQ(model_.GetEntriesMap("empty", entries), ACL_OK);
+  EXPECT_EQ(model_.GetEntriesMap("A", entries), ACL_OK);
   EXPECT_THAT(entries, IsEmpty()) << "replaced, not added to";
 
   std::shared_ptr<FiltersCommon::FiltersEntry> entry;
+  const Lines before = Dump(model_);
   ASSERT_EQ(model_.GetEntry("P", 65536 + 9, entry), ACL_OK);
+  EXPECT_EQ(entry->getId(), 9);
   entry->setAction(FiltersCommon::ActionDeny());
-  EXPECT_EQ(EntryText("P", 9), "->") << "the copy is detached";
+  EXPECT_EQ(Dump(model_), before) << "the copy is detached";
   EXPECT_EQ(model_.GetEntry("P", 6, entry), ACL_ERR_NOT_FOUND);
-  EXPECT_EQ(model_.GetEntry("empty", 5, entry), ACL_ERR_NOT_FOUND);
+  EXPECT_EQ(model_.GetEntry("A", 5, entry), ACL_ERR_NOT_FOUND);
   EXPECT_EQ(model_.GetEntry("unknown", 5, entry), ACL_ERR_NOT_FOUND);
 }
 
-using InterfacesTest = ModelTest;
-
-TEST_F(InterfacesTest, BindingsAreASetInNameOrder) {
-  Bind("eth0", {"b", "a", "b"});
-  EXPECT_EQ(model_.CreateInterface("eth0"), ACL_ERR_EXISTS);
-  EXPECT_EQ(model_.CreateInterface("Eth0"), ACL_OK);
-  EXPECT_EQ(Dump(model_), Lines({"Eth0 binds", "eth0 binds a b"}));
-  EXPECT_EQ(model_.RemoveAclFromInterface("eth0", "b"), ACL_OK);
-  EXPECT_EQ(model_.RemoveAclFromInterface("eth0", "b"), ACL_OK) << "not bound is no error";
-  EXPECT_EQ(Dump(model_), Lines({"Eth0 binds", "eth0 binds a"}));
-  EXPECT_EQ(model_.ClearAclsFromInterface("eth0"), ACL_OK);
-  EXPECT_EQ(model_.ClearAclsFromInterface("eth0"), ACL_OK);
-  EXPECT_EQ(Dump(model_), Lines({"Eth0 binds", "eth0 binds"}));
-}
-
-TEST_F(InterfacesTest, OnlyRemovalAcceptsAnUnknownInterface) {
-  Bind("eth0", {"a"});
-  EXPECT_EQ(model_.RemoveInterface("eth1"), ACL_OK);
-  EXPECT_EQ(model_.ClearAclsFromInterface("eth1"), ACL_ERR_NOT_FOUND);
-  EXPECT_EQ(model_.AddAclIntoInterface("eth1", "a"), ACL_ERR_NOT_FOUND);
-  EXPECT_EQ(model_.RemoveAclFromInterface("eth1", "a"), ACL_ERR_NOT_FOUND);
-  EXPECT_EQ(Dump(model_), Lines({"eth0 binds a"})) << "nothing was created";
-  EXPECT_EQ(model_.RemoveInterface("eth0"), ACL_OK);
-  EXPECT_EQ(model_.CreateInterface("eth0"), ACL_OK);
-  EXPECT_EQ(Dump(model_), Lines({"eth0 binds"})) << "bindings went with the interface";
+TEST_F(ModelTest, InterfacesHoldSetsOfNames) {
+  Run(R"(
+      RemoveInterface e          | 0
+      ClearAclsFromInterface e   | -3
+      AddAclIntoInterface e a    | -3
+      RemoveAclFromInterface e a | -3
+      Model                      |
+      CreateInterface e          | 0
+      AddAclIntoInterface e b    | 0
+      AddAclIntoInterface e a    | 0
+      AddAclIntoInterface e b    | 0
+      CreateInterface e          | -1
+      CreateInterface E          | 0
+      Model                      | E binds ; e binds a b
+      RemoveAclFromInterface e b | 0
+      RemoveAclFromInterface e b | 0
+      Model                      | E binds ; e binds a
+      ClearAclsFromInterface e   | 0
+      ClearAclsFromInterface e   | 0
+      Model                      | E binds ; e binds
+      AddAclIntoInterface e b    | 0
+      RemoveInterface e          | 0
+      CreateInterface e          | 0
+      Model                      | E binds ; e binds)");
 }
 
 }  // namespace

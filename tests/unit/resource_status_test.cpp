@@ -7,11 +7,8 @@ namespace {
 using testing::IsEmpty;
 
 constexpr char kRoot[] = "/status/acl-resources/";
-constexpr char kFeatureModel[] = R"(
-    fm_init
-    fm_local_slot
-    fm_capacity 3 4
-)";
+constexpr char kOpen[] = "open 101 3 false";
+constexpr char kCapacity[] = "fm_init ; fm_local_slot ; fm_capacity 3 4";
 
 class ResourceStatusTest : public ManagerTest {
  protected:
@@ -44,21 +41,16 @@ class ResourceStatusTest : public ManagerTest {
 };
 
 TEST_F(ResourceStatusTest, ClearLeavesCapacityAndNothingUsed) {
-  const std::string leaves = R"(
-      cdb_set_elem l2/entries-capacity = u32 1000
-      cdb_set_elem l3/entries-capacity = u32 1000
-      cdb_set_elem l2/used-entries = u32 0
-      cdb_set_elem l3/used-entries = u32 0
-      cdb_set_elem l2/available-entries = u32 1000
-      cdb_set_elem l3/available-entries = u32 1000
-      close 101)";
+  const Names names = {{"$open", kOpen}, {"$capacity", kCapacity}, {"$leaves", R"(
+      cdb_set_elem l2/entries-capacity = u32 1000 ; cdb_set_elem l3/entries-capacity = u32 1000
+      cdb_set_elem l2/used-entries = u32 0 ; cdb_set_elem l3/used-entries = u32 0
+      cdb_set_elem l2/available-entries = u32 1000 ; cdb_set_elem l3/available-entries = u32 1000)"}};
   EXPECT_EQ(manager_.ClearAclResources(), 0);
-  EXPECT_EQ(TakeStatus(), Text(kFeatureModel + std::string(R"(
-      open 101 3 false
-      cdb_num_instances l2/profile
-      cdb_num_instances l3/profile
-      cdb_num_instances interface)") +
-                               leaves));
+  EXPECT_EQ(TakeStatus(), Text(R"(
+      $capacity ; $open
+      cdb_num_instances l2/profile ; cdb_num_instances l3/profile ; cdb_num_instances interface
+      $leaves ; close 101)",
+                               names));
   SetUsage({{"e0", {{"P", 3}}}}, {{"e0", {{"Q", 4}}}});
   manager_.UpdateAclResources();
   EXPECT_EQ(Leaf("interface{e0}/l3/total"), "u32 4");
@@ -66,14 +58,13 @@ TEST_F(ResourceStatusTest, ClearLeavesCapacityAndNothingUsed) {
     platform_.On("cdb_num_instances", instances);
     platform_.Take();
     EXPECT_EQ(manager_.ClearAclResources(), 0);
-    EXPECT_EQ(TakeStatus(), Text(kFeatureModel + std::string(R"(
-        open 101 3 false
-        cdb_num_instances l2/profile
-        cdb_delete l2/profile
-        cdb_num_instances l3/profile
-        cdb_delete l3/profile
-        cdb_num_instances interface
-        cdb_delete interface)") + leaves));
+    EXPECT_EQ(TakeStatus(), Text(R"(
+        $capacity ; $open
+        cdb_num_instances l2/profile ; cdb_delete l2/profile
+        cdb_num_instances l3/profile ; cdb_delete l3/profile
+        cdb_num_instances interface ; cdb_delete interface
+        $leaves ; close 101)",
+                                 names));
   }
   EXPECT_EQ(Leaf("interface{e0}/l3/total"), "absent");
 }
@@ -98,55 +89,47 @@ TEST_F(ResourceStatusTest, ClearFailsWithTheFeatureModelOrADeletion) {
 
 TEST_F(ResourceStatusTest, UpdateWithoutBindingsWritesTheGlobalLeaves) {
   manager_.UpdateAclResources();
-  EXPECT_EQ(TakeStatus(), Text(std::string("open 101 3 false") + kFeatureModel + R"(
-      cdb_set_elem l2/used-entries = u32 0
-      cdb_set_elem l3/used-entries = u32 0
-      cdb_set_elem l2/available-entries = u32 1000
-      cdb_set_elem l3/available-entries = u32 1000
-      close 101)"));
+  EXPECT_EQ(TakeStatus(), Text(R"(
+      $open ; $capacity
+      cdb_set_elem l2/used-entries = u32 0 ; cdb_set_elem l3/used-entries = u32 0
+      cdb_set_elem l2/available-entries = u32 1000 ; cdb_set_elem l3/available-entries = u32 1000
+      close 101)",
+                               {{"$open", kOpen}, {"$capacity", kCapacity}}));
 }
 
 TEST_F(ResourceStatusTest, UpdateWritesInterfacesThenProfilesThenTotals) {
   SetUsage({{"b", {{"P", 3}}}, {"a 1/%s", {{"P", 2}, {"O%d", 1}}}}, {{"b", {{"Q", 7}}}});
   manager_.UpdateAclResources();
-  EXPECT_EQ(TakeStatus(), Text(std::string(R"(
-      open 101 3 false
-      cdb_exists $a
-      cdb_create $a
-      cdb_exists $a/l2/profile{O%d}
-      cdb_create $a/l2/profile{O%d}
+  EXPECT_EQ(TakeStatus(), Text(R"(
+      $open
+      cdb_exists $a ; cdb_create $a
+      cdb_exists $a/l2/profile{O%d} ; cdb_create $a/l2/profile{O%d}
       cdb_set_elem $a/l2/profile{O%d}/used-entries = u32 1
-      cdb_exists $a/l2/profile{P}
-      cdb_create $a/l2/profile{P}
+      cdb_exists $a/l2/profile{P} ; cdb_create $a/l2/profile{P}
       cdb_set_elem $a/l2/profile{P}/used-entries = u32 2
       cdb_set_elem $a/l2/total = u32 3
-      cdb_exists $b
-      cdb_create $b
-      cdb_exists $b/l2/profile{P}
-      cdb_create $b/l2/profile{P}
+      cdb_exists $b ; cdb_create $b
+      cdb_exists $b/l2/profile{P} ; cdb_create $b/l2/profile{P}
       cdb_set_elem $b/l2/profile{P}/used-entries = u32 3
       cdb_set_elem $b/l2/total = u32 3
       cdb_exists $b
-      cdb_exists $b/l3/profile{Q}
-      cdb_create $b/l3/profile{Q}
+      cdb_exists $b/l3/profile{Q} ; cdb_create $b/l3/profile{Q}
       cdb_set_elem $b/l3/profile{Q}/used-entries = u32 7
       cdb_set_elem $b/l3/total = u32 7
-      cdb_exists l2/profile{O%d}
-      cdb_create l2/profile{O%d}
+      cdb_exists l2/profile{O%d} ; cdb_create l2/profile{O%d}
       cdb_set_elem l2/profile{O%d}/used-entries = u32 1
-      cdb_exists l2/profile{P}
-      cdb_create l2/profile{P}
+      cdb_exists l2/profile{P} ; cdb_create l2/profile{P}
       cdb_set_elem l2/profile{P}/used-entries = u32 5
-      cdb_exists l3/profile{Q}
-      cdb_create l3/profile{Q}
-      cdb_set_elem l3/profile{Q}/used-entries = u32 7)") +
-                                   kFeatureModel + R"(
-      cdb_set_elem l2/used-entries = u32 6
-      cdb_set_elem l3/used-entries = u32 7
-      cdb_set_elem l2/available-entries = u32 994
-      cdb_set_elem l3/available-entries = u32 993
+      cdb_exists l3/profile{Q} ; cdb_create l3/profile{Q}
+      cdb_set_elem l3/profile{Q}/used-entries = u32 7
+      $capacity
+      cdb_set_elem l2/used-entries = u32 6 ; cdb_set_elem l3/used-entries = u32 7
+      cdb_set_elem l2/available-entries = u32 994 ; cdb_set_elem l3/available-entries = u32 993
       close 101)",
-                               {{"$a", "interface{a 1/%s}"}, {"$b", "interface{b}"}}));
+                               {{"$a", "interface{a 1/%s}"},
+                                {"$b", "interface{b}"},
+                                {"$open", kOpen},
+                                {"$capacity", kCapacity}}));
   manager_.UpdateAclResources();
   EXPECT_THAT(TakeStatus({"cdb_create"}), IsEmpty()) << "what is there stays";
 }
@@ -199,14 +182,10 @@ TEST_F(ResourceStatusTest, TotalsAreSetEachOnItsOwn) {
   manager_.UpdateGlobalResourcesData(101, 10, 4, 20, 5);
   EXPECT_EQ(TakeStatus(),
             Text(R"(
-      cdb_set_elem l2/used-entries = u32 4
-      $Failed setting used L2 entries
-      cdb_set_elem l3/used-entries = u32 5
-      $Failed setting used L3 entries
-      cdb_set_elem l2/available-entries = u32 6
-      $Failed setting available L2 entries
-      cdb_set_elem l3/available-entries = u32 15
-      $Failed setting available L3 entries)",
+      cdb_set_elem l2/used-entries = u32 4 ; $Failed setting used L2 entries
+      cdb_set_elem l3/used-entries = u32 5 ; $Failed setting used L3 entries
+      cdb_set_elem l2/available-entries = u32 6 ; $Failed setting available L2 entries
+      cdb_set_elem l3/available-entries = u32 15 ; $Failed setting available L3 entries)",
                  {{"$Failed", "fault 0 UpdateGlobalResourcesData confd_manager: Failed"}}));
 }
 
