@@ -15,16 +15,18 @@ namespace {
 struct NumberType {
   const char* name;
   confd_vtype type;
-  void (*set)(confd_value_t& value, long number);
-  long (*get)(const confd_value_t& value);
+  void (*set)(confd_value_t& value, long long number);
+  long long (*get)(const confd_value_t& value);
 };
 
 // A row of the table: the type's name, its code, and its field of the union.
-#define NUMBER_TYPE(name, type, field)                                                         \
-  {                                                                                            \
-    name, type,                                                                                \
-        [](confd_value_t& v, long n) { v.val.field = static_cast<decltype(v.val.field)>(n); }, \
-        [](const confd_value_t& v) { return static_cast<long>(v.val.field); }                  \
+#define NUMBER_TYPE(name, type, field)                                             \
+  {                                                                                \
+    name, type,                                                                    \
+        [](confd_value_t& v, long long n) {                                        \
+          v.val.field = static_cast<decltype(v.val.field)>(n);                     \
+        },                                                                         \
+        [](const confd_value_t& v) { return static_cast<long long>(v.val.field); } \
   }
 
 const NumberType kNumberTypes[] = {
@@ -94,7 +96,7 @@ Value::Value(const std::string& text) {
     const std::string name = number.name;
     if (text.compare(0, name.size(), name) != 0) continue;
     value_.type = number.type;
-    number.set(value_, std::strtol(text.c_str() + name.size(), nullptr, 0));
+    number.set(value_, std::strtoll(text.c_str() + name.size(), nullptr, 0));
     return;
   }
   const size_t slash = text.find('/');
