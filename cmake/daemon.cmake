@@ -16,8 +16,8 @@ if(TARGET acl_core AND DAEMON_PLATFORM)
 endif()
 
 # The files that an installed daemon needs, with the paths of this installation.
-file(GLOB YANG_MODULES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/yang/*.yang)
-install(FILES ${YANG_MODULES} DESTINATION ${CMAKE_INSTALL_DATADIR}/acl-app/yang)
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/yang/ DESTINATION ${CMAKE_INSTALL_DATADIR}/acl-app/yang
+        FILES_MATCHING PATTERN "*.yang")
 foreach(file acl-app.conf acl-app.service)
   configure_file(${CMAKE_SOURCE_DIR}/dist/${file}.in ${CMAKE_BINARY_DIR}/dist/${file} @ONLY)
 endforeach()

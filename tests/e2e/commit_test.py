@@ -1,7 +1,12 @@
 """Commits over NETCONF: what is accepted reaches the groups and the resources, what is refused
 changes nothing."""
 
+import grp
+import os
+import pwd
 import signal
+import subprocess
+import sys
 import unittest
 import xml.etree.ElementTree as ET
 
@@ -118,6 +123,40 @@ class CommitTest(DaemonTest):
     def test_both_signals_end_the_daemon_with_success(self):
         self.assertEqual(self.running.stop(signal.SIGINT), 0)
         self.assertEqual(self.daemon().start().stop(signal.SIGTERM), 0)
+
+
+CLIENT = """
+import sys
+from netconf_client import RpcError, Session, interface
+with Session(sys.argv[1]) as s:
+    s.get_config()
+    try:
+        s.edit(others=interface("from-" + sys.argv[2]))
+        print("ok")
+    except RpcError as refused:
+        print(refused.tags[0])
+"""
+
+
+@unittest.skipIf(os.geteuid() != 0, "only root can become others")
+class AccessTest(DaemonTest):
+    def test_outsiders_read_and_the_write_group_writes(self):
+        os.chmod(self.directory, 0o755)
+        group = grp.getgrnam("users")
+        daemon = self.daemon(netconf_socket_mode="0666", netconf_write_group=group.gr_name).start()
+        nobody = pwd.getpwnam("nobody")
+        for gid, answer in ((nobody.pw_gid, "access-denied"), (group.gr_gid, "ok")):
+            client = subprocess.run(
+                [sys.executable, "-B", "-c", CLIENT, daemon.socket, answer],
+                env={"PYTHONPATH": os.path.dirname(os.path.abspath(__file__))},
+                user=nobody.pw_uid, group=gid, extra_groups=[],
+                capture_output=True, text=True, timeout=60,
+            )
+            self.assertEqual(client.stdout.strip(), answer, client.stderr)
+        with daemon.session() as s:
+            self.assertIn("from-ok", config_text(s))
+            self.assertNotIn("from-access-denied", config_text(s))
+        self.assertIn("(nobody): edit-config refused", daemon.log())
 
 
 if __name__ == "__main__":
