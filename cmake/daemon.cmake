@@ -16,8 +16,10 @@ if(TARGET acl_core AND DAEMON_PLATFORM)
 endif()
 
 # The files that an installed daemon needs, with the paths of this installation.
-install(DIRECTORY ${CMAKE_SOURCE_DIR}/yang/ DESTINATION ${CMAKE_INSTALL_DATADIR}/acl-app/yang
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/yang DESTINATION ${CMAKE_INSTALL_DATADIR}/acl-app
         FILES_MATCHING PATTERN "*.yang")
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/ ${CMAKE_SOURCE_DIR}/examples
+        DESTINATION ${CMAKE_INSTALL_DOCDIR})
 foreach(file acl-app.conf acl-app.service)
   configure_file(${CMAKE_SOURCE_DIR}/dist/${file}.in ${CMAKE_BINARY_DIR}/dist/${file} @ONLY)
 endforeach()
