@@ -3,6 +3,7 @@
 import os
 import socket
 import unittest
+import unittest.mock
 
 from daemon import DaemonTest
 from netconf_client import NAMESPACES
@@ -69,6 +70,22 @@ class StartupTest(DaemonTest):
         )
         with first.session() as s:
             self.assertEqual(s.used(), {"l2": 0, "l3": 0})
+
+    def test_the_service_manager_is_told(self):
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+            manager.bind(str(self.directory / "notify"))
+            manager.settimeout(30)
+            told = {"NOTIFY_SOCKET": manager.getsockname(), "WATCHDOG_USEC": "200000"}
+            with unittest.mock.patch.dict(os.environ, told):
+                daemon = self.daemon(startup_file=self.write("c.xml", XML % 1)).spawn()
+            while manager.recv(100) != b"READY=1":
+                pass
+            with daemon.session() as s:
+                self.assertEqual(s.used(), {"l2": 0, "l3": 1}, "ready means loaded and submitted")
+            self.assertEqual([manager.recv(100) for _ in range(2)], [b"WATCHDOG=1"] * 2)
+            self.assertEqual(daemon.stop(), 0)
+            while manager.recv(100) != b"STOPPING=1":
+                pass
 
     def test_a_socket_in_use_ends_the_start(self):
         first = self.daemon().start()
