@@ -1,6 +1,8 @@
 // Small pieces of XML text: see xml_text.h.
 #include "host/netconf/xml_text.h"
 
+#include <algorithm>
+
 namespace host {
 namespace {
 
@@ -33,6 +35,24 @@ size_t SkipOther(std::string_view text, size_t pos) {
   return text.substr(pos, 2) == "<!" ? std::string_view::npos : 0;
 }
 
+// Bytes of the character that `text`, which is not empty, starts with; 0 when it is no UTF-8 or no
+// character of XML 1.0 (section 2.2).
+size_t CharacterSize(std::string_view text) {
+  const auto byte = [text](size_t i) { return static_cast<unsigned char>(text[i]); };
+  if (byte(0) < 0x80) return byte(0) >= 0x20 || kBlanks.find(text[0]) != kBlanks.npos ? 1 : 0;
+  const size_t size = byte(0) >= 0xf0 ? 4 : byte(0) >= 0xe0 ? 3 : 2;
+  if (byte(0) < 0xc2 || byte(0) > 0xf4 || text.size() < size) return 0;
+  char32_t code = byte(0) & (0xff >> (size + 1));
+  for (size_t i = 1; i < size; ++i) {
+    if ((byte(i) & 0xc0) != 0x80) return 0;
+    code = code << 6 | (byte(i) & 0x3f);
+  }
+  static constexpr char32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
+  const bool surrogate = code >= 0xd800 && code <= 0xdfff;
+  if (code < kSmallest[size] || code > 0x10ffff || surrogate || (code & ~1u) == 0xfffe) return 0;
+  return size;
+}
+
 void ReadRoot(std::string_view tag, XmlOutline* outline) {
   const size_t name_end = tag.find_first_of(" \t\r\n/");
   outline->root = tag.substr(0, name_end);
@@ -49,8 +69,9 @@ void ReadRoot(std::string_view tag, XmlOutline* outline) {
 std::string XmlEscape(std::string_view text) {
   std::string escaped;
   escaped.reserve(text.size());
-  for (const char c : text) {
-    switch (c) {
+  while (!text.empty()) {
+    const size_t size = CharacterSize(text);
+    switch (size == 1 ? text[0] : '\0') {
       case '&':
         escaped += "&amp;";
         break;
@@ -64,11 +85,9 @@ std::string XmlEscape(std::string_view text) {
         escaped += "&quot;";
         break;
       default:
-        // XML 1.0 has no control characters but tab, LF and CR.
-        escaped += static_cast<unsigned char>(c) < 0x20 && kBlanks.find(c) == std::string_view::npos
-                       ? '?'
-                       : c;
+        escaped += size == 0 ? "?" : text.substr(0, size);
     }
+    text.remove_prefix(std::max<size_t>(size, 1));
   }
   return escaped;
 }

@@ -9,7 +9,8 @@ namespace host {
 
 inline constexpr char kNetconfNamespace[] = "urn:ietf:params:xml:ns:netconf:base:1.0";
 
-// `text` as element content or attribute value. Characters that XML cannot hold become '?'.
+// `text` as element content or attribute value. Bytes that are no UTF-8, and characters that
+// XML cannot hold, become '?'.
 std::string XmlEscape(std::string_view text);
 
 // What a message looks like from outside.

@@ -44,6 +44,10 @@ TEST(ScanXmlTest, FindsRootAndFaults) {
 
 TEST(XmlEscapeTest, LeavesNoMarkupAndNoControlCharacters) {
   EXPECT_EQ(XmlEscape("a<b>&\"c\" 100%\n\x01"), "a&lt;b&gt;&amp;&quot;c&quot; 100%\n?");
+  EXPECT_EQ(XmlEscape("\u00e9\u20ac\U0001f600"), "\u00e9\u20ac\U0001f600");
+  // Lone and missing continuation, overlong, surrogate, beyond Unicode, no character, cut off.
+  EXPECT_EQ(XmlEscape("\x80|\xc3(|\xc0\xaf|\xed\xa0\x80|\xf5\x80\x80\x80|\xef\xbf\xbf|\xe2\x82"),
+            "?|?(|??|???|????|???|??");
 }
 
 }  // namespace

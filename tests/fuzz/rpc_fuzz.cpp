@@ -1,0 +1,84 @@
+// Fuzzes everything from the text of a message to the text of its reply, on a real datastore. Every
+// reply must be well-formed, and running must stay what the datastore itself would accept.
+#include <libyang/libyang.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "host/cdb/datastore.h"
+#include "host/cdb/yang_tree.h"
+#include "host/netconf/dispatcher.h"
+#include "host/runtime/event_loop.h"
+#include "host/runtime/log.h"
+
+namespace host {
+namespace {
+
+class Nobody : public SessionControl {
+  bool KillSession(uint32_t, const SessionInfo&) override { return false; }
+};
+
+class Fixture {
+ public:
+  Fixture() {
+    std::string reason;
+    if (!OpenLog("rpc_fuzz", "stderr", "error", &reason)) std::abort();
+    DatastoreErrors errors;
+    DatastoreOptions options;
+    options.yang_directory = ACL_YANG_DIR;
+    datastore_ = Datastore::Open(options, &errors);
+    if (datastore_ == nullptr) std::abort();
+    candidate_ = std::make_unique<Candidate>(*datastore_);
+    confirmed_ = std::make_unique<ConfirmedCommit>(*datastore_, *loop_);
+    dispatcher_ = std::make_unique<Dispatcher>(
+        OperationContext{*datastore_, *candidate_, *confirmed_, locks_, nobody_}, *xml_, 64);
+  }
+
+  void Run(std::string message) {
+    const Dispatcher::Reply reply =
+        dispatcher_->Handle(std::move(message), {false, true, false}, {1, "fuzz", true});
+    std::string error;
+    if (xml_->Parse(reply.xml, &error) == nullptr) {
+      std::fprintf(stderr, "no XML: %s\n%s\n", error.c_str(), reply.xml.c_str());
+      std::abort();
+    }
+    if (datastore_->TransactionId() == checked_) return;
+    checked_ = datastore_->TransactionId();
+    CheckRunning();
+  }
+
+ private:
+  void CheckRunning() {
+    Tree copy = CopyTree(datastore_->Running());
+    lyd_node* raw = copy.release();
+    const bool valid =
+        lyd_validate_all(&raw, datastore_->Context(), LYD_VALIDATE_NO_STATE, nullptr) == LY_SUCCESS;
+    copy.reset(raw);
+    if (!valid) std::abort();
+    if (checked_ % 64 == 0) {  // keep it small
+      datastore_->Edit(nullptr, {DefaultOperation::kReplace, TestOption::kSet}, {});
+    }
+  }
+
+  std::unique_ptr<GenericXml> xml_ = GenericXml::Create();
+  std::shared_ptr<EventLoop> loop_ = EventLoop::Create();
+  std::unique_ptr<Datastore> datastore_;
+  std::unique_ptr<Candidate> candidate_;
+  std::unique_ptr<ConfirmedCommit> confirmed_;
+  Locks locks_;
+  Nobody nobody_;
+  std::unique_ptr<Dispatcher> dispatcher_;
+  uint64_t checked_ = 0;
+};
+
+}  // namespace
+}  // namespace host
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static auto* const fixture = new host::Fixture;
+  fixture->Run(std::string(reinterpret_cast<const char*>(data), size));
+  return 0;
+}
