@@ -9,7 +9,7 @@ import socket
 import struct
 import sys
 
-ETH_IPV4, ETH_EXPERIMENT = 0x0800, 0x88B5
+ETH_IPV4, ETH_ARP, ETH_EXPERIMENT = 0x0800, 0x0806, 0x88B5
 STATION, LOST_STATION, ROUTER = "02:00:5e:00:53:10", "02:00:5e:00:53:af", "02:00:5e:00:53:01"
 
 
@@ -35,6 +35,7 @@ FRAMES = [
     ("HTTPS to the world", STATION, ETH_IPV4, ipv4("192.0.2.7", "198.51.100.1", TCP, 443)),
     ("HTTPS to the inside", STATION, ETH_IPV4, ipv4("192.0.2.7", "10.1.2.3", TCP, 443)),
     ("telnet to the world", STATION, ETH_IPV4, ipv4("192.0.2.7", "198.51.100.1", TCP, 23)),
+    ("ARP for the router", STATION, ETH_ARP, bytes(28)),
     ("an experiment to the router", STATION, ETH_EXPERIMENT, bytes(46)),
 ]
 
