@@ -4,6 +4,7 @@
 #include <malloc.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
@@ -14,6 +15,7 @@
 #include "host/cdb/load.h"
 #include "host/cdb/operational_store.h"
 #include "host/cdb/schema.h"
+#include "host/cdb/storage.h"
 #include "host/cdb/yang_tree.h"
 
 namespace host {
@@ -25,6 +27,18 @@ namespace {
   std::abort();
 }
 
+DatastoreErrors Refusal(const char* tag, const std::string& message) {
+  DatastoreError error;
+  error.tag = tag;
+  error.message = message;
+  return {error};
+}
+
+int64_t NowMicroseconds() {
+  const auto since_1970 = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::microseconds>(since_1970).count();
+}
+
 class LibyangDatastore : public Datastore {
  public:
   explicit LibyangDatastore(ContextPtr context)
@@ -32,16 +46,21 @@ class LibyangDatastore : public Datastore {
     Normalize(context_.get(), &running_);
   }
 
-  DatastoreErrors LoadStartup(const std::string& path) {
-    Tree tree;
-    DatastoreErrors errors = LoadConfiguration(context_.get(), path, &tree);
-    if (!errors.empty()) return errors;
-    errors = checks_.CheckWhole(tree.get());
-    if (!errors.empty()) return InFile(path, std::move(errors));
-    checks_.ApplyWhole(tree.get());
-    running_ = std::move(tree);
+  // Takes what is stored, or begins with the start-up file where nothing ever was.
+  DatastoreErrors Start(const DatastoreOptions& options) {
+    DatastoreErrors errors;
+    if (!options.state_directory.empty()) {
+      const std::string path = options.state_directory + "/configuration.db";
+      storage_ = Storage::Open(path, options.history, &errors);
+      if (storage_ == nullptr) return errors;
+    }
+    if (storage_ != nullptr && storage_->LastId() != 0) {
+      errors = LoadStored();
+    } else if (!options.startup_file.empty()) {
+      errors = LoadStartup(options.startup_file);
+    }
     malloc_trim(0);
-    return {};
+    return errors;
   }
 
   const ly_ctx* Context() const override { return context_.get(); }
@@ -51,15 +70,52 @@ class LibyangDatastore : public Datastore {
 
   DatastoreErrors Edit(const lyd_node* edit, const EditOptions& options,
                        const Origin& origin) override {
-    ly_err_clean(context_.get(), nullptr);
-    DatastoreErrors errors = CheckEdit(context_.get(), edit);
-    if (!errors.empty()) return errors;
-    Tree before = CopyTouched(running_.get(), edit, options.default_operation);
-    Normalize(context_.get(), &before);
-    Tree after = CopyTree(before.get());
-    errors = ApplyEdit(context_.get(), edit, options.default_operation, &after);
+    Tree before, after;
+    DatastoreErrors errors = Apply(edit, options, &before, &after);
     if (!errors.empty()) return errors;
     return Commit(before.get(), std::move(after), options.test_option, origin);
+  }
+
+  lyd_node* Preview(const lyd_node* edit, const EditOptions& options,
+                    DatastoreErrors* errors) override {
+    Tree before, after;
+    *errors = Apply(edit, options, &before, &after);
+    if (errors->empty()) *errors = Validate(&after);
+    if (!errors->empty()) return nullptr;
+    return Difference(context_.get(), before.get(), after.get()).release();
+  }
+
+  std::vector<CommitInfo> History(size_t most) const override {
+    return storage_ != nullptr ? storage_->History(most) : std::vector<CommitInfo>();
+  }
+
+  lyd_node* DifferenceOf(uint64_t id, DatastoreErrors* errors) const override {
+    const std::string text = storage_ != nullptr ? storage_->DifferenceOf(id) : "";
+    if (text.empty()) {
+      *errors = Refusal("invalid-value", "the history has no commit " + std::to_string(id));
+      return nullptr;
+    }
+    lyd_node* diff = nullptr;
+    if (lyd_parse_data_mem(context_.get(), text.c_str(), LYD_XML, LYD_PARSE_ONLY | LYD_PARSE_STRICT,
+                           0, &diff) != LY_SUCCESS) {
+      lyd_free_all(diff);
+      TakeErrors(context_.get(), nullptr, errors);
+      return nullptr;
+    }
+    return diff;
+  }
+
+  DatastoreErrors Rollback(uint64_t id, const Origin& origin) override {
+    if (id == 0 || id > transaction_id_)
+      return Refusal("invalid-value", "there is no commit " + std::to_string(id));
+    Tree after = CopyTree(running_.get());
+    for (uint64_t undone = transaction_id_; undone > id; --undone) {
+      DatastoreErrors errors = Undo(undone, &after);
+      if (!errors.empty()) return errors;
+    }
+    Origin rollback = origin;
+    if (rollback.comment.empty()) rollback.comment = "rollback to " + std::to_string(id);
+    return Commit(running_.get(), std::move(after), TestOption::kTestThenSet, rollback);
   }
 
   void AddObserver(CommitObserver* observer) override { observers_.push_back(observer); }
@@ -68,18 +124,71 @@ class LibyangDatastore : public Datastore {
   }
 
  private:
+  DatastoreErrors LoadStored() {
+    Tree tree;
+    DatastoreErrors errors = storage_->Load(context_.get(), &tree);
+    if (errors.empty()) errors = Validate(&tree);
+    if (errors.empty()) errors = checks_.CheckWhole(tree.get());
+    if (!errors.empty()) return InFile("the stored configuration", std::move(errors));
+    checks_.ApplyWhole(tree.get());
+    running_ = std::move(tree);
+    transaction_id_ = storage_->LastId();
+    return {};
+  }
+
+  DatastoreErrors LoadStartup(const std::string& path) {
+    Tree tree;
+    DatastoreErrors errors = LoadConfiguration(context_.get(), path, &tree);
+    if (!errors.empty()) return errors;
+    const Origin origin{"startup", 0, "read from " + path};
+    errors = Commit(running_.get(), std::move(tree), TestOption::kTestThenSet, origin);
+    return errors.empty() ? errors : InFile(path, std::move(errors));
+  }
+
+  // Finds the part of running that the edit touches, and that part after it.
+  DatastoreErrors Apply(const lyd_node* edit, const EditOptions& options, Tree* before,
+                        Tree* after) {
+    ly_err_clean(context_.get(), nullptr);
+    DatastoreErrors errors = CheckEdit(context_.get(), edit);
+    if (!errors.empty()) return errors;
+    *before = CopyTouched(running_.get(), edit, options.default_operation);
+    Normalize(context_.get(), before);
+    *after = CopyTree(before->get());
+    return ApplyEdit(context_.get(), edit, options.default_operation, after);
+  }
+
   // Brings the part `before` of running to `after`.
-  DatastoreErrors Commit(const lyd_node* before, Tree after, TestOption test, const Origin&) {
+  DatastoreErrors Commit(const lyd_node* before, Tree after, TestOption test,
+                         const Origin& origin) {
     DatastoreErrors errors = Validate(&after);
     if (!errors.empty()) return errors;
     const Tree diff = Difference(context_.get(), before, after.get());
     errors = checks_.Check(diff.get());
     if (!errors.empty() || diff == nullptr || test == TestOption::kTestOnly) return errors;
+    if (storage_ != nullptr) {
+      const CommitInfo info{transaction_id_ + 1, NowMicroseconds(), origin, CountNodes(diff.get())};
+      errors = storage_->Write(info, diff.get(), after.get());
+      if (!errors.empty()) return errors;
+    }
     after.reset();
-    ApplyToRunning(diff.get());
+    checks_.Apply(diff.get());
+    if (!ApplyDifference(diff.get(), &running_)) Die("cannot apply a commit to running");
     ++transaction_id_;
     const std::vector<CommitObserver*> observers = observers_;
     for (CommitObserver* observer : observers) observer->OnCommit(diff.get());
+    return {};
+  }
+
+  // Takes the commit `id` back in `tree`.
+  DatastoreErrors Undo(uint64_t id, Tree* tree) const {
+    DatastoreErrors errors;
+    const Tree diff(DifferenceOf(id, &errors));
+    if (diff == nullptr) return errors;
+    lyd_node* raw = nullptr;
+    const LY_ERR result = lyd_diff_reverse_all(diff.get(), &raw);
+    const Tree reverse(raw);
+    if (result != LY_SUCCESS || !ApplyDifference(reverse.get(), tree))
+      return Refusal("operation-failed", "the commit " + std::to_string(id) + " cannot be undone");
     return {};
   }
 
@@ -96,14 +205,10 @@ class LibyangDatastore : public Datastore {
     return errors;
   }
 
-  void ApplyToRunning(const lyd_node* diff) {
-    checks_.Apply(diff);
-    if (!ApplyDifference(diff, &running_)) Die("cannot apply a commit to running");
-  }
-
   ContextPtr context_;
   Tree running_;
   CrossChecks checks_;
+  std::unique_ptr<Storage> storage_;  // null: nothing is kept
   std::unique_ptr<OperationalStore> operational_;
   uint64_t transaction_id_ = 1;
   std::vector<CommitObserver*> observers_;
@@ -116,12 +221,10 @@ std::unique_ptr<Datastore> Datastore::Open(const DatastoreOptions& options,
   ContextPtr context = LoadSchema(options.yang_directory, errors);
   if (context == nullptr) return nullptr;
   auto datastore = std::make_unique<LibyangDatastore>(std::move(context));
-  if (!options.startup_file.empty()) {
-    DatastoreErrors reasons = datastore->LoadStartup(options.startup_file);
-    errors->insert(errors->end(), reasons.begin(), reasons.end());
-    if (!reasons.empty()) return nullptr;
-  }
-  return datastore;
+  DatastoreErrors reasons = datastore->Start(options);
+  if (reasons.empty()) return datastore;
+  errors->insert(errors->end(), reasons.begin(), reasons.end());
+  return nullptr;
 }
 
 }  // namespace host

@@ -7,6 +7,9 @@
 // the two to running. Checks that cross units are made by hand (cross_checks.h). The result is that
 // of a validation and replacement of the whole tree, at a cost that does not grow with it.
 //
+// A commit is on disk (storage.h) before running changes and before anyone is told of it; what was
+// acknowledged survives any end of the process.
+//
 // Invariants:
 //  - running is always valid, and has no part of a commit that was refused;
 //  - observers run after the commit is persistent and running is changed, before Edit() returns;
@@ -42,7 +45,16 @@ using DatastoreErrors = std::vector<DatastoreError>;
 // Who makes a change.
 struct Origin {
   std::string user;
-  uint32_t session_id = 0;  // 0: the daemon itself
+  uint32_t session_id = 0;   // 0: the daemon itself
+  std::string comment = "";  // what it is, where that is not an edit
+};
+
+// A commit as the history has it.
+struct CommitInfo {
+  uint64_t id = 0;
+  int64_t time_us = 0;  // microseconds since 1970
+  Origin origin;
+  size_t changes = 0;  // nodes in its difference
 };
 
 enum class DefaultOperation { kMerge, kReplace, kNone };
@@ -62,10 +74,21 @@ class CommitObserver {
   virtual void OnCommit(const lyd_node* diff) = 0;
 };
 
+// How much of the history is kept: so many commits, and so many octets of differences. The last
+// commit is always kept.
+struct HistoryBound {
+  int64_t commits = 1000;
+  int64_t bytes = 64 << 20;
+};
+
 struct DatastoreOptions {
   std::string yang_directory;
-  std::string startup_file;  // JSON or XML by its ending; empty: start with nothing
+  // Where running is kept. Empty: it is not, and ends with the process.
   std::string state_directory;
+  // What running begins with when nothing was ever committed: JSON or XML by its ending; empty:
+  // with nothing. A configuration that was committed is never replaced by it.
+  std::string startup_file;
+  HistoryBound history;
 };
 
 class Datastore {
@@ -79,7 +102,7 @@ class Datastore {
   // First top-level node of the running configuration. Containers without presence may be there
   // and hold nothing, or be absent. Read only, valid until the next commit.
   virtual const lyd_node* Running() const = 0;
-  // Grows with every commit that changed something; never 0.
+  // Grows with every commit that changed something, over restarts as well; never 0.
   virtual uint64_t TransactionId() const = 0;
 
   // Applies an edit (nodes with nc:operation metadata, RFC 6241 section 7.2) to running. Parts of
@@ -87,6 +110,19 @@ class Datastore {
   // and reason. All or nothing; an edit that changes nothing succeeds and makes no commit.
   virtual DatastoreErrors Edit(const lyd_node* edit, const EditOptions& options,
                                const Origin& origin) = 0;
+
+  // What an edit would change, found as Edit() finds it but for what joins units: the difference in
+  // libyang's form, null when there is none or with `errors`. The caller frees it (lyd_free_all).
+  virtual lyd_node* Preview(const lyd_node* edit, const EditOptions& options,
+                            DatastoreErrors* errors) = 0;
+
+  // The last `most` commits, the latest first. Without a state directory there is no history.
+  virtual std::vector<CommitInfo> History(size_t most) const = 0;
+  // The difference that a commit made, in libyang's form; the caller frees it (lyd_free_all). Null
+  // with the reason in `errors` when the history does not (or no more) have it.
+  virtual lyd_node* DifferenceOf(uint64_t id, DatastoreErrors* errors) const = 0;
+  // Makes running again what it was after the commit `id`, by a new commit.
+  virtual DatastoreErrors Rollback(uint64_t id, const Origin& origin) = 0;
 
   // Observers are called in the order of their registration. Not owned.
   virtual void AddObserver(CommitObserver* observer) = 0;

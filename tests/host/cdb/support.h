@@ -41,15 +41,21 @@ class ScratchDirectory {
   std::string path_;
 };
 
-inline std::unique_ptr<Datastore> OpenDatastore(const std::string& startup_file = "",
+inline std::unique_ptr<Datastore> OpenDatastore(const DatastoreOptions& given,
                                                 DatastoreErrors* errors = nullptr) {
   DatastoreErrors unexpected;
-  DatastoreOptions options;
+  DatastoreOptions options = given;
   options.yang_directory = ACL_YANG_DIR;
-  options.startup_file = startup_file;
   auto datastore = Datastore::Open(options, errors != nullptr ? errors : &unexpected);
   EXPECT_EQ("", ToText(unexpected));
   return datastore;
+}
+
+inline std::unique_ptr<Datastore> OpenDatastore(const std::string& startup_file = "",
+                                                DatastoreErrors* errors = nullptr) {
+  DatastoreOptions options;
+  options.startup_file = startup_file;
+  return OpenDatastore(options, errors);
 }
 
 // Puts the content of config/access-list into its containers.

@@ -1,0 +1,65 @@
+// What is kept on disk: the configuration and its history, in one SQLite database.
+//
+// Table "unit" has a row per unit (units.h) with its content as JSON; table "txn" a row per commit
+// with who, when, and the difference in libyang's XML form. A commit changes both in one database
+// transaction, which is on disk (WAL, synchronous FULL) before Write() returns. The database
+// belongs to one process, which holds SQLite's exclusive lock on it.
+//
+// The history is bounded by the number of commits and by the size of their differences; the last
+// commit is always kept, for its id is the transaction id.
+#ifndef HOST_CDB_STORAGE_H_
+#define HOST_CDB_STORAGE_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/cdb/datastore.h"
+#include "host/cdb/sqlite.h"
+#include "host/cdb/yang_tree.h"
+
+namespace host {
+
+class Storage {
+ public:
+  // Opens or makes the database in the file `path`. Null with the reason, which names the file, in
+  // `errors` when it cannot be used, is damaged, or is something else than a database of ours.
+  static std::unique_ptr<Storage> Open(const std::string& path, const HistoryBound& bound,
+                                       DatastoreErrors* errors);
+
+  // Id of the last commit, 0 when there never was one.
+  uint64_t LastId() const { return last_id_; }
+
+  // Reads the configuration into `tree`, which is not validated. Errors name the file.
+  DatastoreErrors Load(const ly_ctx* context, Tree* tree);
+
+  // Makes a commit durable. `after` is what the configuration, or the part of it that the
+  // difference is in, will be. When it returns errors nothing has been written.
+  DatastoreErrors Write(const CommitInfo& info, const lyd_node* diff, const lyd_node* after);
+
+  // The last `most` commits, the latest first.
+  std::vector<CommitInfo> History(size_t most);
+  // The difference that the commit `id` made, as text; empty when it is not (or no more) kept.
+  std::string DifferenceOf(uint64_t id);
+
+ private:
+  Storage(std::string path, const HistoryBound& bound, SqlDatabase database);
+
+  bool Prepare();
+  bool WriteUnits(const lyd_node* diff, const lyd_node* after);
+  bool WriteTransaction(const CommitInfo& info, const std::string& difference);
+  bool Prune(HistoryBound* kept);
+  DatastoreErrors Failure() const;
+
+  const std::string path_;
+  const HistoryBound bound_;
+  SqlDatabase database_;  // before the statements: it must outlive them
+  SqlStatement put_unit_, delete_unit_, delete_within_, put_txn_, delete_txn_, oldest_;
+  uint64_t last_id_ = 0;
+  HistoryBound kept_{0, 0};  // what the history holds now
+};
+
+}  // namespace host
+
+#endif  // HOST_CDB_STORAGE_H_

@@ -1,0 +1,263 @@
+// What is kept on disk: restarts, kills, faults of the disk, history.
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <random>
+
+#include "host/cdb/sqlite.h"
+#include "tests/host/cdb/edit_maker.h"
+#include "tests/host/cdb/support.h"
+
+namespace host {
+namespace {
+
+#ifdef __SANITIZE_ADDRESS__
+constexpr int kEdits = 200, kKills = 15;
+#else
+constexpr int kEdits = 1500, kKills = 120;
+#endif
+
+class StorageTest : public testing::Test {
+ protected:
+  StorageTest() { options_.state_directory = scratch_.path(); }
+
+  std::string Database() const { return scratch_.path() + "/configuration.db"; }
+  std::unique_ptr<Datastore> Open() { return OpenDatastore(options_); }
+  // Opens what must not be opened and returns why.
+  std::string WhyNot() {
+    DatastoreErrors errors;
+    EXPECT_EQ(nullptr, OpenDatastore(options_, &errors));
+    return ToText(errors);
+  }
+  static std::string Vlans(int value) {
+    const std::string match = Match("<vlan>" + std::to_string(value) + "</vlan>");
+    return Config(Profiles(Profile("l2", "A", 5, Entry(1, match) + Entry(2, match))));
+  }
+
+  ScratchDirectory scratch_;
+  DatastoreOptions options_;
+};
+
+TEST_F(StorageTest, EveryEditSurvivesARestart) {
+  EditMaker maker(7);
+  auto datastore = Open();
+  for (int round = 0; round < kEdits; ++round) {
+    const EditOptions edit_options = maker.Options();
+    const std::string xml = maker.Make();
+    Edit(datastore.get(), xml, edit_options);
+    if (round % 10 != 0) continue;
+    const std::string before = Snapshot(datastore->Running());
+    const uint64_t id = datastore->TransactionId();
+    datastore.reset();
+    datastore = Open();
+    ASSERT_EQ(before, Snapshot(datastore->Running())) << "seed 7, round " << round << "\n" << xml;
+    ASSERT_EQ(id, datastore->TransactionId());
+  }
+  EXPECT_GT(datastore->TransactionId(), static_cast<uint64_t>(kEdits / 10));
+}
+
+// A child commits as fast as it can and tells of each acknowledged commit; it is killed at a random
+// moment. Nothing that it told of may be lost, and no commit may be half there.
+TEST_F(StorageTest, AKilledProcessLosesNothingAcknowledged) {
+  std::mt19937 random(11);
+  int committed = 0;
+  for (int round = 0; round < kKills; ++round) {
+    int pipe_fds[2];
+    ASSERT_EQ(0, pipe(pipe_fds));
+    const pid_t child = fork();
+    if (child == 0) {
+      auto datastore = OpenDatastore(options_);
+      for (int value = committed + 1;; ++value) {
+        if (!Edit(datastore.get(), Vlans(value % 4000 + 1)).empty()) _exit(1);
+        if (write(pipe_fds[1], &value, sizeof(value)) != sizeof(value)) _exit(1);
+      }
+    }
+    close(pipe_fds[1]);
+    int acknowledged = committed, value = 0;
+    if (read(pipe_fds[0], &value, sizeof(value)) == sizeof(value)) acknowledged = value;
+    usleep(static_cast<useconds_t>(random() % 5000));
+    kill(child, SIGKILL);
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFSIGNALED(status)) << "the child ended by itself";
+    while (read(pipe_fds[0], &value, sizeof(value)) == sizeof(value)) acknowledged = value;
+    close(pipe_fds[0]);
+
+    const auto datastore = Open();
+    ASSERT_NE(nullptr, datastore);
+    // Each commit counts one, the first has id 2; the last one may not have been told of.
+    committed = static_cast<int>(datastore->TransactionId()) - 1;
+    ASSERT_GE(committed, acknowledged);
+    ASSERT_LE(committed, acknowledged + 1);
+    const auto expected = OpenDatastore();
+    ASSERT_EQ("", ToText(Edit(expected.get(), Vlans(committed % 4000 + 1))));
+    ASSERT_EQ(Snapshot(expected->Running()), Snapshot(datastore->Running())) << "round " << round;
+  }
+  EXPECT_GT(committed, kKills);
+}
+
+TEST_F(StorageTest, TheStartupFileIsForTheFirstStartOnly) {
+  options_.startup_file = scratch_.Write("first.xml", Config(Interface("first")));
+  uint64_t id = 0;
+  {
+    auto datastore = Open();
+    EXPECT_NE(std::string::npos, Snapshot(datastore->Running()).find("first"));
+    ASSERT_EQ("", ToText(Edit(datastore.get(), Config(Interface("first", "", "delete")))));
+    id = datastore->TransactionId();
+  }
+  auto datastore = Open();
+  EXPECT_EQ("",
+            Snapshot(datastore->Running()));  // that nothing is configured is what was committed
+  EXPECT_EQ(id, datastore->TransactionId());
+}
+
+TEST_F(StorageTest, OneProcessOwnsTheDatabase) {
+  const auto datastore = Open();
+  const std::string why = WhyNot();
+  EXPECT_NE(std::string::npos, why.find("another process uses it")) << why;
+  EXPECT_NE(std::string::npos, why.find(Database())) << why;
+}
+
+TEST_F(StorageTest, WhatIsNoDatabaseOfOursIsLeftAlone) {
+  {
+    scratch_.Write("configuration.db", std::string(8192, 'x'));
+    EXPECT_NE(std::string::npos, WhyNot().find("no database"));
+    std::filesystem::remove(Database());
+  }
+  const auto make = [this](const char* sql) {
+    std::filesystem::remove(Database());
+    sqlite3* raw = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(Database().c_str(), &raw));
+    const SqlDatabase database(raw);
+    ASSERT_TRUE(Execute(raw, sql)) << sqlite3_errmsg(raw);
+  };
+  make("CREATE TABLE theirs(a)");
+  EXPECT_NE(std::string::npos, WhyNot().find("another program"));
+  make("PRAGMA application_id = 1094929457; PRAGMA user_version = 99; CREATE TABLE t(a)");
+  EXPECT_NE(std::string::npos, WhyNot().find("format 99"));
+  options_.state_directory += "/missing";
+  EXPECT_NE(std::string::npos, WhyNot().find("unable to open"));
+}
+
+TEST_F(StorageTest, DamageIsFoundAtTheStart) {
+  {
+    auto datastore = Open();
+    for (int i = 0; i < 40; ++i) Edit(datastore.get(), Config(Interface("e" + std::to_string(i))));
+  }
+  const auto size = std::filesystem::file_size(Database());
+  std::fstream file(Database(), std::ios::in | std::ios::out | std::ios::binary);
+  file.seekp(static_cast<std::streamoff>(4096));
+  file << std::string(size - 4096, '\x5a');
+  file.close();
+  const std::string why = WhyNot();
+  EXPECT_NE(std::string::npos, why.find("damaged")) << why;
+}
+
+TEST_F(StorageTest, ContentThatTheSchemaRefusesIsAnError) {
+  { ASSERT_EQ("", ToText(Edit(Open().get(), Vlans(7)))); }
+  sqlite3* raw = nullptr;
+  ASSERT_EQ(SQLITE_OK, sqlite3_open(Database().c_str(), &raw));
+  ASSERT_TRUE(Execute(raw, "UPDATE unit SET content = replace(content, '7', '7000')"));
+  sqlite3_close(raw);
+  const std::string why = WhyNot();
+  EXPECT_NE(std::string::npos, why.find("7000")) << why;
+}
+
+TEST_F(StorageTest, ACommitThatCannotBeStoredIsRefused) {
+  auto datastore = Open();
+  ASSERT_EQ("", ToText(Edit(datastore.get(), Vlans(1))));
+  const std::string before = Snapshot(datastore->Running());
+  rlimit old_limit;
+  getrlimit(RLIMIT_FSIZE, &old_limit);
+  const rlimit full = {std::filesystem::file_size(Database() + "-wal"), old_limit.rlim_max};
+  const auto old_handler = signal(SIGXFSZ, SIG_IGN);
+  setrlimit(RLIMIT_FSIZE, &full);
+  const DatastoreErrors errors = Edit(datastore.get(), Vlans(2));
+  setrlimit(RLIMIT_FSIZE, &old_limit);
+  signal(SIGXFSZ, old_handler);
+  ASSERT_EQ(1u, errors.size());
+  EXPECT_NE(std::string::npos, errors[0].message.find("nothing was changed")) << ToText(errors);
+  EXPECT_EQ(before, Snapshot(datastore->Running()));
+  EXPECT_EQ(2u, datastore->TransactionId());
+  // With room again it goes on, on disk as well.
+  ASSERT_EQ("", ToText(Edit(datastore.get(), Vlans(3))));
+  const std::string after = Snapshot(datastore->Running());
+  datastore.reset();
+  EXPECT_EQ(after, Snapshot(Open()->Running()));
+}
+
+TEST_F(StorageTest, TheHistorySaysWhoWhenAndWhat) {
+  auto datastore = Open();
+  const Tree edit = ParseEdit(datastore->Context(), Vlans(5));
+  const int64_t start = time(nullptr);
+  ASSERT_EQ("", ToText(datastore->Edit(edit.get(), {}, Origin{"anna", 42, "by hand"})));
+  ASSERT_EQ("", ToText(Edit(datastore.get(), Vlans(6))));
+  const auto history = datastore->History(10);
+  ASSERT_EQ(2u, history.size());
+  EXPECT_EQ(3u, history[0].id);
+  EXPECT_EQ(2u, history[1].id);
+  EXPECT_EQ("anna", history[1].origin.user);
+  EXPECT_EQ(42u, history[1].origin.session_id);
+  EXPECT_EQ("by hand", history[1].origin.comment);
+  EXPECT_GE(history[1].time_us / 1000000, start);
+  EXPECT_EQ(1u, datastore->History(1).size());
+  DatastoreErrors errors;
+  const Tree diff(datastore->DifferenceOf(3, &errors));
+  ASSERT_NE(nullptr, diff) << ToText(errors);
+  EXPECT_EQ(std::string::npos, Snapshot(diff.get()).find("vlan = 5"));
+  EXPECT_NE(std::string::npos, Snapshot(diff.get()).find("vlan = 6"));
+  EXPECT_EQ(nullptr, datastore->DifferenceOf(9, &errors));
+  EXPECT_EQ(1u, errors.size());
+}
+
+TEST_F(StorageTest, RollbackMakesANewCommitOfAnOldState) {
+  std::vector<std::string> states = {"", ""};  // by transaction id
+  EditMaker maker(23);
+  auto datastore = Open();
+  while (states.size() < 60) {
+    Edit(datastore.get(), maker.Make());
+    if (datastore->TransactionId() == states.size())
+      states.push_back(Snapshot(datastore->Running()));
+  }
+  int done = 0;
+  for (uint64_t id = 59; id >= 1; --id) {
+    const uint64_t before = datastore->TransactionId();
+    const std::string unchanged = Snapshot(datastore->Running());
+    const DatastoreErrors errors = datastore->Rollback(id, Origin{"anna", 1});
+    if (!errors.empty()) {  // only a profile's priority may stand against it
+      EXPECT_NE(std::string::npos, errors[0].message.find("priority")) << ToText(errors);
+      EXPECT_EQ(unchanged, Snapshot(datastore->Running()));
+      continue;
+    }
+    ++done;
+    EXPECT_EQ(states[id], Snapshot(datastore->Running())) << id;
+    if (datastore->TransactionId() == before) continue;
+    EXPECT_EQ("rollback to " + std::to_string(id), datastore->History(1)[0].origin.comment);
+  }
+  EXPECT_GT(done, 20);
+  const std::string last = Snapshot(datastore->Running());
+  EXPECT_FALSE(datastore->Rollback(1000, {}).empty());
+  datastore.reset();
+  EXPECT_EQ(last, Snapshot(Open()->Running()));
+}
+
+TEST_F(StorageTest, TheHistoryIsBounded) {
+  options_.history.commits = 5;
+  auto datastore = Open();
+  for (int i = 1; i <= 20; ++i) ASSERT_EQ("", ToText(Edit(datastore.get(), Vlans(i))));
+  EXPECT_EQ(5u, datastore->History(100).size());
+  const DatastoreErrors errors = datastore->Rollback(3, {});
+  ASSERT_EQ(1u, errors.size());
+  EXPECT_NE(std::string::npos, errors[0].message.find("has no commit"));
+  datastore.reset();
+  options_.history = {100, 1};  // by size: only the last is kept
+  datastore = Open();
+  ASSERT_EQ("", ToText(Edit(datastore.get(), Vlans(30))));
+  EXPECT_EQ(1u, datastore->History(100).size());
+  EXPECT_EQ(22u, datastore->TransactionId());
+}
+
+}  // namespace
+}  // namespace host
