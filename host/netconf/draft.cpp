@@ -68,14 +68,9 @@ DatastoreErrors Draft::Edit(const lyd_node* edit, const EditOptions& options) {
   errors = ApplyEdit(context, edit, options.default_operation, &after);
   if (!errors.empty() || options.test_option == TestOption::kTestOnly) return errors;
   Normalize(context, &after);
-  lyd_node* raw = nullptr;
-  Check(lyd_diff_siblings(before.get(), after.get(), 0, &raw));
-  const Tree diff(raw);
+  const Tree diff = Difference(context, before.get(), after.get());
   if (diff == nullptr) return {};
-  {
-    TreeBuilder builder(&content_);
-    Check(lyd_diff_apply_all(builder, diff.get()));
-  }
+  Check(ApplyDifference(diff.get(), &content_) ? LY_SUCCESS : LY_EINT);
   Touch(diff.get());
   return {};
 }
@@ -83,10 +78,9 @@ DatastoreErrors Draft::Edit(const lyd_node* edit, const EditOptions& options) {
 Tree Draft::Changes() const {
   const Tree running = Masked(datastore_.Running(), mask_.get());
   const Tree wanted = Masked(content_.get(), mask_.get());
-  lyd_node* diff = nullptr;
-  Check(lyd_diff_siblings(running.get(), wanted.get(), 0, &diff));
-  if (diff != nullptr) MakeEdit(diff, DiffOperation::kNone);
-  return Tree(diff);
+  Tree diff = Difference(datastore_.Context(), running.get(), wanted.get());
+  if (diff != nullptr) MakeEdit(diff.get(), DiffOperation::kNone);
+  return diff;
 }
 
 void Draft::Touch(const lyd_node* diff) {

@@ -6,6 +6,7 @@
 #include <malloc.h>
 
 #include <chrono>
+#include <cinttypes>
 #include <string>
 #include <utility>
 
@@ -39,9 +40,14 @@ std::unique_ptr<Datastore> OpenDatastore() {
   options.yang_directory = settings.yang_directory;
   options.startup_file = settings.startup_file;
   options.state_directory = settings.state_directory;
+  options.history.commits = settings.history_commits;
   host::DatastoreErrors errors;
   std::unique_ptr<Datastore> datastore = Datastore::Open(options, &errors);
-  if (datastore != nullptr) return datastore;
+  if (datastore != nullptr) {
+    host::Log(host::LogLevel::kInfo, "configuration of transaction %" PRIu64 " loaded",
+              datastore->TransactionId());
+    return datastore;
+  }
   std::string reasons;
   for (const host::DatastoreError& error : errors) {
     reasons += "\n  " + error.message;

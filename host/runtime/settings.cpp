@@ -78,6 +78,8 @@ const std::map<std::string, Setter, std::less<>>& Setters() {
       {"netconf_socket_mode", Number(&Settings::netconf_socket_mode, 8, 0, 0777,
                                      "must be an access mode in octal, such as 0660")},
       {"netconf_socket_group", Text(&Settings::netconf_socket_group)},
+      {"history_commits", Number(&Settings::history_commits, 10, 1, 1000000,
+                                 "must be a number of commits, from 1 to 1000000")},
       {"netconf_write_group", Text(&Settings::netconf_write_group)},
       {"startup_file", OptionalPath(&Settings::startup_file)},
       {"yang_directory", Path(&Settings::yang_directory)},

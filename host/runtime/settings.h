@@ -21,9 +21,11 @@ struct Settings {
   // Group whose members may change things over NETCONF. Root and the daemon's own account always
   // may; all others who can connect may only read. Empty: no such group.
   std::string netconf_write_group;
-  // Configuration (JSON or XML, by its ending) that running is loaded from at the start; empty:
-  // none.
+  // Configuration (JSON or XML, by its ending) that running begins with where nothing was ever
+  // committed in the state directory; empty: none.
   std::string startup_file;
+  // Commits that the history keeps at most.
+  unsigned int history_commits = 1000;
   // Where the YANG modules are.
   std::string yang_directory = "/usr/share/acl-app/yang";
   // "kernel" or "memory".

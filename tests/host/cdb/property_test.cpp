@@ -25,7 +25,7 @@ void Gather(const lyd_node* first, Facts* facts) {
   for (; first != nullptr; first = first->next) {
     const std::string name = LYD_NAME(first);
     if (name == "ingress" && first->schema->nodetype == LYS_LEAFLIST)
-      facts->bound.push_back(TextOf(first));
+      facts->bound.emplace_back(TextOf(first));
     if (name == "access-list" && first->schema->nodetype == LYS_LIST) {
       std::string& priority =
           facts->priority_of[{ChildText(first, "acl-type"), ChildText(first, "acl-name")}];
