@@ -343,6 +343,25 @@ int FilterMgrClient::updateGroup(const FiltersCommon::FiltersGroup& group) {
 
 }  // namespace FilterMgrClientApi
 
+// ---- Filter model library ----
+
+// The library itself is the real one; the linker leads the core's calls of this operation through
+// here (option --wrap), as the library has no reason of its own to refuse what the core inserts.
+extern "C" {
+
+FiltersCommon::filtersErr_t
+__real__ZN13FiltersCommon12FiltersGroup11insertEntryERKNS_12FiltersEntryE(
+    FiltersCommon::FiltersGroup* group, const FiltersCommon::FiltersEntry& entry);
+
+FiltersCommon::filtersErr_t
+__wrap__ZN13FiltersCommon12FiltersGroup11insertEntryERKNS_12FiltersEntryE(
+    FiltersCommon::FiltersGroup* group, const FiltersCommon::FiltersEntry& entry) {
+  if (Script().TakeInsertRefusal()) return FiltersCommon::FILTERS_ERR_EXISTS;
+  return __real__ZN13FiltersCommon12FiltersGroup11insertEntryERKNS_12FiltersEntryE(group, entry);
+}
+
+}  // extern "C"
+
 // ---- The small ones ----
 
 int fm_init() { return Script().Call("fm_init"); }

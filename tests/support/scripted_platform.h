@@ -61,6 +61,9 @@ class ScriptedPlatform {
   // Calls since the start or the last FailCall(), and the one that failed by its number.
   int calls() const { return calls_; }
   const std::string& failed_call() const { return failed_call_; }
+  // The filter library's next FiltersGroup::insertEntry() of the core fails.
+  void RefuseInsert() { insert_refused_ = true; }
+  bool TakeInsertRefusal() { return std::exchange(insert_refused_, false); }
   // The `new (std::nothrow)` of this number (from 0, counted from here on) gives null.
   void FailAllocation(int number);
 
@@ -118,6 +121,7 @@ class ScriptedPlatform {
   int failing_call_ = -1;
   std::string failed_call_;
   int handed_out_ = 0;
+  bool insert_refused_ = false;
   std::set<int> sessions_;
   std::map<int, std::string> positions_;  // current path by socket
 };

@@ -96,6 +96,31 @@ TEST_P(EntriesTest, LookUpsGiveCopies) {
   EXPECT_EQ(model_.GetEntry("unknown", 5, entry), ACL_ERR_NOT_FOUND);
 }
 
+// Operations that insert into a group, each refused by the library.
+TEST_F(ProfilesTest, RefusedInsertions) {
+  Run("CreateAclProfile 0 P | 0 \n CreateEntry P 5 | 0 \n CreateInterface e | 0");
+  const std::string group = "P type 6 priority 1 id 1 stage 1";
+  for (const Lines& row : Rows(R"(
+      SetAclPrio P 1         | -4 | P pending type 6 ; P 5/0 -> | SetAclPrio P 1
+      CreateEntry P 6        | -4 | $P ; P 5/0 ->      | AddAclIntoInterface e P
+      CreateMatch P 5 4 u8 1 | -4 | $P ; P 5/0 ->      | CreateMatch P 5 4 u8 1
+      RemoveMatch P 5 4      | 0  | $P                 | CreateEntry P 5
+      CreateAction P 5 1     | 0  | $P                 | CreateEntry P 5
+      RemoveAction P 5 1     | 0  | $P                 | CreateEntry P 5)",
+                               {{"$P", group}})) {
+    platform_.RefuseInsert();
+    EXPECT_EQ(Do(row[0]), row[1]) << row[0];
+    Lines model = Dump(model_);
+    model.pop_back();  // the interface
+    EXPECT_EQ(model, Text(row[2])) << row[0];
+    EXPECT_EQ(Do(row[3]), "0") << row[3];
+  }
+  std::list<FiltersCommon::FiltersGroup> groups;
+  platform_.RefuseInsert();
+  EXPECT_EQ(model_.MergeFilterEnvironment(groups), ACL_ERR_FILTERS);
+  EXPECT_THAT(groups, IsEmpty());
+}
+
 TEST_F(ModelTest, InterfacesHoldSetsOfNames) {
   Run(R"(
       RemoveInterface e          | 0
