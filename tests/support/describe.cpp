@@ -4,57 +4,55 @@
 namespace acl_test {
 namespace {
 
-using namespace FiltersCommon;
-
 std::string Word(const ether_addr& address) {
   return HexText(address.ether_addr_octet, sizeof address.ether_addr_octet);
 }
 
 std::string Word(const in_addr& address) { return AddressText(address); }
 
-template <filtersMatch_t Kind, class T, unsigned int Max, int Tag>
-std::string Word(const NumberMatch<Kind, T, Max, Tag>& match) {
+template <FiltersCommon::filtersMatch_t Kind, class T, unsigned int Max, int Tag>
+std::string Word(const FiltersCommon::NumberMatch<Kind, T, Max, Tag>& match) {
   return std::to_string(match.value());
 }
 
-template <filtersMatch_t Kind, class Address>
-std::string Word(const AddressMatch<Kind, Address>& match) {
+template <FiltersCommon::filtersMatch_t Kind, class Address>
+std::string Word(const FiltersCommon::AddressMatch<Kind, Address>& match) {
   return Word(match.address()) + (match.mask() ? " mask " + Word(*match.mask()) : "");
 }
 
 template <class T>
-void Add(const FiltersEntry& entry, const char* name, std::string* text) {
+void Add(const FiltersCommon::FiltersEntry& entry, const char* name, std::string* text) {
   if (const T* match = entry.getMatch<T>()) *text += name + Word(*match);
 }
 
 }  // namespace
 
-std::string Describe(const FiltersEntry& entry) {
+std::string Describe(const FiltersCommon::FiltersEntry& entry) {
   std::string text = std::to_string(entry.getId()) + '/' + std::to_string(entry.getPriority());
-  if (const auto* ports = entry.getMatch<MatchIngressPorts>()) {
+  if (const auto* ports = entry.getMatch<FiltersCommon::MatchIngressPorts>()) {
     for (limid_t port : ports->ports()) text += " port " + std::to_string(port);
   }
-  Add<MatchExternalVlanId>(entry, " vlan ", &text);
-  Add<MatchTPID>(entry, " tpid ", &text);
-  Add<MatchDstMac>(entry, " dst-mac ", &text);
-  Add<MatchDstL4Port>(entry, " dst-port ", &text);
-  Add<MatchSrcMac>(entry, " src-mac ", &text);
-  Add<MatchSrcIPv4>(entry, " src-ip ", &text);
-  Add<MatchDstIPv4>(entry, " dst-ip ", &text);
-  Add<MatchPcp>(entry, " pcp ", &text);
-  Add<MatchIpProtocol>(entry, " protocol ", &text);
-  Add<MatchDSCP>(entry, " dscp ", &text);
-  Add<MatchToS>(entry, " tos ", &text);
+  Add<FiltersCommon::MatchExternalVlanId>(entry, " vlan ", &text);
+  Add<FiltersCommon::MatchTPID>(entry, " tpid ", &text);
+  Add<FiltersCommon::MatchDstMac>(entry, " dst-mac ", &text);
+  Add<FiltersCommon::MatchDstL4Port>(entry, " dst-port ", &text);
+  Add<FiltersCommon::MatchSrcMac>(entry, " src-mac ", &text);
+  Add<FiltersCommon::MatchSrcIPv4>(entry, " src-ip ", &text);
+  Add<FiltersCommon::MatchDstIPv4>(entry, " dst-ip ", &text);
+  Add<FiltersCommon::MatchPcp>(entry, " pcp ", &text);
+  Add<FiltersCommon::MatchIpProtocol>(entry, " protocol ", &text);
+  Add<FiltersCommon::MatchDSCP>(entry, " dscp ", &text);
+  Add<FiltersCommon::MatchToS>(entry, " tos ", &text);
   text += " ->";
-  if (entry.findAction(ActionPermit::kKind) != nullptr) text += " permit";
-  if (entry.findAction(ActionDeny::kKind) != nullptr) text += " deny";
-  if (const auto* set_pcp = entry.getAction<ActionSetPcpAndQueue>()) {
+  if (entry.findAction(FiltersCommon::ActionPermit::kKind) != nullptr) text += " permit";
+  if (entry.findAction(FiltersCommon::ActionDeny::kKind) != nullptr) text += " deny";
+  if (const auto* set_pcp = entry.getAction<FiltersCommon::ActionSetPcpAndQueue>()) {
     text += " set-pcp " + std::to_string(set_pcp->pcp());
   }
   return text;
 }
 
-Lines Describe(const FiltersGroup& group) {
+Lines Describe(const FiltersCommon::FiltersGroup& group) {
   Lines lines;
   for (const auto& [id, entry] : group.getEntriesRef()) lines.push_back(Describe(entry));
   return lines;

@@ -347,6 +347,7 @@ int FilterMgrClient::updateGroup(const FiltersCommon::FiltersGroup& group) {
 
 // The library itself is the real one; the linker leads the core's calls of this operation through
 // here (option --wrap), as the library has no reason of its own to refuse what the core inserts.
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 extern "C" {
 
 FiltersCommon::filtersErr_t
@@ -361,6 +362,7 @@ __wrap__ZN13FiltersCommon12FiltersGroup11insertEntryERKNS_12FiltersEntryE(
 }
 
 }  // extern "C"
+// NOLINTEND(bugprone-reserved-identifier)
 
 // ---- The small ones ----
 

@@ -79,7 +79,7 @@ std::string ScriptedPlatform::NextInstance(const std::string& list) const {
 }
 
 std::string ScriptedPlatform::AddProfile(const std::string& name, int type, int priority) {
-  const std::string path = NextInstance(kProfiles);
+  std::string path = NextInstance(kProfiles);
   cdb[path + "/acl-name"] = '"' + name + '"';
   cdb[path + "/acl-type"] = "enum " + std::to_string(type);
   cdb[path + (type == 0 ? "/acl-priority-l2/priority" : "/acl-priority-l3/priority")] =
@@ -88,15 +88,16 @@ std::string ScriptedPlatform::AddProfile(const std::string& name, int type, int 
 }
 
 std::string ScriptedPlatform::AddEntry(const std::string& profile_path, int ace_priority) {
-  const std::string path = NextInstance(profile_path + "/access-list-entry");
+  std::string path = NextInstance(profile_path + "/access-list-entry");
   cdb[path + "/ace-priority"] = "int32 " + std::to_string(ace_priority);
   return path;
 }
 
 std::string ScriptedPlatform::AddInterface(const std::string& name,
                                            const std::vector<std::string>& profiles) {
-  const std::string path = NextInstance(kInterfaces);
+  std::string path = NextInstance(kInterfaces);
   std::vector<Value> names;
+  names.reserve(profiles.size());
   for (const std::string& profile : profiles) names.emplace_back('"' + profile + '"');
   cdb[path + "/interface-name"] = '"' + name + '"';
   cdb[path + "/ingress"] = ListOf(names);

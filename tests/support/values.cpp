@@ -116,6 +116,7 @@ Value::Value(const std::string& text) {
 
 Value ListOf(const std::vector<Value>& elements) {
   std::vector<confd_value_t> shallow;
+  shallow.reserve(elements.size());
   for (const Value& element : elements) shallow.push_back(*element.get());
   confd_value_t list{};
   list.type = C_LIST;

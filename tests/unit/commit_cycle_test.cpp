@@ -7,8 +7,10 @@
 namespace acl_test {
 namespace {
 
-using namespace acl_app;
-using testing::IsEmpty;
+using acl_app::ACL_ERR_FILTER_MGR;
+using acl_app::ACL_OK;
+using acl_app::AclFilter;
+using acl_app::ConfDManager;
 
 constexpr char kProfile[] = "/config/access-list/acl-profile/ingress/access-list{0 P}";
 constexpr char kChange[] = "modified /config/access-list/acl-profile";

@@ -8,7 +8,9 @@
 namespace acl_test {
 namespace {
 
-using namespace acl_app;
+using acl_app::ACL_ERR_INVALID_VALUE;
+using acl_app::ACL_MATCH_TPID;
+using acl_app::ACL_OK;
 
 // Entry 5 of profile P, before or after the profile has its priority.
 class MatchesTest : public ModelTest, public testing::WithParamInterface<const char*> {

@@ -8,7 +8,15 @@
 namespace acl_test {
 namespace {
 
-using namespace acl_app;
+using acl_app::ACL_ERR_FILTERS;
+using acl_app::ACL_ERR_INVALID_VALUE;
+using acl_app::ACL_ERR_NOT_FOUND;
+using acl_app::ACL_ERR_PENDING_PROFILE;
+using acl_app::ACL_OK;
+using acl_app::AclCache;
+using acl_app::aclErr_t;
+using acl_app::OrderedProfiles;
+using acl_app::ResourceMap;
 using testing::IsEmpty;
 using Groups = std::list<FiltersCommon::FiltersGroup>;
 

@@ -4,7 +4,9 @@
 namespace acl_test {
 namespace {
 
-using namespace acl_app;
+using acl_app::ACL_ERR_FILTERS;
+using acl_app::ACL_ERR_NOT_FOUND;
+using acl_app::ACL_OK;
 using testing::IsEmpty;
 
 using ProfilesTest = ModelTest;
