@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "host/cdb/schema.h"
-#include "host/cdb/units.h"
 
 namespace host {
 namespace {
@@ -166,9 +165,12 @@ DatastoreErrors Storage::Write(const CommitInfo& info, const lyd_node* diff,
   }
   const std::unique_ptr<char, decltype(&std::free)> owner(text, &std::free);
   const std::string difference = text;
+  std::vector<UnitChange> units;
+  if (!CollectUnitChanges(diff, after, &units))
+    return Refusal(path_, "the commit changes something that is in no list entry");
   HistoryBound kept = {kept_.commits + 1, kept_.bytes + static_cast<int64_t>(difference.size())};
   SqlTransaction transaction(database_.get());
-  if (!transaction.begun() || !WriteUnits(diff, after) || !WriteTransaction(info, difference) ||
+  if (!transaction.begun() || !WriteUnits(units) || !WriteTransaction(info, difference) ||
       !Prune(&kept) || !transaction.Commit()) {
     return Failure();
   }
@@ -185,9 +187,7 @@ bool Storage::WriteTransaction(const CommitInfo& info, const std::string& differ
   return put_txn_.Run();
 }
 
-bool Storage::WriteUnits(const lyd_node* diff, const lyd_node* after) {
-  std::vector<UnitChange> changes;
-  if (!CollectUnitChanges(diff, after, &changes)) return false;
+bool Storage::WriteUnits(const std::vector<UnitChange>& changes) {
   for (const UnitChange& change : changes) {
     const UnitKey& key = change.key;
     if (!change.content.empty()) {

@@ -17,6 +17,7 @@
 
 #include "host/cdb/datastore.h"
 #include "host/cdb/sqlite.h"
+#include "host/cdb/units.h"
 #include "host/cdb/yang_tree.h"
 
 namespace host {
@@ -47,7 +48,7 @@ class Storage {
   Storage(std::string path, const HistoryBound& bound, SqlDatabase database);
 
   bool Prepare();
-  bool WriteUnits(const lyd_node* diff, const lyd_node* after);
+  bool WriteUnits(const std::vector<UnitChange>& changes);
   bool WriteTransaction(const CommitInfo& info, const std::string& difference);
   bool Prune(HistoryBound* kept);
   DatastoreErrors Failure() const;
