@@ -67,8 +67,28 @@ TEST_F(LogTest, DictionaryIsHandedOverWithTheClassesInUse) {
   ElemLogCfgGetHandle();
   EXPECT_STREQ(ElemLogCfgCalloutGetClassName(32), "ACL") << "the replaced one is looked up";
   EXPECT_EQ(ElemLogCfgGetBaseClass(), 100);
-  ASSERT_EQ(ElemWebCfgGetNumCategories(), 3);
-  EXPECT_STREQ(ElemWebCfgGetCategories()[2].title, "Element Internal Commands");
+}
+
+// The numbers mean something to the element's library alone, so nothing else notices a wrong one.
+TEST_F(LogTest, DictionaryTables) {
+  ElemLogCfgGetHandle();
+  const ElemLogHeader& header = *platform_.log_header;
+  Lines lines;
+  const auto add = [&lines](std::string row, const auto& numbers) {
+    for (int number : numbers) row += ' ' + std::to_string(number);
+    lines.push_back(row);
+  };
+  add("header", header.settings);
+  for (int i : {0, 1, 2, 3, 4}) add(header.fields[i].key, header.fields[i].attributes);
+  for (int i : {0, 1, 2}) add(header.outputs[i].key, header.outputs[i].settings);
+  for (int i = 0; i < ElemWebCfgGetNumCategories(); ++i) {
+    add(ElemWebCfgGetCategories()[i].keyword, ElemWebCfgGetCategories()[i].settings);
+  }
+  EXPECT_EQ(lines, Text(R"(
+      header 3 7 3 100 1 ; class 0 0 0 1 0 1 0 0 0 0 ; subclass 0 0 0 0 0 0 0 0 0 0
+      type 0 1 0 0 0 0 0 0 0 0 ; eid 0 0 0 0 0 0 0 0 0 0 ; severity 32 0 1 0 1 1 1 0 0 0
+      userLog 2 -1 50 1 10 1 ; devLog 2 -1 50 1 10 1 ; remoteUserLog 4 -1 0 0 0 1
+      user 0 0 0 ; element 0 1 1 ; debug 2 2 1)"));
 }
 
 }  // namespace
