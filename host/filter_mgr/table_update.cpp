@@ -71,8 +71,9 @@ void TableUpdate::PlanBuild() {
   for (const GroupSlot slot : kSlots) {
     GroupUpdate& group = groups_[slot];
     if (group.rules == nullptr) {
-      if (held_ != nullptr) salvaged_[slot] = Salvage(held_->groups[slot]);
-      group.rules = &salvaged_[slot];
+      group.salvaged = std::make_unique<const std::vector<RulePtr>>(
+          Salvage(held_ == nullptr ? NoGroup() : held_->groups[slot]));
+      group.rules = group.salvaged.get();
     }
     group.layout = PlanLayout(NoGroup(), *group.rules);
   }

@@ -4,6 +4,7 @@
 #define HOST_FILTER_MGR_TABLE_UPDATE_H_
 
 #include <array>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -55,6 +56,9 @@ class TableUpdate {
 
   struct GroupUpdate {
     const std::vector<RulePtr>* rules = nullptr;  // null: left as it is
+    // What `rules` points to where a table is built anew around a group that is left as it is. On
+    // the heap, as the update may be moved.
+    std::unique_ptr<const std::vector<RulePtr>> salvaged;
     Layout layout;
   };
 
@@ -76,7 +80,6 @@ class TableUpdate {
   Action action_ = Action::kNone;
   bool claim_ = false;  // take over a table that has lost its owner
   std::array<GroupUpdate, kGroupSlots> groups_;
-  std::array<std::vector<RulePtr>, kGroupSlots> salvaged_;  // rules of groups left as they are
 };
 
 }  // namespace host
