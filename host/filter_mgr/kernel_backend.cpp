@@ -35,10 +35,14 @@ const PortEntry& EntryOfRule(const PortRules& port, int64_t rule) {
   return port.entries.back();
 }
 
+// Whether two readings of a chain are of the same rules. One that is not understood is the same as
+// long as its handle is.
 bool SameRules(const HeldChain& a, const HeldChain& b) {
-  return std::equal(
-      a.rules.begin(), a.rules.end(), b.rules.begin(), b.rules.end(),
-      [](const HeldRule& x, const HeldRule& y) { return SameRule(*x.rule, *y.rule); });
+  return std::equal(a.rules.begin(), a.rules.end(), b.rules.begin(), b.rules.end(),
+                    [](const HeldRule& x, const HeldRule& y) {
+                      return SameRule(*x.rule, *y.rule) ||
+                             (x.rule->foreign && y.rule->foreign && x.handle == y.handle);
+                    });
 }
 
 // The table that an announcement of the packet filter is about; empty for none of this family.

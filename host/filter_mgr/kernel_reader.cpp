@@ -92,8 +92,10 @@ class KernelReader::Assembly {
   }
 
   HeldTable Finish() {
+    // A dormant table, for one, is left out by the kernel however it is built.
+    const bool plain = (table_.flags & ~(kTableOwner | kTablePersist)) == 0;
     table_.sound =
-        intact_ && has_base_[kL2] && has_base_[kL3] && sets_.size() == FixedSets().size();
+        intact_ && plain && has_base_[kL2] && has_base_[kL3] && sets_.size() == FixedSets().size();
     for (HeldGroup& group : table_.groups) {
       if (!OrderChunks(&group)) table_.sound = false;
     }

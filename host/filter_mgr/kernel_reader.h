@@ -21,8 +21,8 @@ namespace host {
 // What the kernel holds for one port.
 struct HeldTable {
   uint32_t flags = 0;
-  // Whether the table is built as this program builds them: base chains, sets and jumps. One that
-  // is not has to be built anew; its groups hold the rules that could be read.
+  // Whether the table is built as this program builds them: flags, base chains, sets and jumps. One
+  // that is not has to be built anew; its groups hold the rules that could be read.
   bool sound = false;
   std::array<HeldGroup, kGroupSlots> groups;  // by GroupSlot
 };

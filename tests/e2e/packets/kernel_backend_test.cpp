@@ -120,8 +120,11 @@ TEST_F(KernelBackendTest, ARestartAdoptsWhatItFinds) {
 // What a run finds of foreign making in its tables is put right by its first update.
 TEST_F(KernelBackendTest, ARestartRepairsWhatOthersDid) {
   const FiltersGroup group = GroupOf(kL2Type, Denying(0, 500));
+  const FiltersGroup other = GroupOf(kL3Type, Denying(1000, 500));
   const char* const kDamage[] = {
       "insert rule netdev acl-app/p1 l2-1 drop",
+      "insert rule netdev acl-app/p1 l2-1 meta mark 1 accept",
+      "insert rule netdev acl-app/p1 l2-1 limit rate 1/second log prefix \"mine\" accept",
       "flush chain netdev acl-app/p1 l2-0",
       "flush chain netdev acl-app/p1 l2",
       "insert rule netdev acl-app/p1 l2 accept",
@@ -131,14 +134,19 @@ TEST_F(KernelBackendTest, ARestartRepairsWhatOthersDid) {
       "delete table netdev acl-app/p1",
       "add chain netdev acl-app/p1 l2 { policy drop; }",
   };
-  for (const char* damage : kDamage) {
+  for (const std::string damage : kDamage) {
     Open();
     Apply(group);
+    Apply(other);
     backend_.reset();
-    PacketLab::Run(std::string("nft '") + damage + "'");
+    PacketLab::Run("nft '" + damage + "'");
     Open();
     EXPECT_GT(Apply(group), 0u) << damage;
     ExpectInKernel({&group});
+    // The group that has not been updated yet keeps its rules, where they are still there.
+    if (damage.find("delete") == std::string::npos) ExpectInKernel({&other});
+    Apply(other);
+    ExpectInKernel({&group, &other});
     EXPECT_EQ(0u, Apply(group)) << damage;
   }
 }
@@ -163,6 +171,9 @@ TEST_F(KernelBackendTest, ChangesOfOthersAreNoticedAndPutRight) {
   EXPECT_TRUE(backend_->Poll());
   EXPECT_EQ(before, backend_->writes());
   for (const char* damage : {"nft flush ruleset", "nft 'insert rule netdev acl-app/p1 l2-1 accept'",
+                             "nft 'insert rule netdev acl-app/p1 l2-1 meta mark 1 accept'",
+                             "nft 'insert rule netdev acl-app/p1 l3-0 limit rate 1/second log'",
+                             "nft 'add table netdev acl-app/p1 { flags dormant; }'",
                              "nft 'flush chain netdev acl-app/p1 l3-0'"}) {
     CapturedLog().clear();
     PacketLab::Run(damage);
