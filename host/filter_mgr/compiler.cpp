@@ -266,8 +266,12 @@ class GroupCompiler {
       : previous_(previous), options_(options), error_(error), result_(group) {}
 
   std::optional<CompiledGroup> Compile() {
-    for (const FiltersEntry* entry : InOrder()) {
-      if (!Add(*entry)) return std::nullopt;
+    // Ids and priorities mostly ascend together: then the group is read just once.
+    unsigned int highest = 0;
+    for (const auto& [id, entry] : result_.source.getEntriesRef()) {
+      if (entry.getPriority() < highest) return CompileSorted();
+      highest = entry.getPriority();
+      if (!Add(entry)) return std::nullopt;
     }
     return std::move(result_);
   }
@@ -281,17 +285,20 @@ class GroupCompiler {
     size_t entry = 0, rule = 0;  // place in `before`
   };
 
-  std::vector<const FiltersEntry*> InOrder() const {
+  // Starts anew, with the entries in order of priority.
+  std::optional<CompiledGroup> CompileSorted() {
+    result_.ports.clear();
+    ports_.clear();
+    last_list_ = nullptr;
     std::vector<const FiltersEntry*> entries;
-    entries.reserve(result_.source.getEntriesRef().size());
     for (const auto& [id, entry] : result_.source.getEntriesRef()) entries.push_back(&entry);
-    const auto earlier = [](const auto* a, const auto* b) {
+    std::stable_sort(entries.begin(), entries.end(), [](const auto* a, const auto* b) {
       return a->getPriority() < b->getPriority();
-    };
-    if (!std::is_sorted(entries.begin(), entries.end(), earlier)) {
-      std::stable_sort(entries.begin(), entries.end(), earlier);
+    });
+    for (const FiltersEntry* entry : entries) {
+      if (!Add(*entry)) return std::nullopt;
     }
-    return entries;
+    return std::move(result_);
   }
 
   bool Add(const FiltersEntry& entry) {

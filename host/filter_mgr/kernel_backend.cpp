@@ -142,7 +142,7 @@ BatchResult KernelBackend::TryProgram(const Targets& targets, bool* again) {
 
   NftBatch batch(generation);
   for (const TableUpdate& update : updates) update.Encode(&batch);
-  if (batch.size() != 0) result = batch.Commit(*commands_);
+  if (batch.size() != 0) result = Send(&batch, generation);
   if (result.error == 0) {
     for (const TableUpdate& update : updates) update.Commit(&held_);
     for (const std::string& port : ports) verified_.erase(port);
@@ -157,6 +157,23 @@ BatchResult KernelBackend::TryProgram(const Targets& targets, bool* again) {
       if (!update.empty()) stale_.insert(update.port());
     }
     *again = true;
+  }
+  return result;
+}
+
+// As long as anyone listens, the kernel writes an announcement of every rule that it takes, even if
+// it then drops them all: a third of the cost of a large update. So nobody listens meanwhile;
+// whether anyone else came in between shows in the generation.
+BatchResult KernelBackend::Send(NftBatch* batch, uint32_t generation) {
+  constexpr size_t kLarge = 1000;  // messages
+  if (batch->size() < kLarge) return batch->Commit(*commands_);
+  events_->SetMember(NFNLGRP_NFTABLES, false);
+  const BatchResult result = batch->Commit(*commands_);
+  uint32_t now = 0;
+  const uint32_t expected = result.error == 0 ? generation + 1 : generation;
+  if (events_->SetMember(NFNLGRP_NFTABLES, true) != 0 || reader_->ReadGeneration(&now) != 0 ||
+      now != expected) {
+    all_stale_ = true;
   }
   return result;
 }

@@ -71,6 +71,8 @@ class KernelBackend : public Backend {
   FilterMgrError Program(const Targets& targets);
   // One attempt. `again` tells that the state has changed in between and another one may succeed.
   BatchResult TryProgram(const Targets& targets, bool* again);
+  // Commits the batch, whose base is `generation`.
+  BatchResult Send(NftBatch* batch, uint32_t generation);
   void ReadEvents();
   int Refresh();
   DesiredTable DesiredOf(const std::string& port, const Targets& targets) const;

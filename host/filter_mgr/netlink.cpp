@@ -39,11 +39,7 @@ class MnlSocket : public NetlinkSocket {
     mnl_socket_setsockopt(socket_, NETLINK_CAP_ACK, &on, sizeof(on));
     if (options.ignored_sender != 0 && IgnoreSender(options.ignored_sender) < 0) return -errno;
     if (mnl_socket_bind(socket_, 0, MNL_SOCKET_AUTOPID) < 0) return -errno;
-    if (options.group == 0) return 0;
-    int group = static_cast<int>(options.group);
-    return mnl_socket_setsockopt(socket_, NETLINK_ADD_MEMBERSHIP, &group, sizeof(group)) < 0
-               ? -errno
-               : 0;
+    return options.group == 0 ? 0 : SetMember(options.group, true);
   }
 
   int Send(const std::vector<iovec>& parts) override {
@@ -67,6 +63,12 @@ class MnlSocket : public NetlinkSocket {
     const ssize_t got = recv(fd(), buffer, size, MSG_DONTWAIT | MSG_TRUNC);
     if (got < 0) return -errno;
     return static_cast<size_t>(got) > size ? -EMSGSIZE : got;
+  }
+
+  int SetMember(uint32_t group, bool member) override {
+    int number = static_cast<int>(group);
+    const int option = member ? NETLINK_ADD_MEMBERSHIP : NETLINK_DROP_MEMBERSHIP;
+    return mnl_socket_setsockopt(socket_, option, &number, sizeof(number)) < 0 ? -errno : 0;
   }
 
   int fd() const override { return mnl_socket_get_fd(socket_); }

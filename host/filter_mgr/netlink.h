@@ -25,6 +25,8 @@ class NetlinkSocket {
   // none, -ENOBUFS (once) when the kernel had to drop some.
   virtual ssize_t Receive(void* buffer, size_t size, bool wait) = 0;
   virtual int fd() const = 0;
+  // Joins the multicast group, or leaves it. 0 or a negative errno.
+  virtual int SetMember(uint32_t group, bool member) = 0;
   // The socket's address, which the kernel puts into what the socket causes.
   virtual uint32_t port_id() const = 0;
 };

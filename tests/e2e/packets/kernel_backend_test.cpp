@@ -322,6 +322,7 @@ class FaultySocket : public NetlinkSocket {
     const ssize_t result = socket_->Receive(buffer, size, wait);  // the answer is lost
     return plan_->Fails() ? -EIO : result;
   }
+  int SetMember(uint32_t group, bool member) override { return socket_->SetMember(group, member); }
   int fd() const override { return socket_->fd(); }
   uint32_t port_id() const override { return socket_->port_id(); }
 

@@ -1,0 +1,256 @@
+// Programming the kernel's packet filter: a whole group, against the nft tool with the same rules
+// in the same layout, and one entry's change at full size. In network namespaces of its own, as
+// root.
+#include <arpa/inet.h>
+#include <benchmark/benchmark.h>
+#include <linux/netlink.h>
+#include <sched.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+
+#include "bench/scratch.h"
+#include "host/filter_mgr/flush.h"
+#include "host/filter_mgr/kernel_backend.h"
+
+namespace {
+
+using namespace FiltersCommon;  // NOLINT: the classes of one library, used throughout
+
+constexpr int kEntries = 65536;
+
+double Seconds() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+uint32_t AddressOf(int entry) { return 0x0a000000U + static_cast<uint32_t>(entry); }
+std::string PortName(int port) { return "port" + std::to_string(port); }
+
+// The i-th entry, as the model holds it: it is made once and copied from there on.
+const FiltersEntry& EntryOf(int i) {
+  static std::vector<FiltersEntry> entries;
+  while (static_cast<int>(entries.size()) <= i) {
+    const auto n = static_cast<int>(entries.size());
+    FiltersEntry entry(0);
+    entry.setMatch(MatchDstIPv4(in_addr{htonl(AddressOf(n))}));
+    entry.setMatch(MatchIpProtocol(6));
+    entry.setMatch(MatchDstL4Port(static_cast<unsigned short>(n)));
+    entry.setAction(ActionDeny());
+    entries.push_back(entry);
+  }
+  return entries[static_cast<size_t>(i)];
+}
+
+// A group of `kEntries` entries over `ports` ports; without entry `left_out` (-1: with all).
+FiltersGroup MakeGroup(int ports, int left_out) {
+  FiltersGroup group(1);
+  group.setPriority(1);
+  group.setStage(FILTERS_GROUP_STAGE_PRE_INGRESS);
+  group.setType(FILTERS_GROUP_TYPE_L3);
+  std::vector<MatchIngressPorts> lists;
+  for (int port = 0; port < ports; ++port) {
+    lists.emplace_back(std::list<limid_t>{static_cast<limid_t>(port)});
+  }
+  unsigned short id = 0;
+  for (int i = 0; i < kEntries; ++i) {
+    if (i == left_out) continue;
+    FiltersEntry entry = EntryOf(i);
+    entry.setId(id);
+    entry.setPriority(id);
+    entry.setMatch(lists[static_cast<size_t>(i) * static_cast<size_t>(ports) / kEntries]);
+    group.insertEntry(entry);
+    ++id;
+  }
+  return group;
+}
+
+// The same for the nft tool, in the layout that the back end uses.
+void WriteScript(const std::string& path, int ports) {
+  std::ofstream out(path);
+  const int per_port = kEntries / ports;
+  for (int port = 0; port < ports; ++port) {
+    out << "table netdev bench-" << port << " {\n";
+    const int chunks = (per_port + 191) / 192;
+    for (int chunk = 0; chunk < chunks; ++chunk) {
+      out << "chain l3-" << chunk << " {\n";
+      for (int i = chunk * 192; i < std::min(per_port, (chunk + 1) * 192); ++i) {
+        const int entry = port * per_port + i;
+        in_addr address = {htonl(AddressOf(entry))};
+        char text[INET_ADDRSTRLEN];
+        inet_ntop(AF_INET, &address, text, sizeof(text));
+        out << "ip daddr " << text << " tcp dport " << (entry & 0xffff) << " counter drop\n";
+      }
+      out << "}\n";
+    }
+    out << "chain l3 { type filter hook ingress device \"" << PortName(port)
+        << "\" priority -10;\n";
+    for (int chunk = 0; chunk < chunks; ++chunk) out << "jump l3-" << chunk << "\n";
+    out << "}\n}\n";
+  }
+}
+
+void AddPorts(int ports) {
+  for (int port = 0; port < ports; ++port) {
+    const std::string add = "ip link add " + PortName(port) + " type veth peer name peer" +
+                            std::to_string(port) + " && ip link set " + PortName(port) + " up";
+    if (system(add.c_str()) != 0) std::abort();
+  }
+}
+
+std::unique_ptr<host::KernelBackend> OpenBackend() {
+  host::KernelBackendOptions options;
+  const char* why_not = "";
+  options.names = [](limid_t id) { return PortName(static_cast<int>(id)); };
+  options.features = host::ProbeKernel(&why_not);
+  std::string reason;
+  auto backend = host::KernelBackend::Open(options, &reason);
+  if (backend == nullptr) std::fprintf(stderr, "%s\n", reason.c_str());
+  return backend;
+}
+
+struct Cost {
+  double seconds = 0;
+  double peak_mib = 0;
+};
+
+// Runs `work` in a process and a network of its own, with the ports; its `seconds` and the peak
+// memory of the process, or of the programs that it runs.
+bool Measure(int ports, int whose, const std::function<double()>& work, Cost* cost) {
+  int pipes[2];
+  if (pipe(pipes) != 0) return false;
+  const pid_t child = fork();
+  if (child == 0) {
+    Cost result;
+    if (unshare(CLONE_NEWNET) != 0) _exit(1);
+    AddPorts(ports);
+    result.seconds = work();
+    rusage usage;
+    getrusage(whose, &usage);
+    result.peak_mib = static_cast<double>(usage.ru_maxrss) / 1024;
+    _exit(write(pipes[1], &result, sizeof(result)) == sizeof(result) ? 0 : 1);
+  }
+  close(pipes[1]);
+  const bool ok = read(pipes[0], cost, sizeof(*cost)) == sizeof(*cost);
+  close(pipes[0]);
+  waitpid(child, nullptr, 0);
+  return ok;
+}
+
+void Report(benchmark::State& state, bool ok, const Cost& cost) {
+  if (!ok) state.SkipWithError("no network namespace, or no packet filter in it");
+  state.SetIterationTime(cost.seconds);
+  state.counters["MiB"] = cost.peak_mib;
+}
+
+void BM_ProgramGroup(benchmark::State& state) {
+  const int ports = static_cast<int>(state.range(0));
+  for (auto _ : state) {
+    Cost cost;
+    const bool ok = Measure(
+        ports, RUSAGE_SELF,
+        [ports] {
+          const FiltersGroup group = MakeGroup(ports, -1);
+          const auto backend = OpenBackend();
+          const double start = Seconds();
+          if (backend == nullptr || backend->Apply(group) != host::FILTER_MGR_OK) _exit(1);
+          return Seconds() - start;
+        },
+        &cost);
+    Report(state, ok, cost);
+  }
+}
+
+void BM_ProgramByNft(benchmark::State& state) {
+  const int ports = static_cast<int>(state.range(0));
+  const Scratch scratch;
+  const std::string script = scratch.directory() + "/script";
+  WriteScript(script, ports);
+  for (auto _ : state) {
+    Cost cost;
+    const bool ok = Measure(
+        ports, RUSAGE_CHILDREN,
+        [&script] {
+          const double start = Seconds();
+          if (system(("nft -f " + script).c_str()) != 0) _exit(1);
+          return Seconds() - start;
+        },
+        &cost);
+    Report(state, ok, cost);
+  }
+}
+
+#define PROGRAM_ARGS                                                                \
+  ArgName("ports")->Arg(1)->Arg(16)->Arg(64)->UseManualTime()->Iterations(1)->Unit( \
+      benchmark::kMillisecond)
+BENCHMARK(BM_ProgramGroup)->PROGRAM_ARGS;
+BENCHMARK(BM_ProgramByNft)->PROGRAM_ARGS;
+
+// From updateGroup() to the kernel's answer, an entry going and coming back by turns.
+void BM_UpdateOneEntry(benchmark::State& state) {
+  const int ports = static_cast<int>(state.range(0));
+  if (unshare(CLONE_NEWNET) != 0) {
+    state.SkipWithError("no network namespace");
+    return;
+  }
+  AddPorts(ports);
+  const auto backend = OpenBackend();
+  if (backend == nullptr || backend->Apply(MakeGroup(ports, -1)) != host::FILTER_MGR_OK) {
+    state.SkipWithError("the packet filter cannot be programmed");
+    return;
+  }
+  const size_t before = backend->writes();
+  bool out = false;
+  for (auto _ : state) {
+    out = !out;
+    const FiltersGroup group = MakeGroup(ports, out ? kEntries / 3 : -1);
+    const double start = Seconds();
+    if (backend->Apply(group) != host::FILTER_MGR_OK) state.SkipWithError("refused");
+    state.SetIterationTime(Seconds() - start);
+  }
+  state.counters["writes"] = benchmark::Counter(static_cast<double>(backend->writes() - before),
+                                                benchmark::Counter::kAvgIterations);
+}
+BENCHMARK(BM_UpdateOneEntry)
+    ->ArgName("ports")
+    ->Arg(1)
+    ->Arg(16)
+    ->Arg(64)
+    ->UseManualTime()
+    ->Iterations(50)
+    ->Unit(benchmark::kMillisecond);
+
+// Reading what an earlier run left, at the start.
+void BM_ReadKernel(benchmark::State& state) {
+  const int ports = static_cast<int>(state.range(0));
+  if (unshare(CLONE_NEWNET) != 0) {
+    state.SkipWithError("no network namespace");
+    return;
+  }
+  AddPorts(ports);
+  const auto backend = OpenBackend();
+  if (backend == nullptr || backend->Apply(MakeGroup(ports, -1)) != host::FILTER_MGR_OK) {
+    state.SkipWithError("the packet filter cannot be programmed");
+    return;
+  }
+  int error = 0;
+  const auto socket = host::OpenNetlink({NETLINK_NETFILTER, 0, 0}, &error);
+  for (auto _ : state) {
+    host::HeldTables tables;
+    host::KernelReader(socket.get()).ReadTables(&tables);
+    benchmark::DoNotOptimize(tables);
+  }
+}
+BENCHMARK(BM_ReadKernel)
+    ->ArgName("ports")
+    ->Arg(1)
+    ->Arg(64)
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
+
+}  // namespace
