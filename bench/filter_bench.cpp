@@ -54,6 +54,7 @@ FiltersGroup MakeGroup(int ports, int left_out) {
   group.setStage(FILTERS_GROUP_STAGE_PRE_INGRESS);
   group.setType(FILTERS_GROUP_TYPE_L3);
   std::vector<MatchIngressPorts> lists;
+  lists.reserve(static_cast<size_t>(ports));
   for (int port = 0; port < ports; ++port) {
     lists.emplace_back(std::list<limid_t>{static_cast<limid_t>(port)});
   }

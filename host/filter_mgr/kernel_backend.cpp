@@ -168,7 +168,7 @@ BatchResult KernelBackend::Send(NftBatch* batch, uint32_t generation) {
   constexpr size_t kLarge = 1000;  // messages
   if (batch->size() < kLarge) return batch->Commit(*commands_);
   events_->SetMember(NFNLGRP_NFTABLES, false);
-  const BatchResult result = batch->Commit(*commands_);
+  BatchResult result = batch->Commit(*commands_);
   uint32_t now = 0;
   const uint32_t expected = result.error == 0 ? generation + 1 : generation;
   if (events_->SetMember(NFNLGRP_NFTABLES, true) != 0 || reader_->ReadGeneration(&now) != 0 ||

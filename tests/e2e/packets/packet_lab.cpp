@@ -58,7 +58,7 @@ bool Capture(int fd, Frame* frame) {
     const uint8_t tag[4] = {
         static_cast<uint8_t>(aux.tp_vlan_tpid >> 8), static_cast<uint8_t>(aux.tp_vlan_tpid),
         static_cast<uint8_t>(aux.tp_vlan_tci >> 8), static_cast<uint8_t>(aux.tp_vlan_tci)};
-    frame->insert(frame->begin() + 2 * ETH_ALEN, tag, tag + sizeof(tag));
+    frame->insert(frame->begin() + ptrdiff_t{2} * ETH_ALEN, tag, tag + sizeof(tag));
   }
   return true;
 }

@@ -18,7 +18,7 @@ void Log(LogLevel /*level*/, const char* format, ...) {
   va_start(args, format);
   vsnprintf(line, sizeof(line), format, args);
   va_end(args);
-  CapturedLog().push_back(line);
+  CapturedLog().emplace_back(line);
 }
 
 }  // namespace host

@@ -95,8 +95,8 @@ class ModelKernel {
 };
 
 std::vector<RulePtr> Numbered(uint32_t first, uint32_t count) {
-  std::vector<RulePtr> rules;
-  for (uint32_t i = 0; i < count; ++i) rules.push_back(NumberedRule(first + i));
+  std::vector<RulePtr> rules(count);
+  for (uint32_t i = 0; i < count; ++i) rules[i] = NumberedRule(first + i);
   return rules;
 }
 
