@@ -153,7 +153,22 @@ std::string PacketLab::Connect(bool tags_in_metadata) {
   Run("set -e;" + script);
   sender_ = OpenPacketSocket(first.c_str());
   capture_ = OpenPacketSocket("out-peer");
+  AwaitPath();
   return "in-peer";
+}
+
+void PacketLab::AwaitPath() {
+  constexpr int kTries = 100;
+  for (int i = 0; i < kTries; ++i) {
+    const uint32_t sentinel = next_sentinel_++;
+    SendOne(Sentinel(sentinel));
+    pollfd ready{capture_, POLLIN, 0};
+    while (poll(&ready, 1, 50) == 1) {
+      Frame frame;
+      if (Capture(capture_, &frame) && IdOf(frame) == sentinel) return;
+    }
+  }
+  FAIL() << "no frame passes the lab";
 }
 
 void PacketLab::AddPair(const std::string& name) {

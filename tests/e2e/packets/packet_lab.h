@@ -51,6 +51,9 @@ class PacketLab {
  private:
   PacketLab() = default;
   void SendOne(const Frame& frame);
+  // Waits until a frame comes through: the kernel opens the queues of a new pair some time after
+  // both its ends are up, and drops frames until then.
+  void AwaitPath();
 
   int sender_ = -1, capture_ = -1;
   uint32_t next_sentinel_ = 0;

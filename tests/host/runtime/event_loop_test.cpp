@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <string>
 
 namespace host {
@@ -84,14 +83,6 @@ TEST_F(EventLoopTest, RunEndsWithTheFlagAndAtOnceWhenAlreadyStopped) {
   running_ = true;
   loop_->Stop();
   EXPECT_EQ(0, Run());
-}
-
-TEST_F(EventLoopTest, RefusedWatchIsNullWithTheReason) {
-  const int file = open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
-  errno = 0;
-  EXPECT_EQ(nullptr, loop_->OnIo(file, EPOLLIN, [](uint32_t) {}));
-  EXPECT_EQ(EPERM, errno) << "epoll(7) does not take regular files";
-  close(file);
 }
 
 TEST_F(EventLoopTest, WatchMayOutliveTheLoop) {

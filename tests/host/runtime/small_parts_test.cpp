@@ -1,16 +1,13 @@
-// The parts of the platform that are a function or two: interface ids, the feature model, the log
-// dictionary's library, the registry of state providers.
+// The parts of the platform that are a function or two: interface ids, the log dictionary's
+// library, the registry of state providers.
 #include <gmock/gmock.h>
 
 #include <string>
 
 #include "host/limid/limid.h"
-#include "host/runtime/settings.h"
 #include "host/runtime/state_providers.h"
 #include "platform/elem_log/elem_log.h"
-#include "platform/feature_model/feature_model.h"
 #include "platform/limid/limid.h"
-#include "tests/host/runtime/scratch_state.h"
 
 namespace host {
 namespace {
@@ -39,39 +36,19 @@ TEST(LimidTest, EachNameKeepsItsOwnId) {
   EXPECT_EQ("", InterfaceNameOf(0xffffffff));
 }
 
-TEST(FeatureModelTest, CapacityIsTheSettingForTheLocalCardOnly) {
-  const ScratchState scratch;
-  std::string error;
-  scratch.Settings("filter_capacity = 321\n");
-  ASSERT_TRUE(LoadProcessSettings(&error)) << error;
-  fm_slot_t slot{};
-  ASSERT_EQ(0, fm_init());
-  ASSERT_EQ(0, fm_local_slot(&slot));
-  unsigned int capacity = 0;
-  EXPECT_EQ(0, fm_scalar_card_filter_mgr_pre_ingress_max_entries_per_group(&slot, &capacity));
-  EXPECT_EQ(321U, capacity);
-  slot.slot += 1;
-  capacity = 5;
-  EXPECT_NE(0, fm_scalar_card_filter_mgr_pre_ingress_max_entries_per_group(&slot, &capacity));
-  EXPECT_EQ(5U, capacity);
-}
-
 TEST(ElemLogTest, TakesAWholeDictionaryOnly) {
-  EXPECT_EQ(32, ElemLogCfgGetActualClass(32));
-  ElemLogRow classes[] = {{"ACL", "ACL", 32, 0}, {nullptr, nullptr, 0, 0}};
-  const ElemLogRow rows[] = {{"Name", "Short", 1, 0}, {nullptr, nullptr, 0, 0}};
+  ElemLogRow rows[] = {{"Name", "Short", 1, 0}, {nullptr, nullptr, 0, 0}};
   const ElemLogRow nameless[] = {{"Name", nullptr, 1, 0}, {nullptr, nullptr, 0, 0}};
   const ElemLogOutput outputs[1] = {};
   const ElemLogField fields[1] = {};
   int word = 0;
   const ElemLogHeader header = {{}, outputs, fields};
-  const ElemLogTables whole = {classes, &word, nullptr, rows, rows};
-  const ElemLogTables without_severities = {classes, &word, nullptr, rows, nullptr};
-  const ElemLogTables unnamed = {classes, &word, nullptr, nameless, rows};
+  const ElemLogTables whole = {rows, &word, nullptr, rows, rows};
+  const ElemLogTables without_severities = {rows, &word, nullptr, rows, nullptr};
+  const ElemLogTables unnamed = {rows, &word, nullptr, nameless, rows};
   EXPECT_NE(nullptr, ElemLogCfgPopulate(&header, &whole));
-  EXPECT_EQ(nullptr, ElemLogCfgPopulate(nullptr, &whole));
-  EXPECT_EQ(nullptr, ElemLogCfgPopulate(&header, &without_severities));
-  EXPECT_EQ(nullptr, ElemLogCfgPopulate(&header, &unnamed));
+  for (const ElemLogTables* tables : {&without_severities, &unnamed})
+    EXPECT_EQ(nullptr, ElemLogCfgPopulate(&header, tables));
 }
 
 TEST(StateProvidersTest, RegistrationsEndWithTheirOwnersInAnyOrder) {
