@@ -21,8 +21,8 @@ struct Settings {
   // Group whose members may change things over NETCONF. Root and the daemon's own account always
   // may; all others who can connect may only read. Empty: no such group.
   std::string netconf_write_group;
-  // Configuration (JSON or XML, by its ending) that running begins with where nothing was ever
-  // committed in the state directory; empty: none.
+  // Configuration (JSON or XML, by its ending) that running is loaded from as long as the state
+  // directory holds none of its own; empty: none.
   std::string startup_file;
   // Commits that the history keeps at most.
   unsigned int history_commits = 1000;
