@@ -1,6 +1,7 @@
 // A commit as an operator's client sees it: from the request for one entry's change on the NETCONF
 // socket to the reply, which comes after both groups are updated.
 #include <benchmark/benchmark.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -67,9 +68,10 @@ std::string ChangePort(int entry, int port) {
          "</access-list></config></config></edit-config></rpc>";
 }
 
-void BM_EditConfigOneEntry(benchmark::State& state) {
-  const int entries = static_cast<int>(state.range(0));
-  Daemon daemon(ConfigurationJson(1, entries));
+// Changes one entry after the other, of the first of the configuration's profiles.
+void EditOneEntry(benchmark::State& state, const std::string& configuration, int entries,
+                  const std::string& filter_backend) {
+  Daemon daemon(configuration, filter_backend);
   daemon.RunInitialLoad();
   daemon.RunWith([&](const std::string& socket) {
     Client client(socket);
@@ -84,10 +86,34 @@ void BM_EditConfigOneEntry(benchmark::State& state) {
     }
   });
 }
+
+void BM_EditConfigOneEntry(benchmark::State& state) {
+  const int entries = static_cast<int>(state.range(0));
+  EditOneEntry(state, ConfigurationJson(1, entries), entries, "memory");
+}
 BENCHMARK(BM_EditConfigOneEntry)
     ->ArgName("entries")
     ->RangeMultiplier(4)
     ->Range(1024, 65536)
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime();
+
+// The same down to the kernel's packet filter, in a network namespace.
+void BM_EditConfigOneEntryEnforced(benchmark::State& state) {
+  constexpr int kEntries = 65536;
+  const int ports = static_cast<int>(state.range(0));
+  if (unshare(CLONE_NEWNET) != 0) {
+    state.SkipWithError("no network namespace");
+    return;
+  }
+  EditOneEntry(state, ConfigurationJson(ports, kEntries), kEntries / ports, "kernel");
+}
+BENCHMARK(BM_EditConfigOneEntryEnforced)
+    ->ArgName("ports")
+    ->Arg(1)
+    ->Arg(16)
+    ->Arg(64)
+    ->Iterations(50)
     ->Unit(benchmark::kMicrosecond)
     ->UseRealTime();
 

@@ -24,12 +24,13 @@ class Daemon::TimedManager : public acl_app::ConfDManager {
   double seconds = 0;
 };
 
-Daemon::Daemon(const std::string& configuration) {
+Daemon::Daemon(const std::string& configuration, const std::string& filter_backend) {
   const std::string& directory = scratch_.directory();
   const std::string settings = scratch_.Write(
       "settings", "state_directory = " + directory + "\nnetconf_socket = " + directory +
                       "/netconf.sock\nyang_directory = " BENCH_YANG_DIRECTORY
-                      "\nfilter_backend = memory\nlog_level = warning\nstartup_file = " +
+                      "\nfilter_backend = " +
+                      filter_backend + "\nlog_level = warning\nstartup_file = " +
                       scratch_.Write("startup.json", configuration) + "\n");
   setenv("ACL_APP_SETTINGS", settings.c_str(), 1);
   mw_ = qzmw_init("acl-bench");

@@ -1,5 +1,5 @@
-// The whole daemon in the benchmark's process: middleware, memory back end of the Filter Manager,
-// datastore, NETCONF server and configuration manager, on a scratch state directory.
+// The whole daemon in the benchmark's process: middleware, Filter Manager (with the memory back end
+// unless told otherwise), datastore, NETCONF server and configuration manager, on a scratch state directory.
 #ifndef BENCH_DAEMON_H_
 #define BENCH_DAEMON_H_
 
@@ -16,7 +16,7 @@
 class Daemon {
  public:
   // Starts with `configuration`, a JSON document, as the start-up file.
-  explicit Daemon(const std::string& configuration);
+  explicit Daemon(const std::string& configuration, const std::string& filter_backend = "memory");
   Daemon(const Daemon&) = delete;
   Daemon& operator=(const Daemon&) = delete;
   ~Daemon();

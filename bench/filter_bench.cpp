@@ -116,24 +116,45 @@ std::unique_ptr<host::KernelBackend> OpenBackend() {
 }
 
 struct Cost {
-  double seconds = 0;
-  double peak_mib = 0;
+  double seconds = 0;      // on the clock
+  double cpu_seconds = 0;  // of the process and, on its behalf, the kernel
+  double peak_mib = 0;     // what the work added to the process's peak memory
 };
 
-// Runs `work` in a process and a network of its own, with the ports; its `seconds` and the peak
-// memory of the process, or of the programs that it runs.
-bool Measure(int ports, int whose, const std::function<double()>& work, Cost* cost) {
+rusage Usage(int whose) {
+  rusage usage;
+  getrusage(whose, &usage);
+  return usage;
+}
+
+double CpuSeconds(const rusage& usage) {
+  const auto seconds = [](const timeval& t) {
+    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6;
+  };
+  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+// Runs, in a process and a network of its own that has the ports, first `prepare` and then `work`,
+// whose cost is that of the process itself (RUSAGE_SELF) or of the programs it runs.
+bool Measure(int ports, int whose, const std::function<void()>& prepare,
+             const std::function<bool()>& work, Cost* cost) {
   int pipes[2];
   if (pipe(pipes) != 0) return false;
   const pid_t child = fork();
   if (child == 0) {
-    Cost result;
     if (unshare(CLONE_NEWNET) != 0) _exit(1);
     AddPorts(ports);
-    result.seconds = work();
-    rusage usage;
-    getrusage(whose, &usage);
-    result.peak_mib = static_cast<double>(usage.ru_maxrss) / 1024;
+    prepare();
+    const rusage before = Usage(whose);
+    const double start = Seconds();
+    if (!work()) _exit(1);
+    Cost result;
+    result.seconds = Seconds() - start;
+    const rusage after = Usage(whose);
+    result.cpu_seconds = CpuSeconds(after) - CpuSeconds(before);
+    // A program that runs starts from nothing; this process does not.
+    const long base = whose == RUSAGE_SELF ? before.ru_maxrss : 0;
+    result.peak_mib = static_cast<double>(after.ru_maxrss - base) / 1024;
     _exit(write(pipes[1], &result, sizeof(result)) == sizeof(result) ? 0 : 1);
   }
   close(pipes[1]);
@@ -146,6 +167,7 @@ bool Measure(int ports, int whose, const std::function<double()>& work, Cost* co
 void Report(benchmark::State& state, bool ok, const Cost& cost) {
   if (!ok) state.SkipWithError("no network namespace, or no packet filter in it");
   state.SetIterationTime(cost.seconds);
+  state.counters["cpu_ms"] = cost.cpu_seconds * 1000;
   state.counters["MiB"] = cost.peak_mib;
 }
 
@@ -153,16 +175,15 @@ void BM_ProgramGroup(benchmark::State& state) {
   const int ports = static_cast<int>(state.range(0));
   for (auto _ : state) {
     Cost cost;
+    std::unique_ptr<host::KernelBackend> backend;
+    FiltersGroup group(1);
     const bool ok = Measure(
         ports, RUSAGE_SELF,
-        [ports] {
-          const FiltersGroup group = MakeGroup(ports, -1);
-          const auto backend = OpenBackend();
-          const double start = Seconds();
-          if (backend == nullptr || backend->Apply(group) != host::FILTER_MGR_OK) _exit(1);
-          return Seconds() - start;
+        [&] {
+          group = MakeGroup(ports, -1);
+          backend = OpenBackend();
         },
-        &cost);
+        [&] { return backend != nullptr && backend->Apply(group) == host::FILTER_MGR_OK; }, &cost);
     Report(state, ok, cost);
   }
 }
@@ -175,13 +196,8 @@ void BM_ProgramByNft(benchmark::State& state) {
   for (auto _ : state) {
     Cost cost;
     const bool ok = Measure(
-        ports, RUSAGE_CHILDREN,
-        [&script] {
-          const double start = Seconds();
-          if (system(("nft -f " + script).c_str()) != 0) _exit(1);
-          return Seconds() - start;
-        },
-        &cost);
+        ports, RUSAGE_CHILDREN, [] {},
+        [&script] { return system(("nft -f " + script).c_str()) == 0; }, &cost);
     Report(state, ok, cost);
   }
 }
@@ -213,6 +229,7 @@ void BM_UpdateOneEntry(benchmark::State& state) {
     const double start = Seconds();
     if (backend->Apply(group) != host::FILTER_MGR_OK) state.SkipWithError("refused");
     state.SetIterationTime(Seconds() - start);
+    backend->Idle();
   }
   state.counters["writes"] = benchmark::Counter(static_cast<double>(backend->writes() - before),
                                                 benchmark::Counter::kAvgIterations);

@@ -35,6 +35,8 @@ class Backend {
   // Hits by entry id of the group as last applied; false where hits are not counted or cannot be
   // read at the moment.
   virtual bool ReadHits(const FiltersCommon::FiltersGroup& group, HitsById* hits) = 0;
+  // Does what can wait until after an answer, such as giving back the memory of what was replaced.
+  virtual void Idle() {}
   // The ports that the groups name.
   virtual std::map<std::string, PortState> Ports() const = 0;
 };

@@ -66,9 +66,11 @@ class KernelWatch {
 class FilterMgrClient::Impl {
  public:
   explicit Impl(qzmw_t* mw)
-      : backend_(MakeBackend()), table_(backend_.get(), host::ProcessSettings().filter_capacity) {
+      : loop_(host::LoopOf(mw)),
+        backend_(MakeBackend()),
+        table_(backend_.get(), host::ProcessSettings().filter_capacity) {
     if (auto* kernel = dynamic_cast<host::KernelBackend*>(backend_.get())) {
-      watch_.emplace(kernel, host::LoopOf(mw));
+      watch_.emplace(kernel, loop_);
     }
     registration_ = host::StateProvidersOf(mw)->Add(
         {"acl-app-filters", "filters", [this](const ly_ctx* context) {
@@ -76,7 +78,8 @@ class FilterMgrClient::Impl {
          }});
   }
 
-  host::GroupTable& table() { return table_; }
+  int Create(const FiltersGroup& group) { return Answer(table_.Create(group)); }
+  int Update(const FiltersGroup& group) { return Answer(table_.Update(group)); }
 
  private:
   static std::unique_ptr<host::Backend> MakeBackend() {
@@ -87,10 +90,17 @@ class FilterMgrClient::Impl {
                      name.c_str());
   }
 
+  int Answer(host::FilterMgrError result) {
+    idle_ = loop_->Soon([this] { backend_->Idle(); });
+    return result;
+  }
+
+  std::shared_ptr<host::EventLoop> loop_;
   // Destroyed in reverse: what is shown goes before what it shows, watches before their back end.
   std::unique_ptr<host::Backend> backend_;
   host::GroupTable table_;
   std::optional<KernelWatch> watch_;
+  std::unique_ptr<host::Watch> idle_;
   host::StateProviders::Registration registration_;
 };
 
@@ -99,8 +109,8 @@ FilterMgrClient::FilterMgrClient(qzmw_t* mw, const std::string& /*name*/)
 
 FilterMgrClient::~FilterMgrClient() = default;
 
-int FilterMgrClient::createGroup(FiltersGroup group) { return impl_->table().Create(group); }
+int FilterMgrClient::createGroup(FiltersGroup group) { return impl_->Create(group); }
 
-int FilterMgrClient::updateGroup(const FiltersGroup& group) { return impl_->table().Update(group); }
+int FilterMgrClient::updateGroup(const FiltersGroup& group) { return impl_->Update(group); }
 
 }  // namespace FilterMgrClientApi

@@ -104,8 +104,11 @@ FilterMgrError KernelBackend::Apply(const FiltersGroup& group) {
   Targets targets{};
   targets[slot] = &*compiled;
   const FilterMgrError result = Program(targets);
-  if (result == FILTER_MGR_OK) groups_[slot] = std::move(compiled);
-  return result;
+  if (result != FILTER_MGR_OK) return result;
+  Idle();  // in case nobody else has called it
+  if (groups_[slot]) retired_.push_back(std::move(*groups_[slot]));
+  groups_[slot] = std::move(compiled);
+  return FILTER_MGR_OK;
 }
 
 FilterMgrError KernelBackend::Program(const Targets& targets) {

@@ -49,6 +49,7 @@ class KernelBackend : public Backend {
   FilterMgrError Create(const FiltersCommon::FiltersGroup&) override { return FILTER_MGR_OK; }
   FilterMgrError Apply(const FiltersCommon::FiltersGroup& group) override;
   bool ReadHits(const FiltersCommon::FiltersGroup& group, HitsById* hits) override;
+  void Idle() override { retired_.clear(); }
   std::map<std::string, PortState> Ports() const override;
 
   // Descriptors to wait on for Poll().
@@ -89,8 +90,9 @@ class KernelBackend : public Backend {
   LinkTable links_;
   HeldTables held_;
   std::array<std::optional<CompiledGroup>, kGroupSlots> groups_;  // in force; none before an update
-  std::set<std::string> stale_;     // ports whose table has to be read again
-  std::set<std::string> verified_;  // ports whose table was, and has to be compared whole
+  std::vector<CompiledGroup> retired_;  // were in force; to be given back when there is time
+  std::set<std::string> stale_;         // ports whose table has to be read again
+  std::set<std::string> verified_;      // ports whose table was, and has to be compared whole
   bool all_stale_ = false;
   std::set<std::string> failed_;  // ports that could not be put right
   size_t writes_ = 0;
