@@ -39,7 +39,8 @@ size_t SkipOther(std::string_view text, size_t pos) {
 // character of XML 1.0 (section 2.2).
 size_t CharacterSize(std::string_view text) {
   const auto byte = [text](size_t i) { return static_cast<unsigned char>(text[i]); };
-  if (byte(0) < 0x80) return byte(0) >= 0x20 || kBlanks.find(text[0]) != kBlanks.npos ? 1 : 0;
+  if (byte(0) < 0x80)
+    return byte(0) >= 0x20 || kBlanks.find(text[0]) != std::string_view::npos ? 1 : 0;
   const size_t size = byte(0) >= 0xf0 ? 4 : byte(0) >= 0xe0 ? 3 : 2;
   if (byte(0) < 0xc2 || byte(0) > 0xf4 || text.size() < size) return 0;
   char32_t code = byte(0) & (0xff >> (size + 1));
