@@ -83,6 +83,13 @@ Frame Sentinel(uint32_t id) {
   return frame;
 }
 
+// Shell commands that wait until a link that was set up is: that takes the kernel a while, and
+// frames are lost meanwhile.
+std::string UntilUp(const std::string& name) {
+  return "; for i in $(seq 500); do ip link show " + name +
+         " | grep -q 'state UP' && break; sleep 0.01; done";
+}
+
 bool IsSentinel(const Frame& frame) { return (frame[12] << 8 | frame[13]) == kSentinelType; }
 
 }  // namespace
@@ -129,7 +136,8 @@ std::string PacketLab::Connect(bool tags_in_metadata) {
   std::string script;
   const auto pair = [&script](const std::string& name) {
     script += "ip link add " + name + " type veth peer name " + name + "-peer;";
-    script += "ip link set " + name + " up; ip link set " + name + "-peer up;";
+    script += "ip link set " + name + " up; ip link set " + name + "-peer up" + UntilUp(name) +
+              UntilUp(name + "-peer") + ";";
   };
   const auto forward = [&script](const std::string& from, const std::string& to) {
     const auto chain = [&](const std::string& name, int priority) {
@@ -173,7 +181,7 @@ void PacketLab::AwaitPath() {
 
 void PacketLab::AddPair(const std::string& name) {
   Run("ip link add " + name + " type veth peer name " + name + "-peer && ip link set " + name +
-      " up && ip link set " + name + "-peer up");
+      " up && ip link set " + name + "-peer up" + UntilUp(name) + UntilUp(name + "-peer"));
 }
 
 void PacketLab::SendOn(const std::string& interface, const Frame& frame) {
