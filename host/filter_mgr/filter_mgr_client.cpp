@@ -3,6 +3,7 @@
 
 #include <sys/epoll.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "host/filter_mgr/group_state.h"
@@ -48,17 +49,23 @@ class KernelWatch {
   }
 
  private:
-  static constexpr std::chrono::seconds kRetryAfter{1};
+  static constexpr std::chrono::seconds kFirstDelay{1}, kLongestDelay{60};
 
   void Poll() {
     retry_.reset();
-    if (!backend_->Poll()) retry_ = loop_->After(kRetryAfter, [this] { Poll(); });
+    if (backend_->Poll()) {
+      delay_ = kFirstDelay;
+      return;
+    }
+    retry_ = loop_->After(delay_, [this] { Poll(); });
+    delay_ = std::min(2 * delay_, kLongestDelay);
   }
 
   host::KernelBackend* backend_;
   std::shared_ptr<host::EventLoop> loop_;
   std::vector<std::unique_ptr<host::Watch>> watches_;
   std::unique_ptr<host::Watch> retry_;
+  std::chrono::seconds delay_ = kFirstDelay;  // until the next attempt after a failure
 };
 
 }  // namespace
