@@ -29,6 +29,9 @@ Frame FrameTo(uint32_t address) {
   return frame;
 }
 
+// What a port's table takes without its chunks: the table, two sets with their values, two chains.
+constexpr size_t kTableWrites = 1 + 2 * 2 + 2;
+
 class KernelBackendTest : public KernelTest {
  protected:
   void SetUp() override {
@@ -183,15 +186,21 @@ TEST_F(KernelBackendTest, ChangesOfOthersAreNoticedAndPutRight) {
   PacketLab::Run("nft add table ip other");  // no concern of ours
   EXPECT_TRUE(backend_->Poll());
   EXPECT_EQ(before, backend_->writes());
-  for (const char* damage : {"nft flush ruleset", "nft 'insert rule netdev acl-app/p1 l2-1 accept'",
-                             "nft 'insert rule netdev acl-app/p1 l2-1 meta mark 1 accept'",
-                             "nft 'insert rule netdev acl-app/p1 l3-0 limit rate 1/second log'",
-                             "nft 'add table netdev acl-app/p1 { flags dormant; }'",
-                             "nft 'flush chain netdev acl-app/p1 l3-0'"}) {
+  const struct {
+    const char* damage;
+    size_t writes;  // that put it right
+  } kCases[] = {
+      {"nft flush ruleset", kTableWrites + 2 * (3 + 1) + 500 + 3},
+      {"nft 'insert rule netdev acl-app/p1 l2-1 accept'", 1},
+      {"nft 'flush chain netdev acl-app/p1 l3-0'", 1 + 3 + 3},  // another chunk takes its place
+  };
+  for (const auto& c : kCases) {
     CapturedLog().clear();
-    PacketLab::Run(damage);
+    const size_t written = backend_->writes();
+    PacketLab::Run(c.damage);
     EXPECT_TRUE(backend_->Poll());
     ExpectInKernel({&l2, &l3});
+    EXPECT_EQ(c.writes, backend_->writes() - written) << c.damage;
     EXPECT_THAT(CapturedLog(), Contains(HasSubstr("port p1 was not as it should be")));
   }
   // A change in the very moment of an update is noticed by it.
@@ -209,38 +218,45 @@ TEST_P(LinkTest, InterfacesMayComeAndGo) {
   const FiltersGroup group = GroupOf(kL2Type, {{DenyTo(5), {1, 2, 3}}});
   Apply(group);
   const auto state = [this](const char* port) { return backend_->Ports().at(port); };
-  const auto poll = [this] { ASSERT_TRUE(backend_->Poll()); };
+  // Hooks by name need no writing; others cost a table with a chunk of one rule, or its removal.
+  constexpr size_t kBuild = kTableWrites + 3, kRemove = 1;
+  const auto poll = [this](size_t writes_by_interface) {
+    const size_t before = backend_->writes();
+    ASSERT_TRUE(backend_->Poll());
+    EXPECT_EQ(GetParam() ? 0 : writes_by_interface, backend_->writes() - before);
+  };
   EXPECT_EQ(PortState::kEnforced, state("p1"));
   EXPECT_EQ(PortState::kAbsent, state("later"));
   EXPECT_EQ(PortState::kAbsent, state("gigabit-ethernet-1/1/1"));
 
   PacketLab::AddPair("later");
-  poll();
+  poll(kBuild);
   EXPECT_EQ(PortState::kEnforced, state("later"));
   EXPECT_TRUE(Decides(group, "later-peer", 5));
 
   PacketLab::Run("ip link del p1");
-  poll();
+  poll(kRemove);
   EXPECT_EQ(PortState::kAbsent, state("p1"));
   PacketLab::AddPair("p1");
-  poll();
+  poll(kBuild);
   EXPECT_TRUE(Decides(group, "p1-peer", 5));
 
   // A rename takes the filter off one name, and a name that has a filter gets it.
   PacketLab::Run("ip link set later down; ip link set later name other; ip link set other up");
-  poll();
+  poll(kRemove);
   EXPECT_EQ(PortState::kAbsent, state("later"));
   EXPECT_FALSE(Decides(group, "later-peer", 5, /*attempts=*/20));
   PacketLab::Run("ip link set p2 down; ip link set p2 name later; ip link set later up");
-  poll();
+  poll(kBuild);
   EXPECT_TRUE(Decides(group, "p2-peer", 5));
 
   // Updates go on while an interface is away.
   PacketLab::Run("ip link del p1");
+  poll(kRemove);
   const FiltersGroup changed = GroupOf(kL2Type, {{DenyTo(6), {1, 2}}});
   Apply(changed);
   PacketLab::AddPair("p1");
-  poll();
+  poll(kBuild);
   EXPECT_TRUE(Decides(changed, "p1-peer", 6));
 }
 
