@@ -70,7 +70,11 @@ std::unique_ptr<KernelBackend> KernelBackend::Open(const KernelBackendOptions& o
                                                    std::string* reason) {
   std::unique_ptr<KernelBackend> backend(new KernelBackend(options));
   const int error = backend->Connect();
-  if (error == 0) return backend;
+  if (error == 0) {
+    const size_t ports = backend->held_.size();
+    if (ports != 0) Log(LogLevel::kInfo, "an earlier run has left filters on %zu ports", ports);
+    return backend;
+  }
   if (error == -EPERM || error == -EACCES) {
     *reason = "the process may not program the kernel's packet filter: it needs CAP_NET_ADMIN";
   } else {
@@ -103,8 +107,12 @@ FilterMgrError KernelBackend::Apply(const FiltersGroup& group) {
   }
   Targets targets{};
   targets[slot] = &*compiled;
+  const size_t before = writes_;
   const FilterMgrError result = Program(targets);
   if (result != FILTER_MGR_OK) return result;
+  Log(LogLevel::kDebug, "filter group %d (%s): %zu entries in force, %zu changes written",
+      group.getId(), GroupTypeName(group.getType()), group.getEntriesRef().size(),
+      writes_ - before);
   Idle();  // in case nobody else has called it
   if (groups_[slot]) retired_.push_back(std::move(*groups_[slot]));
   groups_[slot] = std::move(compiled);

@@ -3,6 +3,7 @@
 import ctypes
 import json
 import os
+import signal
 import socket
 import subprocess
 import time
@@ -81,7 +82,7 @@ class KernelTest(DaemonTest):
         self.assertEqual(refused.returncode, 5)
         self.assertIn("is running", refused.stderr)
 
-        self.assertEqual(daemon.stop(), 0)
+        self.assertEqual(daemon.stop(signal.SIGKILL), -signal.SIGKILL)
         self.assertIn("acl-app/port0", self.tables())
         send(443)  # still filtered
         daemon = self.start(startup_file=self.directory / "config.xml")

@@ -190,7 +190,7 @@ TEST_F(KernelBackendTest, ChangesOfOthersAreNoticedAndPutRight) {
     const char* damage;
     size_t writes;  // that put it right
   } kCases[] = {
-      {"nft flush ruleset", kTableWrites + 2 * (3 + 1) + 500 + 3},
+      {"nft flush ruleset", kTableWrites + size_t{2} * (3 + 1) + 500 + 3},
       {"nft 'insert rule netdev acl-app/p1 l2-1 accept'", 1},
       {"nft 'flush chain netdev acl-app/p1 l3-0'", 1 + 3 + 3},  // another chunk takes its place
   };
