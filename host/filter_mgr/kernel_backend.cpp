@@ -314,7 +314,10 @@ FilterMgrError KernelBackend::Report(const BatchResult& result, const Targets& t
     Log(LogLevel::kError, "the kernel refused %s%s: %s", what.c_str(), where.c_str(), reason);
     return FILTER_MGR_ERR_KERNEL;
   }
-  Log(LogLevel::kError, "%s could not be sent to the kernel: %s", what.c_str(), reason);
+  // A send buffer of any size takes CAP_NET_ADMIN in the initial user namespace.
+  const char* const hint =
+      result.error == -EMSGSIZE ? " (net.core.wmem_max limits the size of an update here)" : "";
+  Log(LogLevel::kError, "%s could not be sent to the kernel: %s%s", what.c_str(), reason, hint);
   return FILTER_MGR_ERR_NETLINK;
 }
 
