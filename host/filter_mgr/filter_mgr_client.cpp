@@ -48,15 +48,21 @@ class KernelWatch {
     }
   }
 
+  // To be called after each update.
+  void AfterUpdate() {
+    if (backend_->Pending() && retry_ == nullptr) Retry();
+  }
+
  private:
   static constexpr std::chrono::seconds kFirstDelay{1}, kLongestDelay{60};
 
   void Poll() {
     retry_.reset();
-    if (backend_->Poll()) {
-      delay_ = kFirstDelay;
-      return;
-    }
+    if (!backend_->Poll()) return Retry();
+    delay_ = kFirstDelay;
+  }
+
+  void Retry() {
     retry_ = loop_->After(delay_, [this] { Poll(); });
     delay_ = std::min(2 * delay_, kLongestDelay);
   }
@@ -98,6 +104,7 @@ class FilterMgrClient::Impl {
   }
 
   int Answer(host::FilterMgrError result) {
+    if (watch_) watch_->AfterUpdate();
     idle_ = loop_->Soon([this] { backend_->Idle(); });
     return result;
   }

@@ -137,8 +137,17 @@ BatchResult KernelBackend::TryProgram(const Targets& targets, bool* again) {
   if (result.error != 0) return result;
 
   const std::set<std::string> ports = PortsOf(targets);
+  const std::vector<std::string> damaged = Damaged();
   std::vector<TableUpdate> updates;
   for (const std::string& port : ports) {
+    if (IsStray(port, targets)) {
+      // It would only have the whole update refused.
+      if (strays_.insert(port).second) {
+        Log(LogLevel::kWarning, "the packet filter's table %s is another process's; left alone",
+            TableName(port).c_str());
+      }
+      continue;
+    }
     const auto held = held_.find(port);
     TableUpdate update(port, held == held_.end() ? nullptr : &held->second,
                        DesiredOf(port, targets));
@@ -156,16 +165,26 @@ BatchResult KernelBackend::TryProgram(const Targets& targets, bool* again) {
   if (batch.size() != 0) result = Send(&batch, generation);
   if (result.error == 0) {
     for (const TableUpdate& update : updates) update.Commit(&held_);
-    for (const std::string& port : ports) verified_.erase(port);
+    for (const std::string& port : ports) {
+      verified_.erase(port);
+      failed_.erase(port);
+    }
+    expected_.clear();
     writes_ += batch.size();
+    for (const std::string& port : damaged) {
+      Log(LogLevel::kWarning, "the packet filter of port %s was not as it should be; put right",
+          port.c_str());
+    }
     return result;
   }
   // Someone else's change came first; or an interface went, and with it what was planned for it.
-  *again = result.error == -ERESTART || (result.error == -ENOENT && !links_.Update().empty());
+  *again = result.error == -ERESTART || (result.error == -ENOENT && ReadLinks());
   if (result.unknown || result.error == -ENOENT) {
     // The next attempt finds out what the kernel made of this one.
     for (const TableUpdate& update : updates) {
-      if (!update.empty()) stale_.insert(update.port());
+      if (update.empty()) continue;
+      stale_.insert(update.port());
+      expected_.insert(update.port());
     }
     *again = true;
   }
@@ -191,6 +210,7 @@ BatchResult KernelBackend::Send(NftBatch* batch, uint32_t generation) {
 
 // Brings `held_` up to date with what others have done.
 int KernelBackend::Refresh() {
+  ReadLinks();
   ReadEvents();
   if (all_stale_) {
     HeldTables tables;
@@ -236,6 +256,43 @@ void KernelBackend::ReadEvents() {
       if (port) stale_.insert(*port);
     }
   }
+}
+
+bool KernelBackend::ReadLinks() {
+  const std::set<std::string> changed = links_.Update();
+  for (const std::string& name : changed) {
+    const bool ours = Ports().count(name) != 0 || held_.count(name) != 0;
+    if (!ours) continue;
+    Log(LogLevel::kInfo, "interface %s %s", name.c_str(),
+        links_.Has(name) ? "appeared" : "vanished");
+    if (options_.features.hooks_by_name) continue;
+    stale_.insert(name);
+    expected_.insert(name);
+  }
+  return !changed.empty();
+}
+
+std::vector<std::string> KernelBackend::Damaged() const {
+  std::vector<std::string> damaged;
+  for (const std::string& port : verified_) {
+    if (expected_.count(port) != 0 || IsStray(port, {})) continue;
+    const auto held = held_.find(port);
+    const TableUpdate repair(port, held == held_.end() ? nullptr : &held->second,
+                             DesiredOf(port, {}));
+    if (!repair.empty()) damaged.push_back(port);
+  }
+  return damaged;
+}
+
+bool KernelBackend::IsStray(const std::string& port, const Targets& targets) const {
+  const auto held = held_.find(port);
+  if (held == held_.end() || !held->second.of_another) return false;
+  return std::none_of(kSlots.begin(), kSlots.end(), [&](GroupSlot slot) {
+    const CompiledGroup* const groups[] = {targets[slot], SettledGroup(slot)};
+    return std::any_of(std::begin(groups), std::end(groups), [&port](const CompiledGroup* group) {
+      return group != nullptr && group->ports.count(port) != 0;
+    });
+  });
 }
 
 const CompiledGroup* KernelBackend::SettledGroup(GroupSlot slot) const {
@@ -321,32 +378,21 @@ FilterMgrError KernelBackend::Report(const BatchResult& result, const Targets& t
   return FILTER_MGR_ERR_NETLINK;
 }
 
+bool KernelBackend::Pending() const {
+  return all_stale_ || !stale_.empty() || !verified_.empty() || !links_.complete();
+}
+
 bool KernelBackend::Poll() {
-  for (const std::string& name : links_.Update()) {
-    const bool ours = Ports().count(name) != 0 || held_.count(name) != 0;
-    if (!ours) continue;
-    Log(LogLevel::kInfo, "interface %s %s", name.c_str(),
-        links_.Has(name) ? "appeared" : "vanished");
-    if (!options_.features.hooks_by_name) stale_.insert(name);
-  }
+  ReadLinks();
   ReadEvents();
-  if (stale_.empty() && verified_.empty() && !all_stale_) return true;
-  std::set<std::string> concerned = stale_;
-  concerned.insert(verified_.begin(), verified_.end());
-  const size_t before = writes_;
-  const FilterMgrError result = Program({});
-  if (result != FILTER_MGR_OK) {
-    failed_.insert(concerned.begin(), concerned.end());
-    return false;
+  if (!Pending()) return true;
+  if (Program({}) == FILTER_MGR_OK) return !Pending();
+  failed_.insert(stale_.begin(), stale_.end());
+  failed_.insert(verified_.begin(), verified_.end());
+  if (all_stale_) {
+    for (const auto& [port, state] : Ports()) failed_.insert(port);
   }
-  failed_.clear();
-  if (writes_ != before) {
-    for (const std::string& port : concerned) {
-      Log(LogLevel::kWarning, "the packet filter of port %s was not as it should be; put right",
-          port.c_str());
-    }
-  }
-  return true;
+  return false;
 }
 
 std::map<std::string, PortState> KernelBackend::Ports() const {

@@ -57,6 +57,9 @@ class KernelBackend : public Backend {
   // Takes in what the kernel has announced and puts right what it concerns. False when something
   // could not be put right: Poll() should then be called again after a while.
   bool Poll();
+  // Whether something waits for Poll() that no descriptor tells of: an update that fails may have
+  // heard of changes, or have no answer from the kernel.
+  bool Pending() const;
 
   // Messages that changed the packet filter since the start; for tests.
   size_t writes() const { return writes_; }
@@ -74,8 +77,14 @@ class KernelBackend : public Backend {
   BatchResult TryProgram(const Targets& targets, bool* again);
   // Commits the batch, whose base is `generation`.
   BatchResult Send(NftBatch* batch, uint32_t generation);
+  // Takes in what became of the interfaces; whether anything did.
+  bool ReadLinks();
   void ReadEvents();
   int Refresh();
+  // Ports whose table somebody else has changed away from the groups in force.
+  std::vector<std::string> Damaged() const;
+  // Whether the port's table is another process's, and no group names the port.
+  bool IsStray(const std::string& port, const Targets& targets) const;
   DesiredTable DesiredOf(const std::string& port, const Targets& targets) const;
   std::set<std::string> PortsOf(const Targets& targets) const;
   bool CanProgram(const std::string& port) const;
@@ -94,7 +103,10 @@ class KernelBackend : public Backend {
   std::set<std::string> stale_;         // ports whose table has to be read again
   std::set<std::string> verified_;      // ports whose table was, and has to be compared whole
   bool all_stale_ = false;
+  std::set<std::string>
+      expected_;                  // of these, ports whose table differs for a reason that is known
   std::set<std::string> failed_;  // ports that could not be put right
+  std::set<std::string> strays_;  // ports of stray tables, reported
   size_t writes_ = 0;
 };
 

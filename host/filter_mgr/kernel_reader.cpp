@@ -52,7 +52,10 @@ Hits CounterOf(const nftnl_rule* rule) {
 // A table as it comes together from the dumps of its parts.
 class KernelReader::Assembly {
  public:
-  Assembly(std::string port, uint32_t flags) : port_(std::move(port)) { table_.flags = flags; }
+  Assembly(std::string port, uint32_t flags, bool of_another) : port_(std::move(port)) {
+    table_.flags = flags;
+    table_.of_another = of_another;
+  }
 
   const std::string& port() const { return port_; }
 
@@ -256,8 +259,10 @@ int KernelReader::ReadFiltered(const std::string* only_port, HeldTables* tables)
         const std::string name = Text(nftnl_table_get_str(table.get(), NFTNL_TABLE_NAME));
         const auto port = PortOfTable(name);
         if (!port || (only_port != nullptr && *port != *only_port)) return true;
+        const uint32_t owner = nftnl_table_get_u32(table.get(), NFTNL_TABLE_OWNER);  // 0: nobody
         assemblies.emplace(name,
-                           Assembly(*port, nftnl_table_get_u32(table.get(), NFTNL_TABLE_FLAGS)));
+                           Assembly(*port, nftnl_table_get_u32(table.get(), NFTNL_TABLE_FLAGS),
+                                    owner != 0 && owner != socket_->port_id()));
         return true;
       });
   if (error == 0 && !assemblies.empty()) error = DumpChains(&assemblies);

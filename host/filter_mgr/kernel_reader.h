@@ -21,6 +21,7 @@ namespace host {
 // What the kernel holds for one port.
 struct HeldTable {
   uint32_t flags = 0;
+  bool of_another = false;  // owned by another socket, which alone may change it
   // Whether the table is built as this program builds them: flags, base chains, sets and jumps. One
   // that is not has to be built anew; its groups hold the rules that could be read.
   bool sound = false;

@@ -83,18 +83,20 @@ std::set<std::string> LinkTable::Update() {
   std::vector<char> buffer(1 << 16);
   for (;;) {
     const ssize_t size = events_->Receive(buffer.data(), buffer.size(), /*wait=*/false);
-    if (size == -ENOBUFS) {
-      const int error = Read(&changed);
-      if (error != 0) Log(LogLevel::kError, "interfaces cannot be read: %s", strerror(-error));
-      continue;
-    }
-    if (size < 0) return changed;
+    if (size == -ENOBUFS) complete_ = false;
+    if (size == -ENOBUFS || size == -EINTR) continue;
+    if (size < 0) break;
     auto remaining = static_cast<int>(size);
     const auto* message = reinterpret_cast<const nlmsghdr*>(buffer.data());
     for (; mnl_nlmsg_ok(message, remaining); message = mnl_nlmsg_next(message, &remaining)) {
       Take(message, &changed);
     }
   }
+  if (complete_) return changed;
+  const int error = Read(&changed);
+  complete_ = error == 0;
+  if (error != 0) Log(LogLevel::kError, "interfaces cannot be read: %s", strerror(-error));
+  return changed;
 }
 
 }  // namespace host

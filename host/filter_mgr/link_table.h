@@ -22,6 +22,8 @@ class LinkTable {
   // Takes in what has happened since. Returns the names that appeared, vanished or went over to
   // another interface.
   std::set<std::string> Update();
+  // False after announcements got lost, until an Update() has made good for them.
+  bool complete() const { return complete_; }
 
  private:
   // Reads all interfaces anew; what differs is added to `changed`. 0 or a negative errno.
@@ -33,6 +35,7 @@ class LinkTable {
   std::unique_ptr<NetlinkSocket> events_, requests_;
   std::map<int, std::string> name_of_;
   std::map<std::string, int> index_of_;
+  bool complete_ = true;
 };
 
 }  // namespace host

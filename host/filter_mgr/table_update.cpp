@@ -183,7 +183,7 @@ void TableUpdate::Commit(HeldTables* tables) const {
       tables->erase(*port_);
       return;
     case Action::kBuild:
-      (*tables)[*port_] = HeldTable{flags_, true, {}};
+      (*tables)[*port_] = HeldTable{flags_, false, true, {}};
       break;
     case Action::kEdit:
       if (claim_) tables->at(*port_).flags = flags_;

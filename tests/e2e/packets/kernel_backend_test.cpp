@@ -11,6 +11,7 @@ namespace {
 using namespace FiltersCommon;  // NOLINT
 using ::testing::Contains;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 // Entries that deny `first`, `first` + 1, ... on the first port.
 std::vector<PlacedEntry> Denying(uint32_t first, uint32_t count) {
@@ -174,6 +175,23 @@ TEST_F(KernelBackendTest, OwnTablesAreClosedToOthers) {
   EXPECT_NE(0, system("nft 'flush chain netdev acl-app/p1 l2-0' 2>/dev/null"));
   PacketLab::Run("nft flush ruleset");
   ExpectInKernel({&group});
+
+  // Another process's table for a port that no group names is no reason to refuse an update.
+  int error = 0;
+  const auto another = OpenNetlink({NETLINK_NETFILTER, 0, 0}, &error);
+  uint32_t generation = 0;
+  ASSERT_EQ(0, KernelReader(another.get()).ReadGeneration(&generation));
+  NftBatch batch(generation);
+  batch.AddTable(TableName("p2"), kTableOwner);
+  ASSERT_EQ(0, batch.Commit(*another).error);
+  for (const uint32_t first : {1, 2}) {  // noticed while running, found at the start
+    CapturedLog().clear();
+    Apply(GroupOf(kL2Type, Denying(first, 3)));
+    EXPECT_THAT(CapturedLog(), Contains(HasSubstr("table acl-app/p2 is another process's")));
+    EXPECT_EQ(1u, ReadKernel().count("p2"));
+    Open();
+  }
+  EXPECT_EQ(FILTER_MGR_ERR_PRIVILEGE, backend_->Apply(GroupOf(kL2Type, {{DenyTo(1), {1, 2}}})));
 }
 
 TEST_F(KernelBackendTest, ChangesOfOthersAreNoticedAndPutRight) {
@@ -214,9 +232,11 @@ class LinkTest : public KernelBackendTest, public ::testing::WithParamInterface<
 
 TEST_P(LinkTest, InterfacesMayComeAndGo) {
   Without(true, /*hooks_by_name=*/GetParam());
-  ports_ = {"p1", "later", "gigabit-ethernet-1/1/1"};
+  ports_ = {"p1", "later", "gigabit-ethernet-1/1/1", "extra"};
   const FiltersGroup group = GroupOf(kL2Type, {{DenyTo(5), {1, 2, 3}}});
+  const FiltersGroup extra = GroupOf(kL3Type, {{DenyTo(7), {4}}});
   Apply(group);
+  Apply(extra);
   const auto state = [this](const char* port) { return backend_->Ports().at(port); };
   // Hooks by name need no writing; others cost a table with a chunk of one rule, or its removal.
   constexpr size_t kBuild = kTableWrites + 3, kRemove = 1;
@@ -252,12 +272,14 @@ TEST_P(LinkTest, InterfacesMayComeAndGo) {
 
   // Updates go on while an interface is away.
   PacketLab::Run("ip link del p1");
-  poll(kRemove);
+  PacketLab::AddPair("extra");  // an update hears of it, though it is another group's
   const FiltersGroup changed = GroupOf(kL2Type, {{DenyTo(6), {1, 2}}});
   Apply(changed);
   PacketLab::AddPair("p1");
   poll(kBuild);
   EXPECT_TRUE(Decides(changed, "p1-peer", 6));
+  EXPECT_TRUE(Decides(extra, "extra-peer", 7));
+  EXPECT_THAT(CapturedLog(), Not(Contains(HasSubstr("not as it should be"))));
 }
 
 INSTANTIATE_TEST_SUITE_P(Hooks, LinkTest, ::testing::Bool(),
@@ -329,11 +351,13 @@ TEST_F(KernelBackendTest, FlushingRemovesAllTables) {
   EXPECT_THAT(PacketLab::Output("nft list tables"), HasSubstr("other"));
 }
 
-// Fails calls of the back end's command socket from one on: one of them, or all.
+// Fails calls of the back end's command socket from one on: one of them, or all. And drops what is
+// announced.
 struct FaultPlan {
   int calls = 0;
   int fail_at = -1;
   bool keep_failing = false;
+  bool drop_events = false;
   bool Fails() {
     const int call = calls++;
     return fail_at >= 0 && (call == fail_at || (keep_failing && call > fail_at));
@@ -342,12 +366,19 @@ struct FaultPlan {
 
 class FaultySocket : public NetlinkSocket {
  public:
-  FaultySocket(std::unique_ptr<NetlinkSocket> socket, FaultPlan* plan)
-      : socket_(std::move(socket)), plan_(plan) {}
+  FaultySocket(std::unique_ptr<NetlinkSocket> socket, bool announces, FaultPlan* plan)
+      : socket_(std::move(socket)), announces_(announces), plan_(plan) {}
   int Send(const std::vector<iovec>& parts) override {
     return plan_->Fails() ? -ENOBUFS : socket_->Send(parts);
   }
   ssize_t Receive(void* buffer, size_t size, bool wait) override {
+    if (announces_) {
+      if (!plan_->drop_events) return socket_->Receive(buffer, size, wait);
+      while (socket_->Receive(buffer, size, wait) > 0) {
+      }
+      plan_->drop_events = false;
+      return -ENOBUFS;
+    }
     const ssize_t result = socket_->Receive(buffer, size, wait);  // the answer is lost
     return plan_->Fails() ? -EIO : result;
   }
@@ -357,17 +388,24 @@ class FaultySocket : public NetlinkSocket {
 
  private:
   std::unique_ptr<NetlinkSocket> socket_;
+  const bool announces_;
   FaultPlan* plan_;
 };
 
-TEST_F(KernelBackendTest, AFailingCallLeavesTheOldContentOrTheNew) {
+class FaultTest : public KernelBackendTest {
+ protected:
+  void SetUp() override {
+    options_.open = [this](const NetlinkOptions& options, int* error) {
+      return std::unique_ptr<NetlinkSocket>(
+          new FaultySocket(OpenNetlink(options, error), options.group != 0, &plan));
+    };
+    KernelBackendTest::SetUp();
+  }
+
   FaultPlan plan;
-  options_.open = [&plan](const NetlinkOptions& options, int* error) {
-    auto socket = OpenNetlink(options, error);
-    if (options.group != 0 || socket == nullptr) return socket;
-    return std::unique_ptr<NetlinkSocket>(new FaultySocket(std::move(socket), &plan));
-  };
-  Open();
+};
+
+TEST_F(FaultTest, AFailingCallLeavesTheOldContentOrTheNew) {
   const FiltersGroup before = GroupOf(kL3Type, Denying(0, 400));
   std::vector<PlacedEntry> entries = Denying(0, 400);
   entries.insert(entries.begin() + 10, {DenyTo(7777)});
@@ -389,10 +427,39 @@ TEST_F(KernelBackendTest, AFailingCallLeavesTheOldContentOrTheNew) {
       } else {
         EXPECT_EQ(FILTER_MGR_ERR_NETLINK, result);
         // With the answer lost the kernel may have taken it; what was reported is made true.
-        EXPECT_TRUE(backend_->Poll());
+        EXPECT_TRUE(!backend_->Pending() || backend_->Poll());
       }
       ExpectInKernel({&before});
       if (HasFatalFailure()) return;
+    }
+  }
+}
+
+TEST_F(FaultTest, DamageHeardOfByAFailingUpdateIsPutRightLater) {
+  Without(/*ownership=*/false, /*hooks_by_name=*/true);
+  const FiltersGroup before = GroupOf(kL2Type, Denying(0, 5)),
+                     after = GroupOf(kL2Type, Denying(1, 5));
+  for (const bool dropped : {false, true}) {
+    for (const bool by_update : {false, true}) {
+      Apply(before);
+      EXPECT_FALSE(backend_->Pending());
+      CapturedLog().clear();
+      PacketLab::Run("nft delete table netdev acl-app/p1");
+      plan = {0, 2, /*keep_failing=*/true, dropped};  // reads the announcements, then fails
+      EXPECT_EQ(FILTER_MGR_ERR_NETLINK, backend_->Apply(after));
+      EXPECT_TRUE(backend_->Pending());
+      EXPECT_FALSE(backend_->Poll());
+      EXPECT_EQ(PortState::kFailed, backend_->Ports().at("p1"));
+      plan = {};
+      if (by_update) {
+        Apply(after);
+      } else {
+        EXPECT_TRUE(backend_->Poll());
+      }
+      ExpectInKernel({by_update ? &after : &before});
+      EXPECT_THAT(CapturedLog(), Contains(HasSubstr("port p1 was not as it should be")));
+      EXPECT_EQ(PortState::kEnforced, backend_->Ports().at("p1"));
+      EXPECT_FALSE(backend_->Pending());
     }
   }
 }
