@@ -1,6 +1,8 @@
 // XML read without a schema: see generic_xml.h.
 #include "host/netconf/generic_xml.h"
 
+#include <cstring>
+
 #include "host/netconf/xml_text.h"
 
 namespace host {
@@ -15,8 +17,8 @@ GenericXml::~GenericXml() { ly_ctx_destroy(context_); }
 
 Tree GenericXml::Parse(const std::string& xml, std::string* error) const {
   lyd_node* tree = nullptr;
-  if (lyd_parse_data_mem(context_, xml.c_str(), LYD_XML, LYD_PARSE_ONLY | LYD_PARSE_OPAQ, 0,
-                         &tree) == LY_SUCCESS &&
+  if (lyd_parse_data_mem(context_, NameEmptyNamespaces(xml).c_str(), LYD_XML,
+                         LYD_PARSE_ONLY | LYD_PARSE_OPAQ, 0, &tree) == LY_SUCCESS &&
       tree != nullptr) {
     return Tree(tree);
   }
@@ -35,7 +37,7 @@ std::string_view XmlName(const lyd_node* node) { return AsOpaque(node)->name.nam
 
 std::string_view XmlNamespace(const lyd_node* node) {
   const char* name_space = AsOpaque(node)->name.module_ns;
-  return name_space != nullptr ? name_space : "";
+  return name_space != nullptr && std::strcmp(name_space, kNoNamespace) != 0 ? name_space : "";
 }
 
 std::string_view XmlText(const lyd_node* node) {

@@ -81,7 +81,7 @@ void CheckEditOperations(const lyd_node* node, RpcErrors* errors) {
 
 RpcMessage::RpcMessage(std::string text, bool cut, int max_depth, const ly_ctx* context,
                        const GenericXml& xml)
-    : text_(std::move(text)), xml_(xml), outline_(ScanXml(text_, max_depth)) {
+    : text_(NameEmptyNamespaces(std::move(text))), xml_(xml), outline_(ScanXml(text_, max_depth)) {
   std::string reason;
   if (!outline_.root.empty()) {
     const std::string root =
@@ -178,7 +178,10 @@ std::string RpcMessage::Prefix() const {
 
 std::string RpcMessage::ReplyStart() const {
   if (!root_valid_) return std::string("<rpc-reply xmlns=\"") + kNetconfNamespace + "\">";
-  return "<" + Prefix() + "rpc-reply " + std::string(outline_.root_attributes) + ">";
+  std::string attributes(outline_.root_attributes);
+  const size_t named = attributes.find(kNoNamespace);
+  if (named != std::string::npos) attributes.erase(named, std::strlen(kNoNamespace));
+  return "<" + Prefix() + "rpc-reply " + attributes + ">";
 }
 
 std::string RpcMessage::ReplyEnd() const { return "</" + Prefix() + "rpc-reply>"; }

@@ -93,6 +93,24 @@ std::string XmlEscape(std::string_view text) {
   return escaped;
 }
 
+std::string NameEmptyNamespaces(std::string xml) {
+  constexpr std::string_view kDeclaration = "xmlns";
+  std::string named;
+  size_t copied = 0;
+  // Also within text or comments, where it does no harm.
+  for (size_t pos = 0; (pos = xml.find(kDeclaration, pos)) != std::string::npos;) {
+    pos += kDeclaration.size();
+    size_t value = xml.find_first_not_of(kBlanks, pos);
+    if (value == std::string::npos || xml[value] != '=') continue;
+    value = xml.find_first_not_of(kBlanks, value + 1);
+    if (value == std::string::npos || (xml[value] != '"' && xml[value] != '\'')) continue;
+    if (value + 1 == xml.size() || xml[value + 1] != xml[value]) continue;
+    named.append(xml, copied, value + 1 - copied).append(kNoNamespace);
+    copied = value + 1;
+  }
+  return copied == 0 ? xml : named.append(xml, copied);
+}
+
 XmlOutline ScanXml(std::string_view message, int max_depth) {
   using Fault = XmlOutline::Fault;
   XmlOutline outline;

@@ -13,6 +13,14 @@ inline constexpr char kNetconfNamespace[] = "urn:ietf:params:xml:ns:netconf:base
 // XML cannot hold, become '?'.
 std::string XmlEscape(std::string_view text);
 
+// Stands for "no namespace" in what is parsed, see NameEmptyNamespaces().
+inline constexpr char kNoNamespace[] = "urn:acl-app:no-namespace";
+
+// `xml` with kNoNamespace in place of every empty default namespace (xmlns=""). libyang 2.1.30
+// reads through a null pointer when it compares an element without namespace with a sibling of its
+// name.
+std::string NameEmptyNamespaces(std::string xml);
+
 // What a message looks like from outside.
 struct XmlOutline {
   enum class Fault {

@@ -102,6 +102,13 @@ const ErrorCase kErrors[] = {
     {"Malformed", std::string(kRpcStart) + "<get></rpc>", {"<error-tag>malformed-message<"}},
     {"NotXml", "hello?", {"<error-type>rpc<", "<error-tag>malformed-message<"}},
     {"Doctype", "<!DOCTYPE x>" + Rpc("<get/>"), {"<error-tag>malformed-message<"}},
+    {"SiblingsWithAndWithoutNamespace",
+     Rpc("<edit-config><target><running/></target><config><x xmlns=''/><x xmlns = \"\"/>"
+         "<x xmlns='urn:z'/></config></edit-config>"),
+     {"<error-tag>unknown-namespace<"}},
+    {"RootsWithAndWithoutNamespace",
+     "<rpc xmlns=''>x</rpc>" + Rpc("<get/>"),
+     {"<error-tag>unknown-namespace<"}},
     {"NoMessageId",
      "<rpc xmlns='urn:ietf:params:xml:ns:netconf:base:1.0'><get/></rpc>",
      {"<error-tag>missing-attribute<", "<bad-attribute>message-id<", "<bad-element>rpc<"}},
