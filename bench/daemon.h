@@ -1,5 +1,6 @@
 // The whole daemon in the benchmark's process: middleware, Filter Manager (with the memory back end
-// unless told otherwise), datastore, NETCONF server and configuration manager, on a scratch state directory.
+// unless told otherwise), datastore, NETCONF server and configuration manager, on a scratch state
+// directory.
 #ifndef BENCH_DAEMON_H_
 #define BENCH_DAEMON_H_
 
