@@ -108,15 +108,37 @@ class LibyangDatastore : public Datastore {
   DatastoreErrors Rollback(uint64_t id, const Origin& origin) override {
     if (id == 0 || id > transaction_id_)
       return Refusal("invalid-value", "there is no commit " + std::to_string(id));
-    Tree after = CopyTree(running_.get());
-    for (uint64_t undone = transaction_id_; undone > id; --undone) {
-      DatastoreErrors errors = Undo(undone, &after);
+    Tree touched;
+    std::vector<Tree> undone;
+    for (uint64_t next = transaction_id_; next > id; --next) {
+      DatastoreErrors errors;
+      undone.push_back(ReverseOf(next, &errors));
       if (!errors.empty()) return errors;
+      TreeBuilder builder(&touched);
+      if (lyd_merge_siblings(builder, undone.back().get(), 0) != LY_SUCCESS) throw std::bad_alloc();
+    }
+    Tree before = CopyTouched(running_.get(), touched.get(), DefaultOperation::kNone);
+    Normalize(context_.get(), &before);
+    Tree after = CopyTree(before.get());
+    for (const Tree& reverse : undone) {
+      if (!ApplyDifference(reverse.get(), &after))
+        return Refusal("operation-failed",
+                       "the commits after " + std::to_string(id) + " cannot be undone");
     }
     Origin rollback = origin;
     if (rollback.comment.empty()) rollback.comment = "rollback to " + std::to_string(id);
-    return Commit(running_.get(), std::move(after), TestOption::kTestThenSet, rollback);
+    return Commit(before.get(), std::move(after), TestOption::kTestThenSet, rollback);
   }
+
+  DatastoreErrors SetCheckpoint() override {
+    if (storage_ == nullptr)
+      return Refusal("operation-failed", "there is no state directory to note the way back in");
+    return storage_->SetCheckpoint(transaction_id_);
+  }
+  DatastoreErrors ClearCheckpoint() override {
+    return Checkpoint() == 0 ? DatastoreErrors() : storage_->SetCheckpoint(0);
+  }
+  uint64_t Checkpoint() const override { return storage_ != nullptr ? storage_->Checkpoint() : 0; }
 
   void AddObserver(CommitObserver* observer) override { observers_.push_back(observer); }
   void RemoveObserver(CommitObserver* observer) override {
@@ -165,8 +187,8 @@ class LibyangDatastore : public Datastore {
     const Tree diff = Difference(context_.get(), before, after.get());
     errors = checks_.Check(diff.get());
     if (!errors.empty() || diff == nullptr || test == TestOption::kTestOnly) return errors;
+    const CommitInfo info{transaction_id_ + 1, NowMicroseconds(), origin, CountNodes(diff.get())};
     if (storage_ != nullptr) {
-      const CommitInfo info{transaction_id_ + 1, NowMicroseconds(), origin, CountNodes(diff.get())};
       errors = storage_->Write(info, diff.get(), after.get());
       if (!errors.empty()) return errors;
     }
@@ -175,21 +197,17 @@ class LibyangDatastore : public Datastore {
     if (!ApplyDifference(diff.get(), &running_)) Die("cannot apply a commit to running");
     ++transaction_id_;
     const std::vector<CommitObserver*> observers = observers_;
-    for (CommitObserver* observer : observers) observer->OnCommit(diff.get());
+    for (CommitObserver* observer : observers) observer->OnCommit(diff.get(), info);
     return {};
   }
 
-  // Takes the commit `id` back in `tree`.
-  DatastoreErrors Undo(uint64_t id, Tree* tree) const {
-    DatastoreErrors errors;
-    const Tree diff(DifferenceOf(id, &errors));
-    if (diff == nullptr) return errors;
+  // The difference that takes the commit `id` back.
+  Tree ReverseOf(uint64_t id, DatastoreErrors* errors) const {
+    const Tree diff(DifferenceOf(id, errors));
     lyd_node* raw = nullptr;
-    const LY_ERR result = lyd_diff_reverse_all(diff.get(), &raw);
-    const Tree reverse(raw);
-    if (result != LY_SUCCESS || !ApplyDifference(reverse.get(), tree))
-      return Refusal("operation-failed", "the commit " + std::to_string(id) + " cannot be undone");
-    return {};
+    if (diff != nullptr && lyd_diff_reverse_all(diff.get(), &raw) != LY_SUCCESS)
+      *errors = Refusal("operation-failed", "commit " + std::to_string(id) + " cannot be undone");
+    return Tree(raw);
   }
 
   DatastoreErrors Validate(Tree* tree) {

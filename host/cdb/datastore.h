@@ -71,7 +71,7 @@ class CommitObserver {
   virtual ~CommitObserver() = default;
   // `diff` is the difference in libyang's form (nodes with yang:operation), owned by the datastore
   // and valid during the call; running already has the new content.
-  virtual void OnCommit(const lyd_node* diff) = 0;
+  virtual void OnCommit(const lyd_node* diff, const CommitInfo& info) = 0;
 };
 
 // How much of the history is kept: so many commits, and so many octets of differences. The last
@@ -123,6 +123,15 @@ class Datastore {
   virtual lyd_node* DifferenceOf(uint64_t id, DatastoreErrors* errors) const = 0;
   // Makes running again what it was after the commit `id`, by a new commit.
   virtual DatastoreErrors Rollback(uint64_t id, const Origin& origin) = 0;
+
+  // A place in the history that must be found again whatever happens to the process: notes the
+  // last commit, on disk before this returns, in place of an earlier note. Until it is cleared, in
+  // this process or a later one, the history keeps what a rollback to there takes, beyond its
+  // bound. Errors without a state directory, or when the disk fails; the note is then as it was.
+  virtual DatastoreErrors SetCheckpoint() = 0;
+  virtual DatastoreErrors ClearCheckpoint() = 0;
+  // Id of the commit that was noted, 0 when there is no note.
+  virtual uint64_t Checkpoint() const = 0;
 
   // Observers are called in the order of their registration. Not owned.
   virtual void AddObserver(CommitObserver* observer) = 0;

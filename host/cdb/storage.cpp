@@ -20,6 +20,7 @@ constexpr char kMakeTables[] =
     "CREATE TABLE txn(id INTEGER PRIMARY KEY, time_us INTEGER NOT NULL, user TEXT NOT NULL,"
     " session INTEGER NOT NULL, comment TEXT NOT NULL, changes INTEGER NOT NULL,"
     " size INTEGER NOT NULL, diff TEXT NOT NULL);";
+constexpr char kMakeCheckpoint[] = "CREATE TABLE IF NOT EXISTS checkpoint(id INTEGER NOT NULL)";
 
 DatastoreErrors Refusal(const std::string& path, const std::string& why) {
   DatastoreError error;
@@ -112,6 +113,8 @@ Storage::Storage(std::string path, const HistoryBound& bound, SqlDatabase databa
 
 bool Storage::Prepare() {
   sqlite3* database = database_.get();
+  if (!Execute(database, kMakeCheckpoint)) return false;
+  checkpoint_ = static_cast<uint64_t>(FirstNumber(database, "SELECT id FROM checkpoint"));
   put_unit_ = SqlStatement(database, "INSERT OR REPLACE INTO unit VALUES(?1, ?2, ?3, ?4)");
   delete_unit_ =
       SqlStatement(database, "DELETE FROM unit WHERE place = ?1 AND list = ?2 AND keys = ?3");
@@ -172,7 +175,7 @@ DatastoreErrors Storage::Write(const CommitInfo& info, const lyd_node* diff,
   SqlTransaction transaction(database_.get());
   if (!transaction.begun() || !WriteUnits(units) || !WriteTransaction(info, difference) ||
       !Prune(&kept) || !transaction.Commit()) {
-    return Failure();
+    return Failure("the commit");
   }
   last_id_ = info.id;
   kept_ = kept;
@@ -202,11 +205,27 @@ bool Storage::WriteUnits(const std::vector<UnitChange>& changes) {
   return true;
 }
 
-// Deletes the oldest commits until `kept`, which counts the new one, is within the bound.
+DatastoreErrors Storage::SetCheckpoint(uint64_t id) {
+  const std::string insert = "INSERT INTO checkpoint VALUES(" + std::to_string(id) + ")";
+  SqlTransaction transaction(database_.get());
+  if (!transaction.begun() || !Execute(database_.get(), "DELETE FROM checkpoint") ||
+      (id != 0 && !Execute(database_.get(), insert.c_str())) || !transaction.Commit()) {
+    return Failure("the way back");
+  }
+  checkpoint_ = id;
+  return {};
+}
+
+// Deletes the oldest commits until `kept`, which counts the new one, is within the bound, or only
+// what the checkpoint needs is left.
 bool Storage::Prune(HistoryBound* kept) {
   while (kept->commits > 1 && (kept->commits > bound_.commits || kept->bytes > bound_.bytes)) {
     if (!oldest_.Step()) return false;
     const int64_t id = oldest_.Number(0);
+    if (checkpoint_ != 0 && id > static_cast<int64_t>(checkpoint_)) {
+      oldest_.Reset();
+      return true;
+    }
     kept->commits -= 1;
     kept->bytes -= oldest_.Number(1);
     oldest_.Reset();
@@ -215,12 +234,12 @@ bool Storage::Prune(HistoryBound* kept) {
   return true;
 }
 
-// Why a commit was not written. To be called before the transaction is undone.
-DatastoreErrors Storage::Failure() const {
+// Why `what` was not written. To be called before the transaction is undone.
+DatastoreErrors Storage::Failure(const char* what) const {
   DatastoreError error;
   const int code = sqlite3_errcode(database_.get());
   error.tag = code == SQLITE_FULL || code == SQLITE_NOMEM ? "resource-denied" : "operation-failed";
-  error.message = "the commit cannot be stored in " + path_ + ": " +
+  error.message = std::string(what) + " cannot be stored in " + path_ + ": " +
                   sqlite3_errmsg(database_.get()) + "; nothing was changed";
   return {error};
 }

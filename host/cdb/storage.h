@@ -6,7 +6,8 @@
 // belongs to one process, which holds SQLite's exclusive lock on it.
 //
 // The history is bounded by the number of commits and by the size of their differences; the last
-// commit is always kept, for its id is the transaction id.
+// commit is always kept, for its id is the transaction id. A checkpoint (table "checkpoint", a row
+// or none) holds back what came after it.
 #ifndef HOST_CDB_STORAGE_H_
 #define HOST_CDB_STORAGE_H_
 
@@ -39,6 +40,11 @@ class Storage {
   // difference is in, will be. When it returns errors nothing has been written.
   DatastoreErrors Write(const CommitInfo& info, const lyd_node* diff, const lyd_node* after);
 
+  // Id of the commit after which nothing is pruned, 0 when there is none.
+  uint64_t Checkpoint() const { return checkpoint_; }
+  // Makes it `id` (0: none), durably. When it returns errors it is as it was.
+  DatastoreErrors SetCheckpoint(uint64_t id);
+
   // The last `most` commits, the latest first.
   std::vector<CommitInfo> History(size_t most);
   // The difference that the commit `id` made, as text; empty when it is not (or no more) kept.
@@ -51,13 +57,14 @@ class Storage {
   bool WriteUnits(const std::vector<UnitChange>& changes);
   bool WriteTransaction(const CommitInfo& info, const std::string& difference);
   bool Prune(HistoryBound* kept);
-  DatastoreErrors Failure() const;
+  DatastoreErrors Failure(const char* what) const;
 
   const std::string path_;
   const HistoryBound bound_;
   SqlDatabase database_;  // before the statements: it must outlive them
   SqlStatement put_unit_, delete_unit_, delete_within_, put_txn_, delete_txn_, oldest_;
   uint64_t last_id_ = 0;
+  uint64_t checkpoint_ = 0;
   HistoryBound kept_{0, 0};  // what the history holds now
 };
 

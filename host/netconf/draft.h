@@ -31,7 +31,7 @@ class Draft : private CommitObserver {
   Tree Changes() const;
 
  private:
-  void OnCommit(const lyd_node* diff) override { Touch(diff); }
+  void OnCommit(const lyd_node* diff, const CommitInfo&) override { Touch(diff); }
   void Touch(const lyd_node* diff);
 
   Datastore& datastore_;

@@ -138,7 +138,7 @@ class AppInterface::Impl : private host::CommitObserver {
     host::NotifyReady();
   }
 
-  void OnCommit(const lyd_node* diff) override {
+  void OnCommit(const lyd_node* diff, const host::CommitInfo&) override {
     for (HandlerSubscriptions& subscriptions : subscriptions_) subscriptions.OnCommit(diff);
     if (host::CountNodes(diff) >= kBulkNodes)
       trim_ = loop_->After(kTrimDelay, [] { malloc_trim(0); });

@@ -159,7 +159,7 @@ bool IsValid(const ly_ctx* context, const lyd_node* running, const Model& model)
 class Follower : public CommitObserver {
  public:
   explicit Follower(const lyd_node* running) : copy_(CopyTree(running)) {}
-  void OnCommit(const lyd_node* diff) override {
+  void OnCommit(const lyd_node* diff, const CommitInfo&) override {
     TreeBuilder builder(&copy_);
     EXPECT_EQ(LY_SUCCESS, lyd_diff_apply_all(builder, diff));
     ++commits_;

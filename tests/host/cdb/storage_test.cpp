@@ -259,5 +259,27 @@ TEST_F(StorageTest, TheHistoryIsBounded) {
   EXPECT_EQ(22u, datastore->TransactionId());
 }
 
+TEST_F(StorageTest, ACheckpointHoldsTheHistoryBackUntilItIsCleared) {
+  options_.history.commits = 1;
+  auto datastore = Open();
+  ASSERT_EQ("", ToText(Edit(datastore.get(), Vlans(1))));
+  const std::string state = Snapshot(datastore->Running());
+  ASSERT_EQ("", ToText(datastore->SetCheckpoint()));
+  for (int i = 2; i <= 9; ++i) {
+    ASSERT_EQ("", ToText(Edit(datastore.get(), Vlans(i))));
+    datastore.reset();
+    datastore = Open();
+    ASSERT_EQ(2u, datastore->Checkpoint());
+  }
+  ASSERT_EQ("", ToText(datastore->Rollback(datastore->Checkpoint(), {})));
+  EXPECT_EQ(state, Snapshot(datastore->Running()));
+  ASSERT_EQ("", ToText(datastore->ClearCheckpoint()));
+  datastore.reset();
+  datastore = Open();
+  EXPECT_EQ(0u, datastore->Checkpoint());
+  ASSERT_EQ("", ToText(Edit(datastore.get(), Vlans(10))));
+  EXPECT_EQ(1u, datastore->History(100).size());
+}
+
 }  // namespace
 }  // namespace host

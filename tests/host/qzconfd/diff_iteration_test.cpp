@@ -19,7 +19,7 @@ class Recorder : public CommitObserver {
  public:
   Recorder(const CdbService& service, const char* path) : schema_(&service.schema()), path_(path) {}
 
-  void OnCommit(const lyd_node* diff) override {
+  void OnCommit(const lyd_node* diff, const CommitInfo&) override {
     PathResolver resolver(schema_);
     std::string error;
     DiffIteration iteration(schema_, *resolver.Resolve(path_, PathTree(), &error));
