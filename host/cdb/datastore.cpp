@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <utility>
 
 #include "host/cdb/cross_checks.h"
@@ -41,8 +42,11 @@ int64_t NowMicroseconds() {
 
 class LibyangDatastore : public Datastore {
  public:
-  explicit LibyangDatastore(ContextPtr context)
-      : context_(std::move(context)), operational_(OperationalStore::Create(context_.get())) {
+  LibyangDatastore(ContextPtr context, std::optional<uint32_t> group_capacity)
+      : context_(std::move(context)),
+        capacity_(group_capacity),
+        checks_(group_capacity),
+        operational_(OperationalStore::Create(context_.get())) {
     Normalize(context_.get(), &running_);
   }
 
@@ -76,17 +80,27 @@ class LibyangDatastore : public Datastore {
     return Commit(before.get(), std::move(after), options.test_option, origin);
   }
 
-  lyd_node* Preview(const lyd_node* edit, const EditOptions& options,
-                    DatastoreErrors* errors) override {
+  EditPreview Preview(const lyd_node* edit, const EditOptions& options) override {
+    EditPreview preview;
+    preview.now = preview.then = checks_.needs();
     Tree before, after;
-    *errors = Apply(edit, options, &before, &after);
-    if (errors->empty()) *errors = Validate(&after);
-    if (!errors->empty()) return nullptr;
-    return Difference(context_.get(), before.get(), after.get()).release();
+    preview.errors = Apply(edit, options, &before, &after);
+    if (preview.errors.empty()) preview.errors = Validate(&after);
+    if (!preview.errors.empty()) return preview;
+    preview.difference = Difference(context_.get(), before.get(), after.get());
+    preview.errors = checks_.Check(preview.difference.get(), &preview.then);
+    return preview;
   }
+
+  const GroupNeeds& Needs() const override { return checks_.needs(); }
+  std::optional<uint32_t> GroupCapacity() const override { return capacity_; }
 
   std::vector<CommitInfo> History(size_t most) const override {
     return storage_ != nullptr ? storage_->History(most) : std::vector<CommitInfo>();
+  }
+
+  std::optional<CommitInfo> CommitOf(uint64_t id) const override {
+    return storage_ != nullptr ? storage_->CommitOf(id) : std::nullopt;
   }
 
   lyd_node* DifferenceOf(uint64_t id, DatastoreErrors* errors) const override {
@@ -150,9 +164,8 @@ class LibyangDatastore : public Datastore {
     Tree tree;
     DatastoreErrors errors = storage_->Load(context_.get(), &tree);
     if (errors.empty()) errors = Validate(&tree);
-    if (errors.empty()) errors = checks_.CheckWhole(tree.get());
+    if (errors.empty()) errors = checks_.Load(tree.get());
     if (!errors.empty()) return InFile("the stored configuration", std::move(errors));
-    checks_.ApplyWhole(tree.get());
     running_ = std::move(tree);
     transaction_id_ = storage_->LastId();
     return {};
@@ -224,6 +237,7 @@ class LibyangDatastore : public Datastore {
   }
 
   ContextPtr context_;
+  const std::optional<uint32_t> capacity_;
   Tree running_;
   CrossChecks checks_;
   std::unique_ptr<Storage> storage_;  // null: nothing is kept
@@ -238,7 +252,7 @@ std::unique_ptr<Datastore> Datastore::Open(const DatastoreOptions& options,
                                            DatastoreErrors* errors) {
   ContextPtr context = LoadSchema(options.yang_directory, errors);
   if (context == nullptr) return nullptr;
-  auto datastore = std::make_unique<LibyangDatastore>(std::move(context));
+  auto datastore = std::make_unique<LibyangDatastore>(std::move(context), options.group_capacity);
   DatastoreErrors reasons = datastore->Start(options);
   if (reasons.empty()) return datastore;
   errors->insert(errors->end(), reasons.begin(), reasons.end());

@@ -18,12 +18,13 @@
 #define HOST_CDB_DATASTORE_H_
 
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
-struct ly_ctx;
-struct lyd_node;
+#include "host/cdb/yang_tree.h"
 
 namespace host {
 
@@ -65,6 +66,17 @@ struct EditOptions {
   TestOption test_option = TestOption::kTestThenSet;
 };
 
+// Filter entries that a configuration needs, by group: "l2" and "l3".
+using GroupNeeds = std::map<std::string, int64_t>;
+
+// What an edit would do.
+struct EditPreview {
+  DatastoreErrors errors;  // why it would be refused; empty: it would not
+  Tree difference;         // in libyang's form; null when there is none, or when it is not known
+  GroupNeeds now;
+  GroupNeeds then;  // as `now` when the edit fails before that is known
+};
+
 // Told of every commit that changed running.
 class CommitObserver {
  public:
@@ -89,6 +101,9 @@ struct DatastoreOptions {
   // with nothing. A configuration that was committed is never replaced by it.
   std::string startup_file;
   HistoryBound history;
+  // Filter entries that each group holds; none: any number. A commit is refused that would make a
+  // group need more. What is stored is loaded all the same.
+  std::optional<uint32_t> group_capacity;
 };
 
 class Datastore {
@@ -111,17 +126,22 @@ class Datastore {
   virtual DatastoreErrors Edit(const lyd_node* edit, const EditOptions& options,
                                const Origin& origin) = 0;
 
-  // What an edit would change, found as Edit() finds it but for what joins units: the difference in
-  // libyang's form, null when there is none or with `errors`. The caller frees it (lyd_free_all).
-  virtual lyd_node* Preview(const lyd_node* edit, const EditOptions& options,
-                            DatastoreErrors* errors) = 0;
+  // What Edit() would do, without doing it.
+  virtual EditPreview Preview(const lyd_node* edit, const EditOptions& options) = 0;
+
+  // What the running configuration needs, and what there is.
+  virtual const GroupNeeds& Needs() const = 0;
+  virtual std::optional<uint32_t> GroupCapacity() const = 0;
 
   // The last `most` commits, the latest first. Without a state directory there is no history.
   virtual std::vector<CommitInfo> History(size_t most) const = 0;
   // The difference that a commit made, in libyang's form; the caller frees it (lyd_free_all). Null
   // with the reason in `errors` when the history does not (or no more) have it.
   virtual lyd_node* DifferenceOf(uint64_t id, DatastoreErrors* errors) const = 0;
-  // Makes running again what it was after the commit `id`, by a new commit.
+  // The commit `id` as the history has it; none when it does not.
+  virtual std::optional<CommitInfo> CommitOf(uint64_t id) const = 0;
+  // Makes running again what it was after the commit `id`, by a new commit. Costs what has changed
+  // since. Refused like any edit, so when a profile was made anew with another priority meanwhile.
   virtual DatastoreErrors Rollback(uint64_t id, const Origin& origin) = 0;
 
   // A place in the history that must be found again whatever happens to the process: notes the

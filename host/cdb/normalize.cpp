@@ -46,8 +46,20 @@ class Normalizer {
     LY_LIST_FOR_SAFE(lyd_child(node), next, child) {
       if (StripNode(child)) lyd_free_tree(child);
     }
-    node->flags &= ~static_cast<uint32_t>(LYD_DEFAULT);
+    if (IsPlainContainer(node->schema)) FlagAsLibyang(node);
     return lyd_child(node) == nullptr && IsPlainContainer(node->schema) && !IsFrame(node->schema);
+  }
+
+  // A container without presence counts as implicit, and is not printed, when all in it is. libyang
+  // keeps that up when nodes come and go; so it must be so at the start, or what is printed would
+  // depend on how the content was reached.
+  static void FlagAsLibyang(lyd_node* container) {
+    container->flags |= LYD_DEFAULT;
+    const lyd_node* child;
+    LY_LIST_FOR(lyd_child(container), child) {
+      if ((child->flags & LYD_DEFAULT) == 0)
+        container->flags &= ~static_cast<uint32_t>(LYD_DEFAULT);
+    }
   }
 
   const Schemas& FramesIn(const lysc_node* parent, const lysc_module* module) {
@@ -76,7 +88,6 @@ class Normalizer {
         (parent == nullptr && lyd_insert_sibling(*first_, node, first_) != LY_SUCCESS)) {
       throw std::bad_alloc();
     }
-    node->flags &= ~static_cast<uint32_t>(LYD_DEFAULT);
     return node;
   }
 

@@ -77,6 +77,18 @@ std::string Reason(sqlite3* database) {
   }
 }
 
+// The commit of a row with the columns id, time_us, user, session, comment, changes.
+CommitInfo InfoOf(const SqlStatement& row) {
+  CommitInfo info;
+  info.id = static_cast<uint64_t>(row.Number(0));
+  info.time_us = row.Number(1);
+  info.origin.user = row.Text(2);
+  info.origin.session_id = static_cast<uint32_t>(row.Number(3));
+  info.origin.comment = row.Text(4);
+  info.changes = static_cast<size_t>(row.Number(5));
+  return info;
+}
+
 // One process at a time: with the exclusive mode the first access takes a lock that stays.
 constexpr const char* kSettings[] = {
     "PRAGMA locking_mode = EXCLUSIVE",  "PRAGMA journal_mode = WAL", "PRAGMA synchronous = FULL",
@@ -250,17 +262,16 @@ std::vector<CommitInfo> Storage::History(size_t most) {
                     "SELECT id, time_us, user, session, comment, changes FROM txn"
                     " ORDER BY id DESC LIMIT ?1");
   rows.Bind(1, static_cast<int64_t>(most));
-  while (rows.Step()) {
-    CommitInfo info;
-    info.id = static_cast<uint64_t>(rows.Number(0));
-    info.time_us = rows.Number(1);
-    info.origin.user = rows.Text(2);
-    info.origin.session_id = static_cast<uint32_t>(rows.Number(3));
-    info.origin.comment = rows.Text(4);
-    info.changes = static_cast<size_t>(rows.Number(5));
-    history.push_back(std::move(info));
-  }
+  while (rows.Step()) history.push_back(InfoOf(rows));
   return history;
+}
+
+std::optional<CommitInfo> Storage::CommitOf(uint64_t id) {
+  SqlStatement row(database_.get(),
+                   "SELECT id, time_us, user, session, comment, changes FROM txn WHERE id = ?1");
+  row.Bind(1, static_cast<int64_t>(id));
+  if (!row.Step()) return std::nullopt;
+  return InfoOf(row);
 }
 
 std::string Storage::DifferenceOf(uint64_t id) {

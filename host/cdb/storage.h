@@ -13,6 +13,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,8 @@ class Storage {
 
   // The last `most` commits, the latest first.
   std::vector<CommitInfo> History(size_t most);
+  // The commit `id`; none when it is not (or no more) kept.
+  std::optional<CommitInfo> CommitOf(uint64_t id);
   // The difference that the commit `id` made, as text; empty when it is not (or no more) kept.
   std::string DifferenceOf(uint64_t id);
 

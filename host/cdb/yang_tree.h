@@ -61,7 +61,8 @@ bool HoldsSomething(const lyd_node* node);
 
 // Brings a tree into the form in which running is kept: without implicit nodes and empty
 // containers, but for the frame, which is complete. It costs least, and it is the same however the
-// content was reached, so that the difference of two parts is the difference of the wholes.
+// content was reached, so that the difference of two parts is the difference of the wholes. An
+// empty part of the frame has the flag LYD_DEFAULT, so that it is not printed.
 void Normalize(const ly_ctx* context, Tree* tree);
 
 // Adds a copy of `node` below `parent`, or beside `*first` where that is null; a list entry comes

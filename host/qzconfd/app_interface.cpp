@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cinttypes>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -34,6 +35,20 @@ constexpr char kFile[] = "app_interface";
 constexpr size_t kBulkNodes = 10000;
 constexpr std::chrono::milliseconds kTrimDelay{200};
 
+// The capacity may have been lowered since the configuration was committed. The filters that are in
+// force stay so; the update will be refused, and the operator has to reduce the configuration.
+void WarnOfCapacity(const Datastore& datastore) {
+  const std::optional<uint32_t> capacity = datastore.GroupCapacity();
+  for (const auto& [group, entries] : datastore.Needs()) {
+    if (!capacity.has_value() || entries <= *capacity) continue;
+    host::Log(host::LogLevel::kWarning,
+              "the stored configuration needs %" PRId64
+              " entries in the %s group, which has room "
+              "for %" PRIu32 " (filter_capacity): the filters stay as they are until it fits",
+              entries, group.c_str(), *capacity);
+  }
+}
+
 std::unique_ptr<Datastore> OpenDatastore() {
   const host::Settings& settings = host::ProcessSettings();
   host::DatastoreOptions options;
@@ -41,11 +56,13 @@ std::unique_ptr<Datastore> OpenDatastore() {
   options.startup_file = settings.startup_file;
   options.state_directory = settings.state_directory;
   options.history.commits = settings.history_commits;
+  options.group_capacity = settings.filter_capacity;
   host::DatastoreErrors errors;
   std::unique_ptr<Datastore> datastore = Datastore::Open(options, &errors);
   if (datastore != nullptr) {
     host::Log(host::LogLevel::kInfo, "configuration of transaction %" PRIu64 " loaded",
               datastore->TransactionId());
+    WarnOfCapacity(*datastore);
     return datastore;
   }
   std::string reasons;

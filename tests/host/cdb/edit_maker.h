@@ -79,14 +79,18 @@ class EditMaker {
            "</ace-priority><match" + MaybeOperation(10) + ">" + match + "</match><action" +
            MaybeOperation(10) + ">" + action + "</action></access-list-entry>";
   }
+  // A name's own most of the time, so that it is not refused as a change; two have the same.
+  std::string Priority(const std::string& name) {
+    const int own = name == "a" ? 5 : name == "b" ? 6 : 7;
+    return std::to_string(Chance(95) ? own : Number(5, 8));
+  }
   std::string RandomProfile() {
     const std::string type = Pick({"l2", "l3"});
     const std::string container = "acl-priority-" + Pick({type, type, type, type, "l2", "l3"});
     const std::string name = Pick({"a", "b", "c", "d"});
     std::string content = "<acl-type>" + type + "</acl-type><acl-name>" + name + "</acl-name>";
     if (Chance(85)) {
-      content +=
-          "<" + container + ">" + Leaf("priority", Chance(95) ? "5" : "6") + "</" + container + ">";
+      content += "<" + container + ">" + Leaf("priority", Priority(name)) + "</" + container + ">";
     }
     return "<access-list" + MaybeOperation(30) + ">" + content +
            Several(3, [&] { return RandomEntry(); }) + "</access-list>";

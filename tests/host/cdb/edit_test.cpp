@@ -9,7 +9,7 @@ namespace {
 const std::string kBase =
     Config(Profiles(Profile("l2", "A", 5, Entry(10, Match("<vlan>7</vlan><dscp>ef</dscp>"))) +
                     Profile("l3", "B", 6)) +
-           Interface("eth0", Bind("A")));
+           Interface("eth0", Bind("A")) + Interface("eth3", Bind("A") + Bind("B")));
 
 std::string Vlan(const std::string& value, const std::string& operation = "") {
   return Config(Profiles(Profile(
@@ -35,7 +35,9 @@ class EditTest : public testing::TestWithParam<EditCase> {};
 
 TEST_P(EditTest, GivesTheStatedResult) {
   const EditCase& test = GetParam();
-  auto datastore = OpenDatastore();
+  DatastoreOptions datastore_options;
+  datastore_options.group_capacity = 2;
+  auto datastore = OpenDatastore(datastore_options);
   ASSERT_EQ("", ToText(Edit(datastore.get(), kBase)));
   const std::string before = Snapshot(datastore->Running());
   const uint64_t id = datastore->TransactionId();
@@ -92,13 +94,14 @@ const EditCase kOperations[] = {
          Profile("l2", "A", -1, Entry(11, Match("<vlan nc:operation=\"merge\">1</vlan>"))))),
      kNone, "data-missing", "access-list-entry[ace-priority='11']", "does not exist", ""},
     {"delete_frame",
-     Config("<acl-profile nc:operation=\"delete\"/>" + Interface("eth0", "", "delete")), kMerge, "",
-     "", "", "acl-name"},
+     Config("<acl-profile nc:operation=\"delete\"/>" + Interface("eth0", "", "delete") +
+            Interface("eth3", "", "delete")),
+     kMerge, "", "", "", "acl-name"},
     {"other_case_ends", InEntry("<tos>4</tos>"), kMerge, "", "", "/tos = 4", "/dscp"},
     {"bare_case_ends_nothing", InEntry("<source-ipv4-address><mask/></source-ipv4-address>"),
      kMerge, "", "", "/vlan", ""},
     {"rebind", Config(Interface("eth0", Bind("A", "delete") + Bind("B"))), kMerge, "", "",
-     "ingress[.='B'] = B", "ingress[.='A'] = A"},
+     "[interface-name='eth0']/ingress[.='B'] = B", "[interface-name='eth0']/ingress[.='A'] = A"},
     {"move_to_other_type",
      Config(Profiles(Profile("l2", "A", -1, "", "delete") + Profile("l3", "A", 9))), kMerge, "", "",
      "[acl-type='l3'][acl-name='A']", "[acl-type='l2'][acl-name='A']"},
@@ -137,6 +140,16 @@ const EditCase kRefusals[] = {
      "[acl-name='A']/acl-priority-l2/priority", "delete the profile in one commit and create", ""},
     {"name_with_other_type", Config(Profiles(Profile("l3", "A", 6))), kMerge, "operation-failed",
      "[acl-type='l3'][acl-name='A']", "unique across both", ""},
+    {"same_priority_bound", Config(Profiles(Profile("l3", "C", 5)) + Interface("eth0", Bind("C"))),
+     kMerge, "operation-failed", "[interface-name='eth0']/ingress[.='C']",
+     "profiles \"A\" and \"C\" of the interface \"eth0\" have the same priority 5", ""},
+    {"same_priority_by_other_type",
+     Config(Profiles(Profile("l2", "A", -1, "", "delete") + Profile("l3", "A", 6))), kMerge,
+     "operation-failed", "[acl-type='l3'][acl-name='A']", "same priority 6", ""},
+    {"does_not_fit", Config(Interface("eth1", Bind("A"))), kMerge, "resource-denied", "",
+     "the L2 group would need 3 entries, and has room for 2; most are needed by \"A\" on \"eth0\" "
+     "(1), \"A\" on \"eth1\" (1), \"A\" on \"eth3\" (1)",
+     ""},
     {"no_such_profile", Config(Interface("eth1", Bind("Z"))), kMerge, "data-missing",
      "[interface-name='eth1']/ingress[.='Z']", "no profile \"Z\"", ""},
     {"bound_profile_goes", Config(Profiles(Profile("l2", "A", -1, "", "delete"))), kMerge, "in-use",
@@ -166,6 +179,8 @@ struct StartupCase {
 };
 
 TEST(DatastoreTest, ABadStartupFileIsAnErrorThatNamesIt) {
+  const std::string clash = Config(Profiles(Profile("l2", "A", 4) + Profile("l3", "B", 4)) +
+                                   Interface("e", Bind("A") + Bind("B")));
   const StartupCase cases[] = {
       {"a.json", nullptr, "No such file"},
       {"b.json", "", "is empty"},
@@ -175,6 +190,7 @@ TEST(DatastoreTest, ABadStartupFileIsAnErrorThatNamesIt) {
       {"f.json", R"({"acl-app:config":{"access-list":{"interface":[{"interface-name":"e",
            "ingress":["Z"]}]}}})",
        "no profile \"Z\""},
+      {"i.xml", clash.c_str(), "\"A\" and \"B\" of the interface \"e\" have the same priority 4"},
       {"g.yaml", "{}", ".json or .xml"},
       {"h.json", R"({"acl-app:config":{"access-list":{"acl-profile":{"ingress":{"access-list":[
            {"acl-type":"l2","acl-name":"A"}]}}}}})",

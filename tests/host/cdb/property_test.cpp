@@ -15,42 +15,69 @@
 namespace host {
 namespace {
 
-// The configuration as the reference sees it: profile to priority, by type and name, and bindings.
+constexpr uint32_t kCapacity = 2;
+
+// The configuration as the reference sees it: profiles by type and name, bindings by interface.
+struct ProfileFacts {
+  std::string priority;
+  int64_t entries = 0;
+};
 struct Facts {
-  std::map<std::pair<std::string, std::string>, std::string> priority_of;
-  std::vector<std::string> bound;
+  std::map<std::pair<std::string, std::string>, ProfileFacts> profiles;
+  std::multimap<std::string, std::string> bound;
 };
 
 void Gather(const lyd_node* first, Facts* facts) {
   for (; first != nullptr; first = first->next) {
     const std::string name = LYD_NAME(first);
     if (name == "ingress" && first->schema->nodetype == LYS_LEAFLIST)
-      facts->bound.emplace_back(TextOf(first));
+      facts->bound.emplace(ChildText(lyd_parent(first), "interface-name"), TextOf(first));
     if (name == "access-list" && first->schema->nodetype == LYS_LIST) {
-      std::string& priority =
-          facts->priority_of[{ChildText(first, "acl-type"), ChildText(first, "acl-name")}];
+      ProfileFacts& profile =
+          facts->profiles[{ChildText(first, "acl-type"), ChildText(first, "acl-name")}];
       const lyd_node* child;
       LY_LIST_FOR(lyd_child(first), child) {
         const std::string below = ChildText(child, "priority");
-        if (!below.empty()) priority = below;
+        if (!below.empty()) profile.priority = below;
+        if (child->schema->nodetype == LYS_LIST) profile.entries += 1;
       }
     }
     Gather(lyd_child(first), facts);
   }
 }
 
+GroupNeeds NeedsOf(const Facts& facts) {
+  GroupNeeds needs{{"l2", 0}, {"l3", 0}};
+  for (const auto& [interface, name] : facts.bound) {
+    for (const auto& [key, profile] : facts.profiles) {
+      if (key.second == name) needs[key.first] += profile.entries;
+    }
+  }
+  return needs;
+}
+GroupNeeds NeedsOf(const lyd_node* tree) {
+  Facts facts;
+  Gather(tree, &facts);
+  return NeedsOf(facts);
+}
+
 bool FactsAllow(const lyd_node* before, const lyd_node* after) {
   Facts old_facts, facts;
   Gather(before, &old_facts);
   Gather(after, &facts);
-  std::set<std::string> names;
-  for (const auto& [key, priority] : facts.priority_of) {
-    if (!names.insert(key.second).second) return false;
-    const auto old = old_facts.priority_of.find(key);
-    if (old != old_facts.priority_of.end() && old->second != priority) return false;
+  std::map<std::string, std::string> priorities;  // by name
+  for (const auto& [key, profile] : facts.profiles) {
+    if (!priorities.emplace(key.second, profile.priority).second) return false;
+    const auto old = old_facts.profiles.find(key);
+    if (old != old_facts.profiles.end() && old->second.priority != profile.priority) return false;
   }
-  for (const std::string& profile : facts.bound) {
-    if (names.count(profile) == 0) return false;
+  std::set<std::string> taken;  // interface and priority
+  for (const auto& [interface, profile] : facts.bound) {
+    if (priorities.count(profile) == 0) return false;
+    if (!taken.insert(interface + " " + priorities[profile]).second) return false;
+  }
+  for (const auto& [group, need] : NeedsOf(facts)) {
+    if (need > kCapacity) return false;
   }
   return true;
 }
@@ -155,6 +182,21 @@ bool IsValid(const ly_ctx* context, const lyd_node* running, const Model& model)
   return valid && FactsAllow(running, whole.get());
 }
 
+// As clients get it, and the same after it was read back: no trace of how it was reached.
+std::string Printed(const lyd_node* tree) {
+  char* text = nullptr;
+  EXPECT_EQ(LY_SUCCESS,
+            lyd_print_mem(&text, tree, LYD_XML, LYD_PRINT_WITHSIBLINGS | LYD_PRINT_SHRINK));
+  const std::string printed = text != nullptr ? text : "";
+  free(text);
+  return printed;
+}
+std::string PrintedAfresh(const lyd_node* tree) {
+  Tree copy = ParseEdit(LYD_CTX(tree), Printed(tree));
+  Normalize(LYD_CTX(tree), &copy);
+  return Printed(copy.get());
+}
+
 // Follows the commits by applying their differences to a copy of its own.
 class Follower : public CommitObserver {
  public:
@@ -175,12 +217,14 @@ class Follower : public CommitObserver {
 class PropertyTest : public testing::TestWithParam<unsigned> {};
 
 TEST_P(PropertyTest, SmallTreesEqualWholeTrees) {
-  auto datastore = OpenDatastore();
+  DatastoreOptions datastore_options;
+  datastore_options.group_capacity = kCapacity;
+  auto datastore = OpenDatastore(datastore_options);
   Follower follower(datastore->Running());
   datastore->AddObserver(&follower);
   EditMaker maker(GetParam());
   Model model;
-  int accepted = 0;
+  int accepted = 0, too_large = 0;
 #ifdef __SANITIZE_ADDRESS__
   const int rounds = 400;  // each costs ten times as much
 #else
@@ -197,6 +241,7 @@ TEST_P(PropertyTest, SmallTreesEqualWholeTrees) {
     if (accept) model = edited;
     const std::string before = Snapshot(datastore->Running());
     const uint64_t id = datastore->TransactionId();
+    const EditPreview preview = datastore->Preview(edit.get(), options);
     const DatastoreErrors errors = datastore->Edit(edit.get(), options, Origin{"tester", 1});
     const std::string place = "seed " + std::to_string(GetParam()) + " round " +
                               std::to_string(round) + "\n" + xml + "\n" + ToText(errors);
@@ -204,13 +249,23 @@ TEST_P(PropertyTest, SmallTreesEqualWholeTrees) {
     const std::string after = Snapshot(datastore->Running());
     ASSERT_EQ(model.Text(), after) << place << "before\n" << before;
     ASSERT_EQ(after, Snapshot(follower.copy())) << place;
+    if (accept) {
+      ASSERT_EQ(PrintedAfresh(datastore->Running()), Printed(datastore->Running())) << place;
+    }
     ASSERT_EQ(after != before, datastore->TransactionId() != id) << place;
+    ASSERT_EQ(ToText(preview.errors), ToText(errors)) << place;
+    ASSERT_EQ(NeedsOf(datastore->Running()), datastore->Needs()) << place;
+    if (accept) {
+      ASSERT_EQ(preview.then, datastore->Needs()) << place;
+    }
     if (accept) ++accepted;
+    if (!accept && errors.back().tag == "resource-denied") ++too_large;
   }
   // The edits must be such that both outcomes are well covered.
   EXPECT_GT(accepted, rounds / 8);
   EXPECT_LT(accepted, rounds * 7 / 8);
   EXPECT_GT(follower.commits(), rounds / 10);
+  EXPECT_GT(too_large, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, PropertyTest, testing::Values(1u, 20u, 300u, 4000u));
