@@ -207,9 +207,10 @@ class LibyangDatastore : public Datastore {
     }
     after.reset();
     checks_.Apply(diff.get());
+    const std::vector<CommitObserver*> observers = observers_;
+    for (CommitObserver* observer : observers) observer->BeforeCommit(diff.get());
     if (!ApplyDifference(diff.get(), &running_)) Die("cannot apply a commit to running");
     ++transaction_id_;
-    const std::vector<CommitObserver*> observers = observers_;
     for (CommitObserver* observer : observers) observer->OnCommit(diff.get(), info);
     return {};
   }

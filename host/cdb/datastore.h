@@ -77,10 +77,12 @@ struct EditPreview {
   GroupNeeds then;  // as `now` when the edit fails before that is known
 };
 
-// Told of every commit that changed running.
+// Told of every commit that changes running.
 class CommitObserver {
  public:
   virtual ~CommitObserver() = default;
+  // The commit is persistent, and running still has the old content: the last moment to look at it.
+  virtual void BeforeCommit(const lyd_node* /*diff*/) {}
   // `diff` is the difference in libyang's form (nodes with yang:operation), owned by the datastore
   // and valid during the call; running already has the new content.
   virtual void OnCommit(const lyd_node* diff, const CommitInfo& info) = 0;
