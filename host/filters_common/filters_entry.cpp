@@ -33,9 +33,9 @@ void Store(List& list, typename List::value_type element) {
 
 FiltersEntry::Content& FiltersEntry::OwnContent() {
   if (!content_) {
-    content_ = std::make_shared<Content>();
-  } else if (content_.use_count() > 1) {
-    content_ = std::make_shared<Content>(*content_);
+    content_ = CountedPtr<Content>::Make();
+  } else if (!content_.unique()) {
+    content_ = CountedPtr<Content>::Make(*content_);
   }
   return *content_;
 }
@@ -51,7 +51,7 @@ void FiltersEntry::StoreAction(std::shared_ptr<const Action> action) {
 filtersErr_t FiltersEntry::deleteMatch(filtersMatch_t kind) {
   if (findMatch(kind) == nullptr) return FILTERS_ERR_NOT_FOUND;
   if (kind == FILTERS_MATCH_INGRESS_PORTS) {
-    ports_.reset();
+    ports_ = MatchIngressPorts();
   } else {
     Matches& matches = OwnContent().matches;
     matches.erase(LowerBound(matches, kind));
@@ -67,7 +67,7 @@ filtersErr_t FiltersEntry::deleteAction(filtersAction_t kind) {
 }
 
 const Match* FiltersEntry::findMatch(filtersMatch_t kind) const {
-  if (kind == FILTERS_MATCH_INGRESS_PORTS) return ports_ ? &*ports_ : nullptr;
+  if (kind == FILTERS_MATCH_INGRESS_PORTS) return ports_.ports_ ? &ports_ : nullptr;
   return Find(getMatches(), kind);
 }
 

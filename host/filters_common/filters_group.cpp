@@ -3,7 +3,7 @@
 namespace FiltersCommon {
 
 FiltersGroup::FiltersGroup(const unsigned short& id)
-    : id_(id), entries_(std::make_shared<Entries>()) {}
+    : id_(id), entries_(CountedPtr<Entries>::Make()) {}
 
 filtersErr_t FiltersGroup::setStage(const filtersGroupStage_t& stage) {
   if (stage != FILTERS_GROUP_STAGE_PRE_INGRESS) return FILTERS_ERR_TYPE;
@@ -18,7 +18,7 @@ filtersErr_t FiltersGroup::setType(const filtersGroupType_t& type) {
 }
 
 FiltersGroup::Entries& FiltersGroup::OwnEntries() {
-  if (entries_.use_count() > 1) entries_ = std::make_shared<Entries>(*entries_);
+  if (!entries_.unique()) entries_ = CountedPtr<Entries>::Make(*entries_);
   return *entries_;
 }
 

@@ -3,16 +3,20 @@
 // An entry is a value, but copies share what they hold until one of them is changed. The ingress
 // ports stand apart from the other matches: they are what distinguishes the many copies of an entry
 // that is applied to several ports, so that giving a copy its port neither allocates nor unshares.
+//
+// Groups hold entries by the ten thousand and are rebuilt from copies: the time for that is the
+// time to move memory, so an entry is kept to four words. What copies share is counted without
+// atomic operations: an entry and its copies belong to one thread.
 #ifndef PLATFORM_FILTERS_COMMON_FILTERS_ENTRY_H_
 #define PLATFORM_FILTERS_COMMON_FILTERS_ENTRY_H_
 
 #include <memory>
-#include <optional>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "platform/filters_common/actions.h"
+#include "platform/filters_common/counted_ptr.h"
 #include "platform/filters_common/filters_types.h"
 #include "platform/filters_common/matches.h"
 
@@ -85,10 +89,10 @@ class FiltersEntry {
   // The content, made this entry's own.
   Content& OwnContent();
 
-  unsigned short id_;
+  CountedPtr<Content> content_;  // null while empty; shared between copies, then not changed
+  MatchIngressPorts ports_;      // without ports while there is no such match
   unsigned int priority_ = 0;
-  std::shared_ptr<Content> content_;  // null while empty; shared between copies, then not changed
-  std::optional<MatchIngressPorts> ports_;
+  unsigned short id_;
 };
 
 }  // namespace FiltersCommon

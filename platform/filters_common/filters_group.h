@@ -1,13 +1,13 @@
 // A filter group: entries by id, under the group's own id, priority, stage and type.
 //
 // A group is a value. Copies share their entries until one of the copies is changed, so that a copy
-// costs the same for any number of entries.
+// costs the same for any number of entries; groups that share belong to one thread.
 #ifndef PLATFORM_FILTERS_COMMON_FILTERS_GROUP_H_
 #define PLATFORM_FILTERS_COMMON_FILTERS_GROUP_H_
 
 #include <map>
-#include <memory>
 
+#include "platform/filters_common/counted_ptr.h"
 #include "platform/filters_common/filters_entry.h"
 #include "platform/filters_common/filters_types.h"
 
@@ -46,7 +46,7 @@ class FiltersGroup {
   unsigned short priority_ = 0;
   filtersGroupStage_t stage_ = FILTERS_GROUP_STAGE_NONE;
   filtersGroupType_t type_ = FILTERS_GROUP_TYPE_NONE;
-  std::shared_ptr<Entries> entries_;  // never null; shared between copies, then not changed
+  CountedPtr<Entries> entries_;  // never null; shared between copies, then not changed
 };
 
 }  // namespace FiltersCommon

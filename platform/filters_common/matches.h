@@ -8,9 +8,9 @@
 #include <netinet/in.h>
 
 #include <list>
-#include <memory>
 #include <optional>
 
+#include "platform/filters_common/counted_ptr.h"
 #include "platform/filters_common/filters_types.h"
 #include "platform/limid/limid.h"
 
@@ -85,12 +85,15 @@ class MatchIngressPorts : public Match {
  public:
   static constexpr filtersMatch_t kKind = FILTERS_MATCH_INGRESS_PORTS;
   explicit MatchIngressPorts(const std::list<limid_t>& ports)
-      : ports_(std::make_shared<const std::list<limid_t>>(ports)) {}
+      : ports_(CountedPtr<const std::list<limid_t>>::Make(ports)) {}
   filtersMatch_t kind() const override { return kKind; }
   const std::list<limid_t>& ports() const { return *ports_; }
 
  private:
-  std::shared_ptr<const std::list<limid_t>> ports_;
+  friend class FiltersEntry;
+  MatchIngressPorts() = default;  // for an entry that has none
+
+  CountedPtr<const std::list<limid_t>> ports_;
 };
 
 }  // namespace FiltersCommon
