@@ -82,7 +82,7 @@ class LibyangDatastore : public Datastore {
 
   EditPreview Preview(const lyd_node* edit, const EditOptions& options) override {
     EditPreview preview;
-    preview.now = preview.then = checks_.needs();
+    preview.now = checks_.needs();
     Tree before, after;
     preview.errors = Apply(edit, options, &before, &after);
     if (preview.errors.empty()) preview.errors = Validate(&after);
@@ -200,7 +200,7 @@ class LibyangDatastore : public Datastore {
     const Tree diff = Difference(context_.get(), before, after.get());
     errors = checks_.Check(diff.get());
     if (!errors.empty() || diff == nullptr || test == TestOption::kTestOnly) return errors;
-    const CommitInfo info{transaction_id_ + 1, NowMicroseconds(), origin, CountNodes(diff.get())};
+    const CommitInfo info{transaction_id_ + 1, NowMicroseconds(), origin, CountChanges(diff.get())};
     if (storage_ != nullptr) {
       errors = storage_->Write(info, diff.get(), after.get());
       if (!errors.empty()) return errors;

@@ -55,7 +55,7 @@ struct CommitInfo {
   uint64_t id = 0;
   int64_t time_us = 0;  // microseconds since 1970
   Origin origin;
-  size_t changes = 0;  // nodes in its difference
+  size_t changes = 0;  // list entries and leaves that it created, deleted or set
 };
 
 enum class DefaultOperation { kMerge, kReplace, kNone };
@@ -74,7 +74,7 @@ struct EditPreview {
   DatastoreErrors errors;  // why it would be refused; empty: it would not
   Tree difference;         // in libyang's form; null when there is none, or when it is not known
   GroupNeeds now;
-  GroupNeeds then;  // as `now` when the edit fails before that is known
+  GroupNeeds then;  // empty when the edit fails before that is known
 };
 
 // Told of every commit that changes running.

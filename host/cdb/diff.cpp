@@ -115,6 +115,17 @@ Tree Difference(const ly_ctx* context, const lyd_node* before, const lyd_node* a
   return maker.Take();
 }
 
+size_t CountChanges(const lyd_node* diff, DiffOperation inherited) {
+  size_t count = 0;
+  for (; diff != nullptr; diff = diff->next) {
+    const DiffOperation operation = DiffOperationOf(diff, inherited);
+    const bool counts = diff->schema->nodetype != LYS_CONTAINER && !IsKey(diff);
+    if (counts && operation != DiffOperation::kNone) ++count;
+    count += CountChanges(lyd_child(diff), operation);
+  }
+  return count;
+}
+
 size_t CountNodes(const lyd_node* first) {
   size_t count = 0;
   for (; first != nullptr; first = first->next) count += 1 + CountNodes(lyd_child(first));

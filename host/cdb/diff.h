@@ -27,6 +27,10 @@ Tree Difference(const ly_ctx* context, const lyd_node* before, const lyd_node* a
 // tree is then half changed. Linear, which lyd_diff_apply_all() is not.
 bool ApplyDifference(const lyd_node* diff, Tree* tree);
 
+// List entries that a difference creates or deletes, and leaves (keys aside) that it creates,
+// deletes or sets.
+size_t CountChanges(const lyd_node* diff, DiffOperation inherited = DiffOperation::kNone);
+
 // Nodes from `first` on, with all below.
 size_t CountNodes(const lyd_node* first);
 

@@ -23,6 +23,7 @@ constexpr Module kModules[] = {
     {"ietf-netconf-with-defaults", {nullptr}},
     {kAclModule, {nullptr}},
     {"acl-app-filters", {nullptr}},
+    {"acl-app-history", {nullptr}},
     {"acl-app-netconf", {nullptr}},
 };
 

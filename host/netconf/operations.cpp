@@ -10,6 +10,7 @@ namespace {
 
 constexpr char kNetconf[] = "ietf-netconf";
 constexpr char kMonitoring[] = "ietf-netconf-monitoring";
+constexpr char kHistory[] = "acl-app-history";
 
 constexpr Operation kOperations[] = {
     {kNetconf, "get", OperationKind::kQuery, RunGet},
@@ -26,6 +27,11 @@ constexpr Operation kOperations[] = {
     {kNetconf, "close-session", OperationKind::kOwn, RunCloseSession},
     {kNetconf, "kill-session", OperationKind::kChange, RunKillSession},
     {kMonitoring, "get-schema", OperationKind::kQuery, RunGetSchema},
+    {kHistory, "get-history", OperationKind::kQuery, RunGetHistory},
+    {kHistory, "get-commit", OperationKind::kQuery, RunGetCommit},
+    {kHistory, "rollback", OperationKind::kChange, RunRollback},
+    {kHistory, "compare", OperationKind::kQuery, RunCompare},
+    {kHistory, "check", OperationKind::kOwn, RunCheck},
 };
 
 }  // namespace

@@ -93,6 +93,11 @@ OperationResult RunUnlock(const OperationContext& context, const OperationCall& 
 OperationResult RunCloseSession(const OperationContext& context, const OperationCall& call);
 OperationResult RunKillSession(const OperationContext& context, const OperationCall& call);
 OperationResult RunGetSchema(const OperationContext& context, const OperationCall& call);
+OperationResult RunGetHistory(const OperationContext& context, const OperationCall& call);
+OperationResult RunGetCommit(const OperationContext& context, const OperationCall& call);
+OperationResult RunRollback(const OperationContext& context, const OperationCall& call);
+OperationResult RunCompare(const OperationContext& context, const OperationCall& call);
+OperationResult RunCheck(const OperationContext& context, const OperationCall& call);
 
 // Helpers of the operations.
 

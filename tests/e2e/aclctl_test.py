@@ -117,6 +117,96 @@ class AclctlTest(DaemonTest):
         )
         self.assertNotIn("macs", self.run_ok("show", "config"))
 
+    def test_the_history_says_what_was_changed_and_leads_back(self):
+        self.run_ok("apply", self.write("c.json", json.dumps(CONFIG)))
+        changed = json.dumps(CONFIG).replace('"vlan": 10', '"vlan": 20').replace("eth0", "eth1")
+        self.run_ok("apply", self.write("d.json", changed))
+        entry = (
+            "/config/access-list/acl-profile/ingress/access-list[acl-type='l2'][acl-name='macs%s']"
+            "/access-list-entry[ace-priority='1']"
+        )
+        difference = [
+            "  " + entry,
+            "-     match/vlan 10",
+            "+     match/vlan 20",
+            "+ /config/access-list/interface[interface-name='eth1']",
+            "+     ingress macs%s",
+        ]
+        shown = self.run_ok("show", "commit", 3).splitlines()
+        self.assertRegex(shown[0], r"^commit 3 by \w+ \(session \d+\), [-0-9]+ [:0-9]+ UTC$")
+        self.assertEqual(shown[1:], difference)
+        self.assertEqual(self.run_ok("diff", self.directory / "d.json"), "")
+        self.assertEqual(
+            self.run_ok("rollback", 2), "commit 4: the configuration is that of commit 2 again\n"
+        )
+        self.assertEqual(json.loads(self.run_ok("show", "config")), CONFIG)
+        self.assertIn("already", self.run_ok("rollback", 2))
+        self.assertEqual(self.run_ok("diff", self.directory / "d.json").splitlines(), difference)
+        gone = self.run_ok("diff", "--replace", self.write("e.xml", '<config xmlns="urn:acl-app:acl"/>'))
+        self.assertIn("\n- " + entry + "\n", gone)
+        self.assertNotRegex(gone, r"(?m)^[^-]")
+
+        commits = [line.split(None, 6) for line in self.run_ok("history").splitlines()]
+        self.assertEqual([c[0] for c in commits], ["COMMIT", "4", "3", "2"])
+        self.assertEqual([c[5] for c in commits[1:]], ["3", "3", "12"])
+        self.assertEqual(commits[1][6], "rollback to 2")
+        last = json.loads(self.run_ok("history", "-n", 1, "--json"))["acl-app-history:commit"]
+        self.assertEqual([c["id"] for c in last], ["4"])
+        shown = json.loads(self.run_ok("show", "commit", 3, "--json"))
+        self.assertEqual(
+            shown["acl-app-history:change"][0]["leaf"],
+            [{"name": "match/vlan", "old-value": "10", "value": "20"}],
+        )
+        self.assertEqual(shown["acl-app-history:id"], "3")
+        self.assert_fails(5, "show", "commit", 9, says=["no commit 9"])
+        self.assert_fails(5, "rollback", 9, says=["no commit 9", "unchanged"])
+        for arguments in (["rollback", "x"], ["history", "-n", "x"], ["show", "commit"]):
+            self.assert_fails(2, *arguments)
+
+    def test_a_rollback_cannot_change_a_priority(self):
+        self.run_ok("apply", self.write("c.json", json.dumps(CONFIG)))
+        empty = self.write("e.json", '{"acl-app:config":{}}')
+        self.run_ok("apply", "--replace", empty)
+        other = json.dumps(CONFIG).replace('l2": {"priority": 1', 'l2": {"priority": 2')
+        self.run_ok("apply", self.write("d.json", other))
+        self.assert_fails(5, "rollback", 2, says=["macs%s", "cannot change from 2 to 1"])
+        self.run_ok("apply", "--replace", empty)
+        self.run_ok("rollback", 2)
+        self.assertEqual(json.loads(self.run_ok("show", "config")), CONFIG)
+
+    def test_what_does_not_fit_is_refused_and_can_be_checked(self):
+        self.running.stop()
+        self.running = self.daemon(filter_capacity=3).start()
+        file = self.write("c.json", json.dumps(CONFIG))
+        self.assertEqual(
+            [line.split() for line in self.run_ok("check", file).splitlines()[:3]],
+            [
+                ["GROUP", "CAPACITY", "USED", "NOW", "THEN", "AVAILABLE"],
+                ["L2", "3", "0", "2", "1"],
+                ["L3", "3", "0", "0", "3"],
+            ],
+        )
+        self.run_ok("apply", file)
+        more = self.write("d.json", json.dumps(CONFIG).replace("eth0", "eth1"))
+        reason = 'the L2 group would need 4 entries, and has room for 3; most are needed by "macs%s"'
+        self.assert_fails(5, "apply", more, says=[reason, "(resource-denied)"])
+        refused = self.aclctl(self.running, "check", more, "--json")
+        self.assertEqual(refused.returncode, 5)
+        self.assertIn(reason, refused.stderr)
+        answer = json.loads(refused.stdout)
+        self.assertEqual(answer["acl-app-history:group"][0]["entries-then"], "4")
+        self.assertEqual(answer["acl-app-history:refusal"][0]["tag"], "resource-denied")
+        bad = self.aclctl(self.running, "check", self.write("b.json", '{"acl-app:config":{"x":1}}'))
+        self.assertEqual(bad.returncode, 5)
+        self.assertIn("unknown-element", bad.stderr)
+        # What is stored is loaded with less room as well, and may shrink.
+        self.running.stop()
+        self.running = self.daemon(filter_capacity=1).start()
+        self.assertRegex(self.running.log(), r"warning.*needs 2 entries in the l2 group")
+        self.assertEqual(json.loads(self.run_ok("show", "config")), CONFIG)
+        self.assert_fails(5, "apply", more, says=["room for 1"])
+        self.run_ok("rollback", 1)
+
     def test_each_kind_of_error_has_its_status(self):
         self.run_ok("apply", self.write("c.json", json.dumps(CONFIG)))
         before = self.run_ok("show", "config")

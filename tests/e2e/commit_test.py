@@ -130,7 +130,9 @@ import sys
 from netconf_client import RpcError, Session, interface
 with Session(sys.argv[1]) as s:
     s.get_config()
+    s.rpc('<get-history xmlns="urn:acl-app:history"/>')
     try:
+        s.rpc('<rollback xmlns="urn:acl-app:history"><id>1</id></rollback>')
         s.edit(others=interface("from-" + sys.argv[2]))
         print("ok")
     except RpcError as refused:
@@ -156,7 +158,7 @@ class AccessTest(DaemonTest):
         with daemon.session() as s:
             self.assertIn("from-ok", config_text(s))
             self.assertNotIn("from-access-denied", config_text(s))
-        self.assertIn("(nobody): edit-config refused", daemon.log())
+        self.assertIn("(nobody): rollback refused", daemon.log())
 
 
 if __name__ == "__main__":

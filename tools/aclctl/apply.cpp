@@ -1,102 +1,13 @@
 // aclctl apply.
-#include <nlohmann/json.hpp>
-
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <iterator>
-
 #include "tools/aclctl/commands.h"
-#include "tools/aclctl/schema.h"
+#include "tools/aclctl/edit_file.h"
 
 namespace aclctl {
-namespace {
-
-bool EndsWith(const std::string& text, const std::string& end) {
-  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
-Failure ReadFile(const std::string& path, std::string* content) {
-  errno = 0;
-  std::ifstream file(path, std::ios::binary);
-  content->assign(std::istreambuf_iterator<char>(file), {});
-  if (file.is_open() && !file.bad() && errno != EISDIR) return {};
-  return {kFile, "cannot read " + path + ": " + std::strerror(errno), {}};
-}
-
-std::string PrintXml(const lyd_node* tree) {
-  char* text = nullptr;
-  lyd_print_mem(&text, tree, LYD_XML, LYD_PRINT_WITHSIBLINGS | LYD_PRINT_SHRINK);
-  std::string result = text != nullptr ? text : "";
-  free(text);
-  return result;
-}
-
-// XML is sent as it is, without what a document has around its content: the XML declaration, and
-// NETCONF's own <config> or <data>, which files from other tools have.
-Failure FromXml(const Client& client, const std::string& path, const std::string& content,
-                std::string* config) {
-  std::string error;
-  const host::Tree document = client.xml().Parse(content, &error);
-  if (document == nullptr) return {kFile, path + " is not well-formed XML: " + error, {}};
-  const lyd_node* root = document.get();
-  const bool enveloped = host::XmlNamespace(root) == "urn:ietf:params:xml:ns:netconf:base:1.0" &&
-                         (host::XmlName(root) == "config" || host::XmlName(root) == "data");
-  const lyd_node* first = enveloped ? lyd_child(root) : root;
-  *config = first == nullptr ? "" : PrintXml(first);
-  return {};
-}
-
-// Why `content` is no JSON, empty when it is. libyang takes some texts that end too early.
-std::string WhyNotJson(const std::string& content) {
-  if (nlohmann::json::accept(content)) return "";
-  try {
-    const nlohmann::json parsed = nlohmann::json::parse(content);
-    return parsed.is_discarded() ? "it is not well-formed" : "";
-  } catch (const nlohmann::json::parse_error& error) {
-    return error.what();
-  }
-}
-
-// What the schema does not know is passed on, so that the daemon names it in its answer.
-Failure FromJson(Client* client, const std::string& path, const std::string& content,
-                 std::string* config) {
-  const std::string syntax_error = WhyNotJson(content);
-  if (!syntax_error.empty()) return {kFile, path + " is no JSON: " + syntax_error, {}};
-  host::ContextPtr context;
-  if (Failure failure = FetchSchema(client, {"ietf-netconf", "acl-app"}, &context)) return failure;
-  lyd_node* raw = nullptr;
-  const LY_ERR result = lyd_parse_data_mem(context.get(), content.c_str(), LYD_JSON,
-                                           LYD_PARSE_ONLY | LYD_PARSE_OPAQ, 0, &raw);
-  const host::Tree tree(raw);
-  if (result != LY_SUCCESS) {
-    const char* where = ly_errpath(context.get());
-    return {kFile,
-            path + " is no JSON configuration: " + ly_errmsg(context.get()) +
-                (where != nullptr ? std::string(" (") + where + ")" : ""),
-            {}};
-  }
-  *config = PrintXml(raw);
-  return {};
-}
-
-}  // namespace
 
 Failure Apply(const Arguments& arguments) {
-  const std::string& path = arguments.operands[0];
-  const bool json = EndsWith(path, ".json");
-  if (!json && !EndsWith(path, ".xml")) {
-    return {kUsage, "the name of " + path + " ends neither in .json nor in .xml", {}};
-  }
-  std::string content, config;
-  if (Failure failure = ReadFile(path, &content)) return failure;
   Client client;
-  if (Failure failure = client.Open(arguments.socket)) return failure;
-  if (Failure failure = json ? FromJson(&client, path, content, &config)
-                             : FromXml(client, path, content, &config)) {
-    return failure;
-  }
+  std::string config;
+  if (Failure failure = OpenWithEdit(arguments, &client, &config)) return failure;
   host::Tree reply;
   Failure failure =
       client.Call(std::string("<edit-config><target><running/></target><default-operation>") +
@@ -105,7 +16,8 @@ Failure Apply(const Arguments& arguments) {
                       config + "</config></edit-config>",
                   &reply);
   if (failure.code == kRefused) {
-    failure.message = "the daemon refused " + path + "; the configuration is unchanged";
+    failure.message =
+        "the daemon refused " + arguments.operands[0] + "; the configuration is unchanged";
   }
   return failure;
 }

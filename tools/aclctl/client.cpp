@@ -24,21 +24,6 @@ std::string ChildText(const lyd_node* parent, const char* name) {
   return child == nullptr ? "" : std::string(host::XmlText(child));
 }
 
-// A path without the prefixes, which a person does not need.
-std::string ShortPath(const std::string& path) {
-  std::string result;
-  char quote = 0;
-  for (const char c : path) {
-    if (quote == 0 && c == ':') {
-      result.erase(result.find_last_of("/[") + 1);
-      continue;
-    }
-    if (c == '\'' || c == '"') quote = quote == 0 ? c : quote == c ? 0 : quote;
-    result += c;
-  }
-  return result;
-}
-
 Failure ReadErrors(const lyd_node* reply) {
   Failure failure{kRefused, "the daemon refused the request", {}};
   for (const lyd_node* child = lyd_child(reply); child != nullptr; child = child->next) {
@@ -133,6 +118,20 @@ Failure Client::Receive(std::string* message) {
     if (size <= 0) return {kProtocol, "the daemon ended the session", {}};
     unread_.assign(buffer, size);
   }
+}
+
+std::string ShortPath(const std::string& path) {
+  std::string result;
+  char quote = 0;
+  for (const char c : path) {
+    if (quote == 0 && c == ':') {
+      result.erase(result.find_last_of("/[") + 1);
+      continue;
+    }
+    if (c == '\'' || c == '"') quote = quote == 0 ? c : quote == c ? 0 : quote;
+    result += c;
+  }
+  return result;
 }
 
 std::string InnerXml(const std::string& text, const std::string& element) {

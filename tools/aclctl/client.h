@@ -51,6 +51,9 @@ class Client {
 // The content of the reply's <data>, or what its only child holds, as XML: `text` without envelope.
 std::string InnerXml(const std::string& text, const std::string& element);
 
+// An instance path without the prefixes, which a person does not need.
+std::string ShortPath(const std::string& path);
+
 }  // namespace aclctl
 
 #endif  // TOOLS_ACLCTL_CLIENT_H_

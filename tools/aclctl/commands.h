@@ -16,6 +16,7 @@ struct Arguments {
   bool xml = false;
   bool replace = false;
   bool hits = false;
+  std::string most;                   // -n, empty when it is not given
   std::vector<std::string> operands;  // what follows the command's name
 };
 
@@ -24,6 +25,13 @@ Failure Apply(const Arguments& arguments);
 Failure ShowConfig(const Arguments& arguments);
 Failure ShowResources(const Arguments& arguments);
 Failure ShowGroups(const Arguments& arguments);
+// The history of the configuration, and the way back.
+Failure History(const Arguments& arguments);
+Failure ShowCommit(const Arguments& arguments);
+Failure Rollback(const Arguments& arguments);
+// What the edit in a file would change, and whether it would be accepted.
+Failure Diff(const Arguments& arguments);
+Failure Check(const Arguments& arguments);
 // Removes what the daemon has left in the kernel's packet filter.
 Failure Flush(const Arguments& arguments);
 
@@ -34,6 +42,10 @@ Failure FetchState(Client* client, const std::string& filter, std::string* data,
 // Prints `data`, of `module`, to standard output, in the form that the arguments ask for.
 Failure PrintData(const Arguments& arguments, Client* client, const std::string& module,
                   const std::string& data);
+
+// Prints what `reply_text`, an <rpc-reply> to the operation `name` of acl-app-history, holds as
+// JSON.
+Failure PrintOutput(Client* client, const std::string& name, const std::string& reply_text);
 
 // Text of the child `name`, empty when there is none.
 std::string ChildText(const lyd_node* parent, std::string_view name);

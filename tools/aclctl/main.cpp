@@ -21,6 +21,11 @@ struct Command {
 
 const Command kCommands[] = {
     {{"apply"}, 1, Apply},
+    {{"check"}, 1, Check},
+    {{"diff"}, 1, Diff},
+    {{"history"}, 0, History},
+    {{"show", "commit"}, 1, ShowCommit},
+    {{"rollback"}, 1, Rollback},
     {{"show", "config"}, 0, ShowConfig},
     {{"show", "resources"}, 0, ShowResources},
     {{"show", "groups"}, 0, ShowGroups},
@@ -32,7 +37,12 @@ constexpr char kHelp[] =
     "\n"
     "Commands:\n"
     "  apply FILE      merge a configuration (.json or .xml) into the running one\n"
-    "    --replace       replace the running configuration with it\n"
+    "  diff FILE       what applying it would change\n"
+    "  check FILE      whether it would be refused, and the filter entries before and after\n"
+    "    --replace       replace the running configuration with it (all three)\n"
+    "  history         the last commits (-n N: how many, default 20)\n"
+    "  show commit N   what commit N changed\n"
+    "  rollback N      make the configuration what it was after commit N\n"
     "  show config     the running configuration (--json, the default, or --xml)\n"
     "  show resources  filter entries: capacity and use\n"
     "  show groups     the filter groups: what is programmed, in the order of evaluation\n"
@@ -40,8 +50,8 @@ constexpr char kHelp[] =
     "  flush           remove all filters from the kernel; the daemon must not be running\n"
     "\n"
     "Options:\n"
-    "  --json          print JSON instead of a table\n"
-    "  --xml           print XML instead of a table\n"
+    "  --json          print JSON instead of a table or a text\n"
+    "  --xml           print XML instead of a table (show config, resources and groups)\n"
     "  --socket PATH   the daemon's NETCONF socket (default: $ACL_APP_SOCKET, else\n"
     "                  %s)\n"
     "  --help          print this and exit\n"
@@ -51,7 +61,7 @@ constexpr char kHelp[] =
     "  2  the command line is wrong\n"
     "  3  the file cannot be read, or is no JSON or XML\n"
     "  4  the daemon cannot be reached\n"
-    "  5  the daemon refused the request; the reasons are printed, nothing was changed\n"
+    "  5  the daemon refused the request, or would; the reasons are printed, nothing was changed\n"
     "  6  the daemon's answer cannot be understood, or does not come\n"
     "  7  the kernel refused\n";
 
@@ -71,11 +81,11 @@ const Command* FindCommand(const std::vector<std::string>& words) {
 
 int Run(const Command& command, const Arguments& arguments) {
   const Failure failure = command.run(arguments);
-  if (!failure) {
-    if (std::fflush(stdout) == 0) return kSuccess;
+  if (std::fflush(stdout) != 0) {
     std::perror("aclctl: cannot write");
     return kFile;
   }
+  if (!failure) return kSuccess;
   std::fprintf(stderr, "aclctl: %s\n", failure.message.c_str());
   for (const std::string& detail : failure.details) {
     std::fprintf(stderr, "  %s\n", detail.c_str());
@@ -98,7 +108,7 @@ int Main(int argc, char** argv) {
   const char* from_environment = std::getenv("ACL_APP_SOCKET");
   Arguments arguments;
   arguments.socket = from_environment != nullptr ? from_environment : default_socket;
-  for (int choice; (choice = getopt_long(argc, argv, "h", kOptions, nullptr)) != -1;) {
+  for (int choice; (choice = getopt_long(argc, argv, "hn:", kOptions, nullptr)) != -1;) {
     switch (choice) {
       case kJson:
         arguments.json = true;
@@ -111,6 +121,9 @@ int Main(int argc, char** argv) {
         break;
       case kHits:
         arguments.hits = true;
+        break;
+      case 'n':
+        arguments.most = optarg;
         break;
       case kSocket:
         arguments.socket = optarg;

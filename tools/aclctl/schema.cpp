@@ -79,4 +79,29 @@ Failure Convert(const ly_ctx* context, const std::string& xml, Format format, st
   return {};
 }
 
+Failure ConvertOutput(const ly_ctx* context, const std::string& operation,
+                      const std::string& output, std::string* text) {
+  const size_t colon = operation.find(':');
+  const lys_module* module =
+      ly_ctx_get_module_implemented(context, operation.substr(0, colon).c_str());
+  const std::string name = operation.substr(colon + 1);
+  const std::string xml = "<" + name + " xmlns=\"" + (module != nullptr ? module->ns : "") + "\">" +
+                          output + "</" + name + ">";
+  ly_in* in = nullptr;
+  lyd_node *raw = nullptr, *node = nullptr;
+  const bool read =
+      ly_in_new_memory(xml.c_str(), &in) == LY_SUCCESS &&
+      lyd_parse_op(context, nullptr, in, LYD_XML, LYD_TYPE_REPLY_YANG, &raw, &node) == LY_SUCCESS;
+  ly_in_free(in, 0);
+  const host::Tree tree(raw);
+  char* printed = nullptr;
+  if (!read ||
+      lyd_print_mem(&printed, lyd_child(node), LYD_JSON, LYD_PRINT_WITHSIBLINGS) != LY_SUCCESS) {
+    return {kProtocol, "the daemon's answer cannot be understood: " + TakeReason(context), {}};
+  }
+  *text = printed != nullptr ? printed : "{}\n";
+  free(printed);
+  return {};
+}
+
 }  // namespace aclctl

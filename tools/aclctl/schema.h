@@ -21,6 +21,11 @@ enum class Format { kJson, kXml };
 // and for `apply`.
 Failure Convert(const ly_ctx* context, const std::string& xml, Format format, std::string* text);
 
+// The output of an RPC of `context`'s, as JSON. `operation` is its qualified name ("module:name"),
+// `output` the content of <rpc-reply> as XML.
+Failure ConvertOutput(const ly_ctx* context, const std::string& operation,
+                      const std::string& output, std::string* text);
+
 }  // namespace aclctl
 
 #endif  // TOOLS_ACLCTL_SCHEMA_H_

@@ -51,6 +51,19 @@ Failure PrintData(const Arguments& arguments, Client* client, const std::string&
   return {};
 }
 
+Failure PrintOutput(Client* client, const std::string& name, const std::string& reply_text) {
+  host::ContextPtr context;
+  if (Failure failure = FetchSchema(client, {"acl-app-history"}, &context)) return failure;
+  std::string output = InnerXml(reply_text, "rpc-reply");
+  if (output.find("<ok") == 0) output.clear();  // the operation has given nothing
+  std::string text;
+  if (Failure failure = ConvertOutput(context.get(), "acl-app-history:" + name, output, &text)) {
+    return failure;
+  }
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  return {};
+}
+
 Failure ShowConfig(const Arguments& arguments) {
   Client client;
   if (Failure failure = client.Open(arguments.socket)) return failure;

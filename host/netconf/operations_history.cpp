@@ -1,0 +1,138 @@
+// The operations of acl-app-history: the history of running, and what an edit would do.
+#include <libyang/libyang.h>
+
+#include <array>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+#include <utility>
+
+#include "host/cdb/diff.h"
+#include "host/netconf/difference_xml.h"
+#include "host/netconf/operations.h"
+#include "host/netconf/xml_writer.h"
+
+namespace host {
+namespace {
+
+constexpr char kNamespace[] = "urn:acl-app:history";
+
+// RFC 3339, in UTC.
+std::string DateAndTime(int64_t microseconds) {
+  const auto seconds = static_cast<time_t>(microseconds / 1000000);
+  tm broken_down{};
+  gmtime_r(&seconds, &broken_down);
+  std::array<char, 32> text{};
+  strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &broken_down);
+  std::string fraction = std::to_string(microseconds % 1000000);
+  fraction.insert(0, 6 - fraction.size(), '0');
+  return std::string(text.data()) + "." + fraction + "Z";
+}
+
+void WriteCommit(const CommitInfo& info, XmlWriter* xml) {
+  xml->Leaf("id", info.id);
+  xml->Leaf("time", DateAndTime(info.time_us));
+  xml->Leaf("user", info.origin.user);
+  xml->Leaf("session", info.origin.session_id);
+  if (!info.origin.comment.empty()) xml->Leaf("comment", info.origin.comment);
+  xml->Leaf("changes", info.changes);
+}
+
+uint64_t NumberIn(const OperationCall& call, const char* name, const char* otherwise) {
+  return std::strtoull(ParameterText(call, name, otherwise).c_str(), nullptr, 10);
+}
+
+OperationResult Reply(XmlWriter* xml) {
+  OperationResult result;
+  result.data = xml->Take();
+  return result;
+}
+
+OperationResult Refuse(const DatastoreErrors& errors) {
+  OperationResult result;
+  result.errors = FromDatastore(errors);
+  return result;
+}
+
+EditPreview PreviewOf(const OperationContext& context, const OperationCall& call) {
+  EditOptions options;
+  const std::string operation = ParameterText(call, "default-operation", "merge");
+  if (operation == "replace") options.default_operation = DefaultOperation::kReplace;
+  if (operation == "none") options.default_operation = DefaultOperation::kNone;
+  return context.datastore.Preview(InlineConfig(call.input), options);
+}
+
+}  // namespace
+
+OperationResult RunGetHistory(const OperationContext& context, const OperationCall& call) {
+  XmlWriter xml(kNamespace);
+  for (const CommitInfo& info : context.datastore.History(NumberIn(call, "most", "20"))) {
+    xml.Open("commit");
+    WriteCommit(info, &xml);
+    xml.Close("commit");
+  }
+  return Reply(&xml);
+}
+
+OperationResult RunGetCommit(const OperationContext& context, const OperationCall& call) {
+  const uint64_t id = NumberIn(call, "id", "0");
+  DatastoreErrors errors;
+  const Tree diff(context.datastore.DifferenceOf(id, &errors));
+  if (!errors.empty()) return Refuse(errors);
+  XmlWriter xml(kNamespace);
+  WriteCommit(context.datastore.CommitOf(id).value_or(CommitInfo()), &xml);
+  WriteDifference(diff.get(), &xml);
+  return Reply(&xml);
+}
+
+OperationResult RunRollback(const OperationContext& context, const OperationCall& call) {
+  if (std::optional<RpcError> error = LockedByOther(context, call, "running")) {
+    return OperationResult::Error(std::move(*error));
+  }
+  if (FindParameter(call, "id") == nullptr) return OperationResult::Error(MissingElement("id"));
+  const uint64_t before = context.datastore.TransactionId();
+  const DatastoreErrors errors =
+      context.datastore.Rollback(NumberIn(call, "id", "0"), {call.session.user, call.session.id});
+  if (!errors.empty()) return Refuse(errors);
+  const uint64_t after = context.datastore.TransactionId();
+  if (after == before) return OperationResult::Ok();
+  XmlWriter xml(kNamespace);
+  xml.Leaf("id", after);
+  OperationResult result = Reply(&xml);
+  result.note = "done, transaction " + std::to_string(after);
+  return result;
+}
+
+OperationResult RunCompare(const OperationContext& context, const OperationCall& call) {
+  const EditPreview preview = PreviewOf(context, call);
+  if (!preview.errors.empty()) return Refuse(preview.errors);
+  XmlWriter xml(kNamespace);
+  WriteDifference(preview.difference.get(), &xml);
+  return Reply(&xml);
+}
+
+OperationResult RunCheck(const OperationContext& context, const OperationCall& call) {
+  const EditPreview preview = PreviewOf(context, call);
+  const std::optional<uint32_t> capacity = context.datastore.GroupCapacity();
+  XmlWriter xml(kNamespace);
+  xml.Leaf("changes", CountChanges(preview.difference.get()));
+  for (const auto& [group, entries] : preview.now) {
+    xml.Open("group");
+    xml.Leaf("type", group);
+    if (capacity.has_value()) xml.Leaf("capacity", *capacity);
+    xml.Leaf("entries", entries);
+    const auto then = preview.then.find(group);
+    if (then != preview.then.end()) xml.Leaf("entries-then", then->second);
+    xml.Close("group");
+  }
+  for (const DatastoreError& error : preview.errors) {
+    xml.Open("refusal");
+    xml.Leaf("tag", error.tag);
+    if (!error.path.empty()) xml.Leaf("path", error.path);
+    xml.Leaf("message", error.message);
+    xml.Close("refusal");
+  }
+  return Reply(&xml);
+}
+
+}  // namespace host

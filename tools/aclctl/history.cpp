@@ -1,0 +1,103 @@
+// aclctl history, show commit and rollback.
+#include <cstdio>
+
+#include "tools/aclctl/commands.h"
+#include "tools/aclctl/difference_text.h"
+#include "tools/aclctl/table.h"
+
+namespace aclctl {
+namespace {
+
+using Align = Table::Align;
+
+// Carries out an operation of acl-app-history.
+Failure Call(Client* client, const std::string& name, const std::string& input, host::Tree* reply,
+             std::string* text) {
+  return client->Call("<" + name + " xmlns=\"urn:acl-app:history\">" + input + "</" + name + ">",
+                      reply, text);
+}
+
+// Why `text` is no number that `what` can have.
+Failure CheckNumber(const std::string& text, const char* what) {
+  if (!text.empty() && text.find_first_not_of("0123456789") == std::string::npos) return {};
+  return {kUsage, std::string(what) + " must be a number, not \"" + text + "\"", {}};
+}
+
+// "2026-11-21T06:47:21.123456Z" without what a person does not need.
+std::string ShortTime(const std::string& time) {
+  return time.size() < 19 ? time : time.substr(0, 10) + " " + time.substr(11, 8);
+}
+
+}  // namespace
+
+Failure History(const Arguments& arguments) {
+  const std::string most = arguments.most.empty() ? "20" : arguments.most;
+  if (Failure failure = CheckNumber(most, "the number of commits")) return failure;
+  Client client;
+  if (Failure failure = client.Open(arguments.socket)) return failure;
+  host::Tree reply;
+  std::string text;
+  if (Failure failure = Call(&client, "get-history", "<most>" + most + "</most>", &reply, &text)) {
+    return failure;
+  }
+  if (arguments.json) return PrintOutput(&client, "get-history", text);
+  Table table({{"COMMIT", Align::kRight},
+               {"TIME (UTC)"},
+               {"USER"},
+               {"SESSION", Align::kRight},
+               {"CHANGES", Align::kRight},
+               {"COMMENT"}});
+  for (const lyd_node* commit : Children(reply.get(), "commit")) {
+    table.AddRow({ChildText(commit, "id"), ShortTime(ChildText(commit, "time")),
+                  ChildText(commit, "user"), ChildText(commit, "session"),
+                  ChildText(commit, "changes"), ChildText(commit, "comment")});
+  }
+  std::fputs(table.Print().c_str(), stdout);
+  return {};
+}
+
+Failure ShowCommit(const Arguments& arguments) {
+  const std::string& id = arguments.operands[0];
+  if (Failure failure = CheckNumber(id, "a commit")) return failure;
+  Client client;
+  if (Failure failure = client.Open(arguments.socket)) return failure;
+  host::Tree reply;
+  std::string text;
+  if (Failure failure = Call(&client, "get-commit", "<id>" + id + "</id>", &reply, &text)) {
+    return failure;
+  }
+  if (arguments.json) return PrintOutput(&client, "get-commit", text);
+  const std::string comment = ChildText(reply.get(), "comment");
+  std::printf("commit %s by %s (session %s), %s UTC%s%s\n", id.c_str(),
+              ChildText(reply.get(), "user").c_str(), ChildText(reply.get(), "session").c_str(),
+              ShortTime(ChildText(reply.get(), "time")).c_str(), comment.empty() ? "" : ": ",
+              comment.c_str());
+  std::fputs(PrintDifference(reply.get()).c_str(), stdout);
+  return {};
+}
+
+Failure Rollback(const Arguments& arguments) {
+  const std::string& id = arguments.operands[0];
+  if (Failure failure = CheckNumber(id, "a commit")) return failure;
+  Client client;
+  if (Failure failure = client.Open(arguments.socket)) return failure;
+  host::Tree reply;
+  std::string text;
+  Failure failure = Call(&client, "rollback", "<id>" + id + "</id>", &reply, &text);
+  if (failure.code == kRefused) {
+    failure.message =
+        "the daemon refused to go back to commit " + id + "; the configuration is unchanged";
+  }
+  if (failure) return failure;
+  if (arguments.json) return PrintOutput(&client, "rollback", text);
+  const std::string made = ChildText(reply.get(), "id");
+  if (made.empty()) {
+    std::printf("the configuration is that of commit %s already\n", id.c_str());
+  } else {
+    std::printf("commit %s: the configuration is that of commit %s again\n", made.c_str(),
+                id.c_str());
+  }
+  return {};
+}
+
+}  // namespace aclctl
