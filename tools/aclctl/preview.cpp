@@ -73,7 +73,7 @@ Failure Check(const Arguments& arguments) {
   host::Tree reply;
   std::string text;
   if (Failure failure = Call(arguments, "check", &client, &reply, &text)) return failure;
-  const Failure refusal = RefusalIn(reply.get(), arguments.operands[0]);
+  Failure refusal = RefusalIn(reply.get(), arguments.operands[0]);
   if (arguments.json) {
     if (Failure failure = PrintOutput(&client, "check", text)) return failure;
     return refusal;
