@@ -29,37 +29,18 @@ DatastoreErrors Refusal(const std::string& path, const std::string& why) {
   return {error};
 }
 
-// The first value that a statement gives.
-std::string FirstText(sqlite3* database, const char* sql) {
+// The first value that a statement gives; 0 or empty where it is NULL. False on an error.
+bool ReadText(sqlite3* database, const char* sql, std::string* text) {
   SqlStatement statement(database, sql);
-  return statement.Step() ? statement.Text(0) : "";
+  const bool found = statement.Step();
+  if (found) *text = statement.Text(0);
+  return found;
 }
-int64_t FirstNumber(sqlite3* database, const char* sql) {
+bool ReadNumber(sqlite3* database, const char* sql, int64_t* number) {
   SqlStatement statement(database, sql);
-  return statement.Step() ? statement.Number(0) : 0;
-}
-
-// Makes the tables in an empty database, or finds out that it is not one of ours. Empty on success.
-std::string CheckFormat(sqlite3* database) {
-  const int64_t tables = FirstNumber(database, "SELECT count(*) FROM sqlite_schema");
-  const int64_t application = FirstNumber(database, "PRAGMA application_id");
-  const int64_t format = FirstNumber(database, "PRAGMA user_version");
-  if (tables == 0 && application == 0 && format == 0) {
-    const std::string header = "PRAGMA application_id = " + std::to_string(kApplicationId) +
-                               "; PRAGMA user_version = " + std::to_string(kFormat) + ";";
-    SqlTransaction transaction(database);
-    const bool made = transaction.begun() && Execute(database, kMakeTables) &&
-                      Execute(database, header.c_str()) && transaction.Commit();
-    return made ? "" : sqlite3_errmsg(database);
-  }
-  if (application != kApplicationId) return "it is a database of another program";
-  if (format != kFormat) {
-    return "its format " + std::to_string(format) + " is not the one of this version (" +
-           std::to_string(kFormat) + ")";
-  }
-  const std::string check = FirstText(database, "PRAGMA quick_check(1)");
-  if (check != "ok") return "it is damaged (" + check + "); restore it or move it away";
-  return "";
+  const bool found = statement.Step();
+  if (found) *number = statement.Number(0);
+  return found;
 }
 
 // What SQLite's last error means for the operator.
@@ -75,6 +56,32 @@ std::string Reason(sqlite3* database) {
     default:
       return sqlite3_errmsg(database);
   }
+}
+
+// Makes the tables in an empty database, or finds out that it is not one of ours. Empty on success.
+std::string CheckFormat(sqlite3* database) {
+  int64_t tables = 0, application = 0, format = 0;
+  if (!ReadNumber(database, "SELECT count(*) FROM sqlite_schema", &tables) ||
+      !ReadNumber(database, "PRAGMA application_id", &application) ||
+      !ReadNumber(database, "PRAGMA user_version", &format)) {
+    return Reason(database);
+  }
+  if (tables == 0 && application == 0 && format == 0) {
+    const std::string header = "PRAGMA application_id = " + std::to_string(kApplicationId) +
+                               "; PRAGMA user_version = " + std::to_string(kFormat) + ";";
+    SqlTransaction transaction(database);
+    const bool made = transaction.begun() && Execute(database, kMakeTables) &&
+                      Execute(database, header.c_str()) && transaction.Commit();
+    return made ? "" : Reason(database);
+  }
+  if (application != kApplicationId) return "it is a database of another program";
+  if (format != kFormat) {
+    return "its format " + std::to_string(format) + " is not the one of this version (" +
+           std::to_string(kFormat) + ")";
+  }
+  std::string check;
+  if (!ReadText(database, "PRAGMA quick_check(1)", &check)) return Reason(database);
+  return check == "ok" ? "" : "it is damaged (" + check + "); restore it or move it away";
 }
 
 // The commit of a row with the columns id, time_us, user, session, comment, changes.
@@ -108,6 +115,9 @@ std::unique_ptr<Storage> Storage::Open(const std::string& path, const HistoryBou
   for (const char* setting : kSettings) {
     if (why.empty() && !Execute(raw, setting)) why = Reason(raw);
   }
+  std::string journal;
+  if (why.empty() && !ReadText(raw, "PRAGMA journal_mode", &journal)) why = Reason(raw);
+  if (why.empty() && journal != "wal") why = "it cannot be written";
   if (why.empty()) why = CheckFormat(raw);
   umask(mask);
   std::unique_ptr<Storage> storage;
@@ -126,7 +136,6 @@ Storage::Storage(std::string path, const HistoryBound& bound, SqlDatabase databa
 bool Storage::Prepare() {
   sqlite3* database = database_.get();
   if (!Execute(database, kMakeCheckpoint)) return false;
-  checkpoint_ = static_cast<uint64_t>(FirstNumber(database, "SELECT id FROM checkpoint"));
   put_unit_ = SqlStatement(database, "INSERT OR REPLACE INTO unit VALUES(?1, ?2, ?3, ?4)");
   delete_unit_ =
       SqlStatement(database, "DELETE FROM unit WHERE place = ?1 AND list = ?2 AND keys = ?3");
@@ -136,9 +145,15 @@ bool Storage::Prepare() {
   put_txn_ = SqlStatement(database, "INSERT INTO txn VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)");
   delete_txn_ = SqlStatement(database, "DELETE FROM txn WHERE id = ?1");
   oldest_ = SqlStatement(database, "SELECT id, size FROM txn ORDER BY id LIMIT 1");
-  last_id_ = static_cast<uint64_t>(FirstNumber(database, "SELECT max(id) FROM txn"));
-  kept_.commits = FirstNumber(database, "SELECT count(*) FROM txn");
-  kept_.bytes = FirstNumber(database, "SELECT sum(size) FROM txn");
+  int64_t last = 0, checkpoint = 0;
+  if (!ReadNumber(database, "SELECT max(id) FROM txn", &last) ||
+      !ReadNumber(database, "SELECT max(id) FROM checkpoint", &checkpoint) ||
+      !ReadNumber(database, "SELECT count(*) FROM txn", &kept_.commits) ||
+      !ReadNumber(database, "SELECT sum(size) FROM txn", &kept_.bytes)) {
+    return false;
+  }
+  last_id_ = static_cast<uint64_t>(last);
+  checkpoint_ = static_cast<uint64_t>(checkpoint);
   return put_unit_.ok() && delete_unit_.ok() && delete_within_.ok() && put_txn_.ok() &&
          delete_txn_.ok() && oldest_.ok();
 }
@@ -183,15 +198,56 @@ DatastoreErrors Storage::Write(const CommitInfo& info, const lyd_node* diff,
   std::vector<UnitChange> units;
   if (!CollectUnitChanges(diff, after, &units))
     return Refusal(path_, "the commit changes something that is in no list entry");
-  HistoryBound kept = {kept_.commits + 1, kept_.bytes + static_cast<int64_t>(difference.size())};
-  SqlTransaction transaction(database_.get());
-  if (!transaction.begun() || !WriteUnits(units) || !WriteTransaction(info, difference) ||
-      !Prune(&kept) || !transaction.Commit()) {
-    return Failure("the commit");
-  }
+  HistoryBound kept;
+  DatastoreErrors errors = Transact("the commit", [&] {
+    kept = {kept_.commits + 1, kept_.bytes + static_cast<int64_t>(difference.size())};
+    return WriteUnits(units) && WriteTransaction(info, difference) && Prune(&kept);
+  });
+  if (!errors.empty()) return errors;
   last_id_ = info.id;
   kept_ = kept;
   return {};
+}
+
+DatastoreErrors Storage::Transact(const char* what, const std::function<bool()>& write) {
+  if (in_doubt_ && !Settle()) return Failure(what, "an earlier one may come back at a restart");
+  if (TryTransact(write)) return {};
+  // A full disk may have room when what is in the log has moved into the database.
+  if (error_code_ == SQLITE_FULL && !in_doubt_ &&
+      Execute(database_.get(), "PRAGMA wal_checkpoint(TRUNCATE)") && TryTransact(write)) {
+    return {};
+  }
+  if (!in_doubt_) return Failure(what, "nothing was changed");
+  return Failure(
+      what, "running is unchanged, but until the disk works again a restart may bring it back");
+}
+
+bool Storage::TryTransact(const std::function<bool()>& write) {
+  {
+    SqlTransaction transaction(database_.get());
+    if (transaction.begun() && write()) {
+      if (transaction.Commit()) return true;
+      // On a full disk the log lacks the end of the commit, without which it does not count.
+      in_doubt_ = sqlite3_errcode(database_.get()) != SQLITE_FULL;
+    }
+    NoteError();
+  }
+  if (in_doubt_) Settle();
+  return false;
+}
+
+// A commit that failed may be in the log all the same, complete, when it was only the disk's word
+// that was missing; the next start would take it. Another transaction takes its place in the log,
+// and with that what follows there is void. When that is on disk the failed one is gone for
+// certain.
+bool Storage::Settle() {
+  // Writes the first page as it is.
+  const std::string touch = "PRAGMA user_version = " + std::to_string(kFormat);
+  SqlTransaction transaction(database_.get());
+  in_doubt_ =
+      !transaction.begun() || !Execute(database_.get(), touch.c_str()) || !transaction.Commit();
+  if (in_doubt_) NoteError();
+  return !in_doubt_;
 }
 
 bool Storage::WriteTransaction(const CommitInfo& info, const std::string& difference) {
@@ -219,13 +275,12 @@ bool Storage::WriteUnits(const std::vector<UnitChange>& changes) {
 
 DatastoreErrors Storage::SetCheckpoint(uint64_t id) {
   const std::string insert = "INSERT INTO checkpoint VALUES(" + std::to_string(id) + ")";
-  SqlTransaction transaction(database_.get());
-  if (!transaction.begun() || !Execute(database_.get(), "DELETE FROM checkpoint") ||
-      (id != 0 && !Execute(database_.get(), insert.c_str())) || !transaction.Commit()) {
-    return Failure("the way back");
-  }
-  checkpoint_ = id;
-  return {};
+  DatastoreErrors errors = Transact("the way back", [&] {
+    return Execute(database_.get(), "DELETE FROM checkpoint") &&
+           (id == 0 || Execute(database_.get(), insert.c_str()));
+  });
+  if (errors.empty()) checkpoint_ = id;
+  return errors;
 }
 
 // Deletes the oldest commits until `kept`, which counts the new one, is within the bound, or only
@@ -246,13 +301,19 @@ bool Storage::Prune(HistoryBound* kept) {
   return true;
 }
 
-// Why `what` was not written. To be called before the transaction is undone.
-DatastoreErrors Storage::Failure(const char* what) const {
+// To be called before a failed transaction is undone, for that may fail as well.
+void Storage::NoteError() {
+  error_code_ = sqlite3_errcode(database_.get());
+  error_text_ = sqlite3_errmsg(database_.get());
+}
+
+// Why `what` was not written, as noted, and what follows.
+DatastoreErrors Storage::Failure(const char* what, const char* consequence) const {
   DatastoreError error;
-  const int code = sqlite3_errcode(database_.get());
-  error.tag = code == SQLITE_FULL || code == SQLITE_NOMEM ? "resource-denied" : "operation-failed";
-  error.message = std::string(what) + " cannot be stored in " + path_ + ": " +
-                  sqlite3_errmsg(database_.get()) + "; nothing was changed";
+  const bool full = error_code_ == SQLITE_FULL || error_code_ == SQLITE_NOMEM;
+  error.tag = full ? "resource-denied" : "operation-failed";
+  error.message =
+      std::string(what) + " cannot be stored in " + path_ + ": " + error_text_ + "; " + consequence;
   return {error};
 }
 

@@ -5,6 +5,11 @@
 // transaction, which is on disk (WAL, synchronous FULL) before Write() returns. The database
 // belongs to one process, which holds SQLite's exclusive lock on it.
 //
+// A failed write changes nothing, with one exception that no database can avoid: when the disk
+// takes the commit but does not confirm it, nor anything after it, a restart may find the commit.
+// The error then says so, and nothing is written until the disk has confirmed that the commit is
+// gone.
+//
 // The history is bounded by the number of commits and by the size of their differences; the last
 // commit is always kept, for its id is the transaction id. A checkpoint (table "checkpoint", a row
 // or none) holds back what came after it.
@@ -12,6 +17,7 @@
 #define HOST_CDB_STORAGE_H_
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -60,7 +66,12 @@ class Storage {
   bool WriteUnits(const std::vector<UnitChange>& changes);
   bool WriteTransaction(const CommitInfo& info, const std::string& difference);
   bool Prune(HistoryBound* kept);
-  DatastoreErrors Failure(const char* what) const;
+  // Writes with `write`, all or nothing, and durably. `what` is written, for errors.
+  DatastoreErrors Transact(const char* what, const std::function<bool()>& write);
+  bool TryTransact(const std::function<bool()>& write);
+  bool Settle();
+  void NoteError();
+  DatastoreErrors Failure(const char* what, const char* consequence) const;
 
   const std::string path_;
   const HistoryBound bound_;
@@ -69,6 +80,9 @@ class Storage {
   uint64_t last_id_ = 0;
   uint64_t checkpoint_ = 0;
   HistoryBound kept_{0, 0};  // what the history holds now
+  bool in_doubt_ = false;    // a failed commit may be on disk
+  int error_code_ = 0;       // why the last write failed
+  std::string error_text_;
 };
 
 }  // namespace host

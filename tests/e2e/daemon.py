@@ -29,6 +29,7 @@ class Daemon:
         }
         self.socket = str(self.settings["netconf_socket"])
         self.log_path = self.directory / f"log.{time.monotonic_ns()}"
+        self.command = [DAEMON]
         self.process = None
 
     def spawn(self):
@@ -36,7 +37,7 @@ class Daemon:
         config.write_text("".join(f"{k} = {v}\n" for k, v in self.settings.items()))
         with open(self.log_path, "wb") as log:
             self.process = subprocess.Popen(
-                [DAEMON], env={**os.environ, "ACL_APP_SETTINGS": str(config)}, stderr=log
+                self.command, env={**os.environ, "ACL_APP_SETTINGS": str(config)}, stderr=log
             )
         return self
 

@@ -1,6 +1,5 @@
 // What is kept on disk: restarts, kills, faults of the disk, history.
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -163,29 +162,6 @@ TEST_F(StorageTest, ContentThatTheSchemaRefusesIsAnError) {
   sqlite3_close(raw);
   const std::string why = WhyNot();
   EXPECT_NE(std::string::npos, why.find("7000")) << why;
-}
-
-TEST_F(StorageTest, ACommitThatCannotBeStoredIsRefused) {
-  auto datastore = Open();
-  ASSERT_EQ("", ToText(Edit(datastore.get(), Vlans(1))));
-  const std::string before = Snapshot(datastore->Running());
-  rlimit old_limit;
-  getrlimit(RLIMIT_FSIZE, &old_limit);
-  const rlimit full = {std::filesystem::file_size(Database() + "-wal"), old_limit.rlim_max};
-  const auto old_handler = signal(SIGXFSZ, SIG_IGN);
-  setrlimit(RLIMIT_FSIZE, &full);
-  const DatastoreErrors errors = Edit(datastore.get(), Vlans(2));
-  setrlimit(RLIMIT_FSIZE, &old_limit);
-  signal(SIGXFSZ, old_handler);
-  ASSERT_EQ(1u, errors.size());
-  EXPECT_NE(std::string::npos, errors[0].message.find("nothing was changed")) << ToText(errors);
-  EXPECT_EQ(before, Snapshot(datastore->Running()));
-  EXPECT_EQ(2u, datastore->TransactionId());
-  // With room again it goes on, on disk as well.
-  ASSERT_EQ("", ToText(Edit(datastore.get(), Vlans(3))));
-  const std::string after = Snapshot(datastore->Running());
-  datastore.reset();
-  EXPECT_EQ(after, Snapshot(Open()->Running()));
 }
 
 TEST_F(StorageTest, TheHistorySaysWhoWhenAndWhat) {
