@@ -33,6 +33,9 @@ class OperationalStore {
     providers_ = std::move(providers);
   }
 
+  // Where that state comes from; null until it is set.
+  const std::shared_ptr<StateProviders>& providers() const { return providers_; }
+
   // The state below the top-level nodes that `wanted` (module and node name) accepts, built now.
   // Nodes that are not wanted cost nothing. Null when there is no such state.
   using Wanted = std::function<bool(const std::string& module, const std::string& node)>;

@@ -19,6 +19,8 @@ class Candidate {
   // True when it was edited since it was last the same as running.
   bool modified() const { return draft_ != nullptr; }
   const lyd_node* Content() const;
+  // Keeps Content() alive while it is read in pages; null where running does that.
+  std::shared_ptr<const void> Holder() const { return modified() ? draft_->Holder() : nullptr; }
 
   DatastoreErrors Edit(const lyd_node* edit, const EditOptions& options);
   // Would it be accepted as running?

@@ -59,34 +59,29 @@ Dispatcher::Reply Dispatcher::Handle(std::string message_text, const Conditions&
     // RFC 6241 Appendix A: not to be sent to a peer of base:1.0.
     if (!conditions.base_1_1 && error.tag == "malformed-message") error.tag = "operation-failed";
   }
-  LogResult(message, result, session);
-  Reply reply = Print(message, result);
+  Reply reply;
+  reply.close_session = result.close_session;
   reply.bad_rpc = !message.errors().empty();
   reply.error_count = result.errors.size();
+  ReplyFrame frame{message.ReplyStart(), message.ReplyEnd(), message.ReplyChildNamespace()};
+  if (result.stream != nullptr && result.errors.empty()) {
+    const std::string name =
+        "session " + std::to_string(session.id) + " (" + session.user + "): " + message.name();
+    reply.stream = std::make_unique<ReplyStream>(std::move(frame), std::move(result.stream),
+                                                 context_.datastore.Context(), name);
+    return reply;
+  }
+  LogResult(message, result, session);
+  reply.xml = Print(frame, result);
   return reply;
 }
 
-Dispatcher::Reply Dispatcher::Print(const RpcMessage& message,
-                                    const OperationResult& result) const {
-  Reply reply;
-  reply.close_session = result.close_session;
-  const std::string name_space = message.ReplyChildNamespace();
-  reply.xml.reserve(result.data.size() + 512);
-  reply.xml = message.ReplyStart();
-  for (const RpcError& error : result.errors) {
-    reply.xml += PrintRpcError(error, context_.datastore.Context());
+std::string Dispatcher::Print(const ReplyFrame& frame, const OperationResult& result) const {
+  if (!result.errors.empty()) {
+    return PrintErrorReply(frame, result.errors, context_.datastore.Context());
   }
-  if (result.errors.empty()) {
-    if (result.data_needs_tag) {
-      reply.xml += "<data" + name_space + ">" + result.data + "</data>";
-    } else if (!result.data.empty()) {
-      reply.xml += result.data;
-    } else {
-      reply.xml += "<ok" + name_space + "/>";
-    }
-  }
-  reply.xml += message.ReplyEnd();
-  return reply;
+  const std::string ok = "<ok" + frame.child_namespace + "/>";
+  return frame.start + (result.data.empty() ? ok : result.data) + frame.end;
 }
 
 }  // namespace host

@@ -7,13 +7,15 @@
 
 #include "host/netconf/generic_xml.h"
 #include "host/netconf/operations.h"
+#include "host/netconf/reply_stream.h"
 
 namespace host {
 
 class Dispatcher {
  public:
   struct Reply {
-    std::string xml;
+    std::string xml;                      // the whole reply, unless there is
+    std::unique_ptr<ReplyStream> stream;  // its maker
     bool close_session = false;
     bool bad_rpc = false;  // not even an RPC of the schema
     uint32_t error_count = 0;
@@ -33,7 +35,7 @@ class Dispatcher {
 
  private:
   OperationResult Run(const RpcMessage& message, bool congested, const SessionInfo& session);
-  Reply Print(const RpcMessage& message, const OperationResult& result) const;
+  std::string Print(const ReplyFrame& frame, const OperationResult& result) const;
 
   OperationContext context_;
   const GenericXml& xml_;

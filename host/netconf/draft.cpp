@@ -7,6 +7,7 @@
 
 #include "host/cdb/diff.h"
 #include "host/cdb/edit.h"
+#include "host/netconf/tree_pages.h"
 
 namespace host {
 namespace {
@@ -52,7 +53,7 @@ void MakeEdit(lyd_node* first, DiffOperation inherited) {
 }  // namespace
 
 Draft::Draft(Datastore& datastore)
-    : datastore_(datastore), content_(CopyTree(datastore.Running())) {
+    : datastore_(datastore), content_(std::make_shared<Tree>(CopyTree(datastore.Running()))) {
   datastore_.AddObserver(this);
 }
 
@@ -62,7 +63,7 @@ DatastoreErrors Draft::Edit(const lyd_node* edit, const EditOptions& options) {
   const ly_ctx* context = datastore_.Context();
   DatastoreErrors errors = CheckEdit(context, edit);
   if (!errors.empty()) return errors;
-  Tree before = CopyTouched(content_.get(), edit, options.default_operation);
+  Tree before = CopyTouched(content_->get(), edit, options.default_operation);
   Normalize(context, &before);
   Tree after = CopyTree(before.get());
   errors = ApplyEdit(context, edit, options.default_operation, &after);
@@ -70,14 +71,15 @@ DatastoreErrors Draft::Edit(const lyd_node* edit, const EditOptions& options) {
   Normalize(context, &after);
   const Tree diff = Difference(context, before.get(), after.get());
   if (diff == nullptr) return {};
-  Check(ApplyDifference(diff.get(), &content_) ? LY_SUCCESS : LY_EINT);
+  DetachTouched(content_->get(), diff.get());
+  Check(ApplyDifference(diff.get(), content_.get()) ? LY_SUCCESS : LY_EINT);
   Touch(diff.get());
   return {};
 }
 
 Tree Draft::Changes() const {
   const Tree running = Masked(datastore_.Running(), mask_.get());
-  const Tree wanted = Masked(content_.get(), mask_.get());
+  const Tree wanted = Masked(content_->get(), mask_.get());
   Tree diff = Difference(datastore_.Context(), running.get(), wanted.get());
   if (diff != nullptr) MakeEdit(diff.get(), DiffOperation::kNone);
   return diff;

@@ -6,6 +6,8 @@
 #ifndef HOST_NETCONF_DRAFT_H_
 #define HOST_NETCONF_DRAFT_H_
 
+#include <memory>
+
 #include "host/cdb/datastore.h"
 #include "host/cdb/yang_tree.h"
 
@@ -20,7 +22,9 @@ class Draft : private CommitObserver {
   ~Draft() override;
 
   // First top-level node. Valid until the next edit.
-  const lyd_node* Content() const { return content_.get(); }
+  const lyd_node* Content() const { return content_->get(); }
+  // Keeps the content alive beyond the draft's end, for those who read it in pages.
+  std::shared_ptr<const void> Holder() const { return content_; }
 
   // Applies an edit as Datastore::Edit() does, but for validation as a whole: what a draft holds
   // need not be valid before it is committed (RFC 7950 section 8.3.3).
@@ -35,7 +39,7 @@ class Draft : private CommitObserver {
   void Touch(const lyd_node* diff);
 
   Datastore& datastore_;
-  Tree content_;
+  const std::shared_ptr<Tree> content_;
   Tree mask_;
 };
 

@@ -6,6 +6,7 @@
 #define HOST_NETCONF_OPERATIONS_H_
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,9 +14,11 @@
 #include "host/cdb/datastore.h"
 #include "host/netconf/candidate.h"
 #include "host/netconf/confirmed_commit.h"
+#include "host/netconf/data_stream.h"
 #include "host/netconf/locks.h"
 #include "host/netconf/rpc_error.h"
 #include "host/netconf/rpc_message.h"
+#include "host/netconf/tree_pages.h"
 
 namespace host {
 
@@ -40,6 +43,8 @@ struct OperationContext {
   ConfirmedCommit& confirmed;
   Locks& locks;
   SessionControl& sessions;
+  // Shared by all who read in pages.
+  std::shared_ptr<PageMemory> pages = std::make_shared<PageMemory>(PageMemory{size_t{16} << 20});
 };
 
 struct OperationCall {
@@ -50,8 +55,8 @@ struct OperationCall {
 
 struct OperationResult {
   RpcErrors errors;
-  std::string data;             // XML inside the reply; empty: <ok/>
-  bool data_needs_tag = false;  // wrap `data` into <data>, also when empty
+  std::string data;                    // XML inside the reply; empty: <ok/>
+  std::unique_ptr<DataStream> stream;  // in place of `data`: what is inside <data> in the reply
   bool close_session = false;
   std::string note;  // for the log
 

@@ -7,7 +7,8 @@
 namespace host {
 namespace {
 
-// RFC 6243 section 3: what is printed of leaves that have their default value.
+// RFC 6243 section 3: what is printed of leaves that have their default value. No data node of the
+// modules that are served has one, so that nothing must be added to what the datastore keeps.
 uint32_t PrintOptionsOf(const std::string& with_defaults) {
   static constexpr struct {
     const char* mode;
@@ -32,8 +33,7 @@ OperationResult RunRetrieval(const OperationContext& context, const OperationCal
     request.filter = FindNetconfChild(call.message.GenericOperation(), "filter");
   }
   request.print_options = PrintOptionsOf(ParameterText(call, "with-defaults", "explicit"));
-  result.errors = Retrieve(request, context.datastore, &result.data);
-  result.data_needs_tag = true;
+  result.stream = Retrieve(request, context.datastore, context.pages, &result.errors);
   return result;
 }
 
@@ -41,7 +41,9 @@ OperationResult RunRetrieval(const OperationContext& context, const OperationCal
 
 OperationResult RunGet(const OperationContext& context, const OperationCall& call) {
   RetrievalRequest request;
-  request.configuration = context.datastore.Running();
+  request.configuration = [&datastore = context.datastore] {
+    return RetrievalRequest::Configuration{datastore.Running()};
+  };
   request.with_state = true;
   return RunRetrieval(context, call, request);
 }
@@ -50,8 +52,11 @@ OperationResult RunGetConfig(const OperationContext& context, const OperationCal
   const std::string source = NamedDatastore(call, "source");
   if (source.empty()) return OperationResult::Error(MissingElement("source"));
   RetrievalRequest request;
-  request.configuration =
-      source == "candidate" ? context.candidate.Content() : context.datastore.Running();
+  request.configuration = [source, &context] {
+    return source == "candidate" ? RetrievalRequest::Configuration{context.candidate.Content(),
+                                                                   context.candidate.Holder()}
+                                 : RetrievalRequest::Configuration{context.datastore.Running()};
+  };
   return RunRetrieval(context, call, request);
 }
 

@@ -4,121 +4,190 @@
 #include <libyang/libyang.h>
 
 #include <cstdlib>
+#include <iterator>
 #include <optional>
+#include <utility>
 
 #include "host/cdb/operational_store.h"
+#include "host/netconf/data_printer.h"
 #include "host/netconf/generic_xml.h"
 #include "host/netconf/subtree_filter.h"
+#include "host/netconf/tree_view.h"
 #include "host/netconf/xpath_filter.h"
 
 namespace host {
 namespace {
 
-bool Print(const lyd_node* node, uint32_t options, std::string* xml) {
-  char* text = nullptr;
-  if (lyd_print_mem(&text, node, LYD_XML, options) != LY_SUCCESS) return false;
-  if (text != nullptr) *xml += text;
-  free(text);
-  return true;
-}
+using ConfigurationSource = std::function<RetrievalRequest::Configuration()>;
 
-// One of the two kinds of filters, or none, which selects all.
-class Filter {
+// All data, or what a subtree filter selects.
+class ViewStream : public DataStream {
  public:
-  // What is wrong with the request's filter; nothing when it is ready.
-  RpcErrors Read(const RetrievalRequest& request, const ly_ctx* context) {
-    if (request.filter == nullptr) return {};
-    if (XmlAttribute(request.filter, "type") != "xpath") {
-      subtree_.emplace(request.filter, context);
-      return {};
-    }
-    const lyd_meta* select =
-        lyd_find_meta(request.typed_filter->meta, nullptr, "ietf-netconf:select");
-    if (select == nullptr) return {MissingAttribute("select", "filter")};
-    const std::string xpath = lyd_get_meta_value(select);
-    const std::string why = WhyTooCostly(xpath);
-    if (!why.empty()) return {BadAttribute("select", "filter", why)};
-    xpath_.emplace(xpath);
+  ViewStream(ConfigurationSource configuration, bool with_state,
+             std::unique_ptr<const SubtreeFilter> filter, uint32_t print_options,
+             Datastore& datastore, std::shared_ptr<PageMemory> memory)
+      : configuration_(std::move(configuration)),
+        with_state_(with_state),
+        filter_(std::move(filter)),
+        datastore_(datastore),
+        memory_(std::move(memory)),
+        printer_(print_options) {}
+
+  RpcErrors Begin() override {
+    const RetrievalRequest::Configuration configuration = configuration_();
+    view_.emplace(configuration.first, configuration.tree, filter_.get(), memory_);
     return {};
   }
-  bool MaySelect(const lys_module* module, const char* name) const {
-    if (subtree_.has_value()) return subtree_->MaySelect(module, name);
-    return !xpath_.has_value() || xpath_->MaySelect(name);
-  }
-  // To be called before Select() for the siblings from `first` on.
-  bool Prepare(const lyd_node* first, std::string* error) {
-    return !xpath_.has_value() || xpath_->Evaluate(first, error);
-  }
-  Tree Select(const lyd_node* node, bool* whole) const {
-    if (subtree_.has_value()) return subtree_->Select(node, whole);
-    if (xpath_.has_value()) return xpath_->Select(node, whole);
-    *whole = true;
-    return nullptr;
+
+  Progress Next(std::string* xml) override {
+    ViewPart part;
+    while (view_.has_value() && view_->Next(&part)) {
+      if (!printer_.Print(part, xml)) return Progress::kFailed;
+      if (part.kind == ViewPart::Kind::kPage) return Progress::kMore;
+    }
+    view_.reset();
+    if (with_state_ && NextState()) return Progress::kMore;
+    printer_.Finish(xml);
+    return Progress::kEnd;
   }
 
  private:
-  std::optional<SubtreeFilter> subtree_;
-  std::optional<XPathFilter> xpath_;
+  // Turns to the next tree of state; false when there is none left.
+  bool NextState() {
+    if (!written_seen_) {
+      written_seen_ = true;
+      const OperationalStore& store = datastore_.Operational();
+      return See(CopyTree(store.Written()), false);
+    }
+    if (pieces_ != nullptr) {
+      if (lyd_node* piece = pieces_->Next(datastore_.Context())) return See(Tree(piece), true);
+      pieces_.reset();
+    }
+    const std::shared_ptr<StateProviders>& providers = datastore_.Operational().providers();
+    if (providers == nullptr || next_provider_ >= providers->entries().size()) return false;
+    const auto provider = std::next(providers->entries().begin(), next_provider_++);
+    if (!MaySelect(*provider)) return true;
+    if (provider->open == nullptr) return See(Tree(provider->build(datastore_.Context())), false);
+    pieces_ = provider->open();
+    return true;
+  }
+
+  bool See(Tree tree, bool piece) {
+    const std::shared_ptr<const lyd_node> shared = std::move(tree);
+    printer_.SetPieces(piece);
+    view_.emplace(shared.get(), shared, filter_.get(), memory_);
+    return true;
+  }
+
+  bool MaySelect(const StateProviders::Entry& provider) const {
+    const lys_module* module =
+        ly_ctx_get_module_implemented(datastore_.Context(), provider.module.c_str());
+    return module != nullptr &&
+           (filter_ == nullptr || filter_->MaySelect(module, provider.top_node.c_str()));
+  }
+
+  const ConfigurationSource configuration_;
+  const bool with_state_;
+  const std::unique_ptr<const SubtreeFilter> filter_;
+  Datastore& datastore_;
+  const std::shared_ptr<PageMemory> memory_;
+  DataPrinter printer_;
+  std::optional<TreeView> view_;
+  bool written_seen_ = false;
+  std::unique_ptr<StateProviders::Pieces> pieces_;
+  size_t next_provider_ = 0;
 };
 
-// Collects the selected parts of top-level nodes as XML.
-class Collector {
+// What an XPath expression selects. The expression is evaluated, and its result printed, at once.
+class XPathStream : public DataStream {
  public:
-  Collector(Filter* filter, uint32_t print_options, std::string* xml)
-      : filter_(filter), options_(print_options), xml_(xml) {}
+  XPathStream(ConfigurationSource configuration, bool with_state, const std::string& xpath,
+              uint32_t print_options, Datastore& datastore)
+      : configuration_(std::move(configuration)),
+        with_state_(with_state),
+        filter_(xpath),
+        print_options_(print_options),
+        datastore_(datastore) {}
 
-  // Adds what the filter selects of the node and its following siblings.
-  RpcErrors AddSiblings(const lyd_node* first) {
+  RpcErrors Begin() override {
+    const RetrievalRequest::Configuration configuration = configuration_();
+    RpcErrors errors = Add(configuration.first);
+    if (!errors.empty() || !with_state_) return errors;
+    // Building the state can be costly: only what the expression may select.
+    const Tree state = datastore_.Operational().Read(
+        [this](const std::string&, const std::string& node) { return filter_.MaySelect(node); });
+    return Add(state.get());
+  }
+
+  Progress Next(std::string* xml) override {
+    constexpr size_t kPart = size_t{32} << 10;
+    const size_t size = std::min(kPart, text_.size() - given_);
+    xml->append(text_, given_, size);
+    given_ += size;
+    return given_ == text_.size() ? Progress::kEnd : Progress::kMore;
+  }
+
+ private:
+  RpcErrors Add(const lyd_node* first) {
     std::string error;
-    if (!filter_->Prepare(first, &error)) return {BadAttribute("select", "filter", error)};
+    if (!filter_.Evaluate(first, &error)) return {BadAttribute("select", "filter", error)};
     for (; first != nullptr; first = first->next) {
-      if (!Add(first)) {
+      bool whole = false;
+      const Tree part = filter_.Select(first, &whole);
+      const lyd_node* selected = whole ? first : part.get();
+      if (selected != nullptr && !Print(selected)) {
         return {{"application", "operation-failed", "the data cannot be printed", "", "", ""}};
       }
     }
     return {};
   }
 
- private:
-  bool Add(const lyd_node* node) {
-    bool whole = false;
-    Tree part = filter_->Select(node, &whole);
-    if (!whole && part == nullptr) return true;
-    const bool with_defaults = (options_ & (LYD_PRINT_WD_ALL | LYD_PRINT_WD_ALL_TAG)) != 0;
-    if (whole && with_defaults) part = CopyOf(node);
-    // The datastore does not keep what only has its default value.
-    if (with_defaults && lyd_new_implicit_tree(part.get(), 0, nullptr) != LY_SUCCESS) return false;
-    return Print(part != nullptr ? part.get() : node, options_ | LYD_PRINT_SHRINK, xml_);
+  bool Print(const lyd_node* node) {
+    char* text = nullptr;
+    if (lyd_print_mem(&text, node, LYD_XML, print_options_ | LYD_PRINT_SHRINK) != LY_SUCCESS) {
+      return false;
+    }
+    if (text != nullptr) text_ += text;
+    free(text);
+    return true;
   }
 
-  static Tree CopyOf(const lyd_node* node) {
-    lyd_node* copy = nullptr;
-    lyd_dup_single(node, nullptr, LYD_DUP_RECURSIVE | LYD_DUP_WITH_FLAGS, &copy);
-    return Tree(copy);
-  }
-
-  Filter* filter_;
-  const uint32_t options_;
-  std::string* xml_;
+  const ConfigurationSource configuration_;
+  const bool with_state_;
+  XPathFilter filter_;
+  const uint32_t print_options_;
+  Datastore& datastore_;
+  std::string text_;
+  size_t given_ = 0;
 };
 
 }  // namespace
 
-RpcErrors Retrieve(const RetrievalRequest& request, Datastore& datastore, std::string* xml) {
+std::unique_ptr<DataStream> Retrieve(const RetrievalRequest& request, Datastore& datastore,
+                                     const std::shared_ptr<PageMemory>& memory, RpcErrors* errors) {
   const ly_ctx* context = datastore.Context();
-  Filter filter;
-  RpcErrors errors = filter.Read(request, context);
-  if (!errors.empty()) return errors;
-  Collector collector(&filter, request.print_options, xml);
-  errors = collector.AddSiblings(request.configuration);
-  if (!errors.empty() || !request.with_state) return errors;
-  // Building the state can be costly: only what the filter may select.
-  const Tree state =
-      datastore.Operational().Read([&](const std::string& module_name, const std::string& node) {
-        const lys_module* module = ly_ctx_get_module_implemented(context, module_name.c_str());
-        return module != nullptr && filter.MaySelect(module, node.c_str());
-      });
-  return collector.AddSiblings(state.get());
+  std::unique_ptr<const SubtreeFilter> subtree;
+  if (request.filter != nullptr) {
+    if (XmlAttribute(request.filter, "type") == "xpath") {
+      const lyd_meta* select =
+          lyd_find_meta(request.typed_filter->meta, nullptr, "ietf-netconf:select");
+      if (select == nullptr) {
+        errors->push_back(MissingAttribute("select", "filter"));
+        return nullptr;
+      }
+      const std::string xpath = lyd_get_meta_value(select);
+      const std::string why = WhyTooCostly(xpath);
+      if (!why.empty()) {
+        errors->push_back(BadAttribute("select", "filter", why));
+        return nullptr;
+      }
+      return std::make_unique<XPathStream>(request.configuration, request.with_state, xpath,
+                                           request.print_options, datastore);
+    }
+    subtree = std::make_unique<SubtreeFilter>(request.filter, context);
+  }
+  return std::make_unique<ViewStream>(request.configuration, request.with_state, std::move(subtree),
+                                      request.print_options, datastore, memory);
 }
 
 }  // namespace host

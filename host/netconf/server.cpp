@@ -11,11 +11,27 @@
 #include <utility>
 
 #include "host/netconf/access.h"
+#include "host/netconf/framing.h"
 #include "host/netconf/hello.h"
 #include "host/netconf/listener.h"
+#include "host/netconf/xml_text.h"
 #include "host/runtime/middleware.h"
 
 namespace host {
+namespace {
+
+// Says in place of a hello why there is no session. The protocol has no words for that; a client
+// that knows them can show them.
+void Refuse(int fd, const std::string& why) {
+  const RpcError error{"protocol", "resource-denied", why, "", "", ""};
+  const ReplyFrame frame{std::string("<rpc-reply xmlns=\"") + kNetconfNamespace + "\">",
+                         "</rpc-reply>", ""};
+  const std::string message =
+      PrintErrorReply(frame, {error}, nullptr) + std::string(FrameSuffix(Framing::kEndOfMessage));
+  send(fd, message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+}
+
+}  // namespace
 
 std::unique_ptr<NetconfServer> NetconfServer::Create(const NetconfServerOptions& options,
                                                      Datastore& datastore,
@@ -69,13 +85,18 @@ void NetconfServer::ShowState(StateProviders* providers) {
 NetconfServer::NetconfServer(const NetconfServerOptions& options, Datastore& datastore,
                              std::shared_ptr<EventLoop> loop, std::unique_ptr<GenericXml> xml)
     : options_(options),
+      datastore_(datastore),
       loop_(std::move(loop)),
       xml_(std::move(xml)),
       capabilities_(ServerCapabilities(datastore.Context())),
+      pages_(std::make_shared<PageMemory>(PageMemory{options.limits.all_page_bytes})),
       candidate_(datastore),
       confirmed_(datastore, *loop_),
-      dispatcher_({datastore, candidate_, confirmed_, locks_, *this}, *xml_, options.limits.depth) {
+      dispatcher_({datastore, candidate_, confirmed_, locks_, *this, pages_}, *xml_,
+                  options.limits.depth),
+      pacer_(*loop_) {
   counters_.started = time(nullptr);
+  datastore_.AddObserver(this);
 }
 
 NetconfServer::~NetconfServer() {
@@ -83,6 +104,7 @@ NetconfServer::~NetconfServer() {
   cleanup_watch_.reset();
   sessions_.clear();
   ended_.clear();
+  datastore_.RemoveObserver(this);
   if (listener_ < 0) return;
   close(listener_);
   struct stat info {};
@@ -107,10 +129,11 @@ void NetconfServer::Accept() {
     return;
   }
   std::optional<Peer> peer = PeerOf(fd);
-  if (!peer.has_value() || sessions_.size() >= options_.limits.sessions) {
+  const std::string why = WhyRefused(peer);
+  if (!why.empty()) {
     Log(LogLevel::kWarning, "netconf: session of user %s refused: %s",
-        peer.has_value() ? peer->user.c_str() : "?",
-        peer.has_value() ? "too many sessions" : "the kernel does not tell who it is");
+        peer.has_value() ? peer->user.c_str() : "?", why.c_str());
+    Refuse(fd, why);
     close(fd);
     return;
   }
@@ -118,11 +141,24 @@ void NetconfServer::Accept() {
   const bool may_write = MayWrite(*peer, write_group_);
   const uint32_t id = next_id_++;
   if (next_id_ == 0) next_id_ = 1;
-  const Session::Environment environment{*loop_,          dispatcher_, *xml_,
-                                         options_.limits, usage_,      counters_};
+  const Session::Environment environment{*loop_,          dispatcher_, *xml_,   pacer_,
+                                         options_.limits, usage_,      *pages_, counters_};
   sessions_[id] =
       std::make_unique<Session>(id, fd, std::move(*peer), may_write, capabilities_, environment,
                                 [this](uint32_t ended) { OnSessionEnd(ended); });
+}
+
+// Why a peer gets no session; empty when it does.
+std::string NetconfServer::WhyRefused(const std::optional<Peer>& peer) const {
+  if (!peer.has_value()) return "the kernel does not tell who it is";
+  const NetconfLimits& limits = options_.limits;
+  const size_t reserved = MayWrite(*peer, write_group_) ? 0 : limits.reserved_sessions;
+  if (sessions_.size() + reserved < limits.sessions) return "";
+  return "too many sessions, " + std::to_string(sessions_.size()) + " are open";
+}
+
+void NetconfServer::BeforeCommit(const lyd_node* diff) {
+  if (pages_->used != 0) DetachTouched(datastore_.Running(), diff);
 }
 
 void NetconfServer::OnSessionEnd(uint32_t id) {

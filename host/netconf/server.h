@@ -21,7 +21,9 @@
 #include "host/netconf/dispatcher.h"
 #include "host/netconf/limits.h"
 #include "host/netconf/locks.h"
+#include "host/netconf/pacer.h"
 #include "host/netconf/session.h"
+#include "host/netconf/tree_pages.h"
 #include "host/runtime/event_loop.h"
 #include "host/runtime/state_providers.h"
 
@@ -35,7 +37,7 @@ struct NetconfServerOptions {
   NetconfLimits limits;
 };
 
-class NetconfServer : private SessionControl {
+class NetconfServer : private SessionControl, private CommitObserver {
  public:
   // Listens on the socket of `options`, and shows the server's state through `providers` (may be
   // null). A socket file that a dead process left is replaced. Null with the reason in `error` when
@@ -53,6 +55,7 @@ class NetconfServer : private SessionControl {
 
   size_t session_count() const { return sessions_.size(); }
   const NetconfUsage& usage() const { return usage_; }
+  const PageMemory& pages() const { return *pages_; }
 
  private:
   NetconfServer(const NetconfServerOptions& options, Datastore& datastore,
@@ -60,19 +63,25 @@ class NetconfServer : private SessionControl {
 
   void ShowState(StateProviders* providers);
 
+  void BeforeCommit(const lyd_node* diff) override;
+  void OnCommit(const lyd_node*, const CommitInfo&) override {}
   bool KillSession(uint32_t id, const SessionInfo& killer) override;
   void WatchListener();
   void Accept();
+  std::string WhyRefused(const std::optional<Peer>& peer) const;
   void OnSessionEnd(uint32_t id);
 
   const NetconfServerOptions options_;
+  Datastore& datastore_;
   const std::shared_ptr<EventLoop> loop_;
   const std::unique_ptr<GenericXml> xml_;
   const std::vector<std::string> capabilities_;
+  const std::shared_ptr<PageMemory> pages_;
   Candidate candidate_;
   ConfirmedCommit confirmed_;
   Locks locks_;
   Dispatcher dispatcher_;
+  Pacer pacer_;
   NetconfUsage usage_;
   ServerCounters counters_;
   std::optional<gid_t> write_group_;

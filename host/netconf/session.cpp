@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -18,6 +19,8 @@ namespace {
 
 constexpr size_t kReadSize = size_t{64} << 10;
 constexpr size_t kMaxHello = size_t{64} << 10;
+// With so much to be read no further part of a reply is made.
+constexpr size_t kEnoughOutput = size_t{32} << 10;
 
 }  // namespace
 
@@ -29,7 +32,9 @@ Session::Session(uint32_t id, int fd, Peer peer, bool may_write,
       peer_(std::move(peer)),
       env_(environment),
       on_end_(std::move(on_end)),
-      decoder_(environment.limits.message_bytes) {
+      decoder_(may_write ? environment.limits.message_bytes
+                         : std::min(environment.limits.message_bytes,
+                                    environment.limits.reader_message_bytes)) {
   Log(LogLevel::kInfo, "netconf: session %u of user %s (uid %u, pid %d%s) begins", id,
       peer_.user.c_str(), peer_.uid, peer_.pid, may_write ? "" : ", may only read");
   // Written by the loop's next turn, so that on_end is never called from here.
@@ -39,6 +44,7 @@ Session::Session(uint32_t id, int fd, Peer peer, bool may_write,
 }
 
 Session::~Session() {
+  env_.pacer.Remove(this);
   env_.usage.input -= accounted_input_;
   env_.usage.output -= output_bytes_;
   io_watch_.reset();
@@ -54,6 +60,7 @@ void Session::Abort(const std::string& reason) {
     ++env_.counters.dropped_sessions;
   }
   phase_ = Phase::kEnded;
+  env_.pacer.Remove(this);
   io_watch_.reset();
   work_watch_.reset();
   time_watch_.reset();
@@ -61,7 +68,7 @@ void Session::Abort(const std::string& reason) {
 }
 
 bool Session::InputWanted() const {
-  return !input_ended_ && !OutputPending() && unread_.empty() &&
+  return !input_ended_ && !OutputPending() && reply_ == nullptr && unread_.empty() &&
          (phase_ == Phase::kHello || phase_ == Phase::kOpen);
 }
 
@@ -69,7 +76,8 @@ bool Session::InputWanted() const {
 // in any case.
 void Session::WatchSocket() {
   if (phase_ == Phase::kEnded) return;
-  const uint32_t events = (InputWanted() ? EPOLLIN : 0u) | (OutputPending() ? EPOLLOUT : 0u);
+  const bool to_write = OutputPending() && !queued_;
+  const uint32_t events = (InputWanted() ? EPOLLIN : 0u) | (to_write ? EPOLLOUT : 0u);
   if (io_watch_ != nullptr && events == watched_events_) return;
   watched_events_ = events;
   io_watch_.reset();
@@ -94,6 +102,11 @@ void Session::WatchTime() {
 
 void Session::OnReady(uint32_t ready) {
   if ((ready & EPOLLERR) != 0) return Abort("the connection failed");
+  if (reply_ != nullptr) {
+    queued_ = true;
+    env_.pacer.Add(this);
+    return WatchSocket();
+  }
   if (OutputPending() && (ready & (EPOLLOUT | EPOLLHUP)) != 0) return Flush();
   if ((ready & (EPOLLIN | EPOLLHUP)) != 0) Read();
 }
@@ -168,8 +181,9 @@ std::string Session::AcceptHello() {
 }
 
 void Session::TakeMessage(bool cut) {
-  const Dispatcher::Conditions conditions{cut, base_1_1_,
-                                          env_.usage.output > env_.limits.all_output_bytes};
+  const bool congested = env_.usage.output > env_.limits.all_output_bytes ||
+                         env_.pages.used > env_.limits.all_page_bytes;
+  const Dispatcher::Conditions conditions{cut, base_1_1_, congested};
   Dispatcher::Reply reply =
       env_.dispatcher.Handle(std::move(decoder_.message()), conditions, info_);
   for (RpcCounters* counters : {&counters_, &env_.counters.rpcs}) {
@@ -177,22 +191,58 @@ void Session::TakeMessage(bool cut) {
     counters->out_rpc_errors += reply.error_count;
   }
   // The message may have ended sessions, but never this one.
-  Send(std::move(reply.xml));
   if (reply.close_session) phase_ = Phase::kClosing;
+  if (reply.stream == nullptr) return Send(std::move(reply.xml));
+  reply_ = std::move(reply.stream);
+  queued_ = true;
+  env_.pacer.Add(this);
+}
+
+// Makes a part of the reply, unless the peer has enough to read, and writes.
+bool Session::Step() {
+  if (output_bytes_ < kEnoughOutput) AddPart();
+  if (phase_ == Phase::kEnded) return false;
+  queued_ = reply_ != nullptr && output_bytes_ < kEnoughOutput;
+  Flush();
+  if (phase_ == Phase::kEnded) return false;
+  // What is left when the socket is full is taken up when there is room again.
+  queued_ = reply_ != nullptr && !OutputPending();
+  WatchSocket();
+  return queued_;
+}
+
+void Session::AddPart() {
+  std::string xml;
+  const ReplyStream::Progress progress = reply_->Next(&xml);
+  if (progress == ReplyStream::Progress::kFailed) {
+    return Abort("the data of a reply that it did not read have changed too much meanwhile");
+  }
+  if (!xml.empty()) {
+    Queue(FramePrefix(FramingOut(), xml.size()));
+    Queue(std::move(xml));
+  }
+  if (progress != ReplyStream::Progress::kEnd) return;
+  Queue(std::string(FrameSuffix(FramingOut())));
+  counters_.out_rpc_errors += reply_->error_count();
+  env_.counters.rpcs.out_rpc_errors += reply_->error_count();
+  reply_.reset();
+}
+
+Framing Session::FramingOut() const {
+  return phase_ != Phase::kHello && base_1_1_ ? Framing::kChunked : Framing::kEndOfMessage;
 }
 
 void Session::Send(std::string message) {
-  const Framing framing =
-      phase_ != Phase::kHello && base_1_1_ ? Framing::kChunked : Framing::kEndOfMessage;
-  std::string prefix = FramePrefix(framing, message.size());
-  const std::string_view suffix = FrameSuffix(framing);
-  const size_t before = output_bytes_;
-  for (std::string piece : {std::move(prefix), std::move(message), std::string(suffix)}) {
-    if (piece.empty()) continue;
-    output_bytes_ += piece.size();
-    output_.push_back(std::move(piece));
-  }
-  env_.usage.output += output_bytes_ - before;
+  Queue(FramePrefix(FramingOut(), message.size()));
+  Queue(std::move(message));
+  Queue(std::string(FrameSuffix(FramingOut())));
+}
+
+void Session::Queue(std::string piece) {
+  if (piece.empty()) return;
+  output_bytes_ += piece.size();
+  env_.usage.output += piece.size();
+  output_.push_back(std::move(piece));
 }
 
 // Writes what the socket takes, then arranges for what comes next.
@@ -215,7 +265,7 @@ void Session::Flush() {
     }
   }
   if (!OutputPending() && phase_ == Phase::kClosing) return Abort("");
-  if (!OutputPending() && !unread_.empty()) {
+  if (!OutputPending() && reply_ == nullptr && !unread_.empty()) {
     work_watch_ = env_.loop.Soon([this] { Work(); });
   }
   WatchSocket();

@@ -2,7 +2,8 @@
 //
 // A session works on one message at a time and takes the next one only when the reply to the last
 // is written: what a peer does not read, or half-sends, is held back in its own socket. Between two
-// messages of one peer the loop serves the others.
+// messages of one peer the loop serves the others. A reply with data is made in parts, when the
+// pacer says so and as fast as the peer reads; a session never holds much more than one part.
 #ifndef HOST_NETCONF_SESSION_H_
 #define HOST_NETCONF_SESSION_H_
 
@@ -18,6 +19,7 @@
 #include "host/netconf/framing.h"
 #include "host/netconf/limits.h"
 #include "host/netconf/monitoring.h"
+#include "host/netconf/pacer.h"
 #include "host/netconf/peer.h"
 #include "host/runtime/event_loop.h"
 
@@ -29,14 +31,16 @@ struct NetconfUsage {
   size_t output = 0;
 };
 
-class Session {
+class Session : private Pacer::Task {
  public:
   struct Environment {
     EventLoop& loop;
     Dispatcher& dispatcher;
     const GenericXml& xml;
+    Pacer& pacer;
     const NetconfLimits& limits;
     NetconfUsage& usage;
+    const PageMemory& pages;
     ServerCounters& counters;
   };
 
@@ -47,7 +51,7 @@ class Session {
           std::function<void(uint32_t id)> on_end);
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
-  ~Session();
+  ~Session() override;
 
   SessionState State() const { return {info_.id, info_.user, login_, counters_}; }
   // Ends the session for the reason given, with what is unsent.
@@ -62,7 +66,11 @@ class Session {
   void TakeHello();
   std::string AcceptHello();
   void TakeMessage(bool cut);
+  bool Step() override;
+  void AddPart();
   void Send(std::string message);
+  void Queue(std::string piece);
+  Framing FramingOut() const;
   void Flush();
   void WatchSocket();
   void WatchTime();
@@ -84,6 +92,8 @@ class Session {
   FrameDecoder decoder_;
   std::string unread_;  // received, not yet decoded
   size_t accounted_input_ = 0;
+  std::unique_ptr<ReplyStream> reply_;  // that is being made
+  bool queued_ = false;                 // with the pacer
   std::deque<std::string> output_;
   size_t output_sent_ = 0;  // of the first piece
   size_t output_bytes_ = 0;

@@ -101,39 +101,45 @@ bool SubtreeFilter::Wants(const Node& node, const lyd_node* data, bool* whole, N
   return true;
 }
 
-// Copies of what `nodes` select of `data`; null when that is nothing, or all (`*whole`).
-Tree SubtreeFilter::SelectNode(const NodeRefs& nodes, const lyd_node* data, bool* whole) {
-  NodeRefs below;
+bool SubtreeFilter::Enter(const NodeRefs& nodes, const lyd_node* data, bool* whole,
+                          NodeRefs* below) {
   bool wanted = false;
   for (const Node* node : nodes) {
-    wanted |= Wants(*node, data, whole, &below);
-    if (*whole) return nullptr;
+    wanted |= Wants(*node, data, whole, below);
+    if (*whole) return true;
   }
-  if (!wanted) return nullptr;
+  return wanted;
+}
+
+bool SubtreeFilter::AsksForKey(const NodeRefs& below, const lyd_node* data) {
+  for (const lyd_node* key = lyd_child(data); key != nullptr && IsKey(key); key = key->next) {
+    for (const Node* node : below) {
+      if (node->children.empty() && MatchesName(*node, key->schema->module, key->schema->name)) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
+Tree SubtreeFilter::Select(const NodeRefs& nodes, const lyd_node* data, bool* whole) {
+  NodeRefs below;
+  if (!Enter(nodes, data, whole, &below) || *whole) return nullptr;
   lyd_node* copy = nullptr;
   if (lyd_dup_single(data, nullptr, LYD_DUP_NO_META | LYD_DUP_WITH_FLAGS, &copy) != LY_SUCCESS) {
     return nullptr;
   }
   Tree owner(copy);
   // lyd_dup_single() copies a list entry with its keys.
-  const lyd_node* before = lyd_child_no_keys(copy);
   SelectBelow(below, data, copy);
-  if (lyd_child_no_keys(copy) != before) return owner;
-  // Nothing but keys: they count where they were asked for.
-  for (const lyd_node* key = lyd_child(copy); key != nullptr; key = key->next) {
-    for (const Node* node : below) {
-      if (node->children.empty() && MatchesName(*node, key->schema->module, key->schema->name)) {
-        return owner;
-      }
-    }
-  }
-  return nullptr;
+  if (lyd_child_no_keys(copy) == nullptr && !AsksForKey(below, data)) return nullptr;
+  return owner;
 }
 
 void SubtreeFilter::SelectBelow(const NodeRefs& nodes, const lyd_node* data, lyd_node* copy) {
   for (const lyd_node* child = lyd_child_no_keys(data); child != nullptr; child = child->next) {
     bool whole = false;
-    Tree part = SelectNode(nodes, child, &whole);
+    Tree part = Select(nodes, child, &whole);
     if (whole) {
       lyd_node* all = nullptr;
       if (lyd_dup_single(child, nullptr, LYD_DUP_RECURSIVE | LYD_DUP_NO_META | LYD_DUP_WITH_FLAGS,
@@ -145,11 +151,10 @@ void SubtreeFilter::SelectBelow(const NodeRefs& nodes, const lyd_node* data, lyd
   }
 }
 
-Tree SubtreeFilter::Select(const lyd_node* top, bool* whole) const {
+SubtreeFilter::NodeRefs SubtreeFilter::Top() const {
   NodeRefs nodes;
   for (const Node& node : nodes_) nodes.push_back(&node);
-  *whole = false;
-  return SelectNode(nodes, top, whole);
+  return nodes;
 }
 
 }  // namespace host

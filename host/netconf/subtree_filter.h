@@ -15,7 +15,12 @@
 namespace host {
 
 class SubtreeFilter {
+  struct Node;
+
  public:
+  // Nodes of the filter that bear on the siblings at some place in the data.
+  using NodeRefs = std::vector<const Node*>;
+
   // `filter` is the <filter> element as GenericXml reads it. Data are matched in `context`, which
   // gives content match nodes their canonical value.
   SubtreeFilter(const lyd_node* filter, const ly_ctx* context);
@@ -23,9 +28,18 @@ class SubtreeFilter {
   // True when the filter may select something of the top-level node `name` of `module`.
   bool MaySelect(const lys_module* module, const char* name) const;
 
-  // What the filter selects of one top-level node and what is below it: all (`*whole` is then true
-  // and nothing is returned), a copy of a part, or nothing (null).
-  Tree Select(const lyd_node* top, bool* whole) const;
+  // The nodes that bear on the top-level nodes of the data. They, and those that Enter() gives, are
+  // valid as long as the filter.
+  NodeRefs Top() const;
+  // True when `nodes` select something of `data`, if it is there: all (`*whole` is set), or what
+  // the nodes that are added to `*below` select of its children.
+  static bool Enter(const NodeRefs& nodes, const lyd_node* data, bool* whole, NodeRefs* below);
+  // True when one of `below` selects a key of the list entry `data`. An entry of which nothing but
+  // its keys is left counts only then.
+  static bool AsksForKey(const NodeRefs& below, const lyd_node* data);
+  // What `nodes` select of `data` and what is below it: all (`*whole` is set and nothing is
+  // returned), a copy of a part, or nothing (null).
+  static Tree Select(const NodeRefs& nodes, const lyd_node* data, bool* whole);
 
  private:
   struct Node {
@@ -37,7 +51,6 @@ class SubtreeFilter {
     std::vector<Node> children;
     bool IsContentMatch() const { return children.empty() && !content.empty(); }
   };
-  using NodeRefs = std::vector<const Node*>;
 
   static std::vector<Node> Compile(const lyd_node* element, const lysc_node* schema,
                                    const ly_ctx* context);
@@ -45,7 +58,6 @@ class SubtreeFilter {
   static bool MatchesContent(const Node& node, const lyd_node* parent);
   static bool Wants(const Node& node, const lyd_node* data, bool* whole, NodeRefs* below);
   static void SelectBelow(const NodeRefs& nodes, const lyd_node* data, lyd_node* copy);
-  static Tree SelectNode(const NodeRefs& nodes, const lyd_node* data, bool* whole);
 
   std::vector<Node> nodes_;
 };

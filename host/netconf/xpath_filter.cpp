@@ -84,7 +84,7 @@ std::string WhyTooCostly(const std::string& xpath) {
   return {};
 }
 
-bool XPathFilter::MaySelect(const char* name) const {
+bool XPathFilter::MaySelect(const std::string& name) const {
   for (const char* any : {"*", "//", "node()", ".", "::"}) {
     if (xpath_.find(any) != std::string::npos) return true;
   }

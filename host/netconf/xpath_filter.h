@@ -21,7 +21,7 @@ class XPathFilter {
   explicit XPathFilter(std::string xpath) : xpath_(std::move(xpath)) {}
 
   // False when the filter cannot select anything of the top-level node `name`.
-  bool MaySelect(const char* name) const;
+  bool MaySelect(const std::string& name) const;
   // Evaluates the expression on the siblings from `first` on. False with the reason in `error` when
   // it cannot be.
   bool Evaluate(const lyd_node* first, std::string* error);

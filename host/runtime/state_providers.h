@@ -19,10 +19,22 @@ class StateProviders {
   // when there is nothing to show.
   using Provider = std::function<lyd_node*(const ly_ctx* context)>;
 
+  // The same in pieces, for data that take long to build. Each is a tree from the top-level node
+  // on, with some entries of a list; it repeats what is around them (keys, and all else that is no
+  // list). Entries of one parent come one after the other. The caller frees the pieces.
+  class Pieces {
+   public:
+    virtual ~Pieces() = default;
+    // The next piece, in some milliseconds at most; null when there is none left.
+    virtual lyd_node* Next(const ly_ctx* context) = 0;
+  };
+  using Opener = std::function<std::unique_ptr<Pieces>()>;
+
   struct Entry {
     std::string module;    // YANG module of the top-level node
     std::string top_node;  // its name
     Provider build;
+    Opener open = nullptr;  // may be missing
   };
 
   // Ends the registration on destruction. May outlive the StateProviders.

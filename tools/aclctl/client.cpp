@@ -54,13 +54,20 @@ Failure Client::Open(const std::string& path) {
                 (errno == ENOENT || errno == ECONNREFUSED ? " (is it running?)" : ""),
             {}};
   }
-  if (Failure failure = Send(host::ClientHello({host::kBase11}))) return failure;
+  // The daemon speaks first. It says in place of its hello why there is no session.
   std::string message, error;
   if (Failure failure = Receive(&message)) return failure;
+  const host::Tree refusal = xml_->Parse(message, &error);
+  if (refusal != nullptr && host::XmlName(refusal.get()) == "rpc-reply") {
+    Failure failure = ReadErrors(refusal.get());
+    failure.message = "the daemon refuses the session";
+    return failure;
+  }
   host::PeerHello hello;
   if (!host::ParseHello(message, *xml_, &hello, &error) || !hello.Has(host::kBase11)) {
     return {kProtocol, "what answers at " + path + " is not the daemon: " + error, {}};
   }
+  if (Failure failure = Send(host::ClientHello({host::kBase11}))) return failure;
   framing_ = host::Framing::kChunked;
   decoder_.SetFraming(framing_);
   return {};

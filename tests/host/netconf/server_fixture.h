@@ -102,6 +102,14 @@ class TestClient {
   std::string input_;
 };
 
+// The whole reply, also where it is made in parts.
+inline std::string TextOf(Dispatcher::Reply reply) {
+  while (reply.stream != nullptr &&
+         reply.stream->Next(&reply.xml) == ReplyStream::Progress::kMore) {
+  }
+  return reply.xml;
+}
+
 class ServerTest : public testing::Test {
  protected:
   ServerTest() {

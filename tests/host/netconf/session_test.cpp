@@ -357,11 +357,13 @@ TEST_F(SessionTest, SessionsAreCounted) {
   first.Open();
   second.Open();
   TestClient third(server_options_.socket_path);
+  EXPECT_THAT(third.Receive(), AllOf(HasSubstr("resource-denied"), HasSubstr("too many sessions")));
   EXPECT_EQ(third.Receive(), "CLOSED");
   second.Close();
   std::string hello;
-  for (int i = 0; i < 100 && hello.rfind("<hello", 0) != 0; ++i) {
+  for (int i = 0; i < 300 && hello.rfind("<hello", 0) != 0; ++i) {
     hello = TestClient(server_options_.socket_path).Receive();
+    usleep(1000);
   }
   EXPECT_THAT(hello, StartsWith("<hello"));
 }

@@ -1,6 +1,8 @@
 // XPath filters, the server's own state and schemas, and who may do what.
 #include <gmock/gmock.h>
 
+#include <cstring>
+
 #include "host/netconf/access.h"
 #include "host/netconf/xpath_filter.h"
 #include "tests/host/netconf/server_fixture.h"
@@ -102,6 +104,21 @@ TEST_F(StateTest, DefaultsModesAreKnown) {
   EXPECT_EQ(client_->Rpc(start + "explicit</with-defaults></get-config>"), plain);
   EXPECT_THAT(client_->Rpc(start + "some</with-defaults></get-config>"),
               HasSubstr("<error-tag>invalid-value<"));
+  // What the modes rely on: no node has a default value.
+  uint32_t index = 0;
+  while (const lys_module* module = ly_ctx_get_module_iter(datastore_->Context(), &index)) {
+    if (std::strncmp(module->name, "acl-app", 7) != 0 || !module->implemented) continue;
+    for (const lysc_node* top = module->compiled->data; top != nullptr; top = top->next) {
+      lysc_tree_dfs_full(
+          top,
+          [](lysc_node* node, void*, ly_bool*) {
+            const bool holds_value = (node->nodetype & LYD_NODE_TERM) != 0;
+            EXPECT_FALSE(holds_value && (node->flags & LYS_SET_DFLT) != 0) << node->name;
+            return LY_SUCCESS;
+          },
+          nullptr);
+    }
+  }
 }
 
 TEST_F(StateTest, MonitoringShowsSessionsLocksAndSchemas) {
@@ -162,7 +179,8 @@ TEST_F(StateTest, ReadersMayOnlyRead) {
   const auto xml = GenericXml::Create();
   Dispatcher dispatcher({*datastore_, candidate, confirmed, locks, nobody}, *xml, 64);
   const auto run = [&](const std::string& operation, bool may_write) {
-    return dispatcher.Handle(kRpcStart + operation + "</rpc>", {}, {7, "somebody", may_write}).xml;
+    return TextOf(
+        dispatcher.Handle(kRpcStart + operation + "</rpc>", {}, {7, "somebody", may_write}));
   };
   for (const char* allowed :
        {"<get/>", "<get-config><source><candidate/></source></get-config>",

@@ -124,7 +124,8 @@ TEST_P(SubtreeFilterTest, Selects) {
                                   &error);
   ASSERT_NE(filter, nullptr) << error;
   bool whole = false;
-  const Tree part = SubtreeFilter(filter.get(), context_.get()).Select(data.get(), &whole);
+  const SubtreeFilter compiled(filter.get(), context_.get());
+  const Tree part = SubtreeFilter::Select(compiled.Top(), data.get(), &whole);
   const std::string selected = whole ? Print(data.get()) : part ? Print(part.get()) : "";
   EXPECT_EQ(selected, Expand(GetParam().selected));
 }

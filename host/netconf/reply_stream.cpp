@@ -1,0 +1,44 @@
+// Replies in parts: see reply_stream.h.
+#include "host/netconf/reply_stream.h"
+
+#include "host/runtime/middleware.h"
+
+namespace host {
+
+std::string PrintErrorReply(const ReplyFrame& frame, const RpcErrors& errors,
+                            const ly_ctx* context) {
+  std::string xml = frame.start;
+  for (const RpcError& error : errors) xml += PrintRpcError(error, context);
+  return xml + frame.end;
+}
+
+ReplyStream::~ReplyStream() {
+  if (!ended_) Log(LogLevel::kWarning, "netconf: %s not read to its end", name_.c_str());
+}
+
+ReplyStream::Progress ReplyStream::Next(std::string* xml) {
+  const size_t before = xml->size();
+  if (!begun_) {
+    begun_ = true;
+    const RpcErrors errors = data_->Begin();
+    if (!errors.empty()) {
+      ended_ = true;
+      error_count_ = errors.size();
+      *xml += PrintErrorReply(frame_, errors, context_);
+      Log(LogLevel::kWarning, "netconf: %s refused: %s", name_.c_str(),
+          errors.front().message.c_str());
+      return Progress::kEnd;
+    }
+    *xml += frame_.start + "<data" + frame_.child_namespace + ">";
+  }
+  const Progress progress = data_->Next(xml);
+  if (progress == Progress::kEnd) {
+    ended_ = true;
+    *xml += "</data>" + frame_.end;
+  }
+  size_ += xml->size() - before;
+  if (ended_) Log(LogLevel::kInfo, "netconf: %s done, %zu bytes", name_.c_str(), size_);
+  return progress;
+}
+
+}  // namespace host
