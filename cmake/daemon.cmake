@@ -8,10 +8,18 @@ elseif(TARGET qzconfd AND TARGET filter_mgr_client)
   set(DAEMON_PLATFORM host_platform)
 endif()
 
+# The allocator of the daemon on this platform (see host/runtime/memory.h). Sanitizers bring theirs.
+add_library(daemon_allocator INTERFACE)
+if(TARGET host_platform AND NOT ACL_SANITIZE)
+  find_package(PkgConfig REQUIRED)
+  pkg_check_modules(JEMALLOC REQUIRED IMPORTED_TARGET GLOBAL jemalloc)
+  target_link_libraries(daemon_allocator INTERFACE PkgConfig::JEMALLOC)
+endif()
+
 if(TARGET acl_core AND DAEMON_PLATFORM)
   add_executable(acl-app ${CMAKE_SOURCE_DIR}/app/main.cpp)
   set_target_properties(acl-app PROPERTIES ENABLE_EXPORTS ON)
-  target_link_libraries(acl-app PRIVATE acl_core ${DAEMON_PLATFORM})
+  target_link_libraries(acl-app PRIVATE acl_core ${DAEMON_PLATFORM} daemon_allocator)
   install(TARGETS acl-app RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 endif()
 

@@ -1,8 +1,6 @@
 // The datastore: loading, commits by small trees, observers.
 #include "host/cdb/datastore.h"
 
-#include <malloc.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -18,6 +16,7 @@
 #include "host/cdb/schema.h"
 #include "host/cdb/storage.h"
 #include "host/cdb/yang_tree.h"
+#include "host/runtime/memory.h"
 
 namespace host {
 namespace {
@@ -63,7 +62,7 @@ class LibyangDatastore : public Datastore {
     } else if (!options.startup_file.empty()) {
       errors = LoadStartup(options.startup_file);
     }
-    malloc_trim(0);
+    GiveBackMemory();
     return errors;
   }
 

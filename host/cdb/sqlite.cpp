@@ -9,8 +9,8 @@ SqlStatement::SqlStatement(sqlite3* database, const char* sql) {
   statement_.reset(statement);
 }
 
-SqlStatement& SqlStatement::Bind(int parameter, const std::string& text) {
-  sqlite3_bind_text64(statement_.get(), parameter, text.data(), text.size(), SQLITE_TRANSIENT,
+SqlStatement& SqlStatement::Bind(int parameter, std::string_view text) {
+  sqlite3_bind_text64(statement_.get(), parameter, text.data(), text.size(), SQLITE_STATIC,
                       SQLITE_UTF8);
   return *this;
 }
@@ -33,7 +33,10 @@ bool SqlStatement::Run() {
   return done;
 }
 
-void SqlStatement::Reset() { sqlite3_reset(statement_.get()); }
+void SqlStatement::Reset() {
+  sqlite3_reset(statement_.get());
+  sqlite3_clear_bindings(statement_.get());
+}
 
 std::string SqlStatement::Text(int column) const {
   const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), column));

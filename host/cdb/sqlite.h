@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace host {
 
@@ -18,12 +19,14 @@ class SqlStatement {
   SqlStatement(sqlite3* database, const char* sql);
 
   bool ok() const { return statement_ != nullptr; }
-  SqlStatement& Bind(int parameter, const std::string& text);
+  // `text` must stay until the statement is reset.
+  SqlStatement& Bind(int parameter, std::string_view text);
   SqlStatement& Bind(int parameter, int64_t number);
-  // True while there is a row. Afterwards, and before other parameters are bound, Reset().
+  // True while there is a row. Afterwards, and before parameters are bound anew, Reset().
   bool Step();
   // Runs a statement without rows to its end and resets it. False on an error.
   bool Run();
+  // Forgets rows and parameters.
   void Reset();
 
   std::string Text(int column) const;

@@ -194,7 +194,7 @@ DatastoreErrors Storage::Write(const CommitInfo& info, const lyd_node* diff,
     return Refusal(path_, "out of memory");
   }
   const std::unique_ptr<char, decltype(&std::free)> owner(text, &std::free);
-  const std::string difference = text;
+  const std::string_view difference = text;
   std::vector<UnitChange> units;
   if (!CollectUnitChanges(diff, after, &units))
     return Refusal(path_, "the commit changes something that is in no list entry");
@@ -250,7 +250,7 @@ bool Storage::Settle() {
   return !in_doubt_;
 }
 
-bool Storage::WriteTransaction(const CommitInfo& info, const std::string& difference) {
+bool Storage::WriteTransaction(const CommitInfo& info, std::string_view difference) {
   put_txn_.Bind(1, static_cast<int64_t>(info.id)).Bind(2, info.time_us).Bind(3, info.origin.user);
   put_txn_.Bind(4, static_cast<int64_t>(info.origin.session_id)).Bind(5, info.origin.comment);
   put_txn_.Bind(6, static_cast<int64_t>(info.changes));
@@ -267,7 +267,8 @@ bool Storage::WriteUnits(const std::vector<UnitChange>& changes) {
       continue;
     }
     delete_unit_.Bind(1, key.place).Bind(2, key.list).Bind(3, key.keys);
-    delete_within_.Bind(1, key.Path());
+    const std::string path = key.Path();
+    delete_within_.Bind(1, path);
     if (!delete_unit_.Run() || !delete_within_.Run()) return false;
   }
   return true;

@@ -21,6 +21,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/cdb/datastore.h"
@@ -64,7 +65,7 @@ class Storage {
 
   bool Prepare();
   bool WriteUnits(const std::vector<UnitChange>& changes);
-  bool WriteTransaction(const CommitInfo& info, const std::string& difference);
+  bool WriteTransaction(const CommitInfo& info, std::string_view difference);
   bool Prune(HistoryBound* kept);
   // Writes with `write`, all or nothing, and durably. `what` is written, for errors.
   DatastoreErrors Transact(const char* what, const std::function<bool()>& write);

@@ -3,8 +3,6 @@
 // The initial load runs from the event loop, before anything else can reach the datastore. A commit
 // calls the handlers from within Datastore::Edit(), after it is persistent: when the operator has
 // the answer, the handlers have done their part.
-#include <malloc.h>
-
 #include <chrono>
 #include <cinttypes>
 #include <optional>
@@ -18,6 +16,7 @@
 #include "host/netconf/server.h"
 #include "host/qzconfd/diff_iteration.h"
 #include "host/runtime/event_loop.h"
+#include "host/runtime/memory.h"
 #include "host/runtime/middleware.h"
 #include "host/runtime/settings.h"
 #include "platform/qzconfd/qzconfd.h"
@@ -158,7 +157,7 @@ class AppInterface::Impl : private host::CommitObserver {
   void OnCommit(const lyd_node* diff, const host::CommitInfo&) override {
     for (HandlerSubscriptions& subscriptions : subscriptions_) subscriptions.OnCommit(diff);
     if (host::CountNodes(diff) >= kBulkNodes)
-      trim_ = loop_->After(kTrimDelay, [] { malloc_trim(0); });
+      trim_ = loop_->After(kTrimDelay, [] { host::GiveBackMemory(); });
   }
 
   const std::shared_ptr<host::EventLoop> loop_;
