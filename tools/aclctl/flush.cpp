@@ -2,11 +2,13 @@
 #include "host/filter_mgr/flush.h"
 
 #include <linux/netlink.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
+#include "host/netconf/listener.h"
 #include "tools/aclctl/commands.h"
 
 namespace aclctl {
@@ -22,9 +24,16 @@ Failure KernelFailure(int error) {
 
 Failure Flush(const Arguments& arguments) {
   // A running daemon would put its filters back at once.
-  Client client;
-  if (!client.Open(arguments.socket)) {
+  const int daemon = host::ConnectTo(arguments.socket);
+  if (daemon >= 0) {
+    close(daemon);
     return {kRefused, "the daemon at " + arguments.socket + " is running; stop it first", {}};
+  }
+  if (errno != ENOENT && errno != ECONNREFUSED) {
+    return {kUnreachable,
+            "cannot tell whether the daemon at " + arguments.socket +
+                " is running: " + std::strerror(errno),
+            {}};
   }
   int error = 0;
   const auto socket = host::OpenNetlink({NETLINK_NETFILTER, 0, 0}, &error);
