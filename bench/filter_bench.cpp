@@ -106,9 +106,9 @@ void AddPorts(int ports) {
 
 std::unique_ptr<host::KernelBackend> OpenBackend() {
   host::KernelBackendOptions options;
-  const char* why_not = "";
+  std::vector<std::string> missing;
   options.names = [](limid_t id) { return PortName(static_cast<int>(id)); };
-  options.features = host::ProbeKernel(&why_not);
+  options.features = host::ProbeKernel(&missing);
   std::string reason;
   auto backend = host::KernelBackend::Open(options, &reason);
   if (backend == nullptr) std::fprintf(stderr, "%s\n", reason.c_str());

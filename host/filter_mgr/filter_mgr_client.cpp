@@ -22,13 +22,9 @@ using FiltersCommon::FiltersGroup;
 std::unique_ptr<host::KernelBackend> OpenKernelBackend() {
   host::KernelBackendOptions options;
   options.names = host::InterfaceNameOf;
-  const char* why_not = "";
-  options.features = host::ProbeKernel(&why_not);
-  if (!options.features.set_pcp) {
-    Log(host::LogLevel::kWarning,
-        "setting the PCP could not be proved on this kernel: %s; entries that do so are refused",
-        why_not);
-  }
+  std::vector<std::string> missing;
+  options.features = host::ProbeKernel(&missing);
+  for (const std::string& line : missing) Log(host::LogLevel::kWarning, "%s", line.c_str());
   std::string reason;
   auto backend = host::KernelBackend::Open(options, &reason);
   if (backend == nullptr) {

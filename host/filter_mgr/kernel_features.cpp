@@ -23,8 +23,20 @@
 namespace host {
 namespace {
 
-// What the trial's process reports as its exit status.
-enum : int { kSetPcpWorks = 1, kOwnershipWorks = 2, kHooksByName = 4, kNoTrial = 64 };
+// What the trial's process reports as its exit status: a bit for each feature that is there, and
+// where the trial of setting the PCP ended.
+enum : int { kOwnershipWorks = 1, kHooksByName = 2, kStepShift = 2 };
+enum Step : int { kDone, kNamespace, kNetlink, kRules, kPacketSocket, kSending, kReading, kSeeing };
+constexpr const char* kFailures[] = {
+    "",
+    "the kernel gave no network namespace to try it in",
+    "the kernel gave no netlink socket",
+    "the kernel refused the rules",
+    "the kernel gave no packet socket",
+    "the frame could not be sent",
+    "the counters could not be read",
+    "the frame did not come out as it should",
+};
 
 constexpr char kTrialPort[] = "lo";
 constexpr uint8_t kTrialPcp = 5;
@@ -75,9 +87,9 @@ std::vector<RulePtr> ExpectingRules() {
   return {rule};
 }
 
-bool BringUpAndSend() {
+Step BringUpAndSend() {
   const int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
-  if (fd < 0) return false;
+  if (fd < 0) return kPacketSocket;
   ifreq request{};
   strncpy(request.ifr_name, kTrialPort, IFNAMSIZ - 1);
   request.ifr_flags = IFF_UP | IFF_RUNNING;
@@ -90,35 +102,35 @@ bool BringUpAndSend() {
   ok = ok && sendto(fd, kFrame, sizeof(kFrame), 0, reinterpret_cast<const sockaddr*>(&to),
                     sizeof(to)) == sizeof(kFrame);
   close(fd);
-  return ok;
+  return ok ? kDone : kSending;
 }
 
-bool TrySetPcp(NetlinkSocket& socket) {
+Step TrySetPcp(NetlinkSocket& socket) {
   const std::string port = kTrialPort;
   const std::vector<RulePtr> setting = SettingRules(), expecting = ExpectingRules();
   const TableUpdate update(port, nullptr, {{&setting, &expecting}, 0});
-  if (Commit(socket, [&](NftBatch* batch) { update.Encode(batch); }) != 0) return false;
-  if (!BringUpAndSend()) return false;
+  if (Commit(socket, [&](NftBatch* batch) { update.Encode(batch); }) != 0) return kRules;
+  const Step sent = BringUpAndSend();
+  if (sent != kDone) return sent;
   // Two entries counted the frame: the one that set the PCP, and the one that saw it.
   for (int i = 0; i < 100; ++i) {
     std::vector<Hits> set, seen;
     KernelReader reader(&socket);
     if (reader.ReadHits(port, kL2, 0, &set) != 0 || reader.ReadHits(port, kL3, 0, &seen) != 0) {
-      return false;
+      return kReading;
     }
-    if (set[0].packets == 1 && seen[0].packets == 1) return true;
+    if (set[0].packets == 1 && seen[0].packets == 1) return kDone;
     usleep(1000);
   }
-  return false;
+  return kSeeing;
 }
 
 // Runs in a process of its own, which is in a network namespace of its own.
 int RunTrials() {
   int error = 0;
   const auto socket = OpenNetlink({NETLINK_NETFILTER, 0, 0}, &error);
-  if (socket == nullptr) return kNoTrial;
-  int result = 0;
-  if (TrySetPcp(*socket)) result |= kSetPcpWorks;
+  if (socket == nullptr) return kNetlink << kStepShift;
+  int result = TrySetPcp(*socket) << kStepShift;
   const std::string table = TableName("trial"), absent = "no-such-port";
   if (Commit(*socket,
              [&](NftBatch* batch) { batch->AddTable(table, kTableOwner | kTablePersist); }) == 0) {
@@ -133,31 +145,44 @@ int RunTrials() {
   return result;
 }
 
-}  // namespace
-
-KernelFeatures ProbeKernel(const char** reason) {
-  *reason = "the trial ended early";
+// The exit status of a process that tries everything.
+int TryInChild() {
   const pid_t child = fork();
-  if (child < 0) {
-    *reason = "no process for the trial could be started";
-    return {};
-  }
   if (child == 0) {
     // Without the privilege, a user namespace gives it inside a network namespace.
     const bool alone = unshare(CLONE_NEWNET) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0;
-    _exit(alone ? RunTrials() : kNoTrial);
+    _exit(alone ? RunTrials() : kNamespace << kStepShift);
   }
   int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
   }
-  const int result = WIFEXITED(status) ? WEXITSTATUS(status) : 0;
-  if (result == kNoTrial) *reason = "the kernel gave no network namespace to try it in";
+  return child > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+}  // namespace
+
+KernelFeatures ProbeKernel(std::vector<std::string>* missing) {
+  const int status = TryInChild();
+  const int step = status < 0 ? kSeeing : status >> kStepShift;
+  const std::string failure = status < 0 ? "the trial did not come to its end" : kFailures[step];
   KernelFeatures features;
-  features.set_pcp = (result & kSetPcpWorks) != 0 && result < kNoTrial;
-  features.ownership = (result & kOwnershipWorks) != 0 && result < kNoTrial;
-  features.hooks_by_name = (result & kHooksByName) != 0 && result < kNoTrial;
-  if (result < kNoTrial && WIFEXITED(status)) {
-    *reason = "the frame did not come out as it should";
+  features.set_pcp = status >= 0 && step == kDone;
+  features.ownership = status >= 0 && (status & kOwnershipWorks) != 0;
+  features.hooks_by_name = status >= 0 && (status & kHooksByName) != 0;
+  if (!features.set_pcp) {
+    missing->push_back("setting the PCP could not be proved on this kernel: " + failure +
+                       "; entries that do so are refused");
+  }
+  const std::string why = status < 0 || step == kNamespace || step == kNetlink
+                              ? "could not be tried on this kernel: " + failure
+                              : "are not to be had on this kernel";
+  if (!features.ownership) {
+    missing->push_back("tables that belong to the daemon alone " + why +
+                       "; what others change is put right afterwards");
+  }
+  if (!features.hooks_by_name) {
+    missing->push_back("hooks that follow an interface's name " + why +
+                       "; a new interface is filtered only after the daemon has heard of it");
   }
   return features;
 }

@@ -2,6 +2,9 @@
 #ifndef HOST_FILTER_MGR_KERNEL_FEATURES_H_
 #define HOST_FILTER_MGR_KERNEL_FEATURES_H_
 
+#include <string>
+#include <vector>
+
 namespace host {
 
 struct KernelFeatures {
@@ -15,8 +18,9 @@ struct KernelFeatures {
 };
 
 // Tries each in a network namespace of its own, with real frames where it takes them. What cannot
-// be tried, for lack of privileges for instance, counts as missing; `reason` then says why.
-KernelFeatures ProbeKernel(const char** reason);
+// be tried, for lack of privileges for instance, counts as missing. `missing` gets a line for each
+// feature that is: why, and what follows from it.
+KernelFeatures ProbeKernel(std::vector<std::string>* missing);
 
 }  // namespace host
 

@@ -28,9 +28,9 @@ class KernelTest : public ::testing::Test {
     std::string why_not;
     lab_ = PacketLab::Create(&why_not);
     if (lab_ == nullptr) GTEST_SKIP() << why_not;
-    const char* reason = "";
-    options_.features = ProbeKernel(&reason);
-    ASSERT_TRUE(options_.features.set_pcp) << reason;
+    std::vector<std::string> missing;
+    options_.features = ProbeKernel(&missing);
+    ASSERT_TRUE(options_.features.set_pcp) << ::testing::PrintToString(missing);
     options_.names = [this](limid_t id) {
       return id <= ports_.size() ? ports_[id - 1] : std::string();
     };
