@@ -16,6 +16,13 @@ namespace host {
 struct Hits {
   uint64_t packets = 0;
   uint64_t bytes = 0;  // link layer header aside
+
+  Hits operator+(const Hits& other) const { return {packets + other.packets, bytes + other.bytes}; }
+  // Those since `earlier`; none if the counter was reset in between.
+  Hits Since(const Hits& earlier) const {
+    if (packets < earlier.packets || bytes < earlier.bytes) return {};
+    return {packets - earlier.packets, bytes - earlier.bytes};
+  }
 };
 
 enum class PortState { kEnforced, kAbsent, kFailed };

@@ -3,7 +3,9 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
+#include <type_traits>
 
 #include "host/filter_mgr/entry_text.h"
 
@@ -15,9 +17,7 @@ using namespace FiltersCommon;  // NOLINT: the classes of one library, used thro
 // Offsets of fields, in bytes from the start of their header.
 constexpr uint8_t kDstMac = 0, kSrcMac = 6, kTpid = 12, kTci = 14, kLinkEnd = 16;  // IEEE 802.1Q
 constexpr uint8_t kTos = 1, kProtocol = 9, kSrcIpv4 = 12, kDstIpv4 = 16;           // RFC 791
-// The destination port (RFC 768, RFC 9293) with the byte before it: the kernel's fast path for
-// aligned loads of 1, 2 and 4 bytes takes the bytes of a later fragment for a header.
-constexpr uint8_t kDstPort = 2, kDstPortLoad = 1, kDstPortLoadLength = 3;
+constexpr uint8_t kDstPort = 2;  // RFC 768, RFC 9293
 constexpr uint16_t kEtherTypeIpv4 = 0x0800;
 constexpr uint16_t kVidBits = 0x0fff;
 constexpr int kPcpShift = 13;
@@ -124,13 +124,13 @@ bool EntryTests::Add(const Match& match, std::string* reason) {
       return true;
     case FILTERS_MATCH_IP_PROTOCOL:
       protocol_ = static_cast<const MatchIpProtocol&>(match).value();
-      AddByte(kProtocol, *protocol_, 0xff);
+      ipv4_ = true;
       return true;
     case FILTERS_MATCH_DST_L4_PORT: {
       FieldTest::Bytes port{}, mask{};
-      Or16(port, kDstPort - kDstPortLoad, static_cast<const MatchDstL4Port&>(match).value());
-      Or16(mask, kDstPort - kDstPortLoad, 0xffff);
-      AddBytes(Source::kTransport, kDstPortLoad, kDstPortLoadLength, port.data(), mask.data());
+      Or16(port, 0, static_cast<const MatchDstL4Port&>(match).value());
+      Or16(mask, 0, 0xffff);
+      AddBytes(Source::kTransport, kDstPort, 2, port.data(), mask.data());
       port_ = true;
       return true;
     }
@@ -170,7 +170,7 @@ void EntryTests::PackLink(std::vector<FieldTest>* tests) const {
   tests->push_back(test);
 }
 
-FieldTest MakeGuard(Source source, uint8_t offset, uint8_t length, ValueSet set) {
+FieldTest MakeSetTest(Source source, uint8_t offset, uint8_t length, ValueSet set) {
   FieldTest test;
   test.source = source;
   test.offset = offset;
@@ -186,8 +186,16 @@ int Rarity(const FieldTest& test) {
       Get16(test.mask, kTpid - test.offset) == 0xffff) {
     bits -= 15;
   }
-  if (test.source == Source::kNetwork && test.offset == kProtocol) bits = 2;
   return bits;
+}
+
+FieldTest MakeExact(Source source, uint8_t offset, uint8_t length, unsigned int value) {
+  FieldTest test = MakeSetTest(source, offset, length, ValueSet::kNone);
+  for (size_t i = length; i-- > 0; value >>= 8) {
+    test.value[i] = static_cast<uint8_t>(value);
+    test.mask[i] = 0xff;
+  }
+  return test;
 }
 
 std::vector<FieldTest> EntryTests::Build(bool tagged) const {
@@ -196,17 +204,14 @@ std::vector<FieldTest> EntryTests::Build(bool tagged) const {
   std::stable_sort(tests.begin(), tests.end(),
                    [](const FieldTest& a, const FieldTest& b) { return Rarity(a) > Rarity(b); });
   if ((tagged || tag_fields_) && !tpid_) {
-    tests.push_back(MakeGuard(Source::kLink, kTpid, 2, ValueSet::kTpids));
-  }
-  if (ipv4_) {
-    FieldTest guard = MakeGuard(Source::kEtherType, 0, 2, ValueSet::kNone);
-    Or16(guard.value, 0, kEtherTypeIpv4);
-    Or16(guard.mask, 0, 0xffff);
-    tests.push_back(guard);
+    tests.push_back(MakeSetTest(Source::kLink, kTpid, 2, ValueSet::kTpids));
   }
   if (port_ && !protocol_) {
-    tests.push_back(MakeGuard(Source::kL4Protocol, 0, 1, ValueSet::kPortCarriers));
+    tests.push_back(MakeSetTest(Source::kL4Protocol, 0, 1, ValueSet::kPortCarriers));
   }
+  // These can become a guard, which takes them to be the last and in this order.
+  if (protocol_) tests.push_back(MakeExact(Source::kNetwork, kProtocol, 1, *protocol_));
+  if (ipv4_) tests.push_back(MakeExact(Source::kEtherType, 0, 2, kEtherTypeIpv4));
   return tests;
 }
 
@@ -258,6 +263,51 @@ std::optional<std::vector<RulePtr>> CompileEntry(const FiltersEntry& entry, bool
 
 namespace {
 
+// The group's entries by ascending priority. In a large group every step from one to the next waits
+// for memory, so several stretches of it are walked abreast.
+std::vector<const FiltersEntry*> InOrder(const FiltersGroup& group) {
+  constexpr size_t kStretches = 8;
+  const auto& entries = group.getEntriesRef();
+  std::vector<const FiltersEntry*> result;
+  result.reserve(entries.size());
+  if (entries.empty()) return result;
+  struct Stretch {
+    std::remove_reference_t<decltype(entries)>::const_iterator next, end;
+    std::vector<const FiltersEntry*> found;
+  };
+  std::array<Stretch, kStretches> stretches;
+  const size_t first = entries.begin()->first, span = entries.rbegin()->first - first + 1U;
+  for (size_t i = 0; i < kStretches; ++i) {
+    const auto bound = [&](size_t n) {
+      return n == kStretches
+                 ? entries.end()
+                 : entries.lower_bound(static_cast<unsigned short>(first + span * n / kStretches));
+    };
+    stretches[i] = {bound(i), bound(i + 1), {}};
+    stretches[i].found.reserve(entries.size() / kStretches + 1);
+  }
+  for (bool more = true; more;) {
+    more = false;
+    for (Stretch& stretch : stretches) {
+      if (stretch.next == stretch.end) continue;
+      stretch.found.push_back(&stretch.next->second);
+      ++stretch.next;
+      more = true;
+    }
+  }
+  for (const Stretch& stretch : stretches) {
+    result.insert(result.end(), stretch.found.begin(), stretch.found.end());
+  }
+  const auto before = [](const auto* a, const auto* b) {
+    return a->getPriority() < b->getPriority();
+  };
+  // Ids and priorities mostly ascend together.
+  if (!std::is_sorted(result.begin(), result.end(), before)) {
+    std::stable_sort(result.begin(), result.end(), before);
+  }
+  return result;
+}
+
 // Compiles a group entry by entry, each for every port that it names.
 class GroupCompiler {
  public:
@@ -266,12 +316,8 @@ class GroupCompiler {
       : previous_(previous), options_(options), error_(error), result_(group) {}
 
   std::optional<CompiledGroup> Compile() {
-    // Ids and priorities mostly ascend together: then the group is read just once.
-    unsigned int highest = 0;
-    for (const auto& [id, entry] : result_.source.getEntriesRef()) {
-      if (entry.getPriority() < highest) return CompileSorted();
-      highest = entry.getPriority();
-      if (!Add(entry)) return std::nullopt;
+    for (const FiltersEntry* entry : InOrder(result_.source)) {
+      if (!Add(*entry)) return std::nullopt;
     }
     return std::move(result_);
   }
@@ -285,26 +331,13 @@ class GroupCompiler {
     size_t entry = 0, rule = 0;  // place in `before`
   };
 
-  // Starts anew, with the entries in order of priority.
-  std::optional<CompiledGroup> CompileSorted() {
-    result_.ports.clear();
-    ports_.clear();
-    last_list_ = nullptr;
-    std::vector<const FiltersEntry*> entries;
-    for (const auto& [id, entry] : result_.source.getEntriesRef()) entries.push_back(&entry);
-    std::stable_sort(entries.begin(), entries.end(), [](const auto* a, const auto* b) {
-      return a->getPriority() < b->getPriority();
-    });
-    for (const FiltersEntry* entry : entries) {
-      if (!Add(*entry)) return std::nullopt;
-    }
-    return std::move(result_);
-  }
-
   bool Add(const FiltersEntry& entry) {
     const auto* ingress =
         static_cast<const MatchIngressPorts*>(entry.findMatch(FILTERS_MATCH_INGRESS_PORTS));
-    if (ingress == nullptr) return Refuse(entry, "it names no ingress port");
+    // All ports would be meant, of which nobody knows what they are to become.
+    if (ingress == nullptr || ingress->ports().empty()) {
+      return Refuse(entry, "it names no ingress port");
+    }
     if (&ingress->ports() != last_list_ && !FindPorts(entry, ingress->ports())) return false;
     for (Port* port : last_ports_) {
       if (!AddTo(port, entry)) return false;

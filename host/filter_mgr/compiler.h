@@ -11,9 +11,13 @@
 //  - VLAN id and PCP are those of the outer tag; a frame without a tag has neither;
 //  - IPv4 addresses, the ToS byte and the IP protocol are those of an IPv4 header that follows the
 //    EtherType of a frame with at most one tag; behind two tags there is none;
-//  - the destination port is TCP's or UDP's, over IPv4 or IPv6, in a first fragment.
+//  - the destination port is TCP's or UDP's, over IPv4 or IPv6, in a first fragment of a packet
+//  that
+//    fits into its frame: one that claims to be longer has none, nor has a header that ends, with
+//    the frame, right behind the port.
 // An entry's tests are a conjunction, so their order is free: the rarest comes first, as most rules
-// are left at their first test. The link layer's fields are packed into one test of up to 16 bytes.
+// are left at their first test, and those for the IP protocol and IPv4 last, as neighbours often
+// share them (see Guard). The link layer's fields are packed into one test of up to 16 bytes.
 //
 // A stage that replaces runs of similar rules by a dispatch over one field would stand behind this
 // one: it would take a port's rules and give fewer of them, with an outcome that looks the chunk
@@ -64,8 +68,9 @@ struct CompileError {
   std::string reason;
 };
 
-// Compiles `group`. Rules of entries that `previous` (may be null) holds unchanged are taken from
-// there. No value, and the reason in `error`, when an entry cannot be enforced exactly.
+// Compiles `group`. An entry without ports is refused. Rules of entries that `previous` (may be
+// null) holds unchanged are taken from there. No value, and the reason in `error`, when an entry
+// cannot be enforced exactly.
 std::optional<CompiledGroup> CompileGroup(const FiltersCommon::FiltersGroup& group,
                                           const CompiledGroup* previous,
                                           const CompilerOptions& options, CompileError* error);

@@ -1,7 +1,11 @@
 #include "host/filter_mgr/difference.h"
 
 #include <algorithm>
+#include <iterator>
+#include <optional>
+#include <set>
 #include <unordered_map>
+#include <utility>
 
 namespace host {
 namespace {
@@ -37,7 +41,8 @@ void KeepLongestAscent(std::vector<int>* places) {
   *places = std::move(kept);
 }
 
-bool Same(const Rule* a, const Rule* b) { return SameRule(*a, *b); }
+// Mostly the same object, which need not be looked at.
+bool Same(const Rule* a, const Rule* b) { return a == b || SameRule(*a, *b); }
 
 }  // namespace
 
@@ -82,106 +87,155 @@ namespace {
 // Lays rules out over the chunks that are there.
 class Planner {
  public:
-  Planner(const HeldGroup& held, const std::vector<RulePtr>& rules) : held_(held), rules_(rules) {
-    layout_.next_chunk = held.next_chunk;
+  Planner(const HeldGroup& held, const std::vector<RulePtr>& rules, bool anew)
+      : held_(held), rules_(rules), anew_(anew) {
+    layout_.next_chunk = anew ? 0 : held.next_chunk;
   }
 
   Layout Plan() {
+    Match();
     Assign();
-    for (const ChunkPlan& chunk : assigned_) Place(chunk);
-    std::vector<uint32_t> order;
-    for (const ChunkPlan& chunk : layout_.chunks) order.push_back(chunk.number);
-    layout_.order_changed = order != held_.order;
-    for (uint32_t number : held_.order) {
-      if (std::find(order.begin(), order.end(), number) == order.end()) {
-        layout_.removed.push_back(number);
-      }
-    }
+    for (size_t i = 0; i + 1 < ranges_.size(); ++i) HandOn(&ranges_[i], &ranges_[i + 1]);
+    for (const Range& range : ranges_) Place(range);
+    Compare();
     return std::move(layout_);
   }
 
  private:
-  // Gives each held chunk a range: its kept rules, and the new ones up to the next chunk's first.
-  void Assign() {
+  // What a held chunk gets: rules [begin, end), of which [first, last) are from the first to the
+  // last that is kept.
+  struct Range {
+    std::optional<uint32_t> number;  // none: there is no chunk yet
+    size_t begin = 0, end = 0;
+    size_t first = 0, last = 0;
+
+    size_t size() const { return end - begin; }
+  };
+
+  void Match() {
     std::vector<const Rule*> before, now;
     for (uint32_t i = 0; i < held_.order.size(); ++i) {
-      for (const HeldRule& rule : held_.chunks.at(held_.order[i]).rules) {
-        before.push_back(rule.rule.get());
-        ordinal_.push_back(i);
-      }
+      const HeldChain& chunk = held_.chunks.at(held_.order[i]);
+      starts_.push_back(before.size());
+      for (const HeldRule& rule : chunk.rules) before.push_back(rule.rule.get());
+      ordinal_.resize(before.size(), i);
     }
     now.reserve(rules_.size());
     for (const RulePtr& rule : rules_) now.push_back(rule.get());
     places_ = MatchRules(before, now);
+  }
 
-    size_t kept = 0;  // rules of the open range that were in its chunk before
-    for (size_t i = 0; i < rules_.size(); ++i) {
+  uint32_t NumberOf(int place) const { return held_.order[ordinal_[static_cast<size_t>(place)]]; }
+
+  // Gives each held chunk its kept rules, and the new ones up to the next chunk's first.
+  void Assign() {
+    for (size_t i = 0; i < rules_.size() && !anew_; ++i) {
       if (places_[i] < 0) continue;
-      const uint32_t number = held_.order[ordinal_[static_cast<size_t>(places_[i])]];
-      if (assigned_.empty() || assigned_.back().number != number) {
-        if (!assigned_.empty()) Close(i, kept);
+      const uint32_t number = NumberOf(places_[i]);
+      if (ranges_.empty() || ranges_.back().number != number) {
         // New rules in front of everything join the first chunk.
-        assigned_.push_back({number, assigned_.empty() ? 0 : i, i, false, false});
+        const size_t begin = ranges_.empty() ? 0 : i;
+        if (!ranges_.empty()) ranges_.back().end = i;
+        ranges_.push_back({number, begin, i, i, i});
+      }
+      ranges_.back().last = i + 1;
+    }
+    if (ranges_.empty() && !rules_.empty()) ranges_.push_back({{}, 0, 0, 0, 0});
+    if (!ranges_.empty()) ranges_.back().end = rules_.size();
+  }
+
+  // New rules at the end of a chunk that is too large go to the next as far as that has room.
+  static void HandOn(Range* range, Range* next) {
+    while (range->size() > kMaxChunk && range->end > range->last && next->size() < kMaxChunk) {
+      --range->end;
+      --next->begin;
+    }
+  }
+
+  void Place(const Range& range) {
+    if (!range.number) return PlaceNew(range.begin, range.end);
+    const HeldChain& chunk = held_.chunks.at(*range.number);
+    const auto [begin, end] = Staying(range, chunk.guard);
+    PlaceNew(range.begin, begin);
+    const auto kept = static_cast<size_t>(
+        std::count_if(places_.begin() + static_cast<ptrdiff_t>(begin),
+                      places_.begin() + static_cast<ptrdiff_t>(end), [](int p) { return p >= 0; }));
+    const bool changed = kept != end - begin || kept != chunk.rules.size();
+    layout_.chunks.push_back({*range.number, begin, end, false, changed, chunk.guard});
+    PlaceNew(end, range.end);
+  }
+
+  bool Fits(size_t rule, const Guard& guard) const {
+    return places_[rule] >= 0 || FitsGuard(*rules_[rule], guard);
+  }
+
+  // The part of a range that stays in its chunk: all of it if that is possible, else all that is
+  // kept, else the part with the most of that; where the chunk is full, with room for more.
+  std::pair<size_t, size_t> Staying(const Range& range, const Guard& guard) const {
+    const size_t room = range.size() <= kMaxChunk               ? kMaxChunk
+                        : range.last - range.first <= kMaxChunk ? range.last - range.first
+                                                                : kFillChunk;
+    std::pair<size_t, size_t> best, now{range.begin, range.begin};
+    size_t most = 0, kept = 0;
+    while (now.second < range.end) {
+      if (!Fits(now.second, guard)) {
+        now.first = ++now.second;
         kept = 0;
+        continue;
       }
-      ++kept;
+      kept += places_[now.second++] >= 0 ? 1 : 0;
+      if (now.second - now.first > room) kept -= places_[now.first++] >= 0 ? 1 : 0;
+      if (kept < most || kept == 0) continue;
+      most = kept;
+      best = now;
     }
-    if (assigned_.empty() && !rules_.empty()) {
-      assigned_.push_back({layout_.next_chunk++, 0, 0, true, true});
-    }
-    if (!assigned_.empty()) Close(rules_.size(), kept);
+    return best;
   }
 
-  void Close(size_t end, size_t kept) {
-    ChunkPlan& chunk = assigned_.back();
-    chunk.end = end;
-    if (chunk.is_new) return;
-    chunk.changed = kept != end - chunk.begin || kept != held_.chunks.at(chunk.number).rules.size();
-  }
-
-  // Adds the chunk to the layout, split where it got too large.
-  void Place(const ChunkPlan& chunk) {
-    const size_t size = chunk.end - chunk.begin;
-    if (size <= (chunk.is_new ? kFillChunk : kMaxChunk)) {
-      layout_.chunks.push_back(chunk);
-      return;
-    }
-    const size_t pieces = (size + kFillChunk - 1) / kFillChunk;
+  // Lays rules out over new chunks, evenly.
+  void PlaceNew(size_t begin, size_t end) {
+    const size_t size = end - begin, pieces = (size + kFillChunk - 1) / kFillChunk;
     for (size_t i = 0; i < pieces; ++i) {
-      ChunkPlan piece = chunk;
-      piece.changed = true;
-      if (i > 0) {
-        piece.number = layout_.next_chunk++;
-        piece.is_new = true;
+      ChunkPlan piece;
+      piece.number = layout_.next_chunk++;
+      piece.begin = begin + size * i / pieces;
+      piece.end = begin + size * (i + 1) / pieces;
+      piece.is_new = piece.changed = true;
+      piece.guard = GuardOf(*rules_[piece.begin]);
+      for (size_t rule = piece.begin; rule < piece.end; ++rule) {
+        while (!FitsGuard(*rules_[rule], piece.guard)) piece.guard.erase(piece.guard.begin());
+        if (places_[rule] < 0) continue;
+        const auto place = static_cast<size_t>(places_[rule]);
+        layout_.moved[rule] = {NumberOf(places_[rule]), place - starts_[ordinal_[place]]};
       }
-      piece.begin = chunk.begin + size * i / pieces;
-      piece.end = chunk.begin + size * (i + 1) / pieces;
-      layout_.chunks.push_back(piece);
-      if (i > 0 && !chunk.is_new) NoteMoves(chunk.number, piece);
+      layout_.chunks.push_back(std::move(piece));
     }
   }
 
-  void NoteMoves(uint32_t from, const ChunkPlan& piece) {
-    for (size_t i = piece.begin; i < piece.end; ++i) {
-      if (places_[i] < 0) continue;
-      const auto place = static_cast<size_t>(places_[i]);
-      const auto first = std::lower_bound(ordinal_.begin(), ordinal_.end(), ordinal_[place]);
-      layout_.moved[i] = {from, place - static_cast<size_t>(first - ordinal_.begin())};
-    }
+  void Compare() {
+    std::vector<uint32_t> order;
+    for (const ChunkPlan& chunk : layout_.chunks) order.push_back(chunk.number);
+    layout_.order_changed = anew_ ? !order.empty() : order != held_.order;
+    if (anew_) return;
+    const std::set<uint32_t> stay(order.begin(), order.end());
+    std::copy_if(held_.order.begin(), held_.order.end(), std::back_inserter(layout_.removed),
+                 [&stay](uint32_t number) { return stay.count(number) == 0; });
   }
 
   const HeldGroup& held_;
   const std::vector<RulePtr>& rules_;
+  const bool anew_;
   std::vector<int> places_;        // of each rule among those held, or -1
   std::vector<uint32_t> ordinal_;  // of the chunk, for each rule held
-  std::vector<ChunkPlan> assigned_;
+  std::vector<size_t> starts_;     // of each chunk, among the rules held
+  std::vector<Range> ranges_;
   Layout layout_;
 };
 
 }  // namespace
 
-Layout PlanLayout(const HeldGroup& held, const std::vector<RulePtr>& rules) {
-  return Planner(held, rules).Plan();
+Layout PlanLayout(const HeldGroup& held, const std::vector<RulePtr>& rules, bool anew) {
+  return Planner(held, rules, anew).Plan();
 }
 
 ChainEdit EditChain(const HeldChain& held, const std::vector<RulePtr>& rules) {
@@ -195,20 +249,16 @@ ChainEdit EditChain(const HeldChain& held, const std::vector<RulePtr>& rules) {
   for (int place : places) {
     if (place >= 0) kept[static_cast<size_t>(place)] = true;
   }
-  for (size_t i = 0; i < kept.size(); ++i) {
+  edit.flush = !kept.empty() && std::find(kept.begin(), kept.end(), true) == kept.end();
+  for (size_t i = 0; i < kept.size() && !edit.flush; ++i) {
     if (!kept[i]) edit.deletes.push_back(held.rules[i].handle);
-  }
-  if (edit.deletes.size() * 4 > held.rules.size()) {
-    edit.flush = true;
-    edit.deletes.clear();
   }
   uint64_t next = 0;  // handle of the kept rule behind, for the rules in front of it
   for (size_t i = rules.size(); i-- > 0;) {
-    const HeldRule* old = places[i] < 0 ? nullptr : &held.rules[static_cast<size_t>(places[i])];
-    if (old != nullptr && !edit.flush) {
-      next = old->handle;
+    if (places[i] >= 0) {
+      next = held.rules[static_cast<size_t>(places[i])].handle;
     } else {
-      edit.inserts.push_back({rules[i], next, old == nullptr ? Hits{} : old->hits, i});
+      edit.inserts.push_back({rules[i], next, i});
     }
   }
   std::reverse(edit.inserts.begin(), edit.inserts.end());

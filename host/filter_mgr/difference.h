@@ -3,13 +3,19 @@
 // The kernel rebuilds a touched chain whole, and finds a rule by walking its chain. So a port's
 // rules for one group stand in chunks, chains of at most kMaxChunk rules, and the group's base
 // chain holds nothing but jumps to them, in order. An update that touches one chunk costs the same
-// for any number of rules.
+// for any number of rules. What all rules of a chunk end with is tested once, before the jump (its
+// guard): each test in a rule costs the kernel much of the time that it takes to load the rule.
 //
 // Invariants of a layout:
 //  - the chunks, in order, hold the rules in order: each chunk is a range of them;
-//  - a rule that is kept stays in its chunk, with its hit counter, unless the chunk has to be
-//  split;
+//  - a rule that is kept stays in its chunk, untouched, and its hit counter goes on. It is moved to
+//    another chunk only where its chunk gets too large (as few as possible), or gets a rule that
+//    does not pass the guard (all of them);
 //  - a chunk is not empty.
+//
+// A moved rule is a new one with a counter that starts from what the old one had been read to have.
+// Hits between the reading and the move are told by the kernel with the removal of the old rule,
+// and added to what is shown as long as the process lives (HeldRule::carried).
 //
 // Everything here is pure: it looks at what the kernel holds, and says what to change.
 #ifndef HOST_FILTER_MGR_DIFFERENCE_H_
@@ -33,10 +39,12 @@ struct HeldRule {
   RulePtr rule;
   uint64_t handle = 0;  // 0 while not known
   Hits hits;            // as of when the handle was read
+  Hits carried;         // hits that the kernel's counter of the rule does not have
 };
 
 // A chain in the kernel. Handles and hits are read anew before each edit of the chain.
 struct HeldChain {
+  Guard guard;  // of the jump to it
   std::vector<HeldRule> rules;
 };
 
@@ -54,6 +62,7 @@ struct ChunkPlan {
   size_t begin = 0, end = 0;
   bool is_new = false;
   bool changed = false;  // holds other rules than now
+  Guard guard;
 };
 
 // Where a rule stands in what is held.
@@ -64,7 +73,7 @@ struct HeldPlace {
 
 struct Layout {
   std::vector<ChunkPlan> chunks;
-  std::map<size_t, HeldPlace> moved;  // kept rules, by index, that a split takes to a new chunk
+  std::map<size_t, HeldPlace> moved;  // kept rules, by index, that go to another chunk
   std::vector<uint32_t> removed;      // numbers of chunks that go
   uint32_t next_chunk = 0;
   bool order_changed = false;  // whether the base chain changes
@@ -72,19 +81,20 @@ struct Layout {
   bool NothingToDo() const;
 };
 
-// Finds a common subsequence: for each element of `now` the place in `before` of an element that is
-// the same rule, or -1; the places ascend. It is the longest where rules do not repeat.
+// Finds a common subsequence: for each element of `now`, none of which is foreign, the place in
+// `before` of an element that is the same rule, or -1; the places ascend. It is the longest where
+// rules do not repeat.
 std::vector<int> MatchRules(const std::vector<const Rule*>& before,
                             const std::vector<const Rule*>& now);
 
-// Where `rules` are to stand, given what is held.
-Layout PlanLayout(const HeldGroup& held, const std::vector<RulePtr>& rules);
+// Where `rules` are to stand, given what is held. With `anew` no chunk stays: the rules that are
+// kept move.
+Layout PlanLayout(const HeldGroup& held, const std::vector<RulePtr>& rules, bool anew = false);
 
 // A rule to add.
 struct RuleInsert {
   RulePtr rule;
   uint64_t before = 0;  // handle of the rule that it goes before; 0: the chain's end
-  Hits hits;            // what its counter starts with
   size_t index = 0;     // its place in the chain's new content
 };
 
@@ -97,9 +107,7 @@ struct ChainEdit {
   bool empty() const { return !flush && deletes.empty() && inserts.empty(); }
 };
 
-// The edit from `held`, with its handles and hits as of now, to `rules`. Many deletions
-// in one chain cost the kernel a walk each, so a chain that loses more than a quarter of its rules
-// is flushed and filled again; the kept rules' counters go on from what was read.
+// The edit from `held`, with its handles as of now, to `rules`. What is kept is not touched.
 ChainEdit EditChain(const HeldChain& held, const std::vector<RulePtr>& rules);
 
 }  // namespace host

@@ -45,6 +45,19 @@ bool SameRules(const HeldChain& a, const HeldChain& b) {
                     });
 }
 
+// Takes over what the kernel's counters do not have, for chunks that are as they were.
+void CarryOn(const HeldTable& before, HeldTable* now) {
+  for (const GroupSlot slot : kSlots) {
+    for (auto& [number, chunk] : now->groups[slot].chunks) {
+      const auto it = before.groups[slot].chunks.find(number);
+      if (it == before.groups[slot].chunks.end() || !SameRules(it->second, chunk)) continue;
+      for (size_t i = 0; i < chunk.rules.size(); ++i) {
+        chunk.rules[i].carried = it->second.rules[i].carried;
+      }
+    }
+  }
+}
+
 // The table that an announcement of the packet filter is about; empty for none of this family.
 std::string TableOf(const nlmsghdr* message) {
   constexpr uint16_t kTableName = 1;  // the same attribute in tables, chains, rules and sets
@@ -91,7 +104,7 @@ int KernelBackend::Connect() {
   events_ = options_.open({NETLINK_NETFILTER, NFNLGRP_NFTABLES, commands_->port_id()}, &error);
   if (events_ == nullptr) return error;
   reader_.emplace(commands_.get());
-  error = links_.Open();
+  error = links_.Open(options_.open);
   return error == 0 ? reader_->ReadTables(&held_) : error;
 }
 
@@ -164,7 +177,7 @@ BatchResult KernelBackend::TryProgram(const Targets& targets, bool* again) {
   for (const TableUpdate& update : updates) update.Encode(&batch);
   if (batch.size() != 0) result = Send(&batch, generation);
   if (result.error == 0) {
-    for (const TableUpdate& update : updates) update.Commit(&held_);
+    for (const TableUpdate& update : updates) update.Commit(result, &held_);
     for (const std::string& port : ports) {
       verified_.erase(port);
       failed_.erase(port);
@@ -195,7 +208,7 @@ BatchResult KernelBackend::TryProgram(const Targets& targets, bool* again) {
 // it then drops them all: a third of the cost of a large update. So nobody listens meanwhile;
 // whether anyone else came in between shows in the generation.
 BatchResult KernelBackend::Send(NftBatch* batch, uint32_t generation) {
-  constexpr size_t kLarge = 1000;  // messages
+  constexpr size_t kLarge = 500;  // messages
   if (batch->size() < kLarge) return batch->Commit(*commands_);
   events_->SetMember(NFNLGRP_NFTABLES, false);
   BatchResult result = batch->Commit(*commands_);
@@ -216,7 +229,11 @@ int KernelBackend::Refresh() {
     HeldTables tables;
     const int error = reader_->ReadTables(&tables);
     if (error != 0) return error;
-    for (const auto& [port, table] : held_) verified_.insert(port);
+    for (const auto& [port, table] : held_) {
+      verified_.insert(port);
+      const auto now = tables.find(port);
+      if (now != tables.end()) CarryOn(table, &now->second);
+    }
     held_ = std::move(tables);
     for (const auto& [port, table] : held_) verified_.insert(port);
     for (const GroupSlot slot : kSlots) {
@@ -232,6 +249,8 @@ int KernelBackend::Refresh() {
     const int error = reader_->ReadTable(port, &table);
     if (error != 0) return error;
     if (table) {
+      const auto before = held_.find(port);
+      if (before != held_.end()) CarryOn(before->second, &*table);
       held_[port] = std::move(*table);
     } else {
       held_.erase(port);
@@ -246,7 +265,7 @@ void KernelBackend::ReadEvents() {
   std::vector<char> buffer(1 << 16);
   for (;;) {
     const ssize_t size = events_->Receive(buffer.data(), buffer.size(), /*wait=*/false);
-    if (size == -ENOBUFS) all_stale_ = true;
+    if (size < 0 && size != -EAGAIN && size != -EINTR) all_stale_ = true;
     if (size == -ENOBUFS || size == -EINTR) continue;
     if (size < 0) return;
     auto remaining = static_cast<int>(size);
@@ -333,7 +352,7 @@ int KernelBackend::ReadHandles(const TableUpdate& update) {
   for (const ChainRef& ref : update.ChainsToRead()) {
     HeldGroup& group = held_.at(update.port()).groups[ref.slot];
     HeldChain& known = ref.chunk ? group.chunks.at(*ref.chunk) : group.base;
-    HeldChain now;
+    HeldChain now{known.guard, {}};
     const int error = reader_->ReadChain(update.port(), ref.slot, ref.Name(), &now);
     if (error != 0) return error;
     if (!SameRules(known, now)) return -ESTALE;
@@ -418,6 +437,10 @@ bool KernelBackend::ReadHits(const FiltersGroup& group, HitsById* hits) {
     for (uint32_t number : held->second.groups[slot].order) {
       std::vector<Hits> of_chunk;
       if (reader_->ReadHits(port, slot, number, &of_chunk) != 0) return false;
+      const HeldChain& chunk = held->second.groups[slot].chunks.at(number);
+      if (of_chunk.size() != chunk.rules.size()) return false;
+      for (size_t i = 0; i < of_chunk.size(); ++i)
+        of_chunk[i] = of_chunk[i] + chunk.rules[i].carried;
       of_rule.insert(of_rule.end(), of_chunk.begin(), of_chunk.end());
     }
     // Otherwise someone else has changed the table, which will be put right.
@@ -426,8 +449,7 @@ bool KernelBackend::ReadHits(const FiltersGroup& group, HitsById* hits) {
     for (const PortEntry& entry : rules.entries) {
       Hits& sum = (*hits)[entry.id];
       for (uint8_t i = 0; i < entry.rule_count; ++i, ++rule) {
-        sum.packets += of_rule[rule].packets;
-        sum.bytes += of_rule[rule].bytes;
+        sum = sum + of_rule[rule];
       }
     }
   }

@@ -28,23 +28,11 @@ bool IsOurBaseChain(const nftnl_chain* chain, GroupSlot slot, const std::string&
          Text(nftnl_chain_get_str(chain, NFTNL_CHAIN_DEV)) == port;
 }
 
-HeldRule ToHeldRule(const nftnl_rule* object, GroupSlot slot) {
+HeldRule ToHeldRule(const nftnl_rule* object, const Guard& guard, GroupSlot slot) {
   HeldRule held;
-  held.rule = std::make_shared<const Rule>(DecodeRule(object, slot, &held.hits));
+  held.rule = std::make_shared<const Rule>(DecodeRule(object, guard, slot, &held.hits));
   held.handle = nftnl_rule_get_u64(object, NFTNL_RULE_HANDLE);
   return held;
-}
-
-Hits CounterOf(const nftnl_rule* rule) {
-  Hits hits;
-  nftnl_expr_iter* iterator = nftnl_expr_iter_create(rule);
-  while (nftnl_expr* expr = nftnl_expr_iter_next(iterator)) {
-    if (strcmp(nftnl_expr_get_str(expr, NFTNL_EXPR_NAME), "counter") != 0) continue;
-    hits.packets = nftnl_expr_get_u64(expr, NFTNL_EXPR_CTR_PACKETS);
-    hits.bytes = nftnl_expr_get_u64(expr, NFTNL_EXPR_CTR_BYTES);
-  }
-  nftnl_expr_iter_destroy(iterator);
-  return hits;
 }
 
 }  // namespace
@@ -63,8 +51,9 @@ class KernelReader::Assembly {
     const std::string name = Text(nftnl_chain_get_str(chain, NFTNL_CHAIN_NAME));
     const bool is_base = nftnl_chain_is_set(chain, NFTNL_CHAIN_HOOKNUM);
     for (const GroupSlot slot : {kL2, kL3}) {
-      if (is_base && name == BaseChainName(slot) && IsOurBaseChain(chain, slot, port_)) {
+      if (is_base && name == BaseChainName(slot)) {
         has_base_[slot] = true;
+        intact_ = intact_ && IsOurBaseChain(chain, slot, port_);
         return;
       }
     }
@@ -84,12 +73,19 @@ class KernelReader::Assembly {
     }
   }
 
-  // Every chain that rules are read from, with the place that they go to.
+  // Every chain that rules are read from, with the place that they go to. The chunks come behind
+  // their base chain, which tells their guards.
   template <class F>
   void ForEachChain(const F& f) {
     for (const GroupSlot slot : {kL2, kL3}) {
       HeldGroup& group = table_.groups[slot];
       if (has_base_[slot]) f(slot, std::string(BaseChainName(slot)), &group.base);
+      for (const HeldRule& held : group.base.rules) {
+        const auto chunk = group.chunks.find(held.rule->outcome.chunk);
+        if (IsJump(*held.rule) && chunk != group.chunks.end()) {
+          chunk->second.guard = held.rule->tests;
+        }
+      }
       for (auto& [number, chunk] : group.chunks) f(slot, ChunkName(slot, number), &chunk);
     }
   }
@@ -106,6 +102,11 @@ class KernelReader::Assembly {
   }
 
  private:
+  static bool IsJump(const Rule& rule) {
+    return !rule.foreign && rule.outcome.verdict == Verdict::kJump && !rule.outcome.counted &&
+           std::all_of(rule.tests.begin(), rule.tests.end(), CanGuard);
+  }
+
   // Derives the order from the jumps; false unless they are the base chain's only rules and name
   // every chunk once.
   static bool OrderChunks(HeldGroup* group) {
@@ -113,8 +114,7 @@ class KernelReader::Assembly {
     std::set<uint32_t> seen;
     for (const HeldRule& held : group->base.rules) {
       const Rule& rule = *held.rule;
-      if (rule.foreign || rule.outcome.verdict != Verdict::kJump || !rule.tests.empty() ||
-          rule.outcome.counted || group->chunks.count(rule.outcome.chunk) == 0 ||
+      if (!IsJump(rule) || group->chunks.count(rule.outcome.chunk) == 0 ||
           !seen.insert(rule.outcome.chunk).second) {
         sound = false;
         continue;
@@ -294,12 +294,12 @@ int KernelReader::ReadTable(const std::string& port, std::optional<HeldTable>* t
 
 int KernelReader::ReadChain(const std::string& port, GroupSlot slot, const std::string& chain,
                             HeldChain* rules) {
-  HeldChain result;
+  HeldChain result{rules->guard, {}};
   const int error = DumpRules(TableName(port), chain, [&](const nftnl_rule* rule) {
     if (rule == nullptr) {
       result.rules.clear();
     } else {
-      result.rules.push_back(ToHeldRule(rule, slot));
+      result.rules.push_back(ToHeldRule(rule, result.guard, slot));
     }
   });
   if (error != 0 && error != -ENOENT) return error;

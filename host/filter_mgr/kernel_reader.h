@@ -42,7 +42,8 @@ class KernelReader {
   int ReadTables(HeldTables* tables);
   // One port's table; no value when there is none.
   int ReadTable(const std::string& port, std::optional<HeldTable>* table);
-  // The rules of one chain, with their handles. A chain that does not exist reads as empty.
+  // The rules of one chain behind the guard of `*rules`, with their handles. A chain that does not
+  // exist reads as empty.
   int ReadChain(const std::string& port, GroupSlot slot, const std::string& chain,
                 HeldChain* rules);
   // The hits of each rule of a chunk, in order.

@@ -12,10 +12,10 @@
 
 namespace host {
 
-int LinkTable::Open() {
+int LinkTable::Open(const NetlinkOpener& open) {
   int error = 0;
-  events_ = OpenNetlink({NETLINK_ROUTE, RTNLGRP_LINK, 0}, &error);
-  if (events_ != nullptr) requests_ = OpenNetlink({NETLINK_ROUTE, 0, 0}, &error);
+  events_ = open({NETLINK_ROUTE, RTNLGRP_LINK, 0}, &error);
+  if (events_ != nullptr) requests_ = open({NETLINK_ROUTE, 0, 0}, &error);
   if (error != 0) return error;
   std::set<std::string> ignored;
   return Read(&ignored);
@@ -83,7 +83,7 @@ std::set<std::string> LinkTable::Update() {
   std::vector<char> buffer(1 << 16);
   for (;;) {
     const ssize_t size = events_->Receive(buffer.data(), buffer.size(), /*wait=*/false);
-    if (size == -ENOBUFS) complete_ = false;
+    if (size < 0 && size != -EAGAIN && size != -EINTR) complete_ = false;
     if (size == -ENOBUFS || size == -EINTR) continue;
     if (size < 0) break;
     auto remaining = static_cast<int>(size);

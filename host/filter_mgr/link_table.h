@@ -15,7 +15,7 @@ namespace host {
 class LinkTable {
  public:
   // Starts watching, then reads what is there. 0 or a negative errno.
-  int Open();
+  int Open(const NetlinkOpener& open);
 
   bool Has(const std::string& name) const { return index_of_.count(name) != 0; }
   int fd() const { return events_->fd(); }

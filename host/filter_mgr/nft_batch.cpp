@@ -8,6 +8,7 @@
 
 #include <cerrno>
 
+#include "host/filter_mgr/difference.h"
 #include "host/filter_mgr/nft_objects.h"
 #include "host/filter_mgr/rule_codec.h"
 
@@ -127,8 +128,15 @@ void NftBatch::AddChain(const std::string& table, const std::string& chain) {
   Finish(message);
 }
 
-void NftBatch::DeleteChain(const std::string& table, const std::string& chain) {
-  nlmsghdr* message = Start(NFT_MSG_DELCHAIN, 0);
+uint16_t NftBatch::Tell(bool tell, size_t rules) {
+  constexpr size_t kMost = 8192;  // about 4 MiB
+  if (!tell || told_ + rules > kMost) return 0;
+  told_ += rules;
+  return NLM_F_ECHO;
+}
+
+void NftBatch::DeleteChain(const std::string& table, const std::string& chain, bool tell) {
+  nlmsghdr* message = Start(NFT_MSG_DELCHAIN, Tell(tell, kMaxChunk));
   nftnl_chain_nlmsg_build_payload(message, MakeChain(table, chain).get());
   Finish(message);
 }
@@ -139,19 +147,20 @@ void NftBatch::FlushChain(const std::string& table, const std::string& chain) {
   Finish(message);
 }
 
-void NftBatch::DeleteRule(const std::string& table, const std::string& chain, uint64_t handle) {
+void NftBatch::DeleteRule(const std::string& table, const std::string& chain, uint64_t handle,
+                          bool tell) {
   const RuleObjectPtr object = MakeRule(table, chain);
   nftnl_rule_set_u64(object.get(), NFTNL_RULE_HANDLE, handle);
-  nlmsghdr* message = Start(NFT_MSG_DELRULE, 0);
+  nlmsghdr* message = Start(NFT_MSG_DELRULE, Tell(tell, 1));
   nftnl_rule_nlmsg_build_payload(message, object.get());
   Finish(message);
 }
 
 void NftBatch::AddRule(const std::string& table, const std::string& chain, const Rule& rule,
-                       GroupSlot slot, const Hits& hits, uint64_t before) {
+                       const Guard& guard, GroupSlot slot, const Hits& hits, uint64_t before) {
   const RuleObjectPtr object = MakeRule(table, chain);
   if (before != 0) nftnl_rule_set_u64(object.get(), NFTNL_RULE_POSITION, before);
-  EncodeRule(rule, slot, hits, object.get());
+  EncodeRule(rule, guard, slot, hits, object.get());
   nlmsghdr* message = Start(NFT_MSG_NEWRULE, before != 0 ? kAdd : kAppend);
   nftnl_rule_nlmsg_build_payload(message, object.get());
   Finish(message);
@@ -169,6 +178,18 @@ BatchResult NftBatch::Commit(NetlinkSocket& socket) {
   if (result.error == 0) ReadAnswers(socket, &result);
   return result;
 }
+
+namespace {
+
+// Notes what the counter of a removed rule came to.
+void NoteRemoval(const nlmsghdr* message, BatchResult* result) {
+  const RuleObjectPtr rule(nftnl_rule_alloc());
+  if (nftnl_rule_nlmsg_parse(message, rule.get()) < 0) return;
+  result->last_hits[{nftnl_rule_get_str(rule.get(), NFTNL_RULE_TABLE),
+                     nftnl_rule_get_u64(rule.get(), NFTNL_RULE_HANDLE)}] = CounterOf(rule.get());
+}
+
+}  // namespace
 
 // The kernel has answered by the time that send() returned. It reports every message that it
 // refuses; the first is the one to name, and what the others lead to if they overflow the buffer
@@ -191,6 +212,9 @@ void NftBatch::ReadAnswers(NetlinkSocket& socket, BatchResult* result) const {
     const auto* header = reinterpret_cast<const nlmsghdr*>(buffer.data());
     for (; mnl_nlmsg_ok(header, remaining); header = mnl_nlmsg_next(header, &remaining)) {
       const uint32_t index = header->nlmsg_seq - begin_sequence_;
+      if (header->nlmsg_type == (NFNL_SUBSYS_NFTABLES << 8 | NFT_MSG_DELRULE)) {
+        NoteRemoval(header, result);
+      }
       if (header->nlmsg_type != NLMSG_ERROR || index > origins_.size()) continue;
       const int error = static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(header))->error;
       done = done || (index == origins_.size() && error == 0);

@@ -4,8 +4,10 @@
 #define HOST_FILTER_MGR_NFT_BATCH_H_
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/filter_mgr/backend.h"
@@ -31,6 +33,8 @@ struct BatchResult {
   std::string port;
   GroupSlot slot = kL2;
   int64_t rule = -1;
+  // What the counters of rules came to that were removed with `tell`, by table and handle.
+  std::map<std::pair<std::string, uint64_t>, Hits> last_hits;
 };
 
 class NftBatch {
@@ -47,13 +51,16 @@ class NftBatch {
   void AddSet(const std::string& table, const FixedSet& set);
   void AddBaseChain(const std::string& table, GroupSlot slot, const std::string& device);
   void AddChain(const std::string& table, const std::string& chain);
-  void DeleteChain(const std::string& table, const std::string& chain);
+  // With its rules. With `tell` the result says what their counters came to, until it has become a
+  // lot: the kernel would drop what overflows its buffer, and its answer with it.
+  void DeleteChain(const std::string& table, const std::string& chain, bool tell = false);
   // Removes all rules of a chain.
   void FlushChain(const std::string& table, const std::string& chain);
-  void DeleteRule(const std::string& table, const std::string& chain, uint64_t handle);
+  void DeleteRule(const std::string& table, const std::string& chain, uint64_t handle,
+                  bool tell = false);
   // Adds a rule before the rule with that handle; 0: at the chain's end.
-  void AddRule(const std::string& table, const std::string& chain, const Rule& rule, GroupSlot slot,
-               const Hits& hits, uint64_t before);
+  void AddRule(const std::string& table, const std::string& chain, const Rule& rule,
+               const Guard& guard, GroupSlot slot, const Hits& hits, uint64_t before);
 
   // Number of messages, begin and end aside.
   size_t size() const { return origins_.size(); }
@@ -79,7 +86,11 @@ class NftBatch {
 
   std::vector<Page> pages_;
   std::vector<MessageOrigin> origins_;  // per message
+  // Flag for a removal of so many rules at most that are to be told of.
+  uint16_t Tell(bool tell, size_t rules);
+
   MessageOrigin origin_;
+  size_t told_ = 0;  // rules whose removal the kernel tells of, at most
   uint32_t begin_sequence_ = 0;
   nlmsghdr* last_ = nullptr;
 };

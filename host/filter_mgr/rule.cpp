@@ -1,5 +1,6 @@
 #include "host/filter_mgr/rule.h"
 
+#include <algorithm>
 #include <string_view>
 
 namespace host {
@@ -18,6 +19,11 @@ size_t Mix(size_t hash, size_t value) {
 bool FieldTest::operator==(const FieldTest& other) const {
   return source == other.source && set == other.set && offset == other.offset &&
          length == other.length && mask == other.mask && value == other.value;
+}
+
+bool FieldTest::IsExact() const {
+  return set == ValueSet::kNone && std::all_of(mask.begin(), mask.begin() + length,
+                                               [](uint8_t byte) { return byte == 0xff; });
 }
 
 bool Outcome::operator==(const Outcome& other) const {
@@ -41,8 +47,27 @@ size_t HashRule(const Rule& rule) {
   return hash;
 }
 
-RulePtr JumpTo(uint32_t chunk) {
+bool CanGuard(const FieldTest& test) {
+  constexpr uint8_t kProtocol = 9;  // RFC 791
+  return test.IsExact() &&
+         (test.source == Source::kEtherType ||
+          (test.source == Source::kNetwork && test.offset == kProtocol && test.length == 1));
+}
+
+Guard GuardOf(const Rule& rule) {
+  auto first = rule.tests.end();
+  while (first != rule.tests.begin() && CanGuard(*(first - 1))) --first;
+  return {first, rule.tests.end()};
+}
+
+bool FitsGuard(const Rule& rule, const Guard& guard) {
+  return rule.tests.size() >= guard.size() &&
+         std::equal(guard.rbegin(), guard.rend(), rule.tests.rbegin());
+}
+
+RulePtr JumpTo(uint32_t chunk, const Guard& guard) {
   auto rule = std::make_shared<Rule>();
+  rule->tests = guard;
   rule->outcome.verdict = Verdict::kJump;
   rule->outcome.counted = false;
   rule->outcome.chunk = chunk;

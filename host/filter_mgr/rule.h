@@ -46,6 +46,8 @@ struct FieldTest {
   Bytes value{};       // zero where `mask` is
 
   bool operator==(const FieldTest& other) const;
+  // Whether all bits are compared with one value.
+  bool IsExact() const;
 };
 
 enum class Verdict : uint8_t {
@@ -76,8 +78,18 @@ bool SameRule(const Rule& a, const Rule& b);
 // Equal for rules that are the same.
 size_t HashRule(const Rule& rule);
 
+// Tests that all rules of a chunk end with. They are made once, before the jump to the chunk.
+using Guard = std::vector<FieldTest>;
+
+// Whether the test can be part of a guard: it asks for an EtherType or an IP protocol.
+bool CanGuard(const FieldTest& test);
+// The longest guard that a chunk of this rule alone can have.
+Guard GuardOf(const Rule& rule);
+// Whether the rule may stand in a chunk with that guard.
+bool FitsGuard(const Rule& rule, const Guard& guard);
+
 // A rule that jumps to a chunk.
-RulePtr JumpTo(uint32_t chunk);
+RulePtr JumpTo(uint32_t chunk, const Guard& guard);
 
 }  // namespace host
 

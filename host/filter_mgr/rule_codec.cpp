@@ -22,6 +22,12 @@ constexpr uint32_t kRegister = NFT_REG_1;
 constexpr uint32_t kTciOffset = 14, kTciLength = 2;
 constexpr uint8_t kPcpShiftInByte = 5, kKeepBits = 0x1f;
 
+// The kernel's fast path for aligned loads of 1, 2 and 4 bytes takes the bytes of a later fragment
+// for a header. So a byte more is read than is compared.
+uint32_t LoadLength(Source source, uint32_t compared) {
+  return source == Source::kTransport ? compared + 1 : compared;
+}
+
 constexpr struct {
   Source source;
   uint32_t base;
@@ -51,9 +57,7 @@ class Encoder {
       nftnl_expr_set_str(lookup, NFTNL_EXPR_LOOKUP_SET, FixedSetOf(test.set).name);
       return;
     }
-    const bool exact = std::all_of(test.mask.begin(), test.mask.begin() + test.length,
-                                   [](uint8_t byte) { return byte == 0xff; });
-    if (!exact) Mask(test.mask.data(), FieldTest::Bytes{}.data(), test.length);
+    if (!test.IsExact()) Mask(test.mask.data(), FieldTest::Bytes{}.data(), test.length);
     nftnl_expr* cmp = Add("cmp");
     nftnl_expr_set_u32(cmp, NFTNL_EXPR_CMP_SREG, kRegister);
     nftnl_expr_set_u32(cmp, NFTNL_EXPR_CMP_OP, NFT_CMP_EQ);
@@ -106,7 +110,8 @@ class Encoder {
 
   void Load(const FieldTest& test) {
     for (const auto& payload : kPayloadBases) {
-      if (payload.source == test.source) LoadPayload(payload.base, test.offset, test.length);
+      if (payload.source != test.source) continue;
+      LoadPayload(payload.base, test.offset, LoadLength(test.source, test.length));
     }
     for (const auto& meta : kMetaKeys) {
       if (meta.source != test.source) continue;
@@ -138,9 +143,11 @@ class Encoder {
 
 }  // namespace
 
-void EncodeRule(const Rule& rule, GroupSlot slot, const Hits& hits, nftnl_rule* out) {
+void EncodeRule(const Rule& rule, const Guard& guard, GroupSlot slot, const Hits& hits,
+                nftnl_rule* out) {
   Encoder encoder(out);
-  for (const FieldTest& test : rule.tests) encoder.AddTest(test);
+  const size_t own = rule.tests.size() - guard.size();
+  for (size_t i = 0; i < own; ++i) encoder.AddTest(rule.tests[i]);
   const Outcome& outcome = rule.outcome;
   if (outcome.counted) encoder.AddCounter(hits);
   if (outcome.tag_pcp) encoder.AddTagPcp(*outcome.tag_pcp);
@@ -196,11 +203,11 @@ class Decoder {
   bool Has(uint16_t attribute, uint32_t value) const {
     return nftnl_expr_is_set(expr_, attribute) && Get(attribute) == value;
   }
-  // Copies the attribute's first `length` bytes; false if it is shorter.
+  // Copies the attribute's `length` bytes; false if it is of another length.
   bool GetBytes(uint16_t attribute, uint8_t* bytes, uint32_t length) const {
     uint32_t size = 0;
     const void* data = nftnl_expr_get(expr_, attribute, &size);
-    if (data == nullptr || size < length) return false;
+    if (data == nullptr || size != length) return false;
     memcpy(bytes, data, length);
     return true;
   }
@@ -249,12 +256,13 @@ class Decoder {
     }
     if (!Has(NFTNL_EXPR_PAYLOAD_DREG, kRegister)) return false;
     const uint32_t offset = Get(NFTNL_EXPR_PAYLOAD_OFFSET), length = Get(NFTNL_EXPR_PAYLOAD_LEN);
-    if (offset > 255 || length > FieldTest::kMaxLength) return false;
-    test->offset = static_cast<uint8_t>(offset);
-    test->length = static_cast<uint8_t>(length);
     for (const auto& payload : kPayloadBases) {
       if (!Has(NFTNL_EXPR_PAYLOAD_BASE, payload.base)) continue;
+      const uint32_t extra = LoadLength(payload.source, 0);
+      if (offset > 255 || length <= extra || length > FieldTest::kMaxLength) return false;
       test->source = payload.source;
+      test->offset = static_cast<uint8_t>(offset);
+      test->length = static_cast<uint8_t>(length - extra);
       return true;
     }
     return false;
@@ -335,12 +343,27 @@ class Decoder {
 
 }  // namespace
 
-Rule DecodeRule(const nftnl_rule* in, GroupSlot slot, Hits* hits) {
+Rule DecodeRule(const nftnl_rule* in, const Guard& guard, GroupSlot slot, Hits* hits) {
   Rule rule;
-  if (Decoder(in, slot).Read(&rule, hits)) return rule;
+  if (Decoder(in, slot).Read(&rule, hits)) {
+    rule.tests.insert(rule.tests.end(), guard.begin(), guard.end());
+    return rule;
+  }
   Rule foreign;
   foreign.foreign = true;
   return foreign;
+}
+
+Hits CounterOf(const nftnl_rule* rule) {
+  Hits hits;
+  nftnl_expr_iter* iterator = nftnl_expr_iter_create(rule);
+  while (nftnl_expr* expr = nftnl_expr_iter_next(iterator)) {
+    if (strcmp(nftnl_expr_get_str(expr, NFTNL_EXPR_NAME), "counter") != 0) continue;
+    hits.packets = nftnl_expr_get_u64(expr, NFTNL_EXPR_CTR_PACKETS);
+    hits.bytes = nftnl_expr_get_u64(expr, NFTNL_EXPR_CTR_BYTES);
+  }
+  nftnl_expr_iter_destroy(iterator);
+  return hits;
 }
 
 }  // namespace host

@@ -1,6 +1,7 @@
 #include "host/filter_mgr/table_update.h"
 
 #include <algorithm>
+#include <set>
 
 namespace host {
 namespace {
@@ -32,8 +33,32 @@ bool HasRules(const HeldGroup& held) { return !held.chunks.empty(); }
 
 std::vector<RulePtr> Jumps(const Layout& layout) {
   std::vector<RulePtr> jumps;
-  for (const ChunkPlan& chunk : layout.chunks) jumps.push_back(JumpTo(chunk.number));
+  for (const ChunkPlan& chunk : layout.chunks) jumps.push_back(JumpTo(chunk.number, chunk.guard));
   return jumps;
+}
+
+// Chunks that rules are moved from.
+std::set<uint32_t> MovedFrom(const Layout& layout) {
+  std::set<uint32_t> chunks;
+  for (const auto& [index, place] : layout.moved) chunks.insert(place.chunk);
+  return chunks;
+}
+
+// Notes, by index, the carried hits of the rules that stay in an edited chunk.
+void NoteCarried(const HeldChain& held, const ChunkPlan& chunk, const std::vector<RulePtr>& rules,
+                 std::map<size_t, Hits>* carried) {
+  if (std::all_of(held.rules.begin(), held.rules.end(),
+                  [](const HeldRule& rule) { return rule.carried.packets == 0; })) {
+    return;
+  }
+  std::vector<const Rule*> before, now;
+  for (const HeldRule& rule : held.rules) before.push_back(rule.rule.get());
+  for (size_t i = chunk.begin; i < chunk.end; ++i) now.push_back(rules[i].get());
+  const std::vector<int> places = MatchRules(before, now);
+  for (size_t i = 0; i < places.size(); ++i) {
+    if (places[i] < 0) continue;
+    (*carried)[chunk.begin + i] = held.rules[static_cast<size_t>(places[i])].carried;
+  }
 }
 
 // Only a table made to persist can be taken over, and only one that nobody owns needs to be.
@@ -75,7 +100,8 @@ void TableUpdate::PlanBuild() {
           Salvage(held_ == nullptr ? NoGroup() : held_->groups[slot]));
       group.rules = group.salvaged.get();
     }
-    group.layout = PlanLayout(NoGroup(), *group.rules);
+    group.layout =
+        PlanLayout(held_ == nullptr ? NoGroup() : held_->groups[slot], *group.rules, /*anew=*/true);
   }
 }
 
@@ -105,14 +131,17 @@ std::vector<RulePtr> TableUpdate::RulesOf(GroupSlot slot, const ChunkPlan& chunk
 
 std::vector<ChainRef> TableUpdate::ChainsToRead() const {
   std::vector<ChainRef> chains;
-  if (action_ != Action::kEdit) return chains;
   for (const GroupSlot slot : kSlots) {
     if (groups_[slot].rules == nullptr) continue;
     const Layout& layout = groups_[slot].layout;
+    std::set<uint32_t> moved_from = MovedFrom(layout);
     if (layout.order_changed && !HeldOf(slot).order.empty()) chains.push_back({slot, {}});
     for (const ChunkPlan& chunk : layout.chunks) {
-      if (chunk.changed && !chunk.is_new) chains.push_back({slot, chunk.number});
+      if (!chunk.changed || chunk.is_new) continue;
+      chains.push_back({slot, chunk.number});
+      moved_from.erase(chunk.number);
     }
+    for (uint32_t number : moved_from) chains.push_back({slot, number});
   }
   return chains;
 }
@@ -142,26 +171,33 @@ void TableUpdate::EncodeGroup(GroupSlot slot, NftBatch* batch) const {
   }
   batch->SetOrigin({port_, slot, -1});
   if (layout.order_changed) EncodeJumps(slot, batch);
-  for (uint32_t number : layout.removed) batch->DeleteChain(table_, ChunkName(slot, number));
+  const std::set<uint32_t> moved_from = MovedFrom(layout);
+  for (uint32_t number : layout.removed) {
+    batch->DeleteChain(table_, ChunkName(slot, number), moved_from.count(number) != 0);
+  }
+}
+
+const HeldRule* TableUpdate::MovedRule(GroupSlot slot, size_t index) const {
+  const auto& moved = groups_[slot].layout.moved;
+  const auto it = moved.find(index);
+  if (it == moved.end()) return nullptr;
+  return &held_->groups[slot].chunks.at(it->second.chunk).rules[it->second.index];
 }
 
 void TableUpdate::EncodeChunk(GroupSlot slot, const ChunkPlan& chunk, NftBatch* batch) const {
   const std::string name = ChunkName(slot, chunk.number);
-  const Layout& layout = groups_[slot].layout;
   const ChainEdit edit = EditChain(HeldChunk(slot, chunk), RulesOf(slot, chunk));
   batch->SetOrigin({port_, slot, -1});
   if (chunk.is_new) batch->AddChain(table_, name);
   if (edit.flush) batch->FlushChain(table_, name);
-  for (uint64_t handle : edit.deletes) batch->DeleteRule(table_, name, handle);
+  const bool tell = MovedFrom(groups_[slot].layout).count(chunk.number) != 0;
+  for (uint64_t handle : edit.deletes) batch->DeleteRule(table_, name, handle, tell);
   for (const RuleInsert& insert : edit.inserts) {
     const size_t index = chunk.begin + insert.index;
-    const auto moved = chunk.is_new ? layout.moved.find(index) : layout.moved.end();
-    const Hits hits =
-        moved == layout.moved.end()
-            ? insert.hits
-            : HeldOf(slot).chunks.at(moved->second.chunk).rules[moved->second.index].hits;
+    const HeldRule* const old = MovedRule(slot, index);
     batch->SetOrigin({port_, slot, static_cast<int64_t>(index)});
-    batch->AddRule(table_, name, *insert.rule, slot, hits, insert.before);
+    batch->AddRule(table_, name, *insert.rule, chunk.guard, slot,
+                   old == nullptr ? Hits{} : old->hits + old->carried, insert.before);
   }
 }
 
@@ -171,11 +207,11 @@ void TableUpdate::EncodeJumps(GroupSlot slot, NftBatch* batch) const {
   if (edit.flush) batch->FlushChain(table_, base);
   for (uint64_t handle : edit.deletes) batch->DeleteRule(table_, base, handle);
   for (const RuleInsert& insert : edit.inserts) {
-    batch->AddRule(table_, base, *insert.rule, slot, {}, insert.before);
+    batch->AddRule(table_, base, *insert.rule, {}, slot, {}, insert.before);
   }
 }
 
-void TableUpdate::Commit(HeldTables* tables) const {
+void TableUpdate::Commit(const BatchResult& result, HeldTables* tables) const {
   switch (action_) {
     case Action::kNone:
       break;
@@ -192,19 +228,33 @@ void TableUpdate::Commit(HeldTables* tables) const {
   const auto it = tables->find(*port_);
   if (it == tables->end()) return;
   for (const GroupSlot slot : kSlots) {
-    if (groups_[slot].rules != nullptr) CommitGroup(slot, &it->second.groups[slot]);
+    if (groups_[slot].rules != nullptr) CommitGroup(slot, result, &it->second.groups[slot]);
   }
 }
 
-void TableUpdate::CommitGroup(GroupSlot slot, HeldGroup* held) const {
+void TableUpdate::CommitGroup(GroupSlot slot, const BatchResult& result, HeldGroup* held) const {
   const Layout& layout = groups_[slot].layout;
   const std::vector<RulePtr>& rules = *groups_[slot].rules;
+  std::map<size_t, Hits> carried;  // by index of the rule
+  for (const auto& [index, place] : layout.moved) {
+    if (action_ == Action::kBuild) break;
+    const HeldRule& old = *MovedRule(slot, index);
+    const auto last = result.last_hits.find({table_, old.handle});
+    if (last != result.last_hits.end()) carried[index] = last->second.Since(old.hits);
+  }
+  for (const ChunkPlan& chunk : layout.chunks) {
+    if (chunk.is_new || !chunk.changed) continue;
+    NoteCarried(held->chunks.at(chunk.number), chunk, rules, &carried);
+  }
   for (uint32_t number : layout.removed) held->chunks.erase(number);
   for (const ChunkPlan& chunk : layout.chunks) {
     HeldChain& chain = held->chunks[chunk.number];
-    if (chunk.is_new || chunk.changed) {
-      chain = {};
-      chain.rules.resize(chunk.end - chunk.begin);
+    if (chunk.changed) {
+      chain = {chunk.guard, std::vector<HeldRule>(chunk.end - chunk.begin)};
+      for (size_t i = chunk.begin; i < chunk.end; ++i) {
+        const auto hits = carried.find(i);
+        if (hits != carried.end()) chain.rules[i - chunk.begin].carried = hits->second;
+      }
     }
     // Equal rules become the same one, which later comparisons see at a glance.
     for (size_t i = 0; i < chain.rules.size(); ++i) {
@@ -219,7 +269,7 @@ void TableUpdate::CommitGroup(GroupSlot slot, HeldGroup* held) const {
   held->base = {};
   for (const ChunkPlan& chunk : layout.chunks) {
     held->order.push_back(chunk.number);
-    held->base.rules.push_back({JumpTo(chunk.number), 0, {}});
+    held->base.rules.push_back({JumpTo(chunk.number, chunk.guard), 0, {}, {}});
   }
 }
 

@@ -39,12 +39,13 @@ class TableUpdate {
   bool empty() const { return action_ == Action::kNone; }
   const std::string& port() const { return *port_; }
 
-  // The chains whose handles and hits must be read before Encode().
+  // The chains whose handles and hits must be read before Encode(): those that are edited, and
+  // those that rules are moved from.
   std::vector<ChainRef> ChainsToRead() const;
   // Adds the messages to `batch`.
   void Encode(NftBatch* batch) const;
-  // Notes in `tables` what the kernel holds after the batch.
-  void Commit(HeldTables* tables) const;
+  // Notes in `tables` what the kernel holds after the batch, which had `result`.
+  void Commit(const BatchResult& result, HeldTables* tables) const;
 
  private:
   enum class Action {
@@ -71,7 +72,9 @@ class TableUpdate {
   void EncodeGroup(GroupSlot slot, NftBatch* batch) const;
   void EncodeChunk(GroupSlot slot, const ChunkPlan& chunk, NftBatch* batch) const;
   void EncodeJumps(GroupSlot slot, NftBatch* batch) const;
-  void CommitGroup(GroupSlot slot, HeldGroup* held) const;
+  // The rule, as held, that the group's rule `index` is moved from; null if it is not moved.
+  const HeldRule* MovedRule(GroupSlot slot, size_t index) const;
+  void CommitGroup(GroupSlot slot, const BatchResult& result, HeldGroup* held) const;
 
   const std::string* port_;
   std::string table_;

@@ -9,7 +9,7 @@ import subprocess
 import time
 import unittest
 
-from daemon import DAEMON, DaemonTest
+from daemon import ACLCTL, DAEMON, DaemonTest
 
 CLONE_NEWUSER, CLONE_NEWNET = 0x10000000, 0x40000000
 
@@ -97,23 +97,39 @@ class KernelTest(DaemonTest):
         self.assertEqual((flushed.returncode, flushed.stdout), (0, "Filters of 1 port removed.\n"))
         self.assertNotIn("acl-app", self.tables())
 
+    def await_(self, condition):
+        deadline = time.monotonic() + 5
+        while not condition() and time.monotonic() < deadline:
+            time.sleep(0.01)
+        self.assertTrue(condition())
+
     def test_the_loop_follows_interfaces_and_repairs_damage(self):
         daemon = self.start()
         self.apply(daemon, (1, 80))
-        states = lambda: json.loads(self.aclctl(daemon, "show", "groups", "--json").stdout)[
+        state = lambda: json.loads(self.aclctl(daemon, "show", "groups", "--json").stdout)[
             "acl-app-filters:filters"]["port"][0]["state"]
-        self.assertEqual(states(), "enforced")
+        self.assertEqual(state(), "enforced")
         subprocess.run("ip link set port0 down; ip link set port0 name away", shell=True, check=True)
-        deadline = time.monotonic() + 5
-        while states() != "absent" and time.monotonic() < deadline:
-            time.sleep(0.01)
-        self.assertEqual(states(), "absent")
+        self.await_(lambda: state() == "absent")
         subprocess.run("ip link set away name port0; ip link set port0 up", shell=True, check=True)
-        deadline = time.monotonic() + 5
-        while self.hits(daemon) == [0] and time.monotonic() < deadline:
-            send(80)  # the peer takes a while to see that the link is up
-        self.assertNotEqual(self.hits(daemon), [0])
+        # The peer takes a while to see that the link is up.
+        self.await_(lambda: send(80) or self.hits(daemon) != [0])
         self.assertIn("interface port0 vanished", daemon.log())
+
+        # Others either cannot do any damage, or it is put right.
+        damage = ["nft", "flush", "chain", "netdev", "acl-app/port0", "l3"]
+        done = subprocess.run(damage, capture_output=True, text=True)
+        if done.returncode == 0:
+            self.await_(lambda: "port0 was not as it should be" in daemon.log())
+        else:
+            self.assertIn("Operation not permitted", done.stderr)
+        # Without the daemon they can, until it is back.
+        self.assertEqual(daemon.stop(signal.SIGKILL), -signal.SIGKILL)
+        subprocess.run(damage, check=True)
+        daemon = self.start(startup_file=self.directory / "config.xml")
+        before = self.hits(daemon)[0]
+        send(80)
+        self.assert_hits(daemon, [before + 1])
 
     def test_without_the_privilege_the_start_is_refused(self):
         result = subprocess.run(
@@ -123,6 +139,15 @@ class KernelTest(DaemonTest):
             capture_output=True, text=True, timeout=30)
         self.assertEqual(result.returncode, 1)
         self.assertIn("it needs CAP_NET_ADMIN", result.stderr)
+
+    def test_a_flush_that_cannot_look_for_the_daemon_does_nothing(self):
+        (self.directory / "closed").mkdir(mode=0)
+        result = subprocess.run(
+            ["setpriv", "--bounding-set=-dac_override,-dac_read_search", "--inh-caps=-all", ACLCTL,
+             "--socket", self.directory / "closed" / "socket", "flush"],
+            capture_output=True, text=True)
+        self.assertEqual(result.returncode, 4)
+        self.assertIn("Permission denied", result.stderr)
 
 
 if __name__ == "__main__":

@@ -71,6 +71,12 @@ Bytes Ipv6Packet(const Bytes& extension, uint8_t next, unsigned int variant) {
   return bytes;
 }
 
+// An IP packet that claims to be longer than it is, by the high byte of its length.
+Bytes TooLong(Bytes packet, size_t length_at) {
+  packet[length_at] += 4;
+  return packet;
+}
+
 // The types and payloads that may follow the last tag.
 std::vector<std::pair<uint16_t, Bytes>> Payloads(unsigned int v) {
   constexpr uint16_t kIpv4 = 0x0800, kIpv6 = 0x86dd, kMoreFragments = 0x2000;
@@ -82,7 +88,9 @@ std::vector<std::pair<uint16_t, Bytes>> Payloads(unsigned int v) {
       {kIpv4, Ipv4Packet(kSctp, v, 0, false)},
       {kIpv4, Ipv4Packet(kUdp, v, kMoreFragments, false)},
       {kIpv4, Ipv4Packet(kUdp, v, 8, false)},
+      {kIpv4, TooLong(Ipv4Packet(kTcp, v, 0, false), 2)},
       {kIpv6, Ipv6Packet({}, kTcp, v)},
+      {kIpv6, TooLong(Ipv6Packet({}, kUdp, v), 4)},
       {kIpv6, Ipv6Packet({kUdp, 0, 1, 4, 0, 0, 0, 0}, 0, v)},         // hop-by-hop options
       {kIpv6, Ipv6Packet({kUdp, 0, 0x00, 0x41, 0, 0, 0, 1}, 44, v)},  // a later fragment
       {kIpv6, Ipv6Packet({}, 58, v)},                                 // ICMPv6

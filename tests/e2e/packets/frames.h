@@ -11,8 +11,9 @@
 namespace host {
 
 // Untagged, with one and with two tags of either type, over: IPv4 with TCP, UDP, ICMP, options,
-// fragments; IPv6 with TCP, UDP, extension headers, fragments; ARP; a length instead of a type;
-// something unknown. Addresses and values vary within the pools of EntryMatches().
+// fragments, a wrong length; IPv6 with TCP, UDP, extension headers, fragments; ARP; a length
+// instead of a type; something unknown. Addresses and values vary within the pools of
+// EntryMatches().
 std::vector<Frame> AllFrames();
 
 // One matching value of each kind (11 of them, DSCP and ToS both), some with masks, all of which

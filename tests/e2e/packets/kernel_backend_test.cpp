@@ -1,6 +1,8 @@
 // The kernel back end over its life: updates, restarts, other people's changes, interfaces that
 // come and go, and a kernel that does not answer.
-#include <random>
+#include <libmnl/libmnl.h>
+#include <linux/netfilter/nf_tables.h>
+#include <linux/netfilter/nfnetlink.h>
 
 #include "host/filter_mgr/flush.h"
 #include "tests/e2e/packets/kernel_fixture.h"
@@ -155,10 +157,15 @@ TEST_F(KernelBackendTest, ARestartRepairsWhatOthersDid) {
     Open();
     Apply(group);
     Apply(other);
+    SendOne(group, 300, 300);
+    const uint64_t hits = HitsOf(group, 300);
     backend_.reset();
     PacketLab::Run("nft '" + damage + "'");
     Open();
     EXPECT_GT(Apply(group), 0u) << damage;
+    // What still has its rule, and is still reached, counts on.
+    const bool lost = damage == "flush chain netdev acl-app/p1 l2" || damage.find("delete") == 0;
+    EXPECT_EQ(lost ? 0 : hits, HitsOf(group, 300)) << damage;
     ExpectInKernel({&group});
     // The group that has not been updated yet keeps its rules, where they are still there.
     if (damage.find("delete") == std::string::npos) ExpectInKernel({&other});
@@ -309,35 +316,6 @@ TEST_F(KernelBackendTest, RefusesWholeAndSaysWhere) {
   ExpectInKernel({&group});
 }
 
-TEST_F(KernelBackendTest, NamesTheEntryThatTheKernelRefuses) {
-  // A jump to a chain that does not exist is something that the kernel does refuse.
-  const std::string port = "p1";
-  PacketLab::Run("nft add table netdev other");  // generation 0 would mean any
-  int error = 0;
-  const auto socket = OpenNetlink({NETLINK_NETFILTER, 0, 0}, &error);
-  uint32_t generation = 0;
-  ASSERT_EQ(0, KernelReader(socket.get()).ReadGeneration(&generation));
-  NftBatch refused(generation);
-  refused.AddTable(TableName(port), 0);
-  refused.AddChain(TableName(port), ChunkName(kL2, 0));
-  for (int64_t i = 0; i < 5; ++i) {
-    refused.SetOrigin({&port, kL2, i});
-    const RulePtr rule = i < 3 ? NumberedRule(1) : JumpTo(7);
-    refused.AddRule(TableName(port), ChunkName(kL2, 0), *rule, kL2, {}, 0);
-  }
-  const BatchResult result = refused.Commit(*socket);
-  EXPECT_TRUE(result.refused);
-  EXPECT_NE(0, result.error);
-  EXPECT_EQ(port, result.port);
-  EXPECT_EQ(3, result.rule);
-  EXPECT_TRUE(ReadKernel().empty());
-  EXPECT_EQ(-ERESTART, [&] {
-    NftBatch old(generation - 1);
-    old.AddTable(TableName(port), 0);
-    return old.Commit(*socket).error;
-  }());
-}
-
 TEST_F(KernelBackendTest, FlushingRemovesAllTables) {
   Apply(GroupOf(kL2Type, {{DenyTo(1), {1, 2}}}));
   PacketLab::Run("nft add table netdev other");
@@ -351,16 +329,30 @@ TEST_F(KernelBackendTest, FlushingRemovesAllTables) {
   EXPECT_THAT(PacketLab::Output("nft list tables"), HasSubstr("other"));
 }
 
-// Fails calls of the back end's command socket from one on: one of them, or all. And drops what is
-// announced.
+// Fails calls on the back end's sockets from one on: one of them, or all. Drops what is announced.
+// Spoils one of the rules that are sent.
 struct FaultPlan {
   int calls = 0;
   int fail_at = -1;
   bool keep_failing = false;
   bool drop_events = false;
+  int spoiled_rule = -1;
   bool Fails() {
     const int call = calls++;
     return fail_at >= 0 && (call == fail_at || (keep_failing && call > fail_at));
+  }
+  // Makes the rule something that the kernel does not know.
+  void Spoil(const std::vector<iovec>& parts) {
+    int rule = 0;
+    for (const iovec& part : parts) {
+      auto remaining = static_cast<int>(part.iov_len);
+      auto* message = static_cast<nlmsghdr*>(part.iov_base);
+      for (; mnl_nlmsg_ok(message, remaining); message = mnl_nlmsg_next(message, &remaining)) {
+        if (message->nlmsg_type != (NFNL_SUBSYS_NFTABLES << 8 | NFT_MSG_NEWRULE)) continue;
+        if (rule++ != spoiled_rule) continue;
+        message->nlmsg_type |= 0xff;
+      }
+    }
   }
 };
 
@@ -369,20 +361,22 @@ class FaultySocket : public NetlinkSocket {
   FaultySocket(std::unique_ptr<NetlinkSocket> socket, bool announces, FaultPlan* plan)
       : socket_(std::move(socket)), announces_(announces), plan_(plan) {}
   int Send(const std::vector<iovec>& parts) override {
+    plan_->Spoil(parts);
     return plan_->Fails() ? -ENOBUFS : socket_->Send(parts);
   }
   ssize_t Receive(void* buffer, size_t size, bool wait) override {
-    if (announces_) {
-      if (!plan_->drop_events) return socket_->Receive(buffer, size, wait);
+    if (announces_ && plan_->drop_events) {
       while (socket_->Receive(buffer, size, wait) > 0) {
       }
       plan_->drop_events = false;
       return -ENOBUFS;
     }
-    const ssize_t result = socket_->Receive(buffer, size, wait);  // the answer is lost
+    const ssize_t result = socket_->Receive(buffer, size, wait);  // what came is lost
     return plan_->Fails() ? -EIO : result;
   }
-  int SetMember(uint32_t group, bool member) override { return socket_->SetMember(group, member); }
+  int SetMember(uint32_t group, bool member) override {
+    return plan_->Fails() ? -EPERM : socket_->SetMember(group, member);
+  }
   int fd() const override { return socket_->fd(); }
   uint32_t port_id() const override { return socket_->port_id(); }
 
@@ -406,33 +400,63 @@ class FaultTest : public KernelBackendTest {
 };
 
 TEST_F(FaultTest, AFailingCallLeavesTheOldContentOrTheNew) {
-  const FiltersGroup before = GroupOf(kL3Type, Denying(0, 400));
-  std::vector<PlacedEntry> entries = Denying(0, 400);
-  entries.insert(entries.begin() + 10, {DenyTo(7777)});
-  entries.erase(entries.begin() + 300);
-  entries.push_back({DenyTo(8888), {2}});
-  const FiltersGroup after = GroupOf(kL3Type, entries);
-  Apply(before);
-  for (const bool keep_failing : {false, true}) {
-    bool reached = true;
-    for (int fail_at = 0; reached; ++fail_at) {
-      ASSERT_LT(fail_at, 100);
-      plan = {0, fail_at, keep_failing};
-      const FilterMgrError result = backend_->Apply(after);
-      reached = plan.calls > fail_at;
-      plan = {};
-      if (result == FILTER_MGR_OK) {
-        ExpectInKernel({&after});
-        Apply(before);
-      } else {
-        EXPECT_EQ(FILTER_MGR_ERR_NETLINK, result);
-        // With the answer lost the kernel may have taken it; what was reported is made true.
-        EXPECT_TRUE(!backend_->Pending() || backend_->Poll());
+  // Small changes, and one for which the back end stops listening.
+  for (const uint32_t count : {400, 700}) {
+    const FiltersGroup before = GroupOf(kL3Type, Denying(0, count));
+    std::vector<PlacedEntry> entries = Denying(count == 400 ? 0 : 1000, count);
+    entries.insert(entries.begin() + 10, {DenyTo(7777)});
+    entries.erase(entries.begin() + 300);
+    entries.push_back({DenyTo(8888), {2}});
+    const FiltersGroup after = GroupOf(kL3Type, entries);
+    Apply(before);
+    for (const bool keep_failing : {false, true}) {
+      bool reached = true;
+      for (int fail_at = 0; reached; ++fail_at) {
+        ASSERT_LT(fail_at, 100);
+        plan = {0, fail_at, keep_failing};
+        const FilterMgrError result = backend_->Apply(after);
+        reached = plan.calls > fail_at;
+        plan = {};
+        if (result == FILTER_MGR_OK) {
+          ExpectInKernel({&after});
+          Apply(before);
+        } else {
+          EXPECT_EQ(FILTER_MGR_ERR_NETLINK, result);
+          // With the answer lost the kernel may have taken it; what was reported is made true.
+          EXPECT_TRUE(!backend_->Pending() || backend_->Poll());
+        }
+        ExpectInKernel({&before});
+        if (HasFatalFailure()) return;
       }
-      ExpectInKernel({&before});
-      if (HasFatalFailure()) return;
     }
   }
+}
+
+TEST_F(FaultTest, NamesTheEntryThatTheKernelRefuses) {
+  const FiltersGroup before = GroupOf(kL3Type, Denying(0, 400));
+  Apply(before);
+  FiltersEntry sets_pcp(0);  // two rules
+  sets_pcp.setMatch(MatchToS(8));
+  sets_pcp.setAction(ActionSetPcpAndQueue(1));
+  std::vector<PlacedEntry> entries = Denying(0, 400);
+  entries.insert(entries.begin() + 300, {DenyTo(7777)});
+  entries.insert(entries.begin() + 10, {sets_pcp, {2}});
+  entries.insert(entries.begin() + 5, {sets_pcp});
+  const char* const kNamed[] = {
+      "on port p1 at entry 5 (tos 8: set-pcp 1)",
+      "on port p1 at entry 5 (tos 8: set-pcp 1)",
+      "on port p1 at entry 302 (destination-ipv4-address 0.0.30.97: deny)",
+      "on port p2 at entry 11 (tos 8: set-pcp 1)",
+  };
+  for (int rule = 0; rule < 4; ++rule) {
+    CapturedLog().clear();
+    plan.spoiled_rule = rule;
+    EXPECT_EQ(FILTER_MGR_ERR_KERNEL, backend_->Apply(GroupOf(kL3Type, entries)));
+    EXPECT_THAT(CapturedLog(), Contains(HasSubstr(kNamed[rule])));
+    ExpectInKernel({&before});
+  }
+  plan = {};
+  Apply(GroupOf(kL3Type, entries));
 }
 
 TEST_F(FaultTest, DamageHeardOfByAFailingUpdateIsPutRightLater) {

@@ -29,9 +29,11 @@ std::optional<uint16_t> PortAt(const Frame& frame, uint8_t protocol, size_t head
   return At16(frame, header + 2);
 }
 
-// RFC 791: internet header length in words, fragment offset in the low 13 bits of bytes 6 and 7.
+// RFC 791: internet header length in words, fragment offset in the low 13 bits of bytes 6 and 7. A
+// packet that does not fit into its frame has no port.
 std::optional<uint16_t> Ipv4Port(const Frame& frame, size_t ip) {
   const size_t header = static_cast<size_t>(frame[ip] & 0xf) * 4;
+  if (ip + At16(frame, ip + 2) > frame.size()) return std::nullopt;
   if ((At16(frame, ip + 6) & 0x1fff) != 0) return std::nullopt;
   return PortAt(frame, frame[ip + 9], ip + header);
 }
@@ -40,6 +42,7 @@ std::optional<uint16_t> Ipv4Port(const Frame& frame, size_t ip) {
 std::optional<uint16_t> Ipv6Port(const Frame& frame, size_t ip) {
   uint8_t next = frame[ip + 6];
   size_t at = ip + 40;
+  if (at + At16(frame, ip + 4) > frame.size()) return std::nullopt;
   for (;;) {
     if (next == 0 || next == 43 || next == 60) {
       next = frame.at(at);

@@ -70,7 +70,7 @@ TEST(CompilerTest, PutsTheRarestTestFirstAndGuardsLast) {
   ASSERT_EQ(1u, rules.size());
   std::vector<int> offsets;
   for (const FieldTest& test : rules[0]->tests) offsets.push_back(test.offset);
-  EXPECT_EQ((std::vector<int>{16, 1, 12, 1, 9, 0}), offsets);
+  EXPECT_EQ((std::vector<int>{16, 2, 12, 1, 9, 0}), offsets);
   EXPECT_EQ(Source::kEtherType, rules[0]->tests.back().source);
   EXPECT_EQ(Verdict::kDrop, rules[0]->outcome.verdict);
 }
@@ -110,6 +110,11 @@ TEST(CompilerTest, RefusesWhatItCannotEnforceAndNamesTheEntry) {
   EXPECT_THAT(error.reason, HasSubstr("no ingress port"));
   EXPECT_THAT(error.reason, HasSubstr("destination-ipv4-address 0.0.0.2: deny"));
 
+  EXPECT_FALSE(
+      CompileGroup(GroupOf(kL2Type, {{DenyTo(1)}, {DenyTo(1), {}}}), nullptr, Options(), &error));
+  EXPECT_EQ(1, error.entry);
+  EXPECT_THAT(error.reason, HasSubstr("no ingress port"));
+
   EXPECT_FALSE(CompileGroup(GroupOf(kL2Type, {{DenyTo(1)}, {DenyTo(1), {100}}}), nullptr, Options(),
                             &error));
   EXPECT_EQ(1, error.entry);
@@ -122,8 +127,7 @@ TEST(CompilerTest, RefusesWhatItCannotEnforceAndNamesTheEntry) {
 }
 
 TEST(CompilerTest, GivesEachPortItsEntriesInOrderOfPriority) {
-  FiltersGroup group =
-      GroupOf(kL2Type, {{DenyTo(1), {1, 2, 1}}, {DenyTo(2), {2}}, {DenyTo(3), {}}});
+  FiltersGroup group = GroupOf(kL2Type, {{DenyTo(1), {1, 2, 1}}, {DenyTo(2), {2}}});
   FiltersEntry first = DenyTo(4);
   first.setId(9);
   first.setMatch(MatchIngressPorts({2}));  // priority 0, id 9: behind entry 0, before entry 1
@@ -170,7 +174,8 @@ TEST(CompilerTest, TakesUnchangedEntriesFromThePreviousGroup) {
 
 TEST(RuleCodecTest, ReadsBackWhatItWrites) {
   const ether_addr mac = {{2, 0, 0, 0, 0, 1}}, ignored = {{0, 0, 0, 0, 0xf0, 0}};
-  std::vector<RulePtr> rules = {JumpTo(12)};
+  std::vector<RulePtr> rules = {JumpTo(12, {}),
+                                JumpTo(12, GuardOf(*Compile(Entry(MatchIpProtocol(6)))[0]))};
   for (const FiltersEntry& entry :
        {Entry(), Entry(ActionDeny()), Entry(ActionSetPcpAndQueue(7)),
         Entry(MatchDstMac(mac), MatchSrcMac(mac, ignored), MatchExternalVlanId(0), MatchPcp(7)),
@@ -179,21 +184,25 @@ TEST(RuleCodecTest, ReadsBackWhatItWrites) {
     for (const RulePtr& rule : Compile(entry)) rules.push_back(rule);
   }
   for (const RulePtr& rule : rules) {
-    const RuleObjectPtr written(nftnl_rule_alloc()), read(nftnl_rule_alloc());
-    EncodeRule(*rule, kL3, {5, 500}, written.get());
-    char buffer[4096];
-    nlmsghdr* message = nftnl_nlmsg_build_hdr(buffer, NFT_MSG_NEWRULE, NFPROTO_NETDEV, 0, 1);
-    nftnl_rule_nlmsg_build_payload(message, written.get());
-    ASSERT_EQ(0, nftnl_rule_nlmsg_parse(message, read.get()));
-    Hits hits;
-    EXPECT_TRUE(SameRule(*rule, DecodeRule(read.get(), kL3, &hits)));
-    EXPECT_EQ(rule->outcome.counted ? 5u : 0u, hits.packets);
-    // A jump is a jump within its own group; a rule with more to it is none of ours.
-    if (rule->outcome.verdict == Verdict::kJump) {
-      EXPECT_TRUE(DecodeRule(read.get(), kL2, &hits).foreign);
+    const bool jumps = rule->outcome.verdict == Verdict::kJump;
+    Guard guard = jumps ? Guard{} : GuardOf(*rule);
+    for (;; guard.erase(guard.begin())) {  // with each guard that the rule fits
+      const RuleObjectPtr written(nftnl_rule_alloc()), read(nftnl_rule_alloc());
+      ASSERT_TRUE(FitsGuard(*rule, guard));
+      EncodeRule(*rule, guard, kL3, {5, 500}, written.get());
+      char buffer[4096];
+      nlmsghdr* message = nftnl_nlmsg_build_hdr(buffer, NFT_MSG_NEWRULE, NFPROTO_NETDEV, 0, 1);
+      nftnl_rule_nlmsg_build_payload(message, written.get());
+      ASSERT_EQ(0, nftnl_rule_nlmsg_parse(message, read.get()));
+      Hits hits;
+      EXPECT_TRUE(SameRule(*rule, DecodeRule(read.get(), guard, kL3, &hits)));
+      EXPECT_EQ(jumps ? 0u : 5u, hits.packets);
+      // A jump is a jump within its own group; a rule with more to it is none of ours.
+      EXPECT_EQ(jumps, DecodeRule(read.get(), guard, kL2, &hits).foreign);
+      nftnl_rule_add_expr(read.get(), nftnl_expr_alloc("notrack"));
+      EXPECT_TRUE(DecodeRule(read.get(), guard, kL3, &hits).foreign);
+      if (guard.empty()) break;
     }
-    nftnl_rule_add_expr(read.get(), nftnl_expr_alloc("notrack"));
-    EXPECT_TRUE(DecodeRule(read.get(), kL3, &hits).foreign);
   }
 }
 
