@@ -208,8 +208,8 @@ void BM_ProgramByNft(benchmark::State& state) {
 BENCHMARK(BM_ProgramGroup)->PROGRAM_ARGS;
 BENCHMARK(BM_ProgramByNft)->PROGRAM_ARGS;
 
-// From updateGroup() to the kernel's answer, an entry going and coming back by turns.
-void BM_UpdateOneEntry(benchmark::State& state) {
+// Runs `work` with a back end that has all entries in force, in a network of its own.
+void WithBackend(benchmark::State& state, const std::function<void(host::KernelBackend*)>& work) {
   const int ports = static_cast<int>(state.range(0));
   if (unshare(CLONE_NEWNET) != 0) {
     state.SkipWithError("no network namespace");
@@ -221,18 +221,26 @@ void BM_UpdateOneEntry(benchmark::State& state) {
     state.SkipWithError("the packet filter cannot be programmed");
     return;
   }
-  const size_t before = backend->writes();
-  bool out = false;
-  for (auto _ : state) {
-    out = !out;
-    const FiltersGroup group = MakeGroup(ports, out ? kEntries / 3 : -1);
-    const double start = Seconds();
-    if (backend->Apply(group) != host::FILTER_MGR_OK) state.SkipWithError("refused");
-    state.SetIterationTime(Seconds() - start);
-    backend->Idle();
-  }
-  state.counters["writes"] = benchmark::Counter(static_cast<double>(backend->writes() - before),
-                                                benchmark::Counter::kAvgIterations);
+  work(backend.get());
+}
+
+// From updateGroup() to the kernel's answer, an entry going and coming back by turns.
+void BM_UpdateOneEntry(benchmark::State& state) {
+  WithBackend(state, [&state](host::KernelBackend* backend) {
+    const int ports = static_cast<int>(state.range(0));
+    const size_t before = backend->writes();
+    bool out = false;
+    for (auto _ : state) {
+      out = !out;
+      const FiltersGroup group = MakeGroup(ports, out ? kEntries / 3 : -1);
+      const double start = Seconds();
+      if (backend->Apply(group) != host::FILTER_MGR_OK) state.SkipWithError("refused");
+      state.SetIterationTime(Seconds() - start);
+      backend->Idle();
+    }
+    state.counters["writes"] = benchmark::Counter(static_cast<double>(backend->writes() - before),
+                                                  benchmark::Counter::kAvgIterations);
+  });
 }
 BENCHMARK(BM_UpdateOneEntry)
     ->ArgName("ports")
@@ -245,30 +253,46 @@ BENCHMARK(BM_UpdateOneEntry)
 
 // Reading what an earlier run left, at the start.
 void BM_ReadKernel(benchmark::State& state) {
-  const int ports = static_cast<int>(state.range(0));
-  if (unshare(CLONE_NEWNET) != 0) {
-    state.SkipWithError("no network namespace");
-    return;
-  }
-  AddPorts(ports);
-  const auto backend = OpenBackend();
-  if (backend == nullptr || backend->Apply(MakeGroup(ports, -1)) != host::FILTER_MGR_OK) {
-    state.SkipWithError("the packet filter cannot be programmed");
-    return;
-  }
-  int error = 0;
-  const auto socket = host::OpenNetlink({NETLINK_NETFILTER, 0, 0}, &error);
-  for (auto _ : state) {
-    host::HeldTables tables;
-    host::KernelReader(socket.get()).ReadTables(&tables);
-    benchmark::DoNotOptimize(tables);
-  }
+  WithBackend(state, [&state](host::KernelBackend*) {
+    int error = 0;
+    const auto socket = host::OpenNetlink({NETLINK_NETFILTER, 0, 0}, &error);
+    for (auto _ : state) {
+      host::HeldTables tables;
+      host::KernelReader(socket.get()).ReadTables(&tables);
+      benchmark::DoNotOptimize(tables);
+    }
+  });
 }
 BENCHMARK(BM_ReadKernel)
     ->ArgName("ports")
     ->Arg(1)
     ->Arg(64)
     ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
+
+// The counters of all entries, for those who look at them, and the longest step of the reading.
+void BM_ReadHits(benchmark::State& state) {
+  WithBackend(state, [&state](host::KernelBackend* backend) {
+    const FiltersGroup group = MakeGroup(static_cast<int>(state.range(0)), -1);
+    double longest = 0;
+    for (auto _ : state) {
+      const auto reading = backend->ReadHits(group);
+      auto progress = host::HitsReading::Progress::kMore;
+      while (progress == host::HitsReading::Progress::kMore) {
+        const double start = Seconds();
+        progress = reading->Next();
+        longest = std::max(longest, Seconds() - start);
+      }
+      if (progress != host::HitsReading::Progress::kDone) state.SkipWithError("no hits");
+    }
+    state.counters["longest_ms"] = longest * 1000;
+  });
+}
+BENCHMARK(BM_ReadHits)
+    ->ArgName("ports")
+    ->Arg(1)
+    ->Arg(64)
+    ->Iterations(5)
     ->Unit(benchmark::kMillisecond);
 
 }  // namespace

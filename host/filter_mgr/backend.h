@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -25,12 +26,23 @@ struct Hits {
   }
 };
 
+// The hits of a group's entries, as they are read bit by bit.
+class HitsReading {
+ public:
+  enum class Progress { kMore, kDone, kFailed };
+
+  virtual ~HitsReading() = default;
+  // Goes on for some milliseconds at most. Fails when the group has changed, or hits cannot be read
+  // at the moment.
+  virtual Progress Next() = 0;
+
+  std::vector<Hits> hits;  // by entry id, once done
+};
+
 enum class PortState { kEnforced, kAbsent, kFailed };
 
 class Backend {
  public:
-  using HitsById = std::map<unsigned short, Hits>;
-
   virtual ~Backend() = default;
   virtual const char* name() const = 0;
   // Makes an empty group known. What an earlier run left in force for it stays in force until the
@@ -39,9 +51,9 @@ class Backend {
   // Puts the group's whole content in force, in place of what was. All or nothing: after a failure,
   // which is logged, the content before is still in force.
   virtual FilterMgrError Apply(const FiltersCommon::FiltersGroup& group) = 0;
-  // Hits by entry id of the group as last applied; false where hits are not counted or cannot be
-  // read at the moment.
-  virtual bool ReadHits(const FiltersCommon::FiltersGroup& group, HitsById* hits) = 0;
+  // Starts to read the hits of the group as last applied; the reading must end before the back end
+  // does. Null where hits are not counted.
+  virtual std::unique_ptr<HitsReading> ReadHits(const FiltersCommon::FiltersGroup& group) = 0;
   // Does what can wait until after an answer, such as giving back the memory of what was replaced.
   virtual void Idle() {}
   // The ports that the groups name.

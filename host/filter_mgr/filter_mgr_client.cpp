@@ -82,9 +82,11 @@ class FilterMgrClient::Impl {
       watch_.emplace(kernel, loop_);
     }
     registration_ = host::StateProvidersOf(mw)->Add(
-        {"acl-app-filters", "filters", [this](const ly_ctx* context) {
+        {"acl-app-filters", "filters",
+         [this](const ly_ctx* context) {
            return host::BuildGroupState(context, table_, host::InterfaceNameOf);
-         }});
+         },
+         [this] { return host::OpenGroupState(table_, host::InterfaceNameOf, alive_); }});
   }
 
   int Create(const FiltersGroup& group) { return Answer(table_.Create(group)); }
@@ -111,6 +113,7 @@ class FilterMgrClient::Impl {
   host::GroupTable table_;
   std::optional<KernelWatch> watch_;
   std::unique_ptr<host::Watch> idle_;
+  std::shared_ptr<const void> alive_ = std::make_shared<char>();
   host::StateProviders::Registration registration_;
 };
 

@@ -3,7 +3,11 @@
 #include <libyang/libyang.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <optional>
+#include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "host/filter_mgr/entry_text.h"
@@ -53,70 +57,124 @@ class StateWriter {
   bool ok_ = true;
 };
 
+// Builds the tree in parts: each call of Add() goes on where the one before has ended.
 class GroupStateBuilder {
  public:
-  GroupStateBuilder(const lys_module* module, const GroupTable& table, const PortNames& names)
-      : writer_(module), table_(table), names_(names) {}
+  GroupStateBuilder(const GroupTable& table, const PortNames& names)
+      : table_(table), names_(names) {
+    for (const auto& [key, group] : table.groups()) groups_.push_back(key);
+  }
 
-  lyd_node* Build() {
-    lyd_node* top = writer_.Inner(nullptr, "filters");
-    writer_.Leaf(top, "backend", table_.backend().name());
-    writer_.Leaf(top, "capacity", table_.capacity());
-    for (const auto& [key, group] : table_.groups()) AddGroup(top, group);
-    AddPorts(top);
-    if (writer_.ok()) return top;
+  bool done() const { return done_; }
+
+  // The next part, from the top-level node on, with `most` entries at most. Null when libyang
+  // refuses a node.
+  lyd_node* Next(const lys_module* module, size_t most) {
+    writer_.emplace(module);
+    lyd_node* top = writer_->Inner(nullptr, "filters");
+    writer_->Leaf(top, "backend", table_.backend().name());
+    writer_->Leaf(top, "capacity", table_.capacity());
+    Add(top, most);
+    if (writer_->ok()) return top;
+    lyd_free_all(top);
+    return nullptr;
+  }
+
+  // The whole in one.
+  lyd_node* All(const lys_module* module) {
+    lyd_node* top = Next(module, SIZE_MAX);
+    while (top != nullptr && !done_) Add(top, SIZE_MAX);
+    if (top == nullptr || writer_->ok()) return top;
     lyd_free_all(top);
     return nullptr;
   }
 
  private:
-  void AddGroup(lyd_node* top, const FiltersGroup& group) {
-    lyd_node* node =
-        writer_.List(top, "group", std::to_string(group.getId()), std::to_string(group.getStage()));
-    const bool l2 = group.getType() == FiltersCommon::FILTERS_GROUP_TYPE_L2;
-    writer_.Leaf(node, "type", l2 ? "l2" : "l3");
-    writer_.Leaf(node, "priority", group.getPriority());
-    writer_.Leaf(node, "entries", group.getEntriesRef().size());
-    std::vector<const FiltersEntry*> entries;
-    entries.reserve(group.getEntriesRef().size());
-    for (const auto& [id, entry] : group.getEntriesRef()) entries.push_back(&entry);
-    std::stable_sort(entries.begin(), entries.end(), [](const auto* a, const auto* b) {
-      return a->getPriority() < b->getPriority();
-    });
-    Backend::HitsById hits;
-    const bool counted = table_.backend().ReadHits(group, &hits);
-    for (const FiltersEntry* entry : entries) {
-      AddEntry(node, *entry, counted ? &hits[entry->getId()] : nullptr);
+  void Add(lyd_node* top, size_t most) {
+    if (next_group_ == groups_.size()) {
+      AddPorts(top);
+      done_ = true;
+      return;
     }
+    if (!group_ && !Begin()) return;
+    if (reading_ != nullptr) return ReadHits();
+    AddGroup(top, most);
   }
 
-  void AddEntry(lyd_node* group, const FiltersEntry& entry, const Hits* hits) {
-    lyd_node* node = writer_.List(group, "entry", std::to_string(entry.getId()));
-    writer_.Leaf(node, "priority", entry.getPriority());
+  // Takes the group whose turn it is as it is now.
+  bool Begin() {
+    const auto it = table_.groups().find(groups_[next_group_]);
+    if (it == table_.groups().end()) {
+      ++next_group_;
+      return false;
+    }
+    group_ = it->second;
+    entries_.clear();
+    next_entry_ = 0;
+    for (const auto& [id, entry] : group_->getEntriesRef()) entries_.push_back(&entry);
+    std::stable_sort(entries_.begin(), entries_.end(), [](const auto* a, const auto* b) {
+      return a->getPriority() < b->getPriority();
+    });
+    hits_.reset();
+    reading_ = table_.backend().ReadHits(*group_);
+    return true;
+  }
+
+  // Goes on reading; starts anew, with the group as it is then, when it has changed.
+  void ReadHits() {
+    constexpr int kAttempts = 5;
+    const HitsReading::Progress progress = reading_->Next();
+    if (progress == HitsReading::Progress::kMore) return;
+    if (progress == HitsReading::Progress::kDone) hits_ = std::move(reading_->hits);
+    reading_.reset();
+    if (progress == HitsReading::Progress::kFailed && ++failures_ < kAttempts) group_.reset();
+  }
+
+  void AddGroup(lyd_node* top, size_t most) {
+    lyd_node* node = writer_->List(top, "group", std::to_string(group_->getId()),
+                                   std::to_string(group_->getStage()));
+    const bool l2 = group_->getType() == FiltersCommon::FILTERS_GROUP_TYPE_L2;
+    writer_->Leaf(node, "type", l2 ? "l2" : "l3");
+    writer_->Leaf(node, "priority", group_->getPriority());
+    writer_->Leaf(node, "entries", entries_.size());
+    for (; most > 0 && next_entry_ < entries_.size(); --most) {
+      const FiltersEntry& entry = *entries_[next_entry_++];
+      AddEntry(node, entry);
+    }
+    if (next_entry_ < entries_.size()) return;
+    group_.reset();
+    failures_ = 0;
+    ++next_group_;
+  }
+
+  void AddEntry(lyd_node* group, const FiltersEntry& entry) {
+    lyd_node* node = writer_->List(group, "entry", std::to_string(entry.getId()));
+    writer_->Leaf(node, "priority", entry.getPriority());
     if (const auto* ports = entry.getMatch<MatchIngressPorts>()) {
-      for (limid_t port : ports->ports()) writer_.Leaf(node, "port", NameOf(port).c_str());
+      for (limid_t port : ports->ports()) writer_->Leaf(node, "port", NameOf(port).c_str());
     }
     AddLeaves(node, "match", entry, ForEachMatchLeaf);
     AddLeaves(node, "action", entry, ForEachActionLeaf);
-    if (hits == nullptr) return;
-    lyd_node* counters = writer_.Inner(node, "hits");
-    writer_.Leaf(counters, "packets", hits->packets);
-    writer_.Leaf(counters, "bytes", hits->bytes);
+    if (!hits_) return;
+    const Hits hits = entry.getId() < hits_->size() ? (*hits_)[entry.getId()] : Hits{};
+    lyd_node* counters = writer_->Inner(node, "hits");
+    writer_->Leaf(counters, "packets", hits.packets);
+    writer_->Leaf(counters, "bytes", hits.bytes);
   }
 
   template <class ForEachLeaf>
   void AddLeaves(lyd_node* entry_node, const char* container, const FiltersEntry& entry,
                  const ForEachLeaf& for_each) {
-    lyd_node* node = writer_.Inner(entry_node, container);
+    lyd_node* node = writer_->Inner(entry_node, container);
     for_each(entry, [this, node](const char* leaf, const char* value) {
-      writer_.Leaf(node, leaf, value);
+      writer_->Leaf(node, leaf, value);
     });
   }
 
   void AddPorts(lyd_node* top) {
     static constexpr const char* kStates[] = {"enforced", "absent", "failed"};
     for (const auto& [name, state] : table_.backend().Ports()) {
-      writer_.Leaf(writer_.List(top, "port", name), "state", kStates[static_cast<int>(state)]);
+      writer_->Leaf(writer_->List(top, "port", name), "state", kStates[static_cast<int>(state)]);
     }
   }
 
@@ -126,23 +184,69 @@ class GroupStateBuilder {
     return it->second;
   }
 
-  StateWriter writer_;
   const GroupTable& table_;
-  const PortNames& names_;
+  const PortNames names_;
   std::unordered_map<limid_t, std::string> port_names_;
+  std::optional<StateWriter> writer_;
+  std::vector<GroupTable::Key> groups_;
+  size_t next_group_ = 0;
+  std::optional<FiltersGroup> group_;         // the one at work
+  std::vector<const FiltersEntry*> entries_;  // its entries by priority
+  size_t next_entry_ = 0;
+  std::unique_ptr<HitsReading> reading_;  // of its hits, while it goes on
+  std::optional<std::vector<Hits>> hits_;
+  int failures_ = 0;
+  bool done_ = false;
+};
+
+// The module, or null with a log line.
+const lys_module* FindModule(const ly_ctx* context) {
+  const lys_module* const module = ly_ctx_get_module_implemented(context, kModule);
+  if (module == nullptr) {
+    Log(LogLevel::kError, "the filter groups cannot be shown: the YANG module %s is not loaded",
+        kModule);
+  }
+  return module;
+}
+
+// Passes on what was built, with a log line when there is nothing.
+lyd_node* Checked(lyd_node* top, const ly_ctx* context) {
+  if (top == nullptr) {
+    Log(LogLevel::kError, "the filter groups cannot be shown: %s", ly_errmsg(context));
+  }
+  return top;
+}
+
+class GroupStatePieces : public StateProviders::Pieces {
+ public:
+  GroupStatePieces(const GroupTable& table, const PortNames& names,
+                   const std::weak_ptr<const void>& alive)
+      : builder_(table, names), alive_(alive) {}
+
+  lyd_node* Next(const ly_ctx* context) override {
+    constexpr size_t kEntries = 128;  // about a millisecond
+    if (alive_.expired() || builder_.done()) return nullptr;
+    const lys_module* const module = FindModule(context);
+    return module == nullptr ? nullptr : Checked(builder_.Next(module, kEntries), context);
+  }
+
+ private:
+  GroupStateBuilder builder_;
+  std::weak_ptr<const void> alive_;
 };
 
 }  // namespace
 
 lyd_node* BuildGroupState(const ly_ctx* context, const GroupTable& table, const PortNames& names) {
-  const lys_module* const module = ly_ctx_get_module_implemented(context, kModule);
-  lyd_node* const top =
-      module == nullptr ? nullptr : GroupStateBuilder(module, table, names).Build();
-  if (top == nullptr) {
-    Log(LogLevel::kError, "the filter groups cannot be shown: %s",
-        module == nullptr ? "the YANG module acl-app-filters is not loaded" : ly_errmsg(context));
-  }
-  return top;
+  const lys_module* const module = FindModule(context);
+  return module == nullptr ? nullptr
+                           : Checked(GroupStateBuilder(table, names).All(module), context);
+}
+
+std::unique_ptr<StateProviders::Pieces> OpenGroupState(const GroupTable& table,
+                                                       const PortNames& names,
+                                                       const std::weak_ptr<const void>& alive) {
+  return std::make_unique<GroupStatePieces>(table, names, alive);
 }
 
 }  // namespace host

@@ -11,6 +11,7 @@
 
 #include "host/filter_mgr/entry_text.h"
 #include "host/filter_mgr/group_table.h"
+#include "host/filter_mgr/kernel_hits.h"
 #include "host/runtime/middleware.h"
 
 namespace host {
@@ -127,6 +128,7 @@ FilterMgrError KernelBackend::Apply(const FiltersGroup& group) {
       group.getId(), GroupTypeName(group.getType()), group.getEntriesRef().size(),
       writes_ - before);
   Idle();  // in case nobody else has called it
+  ++version_;
   if (groups_[slot]) retired_.push_back(std::move(*groups_[slot]));
   groups_[slot] = std::move(compiled);
   return FILTER_MGR_OK;
@@ -177,6 +179,7 @@ BatchResult KernelBackend::TryProgram(const Targets& targets, bool* again) {
   for (const TableUpdate& update : updates) update.Encode(&batch);
   if (batch.size() != 0) result = Send(&batch, generation);
   if (result.error == 0) {
+    if (batch.size() != 0) ++version_;
     for (const TableUpdate& update : updates) update.Commit(result, &held_);
     for (const std::string& port : ports) {
       verified_.erase(port);
@@ -225,6 +228,7 @@ BatchResult KernelBackend::Send(NftBatch* batch, uint32_t generation) {
 int KernelBackend::Refresh() {
   ReadLinks();
   ReadEvents();
+  if (all_stale_ || !stale_.empty()) ++version_;
   if (all_stale_) {
     HeldTables tables;
     const int error = reader_->ReadTables(&tables);
@@ -427,33 +431,10 @@ std::map<std::string, PortState> KernelBackend::Ports() const {
   return ports;
 }
 
-bool KernelBackend::ReadHits(const FiltersGroup& group, HitsById* hits) {
+std::unique_ptr<HitsReading> KernelBackend::ReadHits(const FiltersGroup& group) {
   const GroupSlot slot = SlotOf(group.getType());
-  if (!groups_[slot]) return false;
-  for (const auto& [port, rules] : groups_[slot]->ports) {
-    const auto held = held_.find(port);
-    if (held == held_.end()) continue;
-    std::vector<Hits> of_rule;
-    for (uint32_t number : held->second.groups[slot].order) {
-      std::vector<Hits> of_chunk;
-      if (reader_->ReadHits(port, slot, number, &of_chunk) != 0) return false;
-      const HeldChain& chunk = held->second.groups[slot].chunks.at(number);
-      if (of_chunk.size() != chunk.rules.size()) return false;
-      for (size_t i = 0; i < of_chunk.size(); ++i)
-        of_chunk[i] = of_chunk[i] + chunk.rules[i].carried;
-      of_rule.insert(of_rule.end(), of_chunk.begin(), of_chunk.end());
-    }
-    // Otherwise someone else has changed the table, which will be put right.
-    if (of_rule.size() != rules.rules.size()) return false;
-    size_t rule = 0;
-    for (const PortEntry& entry : rules.entries) {
-      Hits& sum = (*hits)[entry.id];
-      for (uint8_t i = 0; i < entry.rule_count; ++i, ++rule) {
-        sum = sum + of_rule[rule];
-      }
-    }
-  }
-  return true;
+  if (!groups_[slot]) return nullptr;
+  return std::make_unique<KernelHits>(*groups_[slot], held_, slot, &version_, &*reader_);
 }
 
 }  // namespace host

@@ -48,7 +48,7 @@ class KernelBackend : public Backend {
   const char* name() const override { return "kernel"; }
   FilterMgrError Create(const FiltersCommon::FiltersGroup&) override { return FILTER_MGR_OK; }
   FilterMgrError Apply(const FiltersCommon::FiltersGroup& group) override;
-  bool ReadHits(const FiltersCommon::FiltersGroup& group, HitsById* hits) override;
+  std::unique_ptr<HitsReading> ReadHits(const FiltersCommon::FiltersGroup& group) override;
   void Idle() override { retired_.clear(); }
   std::map<std::string, PortState> Ports() const override;
 
@@ -108,6 +108,7 @@ class KernelBackend : public Backend {
   std::set<std::string> failed_;  // ports that could not be put right
   std::set<std::string> strays_;  // ports of stray tables, reported
   size_t writes_ = 0;
+  size_t version_ = 0;  // goes up whenever groups_ or held_ change
 };
 
 }  // namespace host

@@ -2,6 +2,10 @@
 #ifndef HOST_FILTER_MGR_MEMORY_BACKEND_H_
 #define HOST_FILTER_MGR_MEMORY_BACKEND_H_
 
+#include <map>
+#include <memory>
+#include <string>
+
 #include "host/filter_mgr/backend.h"
 
 namespace host {
@@ -11,7 +15,9 @@ class MemoryBackend : public Backend {
   const char* name() const override { return "memory"; }
   FilterMgrError Create(const FiltersCommon::FiltersGroup&) override { return FILTER_MGR_OK; }
   FilterMgrError Apply(const FiltersCommon::FiltersGroup&) override { return FILTER_MGR_OK; }
-  bool ReadHits(const FiltersCommon::FiltersGroup&, HitsById*) override { return false; }
+  std::unique_ptr<HitsReading> ReadHits(const FiltersCommon::FiltersGroup&) override {
+    return nullptr;
+  }
   std::map<std::string, PortState> Ports() const override { return {}; }
 };
 

@@ -91,9 +91,13 @@ class KernelTest : public ::testing::Test {
 
   // Frames that the group's entry has decided so far.
   uint64_t HitsOf(const FiltersCommon::FiltersGroup& group, unsigned short id) {
-    Backend::HitsById hits;
-    EXPECT_TRUE(backend_->ReadHits(group, &hits));
-    return hits[id].packets;
+    const auto reading = backend_->ReadHits(group);
+    if (reading == nullptr) return ADD_FAILURE() << "hits are not counted", 0;
+    HitsReading::Progress progress;
+    while ((progress = reading->Next()) == HitsReading::Progress::kMore) {
+    }
+    EXPECT_EQ(HitsReading::Progress::kDone, progress);
+    return reading->hits.at(id).packets;
   }
 
   std::unique_ptr<PacketLab> lab_;

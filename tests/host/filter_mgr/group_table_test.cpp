@@ -17,6 +17,21 @@ using namespace FiltersCommon;  // NOLINT
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
+class ScriptedHits : public HitsReading {
+ public:
+  explicit ScriptedHits(int* failures) : failures_(failures) {}
+  // Fails as often as told to, otherwise takes two steps.
+  Progress Next() override {
+    if (*failures_ > 0) return --*failures_, Progress::kFailed;
+    if (!hits.empty()) return Progress::kDone;
+    hits = {{11, 1100}};
+    return Progress::kMore;
+  }
+
+ private:
+  int* failures_;
+};
+
 class ScriptedBackend : public Backend {
  public:
   const char* name() const override { return "kernel"; }
@@ -28,10 +43,9 @@ class ScriptedBackend : public Backend {
     calls.push_back("apply " + std::to_string(group.getId()));
     return answer;
   }
-  bool ReadHits(const FiltersGroup& group, HitsById* hits) override {
-    if (group.getType() != FILTERS_GROUP_TYPE_L2) return false;
-    *hits = {{0, {11, 1100}}};
-    return true;
+  std::unique_ptr<HitsReading> ReadHits(const FiltersGroup& group) override {
+    if (group.getType() != FILTERS_GROUP_TYPE_L2) return nullptr;
+    return std::make_unique<ScriptedHits>(&failures);
   }
   std::map<std::string, PortState> Ports() const override {
     return {{"eth0", PortState::kEnforced}, {"eth1", PortState::kAbsent}};
@@ -39,6 +53,7 @@ class ScriptedBackend : public Backend {
 
   std::vector<std::string> calls;
   FilterMgrError answer = FILTER_MGR_OK;
+  int failures = 0;  // of readings of hits
 };
 
 FiltersGroup MakeGroup(unsigned short id, filtersGroupType_t type, int entries = 0) {
@@ -159,6 +174,52 @@ TEST_F(GroupTableTest, ShowsGroupsAsOperationalData) {
       text);
   free(text);
   lyd_free_all(tree);
+  ly_ctx_destroy(context);
+}
+
+TEST_F(GroupTableTest, ShowsLargeGroupsInPieces) {
+  GroupTable table(&backend_, 1000);
+  ASSERT_EQ(FILTER_MGR_OK, table.Update(MakeGroup(0, FILTERS_GROUP_TYPE_L2, 300)));
+  ASSERT_EQ(FILTER_MGR_OK, table.Update(MakeGroup(1, FILTERS_GROUP_TYPE_L3, 200)));
+  ly_ctx* context = nullptr;
+  ASSERT_EQ(LY_SUCCESS, ly_ctx_new(YANG_DIR, 0, &context));
+  ASSERT_NE(nullptr, ly_ctx_load_module(context, "acl-app-filters", nullptr, nullptr));
+  // A group that changes while its hits are read is read anew; one that never stops has no hits.
+  for (const int failures : {0, 2, 1000}) {
+    backend_.failures = failures;
+    auto alive = std::make_shared<int>();
+    const auto pieces = OpenGroupState(
+        table, [](limid_t) { return ""; }, alive);
+    std::vector<std::string> entries;
+    size_t ports = 0, hits = 0;
+    while (lyd_node* piece = pieces->Next(context)) {
+      const size_t before = entries.size();
+      const lyd_node* node;
+      LYD_TREE_DFS_BEGIN(piece, node) {
+        const std::string name = node->schema->name;
+        if (name == "entry") {
+          entries.push_back(std::string(lyd_get_value(lyd_child(lyd_parent(node)))) + "." +
+                            lyd_get_value(lyd_child(node)));
+        }
+        ports += name == "port" ? 1 : 0;
+        hits += name == "hits" ? 1 : 0;
+        LYD_TREE_DFS_END(piece, node);
+      }
+      EXPECT_LE(entries.size() - before, 200u);
+      lyd_free_all(piece);
+    }
+    std::vector<std::string> want(500);
+    for (int i = 0; i < 500; ++i) {
+      want[i] = (i < 300 ? "0." : "1.") + std::to_string(i < 300 ? i : i - 300);
+    }
+    EXPECT_EQ(want, entries);
+    EXPECT_EQ(2u, ports);
+    EXPECT_EQ(failures == 1000 ? 0u : 300u, hits);
+    const auto more = OpenGroupState(
+        table, [](limid_t) { return ""; }, alive);
+    alive.reset();
+    EXPECT_EQ(nullptr, more->Next(context));
+  }
   ly_ctx_destroy(context);
 }
 
