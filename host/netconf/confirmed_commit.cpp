@@ -1,67 +1,93 @@
 // Confirmed commits: see confirmed_commit.h.
 #include "host/netconf/confirmed_commit.h"
 
-#include <utility>
+#include <cinttypes>
 
 #include "host/runtime/middleware.h"
 
 namespace host {
 namespace {
 
-// Brings running to what `draft` is.
-DatastoreErrors Restore(Datastore& datastore, const Draft& draft, const Origin& origin) {
-  const Tree changes = draft.Changes();
-  if (changes == nullptr) return {};
-  const EditOptions options{DefaultOperation::kNone, TestOption::kSet};
-  DatastoreErrors errors = datastore.Edit(changes.get(), options, origin);
-  if (errors.empty()) return {};
-  // What two commits did may be refused in one, such as a profile that was deleted and created with
-  // another priority. Then the way back is by two commits as well.
-  Log(LogLevel::kWarning, "netconf: going back in one commit is refused (%s), trying two",
-      errors.front().message.c_str());
-  const EditOptions replace{DefaultOperation::kReplace, TestOption::kSet};
-  errors = datastore.Edit(nullptr, replace, origin);
-  return errors.empty() ? datastore.Edit(draft.Content(), replace, origin) : errors;
-}
+constexpr std::chrono::seconds kRetryDelay{10};
 
 }  // namespace
+
+void ConfirmedCommit::Recover() {
+  if (datastore_.Checkpoint() == 0) return;
+  DatastoreErrors errors = GoBack("the daemon ended before it was confirmed");
+  // What cannot be taken back now stays: a later start must not undo what came after it.
+  const DatastoreErrors note_errors = datastore_.ClearCheckpoint();
+  errors.insert(errors.end(), note_errors.begin(), note_errors.end());
+  if (!errors.empty()) {
+    Log(LogLevel::kError, "netconf: a commit that was not confirmed cannot be taken back: %s",
+        errors.front().message.c_str());
+  }
+}
 
 bool ConfirmedCommit::BelongsTo(uint32_t session, const std::string& persist_id) const {
   return persist_.empty() ? session == session_ && persist_id.empty() : persist_id == persist_;
 }
 
-void ConfirmedCommit::Begin(std::unique_ptr<Draft> checkpoint, std::chrono::seconds timeout,
-                            const Origin& origin, const std::string& persist) {
-  if (!ongoing()) checkpoint_ = std::move(checkpoint);
-  origin_ = origin;
-  persist_ = persist;
-  session_ = persist.empty() ? origin.session_id : 0;
-  timer_ = loop_.After(timeout, [this] { Cancel("it was not confirmed in time"); });
+DatastoreErrors ConfirmedCommit::Prepare() {
+  return ongoing_ ? DatastoreErrors() : datastore_.SetCheckpoint();
 }
 
-void ConfirmedCommit::Confirm() {
+void ConfirmedCommit::Begin(std::chrono::seconds timeout, const Origin& origin,
+                            const std::string& persist) {
+  if (!ongoing_ || !persist.empty()) persist_ = persist;
+  ongoing_ = true;
+  user_ = origin.user;
+  session_ = persist_.empty() ? origin.session_id : 0;
+  timer_ = loop_.After(timeout, [this] { Cancel("it was not confirmed in time"); });
+  if (timer_ == nullptr) Cancel("there is no timer for it");
+}
+
+DatastoreErrors ConfirmedCommit::Confirm() {
+  DatastoreErrors errors = datastore_.ClearCheckpoint();
+  if (!errors.empty()) return errors;
   timer_.reset();
-  checkpoint_.reset();
+  ongoing_ = gone_back_ = false;
   session_ = 0;
+  user_.clear();
   persist_.clear();
+  return {};
 }
 
 DatastoreErrors ConfirmedCommit::Cancel(const std::string& why) {
-  const std::unique_ptr<Draft> checkpoint = std::move(checkpoint_);
-  Confirm();
-  DatastoreErrors errors = Restore(datastore_, *checkpoint, origin_);
-  if (errors.empty()) {
-    Log(LogLevel::kWarning, "netconf: the confirmed commit of %s is taken back: %s",
-        origin_.user.c_str(), why.c_str());
-  } else {
-    Log(LogLevel::kError, "netconf: the confirmed commit of %s cannot be taken back: %s: %s",
-        origin_.user.c_str(), errors.front().path.c_str(), errors.front().message.c_str());
-  }
+  DatastoreErrors errors;
+  if (!gone_back_) errors = GoBack(why);
+  gone_back_ = errors.empty();
+  if (gone_back_) errors = Confirm();
+  if (errors.empty()) return {};
+  Log(LogLevel::kError, "netconf: the confirmed commit of %s cannot be taken back yet: %s",
+      user_.c_str(), errors.front().message.c_str());
+  timer_ = loop_.After(kRetryDelay, [this, why] { Cancel(why); });
   return errors;
 }
 
+DatastoreErrors ConfirmedCommit::GoBack(const std::string& why) {
+  const uint64_t base = datastore_.Checkpoint();
+  const uint64_t last = datastore_.TransactionId();
+  const Origin origin{user_, 0, "back to commit " + std::to_string(base) + ": " + why};
+  DatastoreErrors errors = datastore_.Rollback(base, origin);
+  // What several commits did may be refused in one, such as a profile that was deleted and made
+  // anew with another priority. Each of them can be undone by itself.
+  if (!errors.empty()) {
+    errors.clear();
+    for (uint64_t id = last; errors.empty() && id > base; --id) {
+      errors = datastore_.Rollback(id - 1, origin);
+    }
+  }
+  if (!errors.empty()) return errors;
+  Log(LogLevel::kWarning,
+      "netconf: running is that of commit %" PRIu64
+      " again, for a commit%s%s was not confirmed: %s",
+      base, user_.empty() ? "" : " by ", user_.c_str(), why.c_str());
+  return {};
+}
+
 void ConfirmedCommit::OnSessionEnd(uint32_t session) {
-  if (ongoing() && session_ == session && session != 0) Cancel("its session ended");
+  if (ongoing_ && session_ == session && session != 0) Cancel("its session ended");
 }
 
 }  // namespace host

@@ -2,7 +2,13 @@
 // confirmed in time.
 //
 // At most one is ongoing. It belongs to the session that made it and ends with that session, or, if
-// it was given a persist token, to whoever knows the token.
+// it was given a persist token, to whoever knows the token. It never outlives the process: the
+// datastore's checkpoint is set before the commit is made, and cleared after it is confirmed or
+// taken back; a checkpoint that is there at the start is gone back to. So no crash leaves a commit
+// that nobody confirmed, and none takes back what was.
+//
+// Going back is by the history, and so takes back what other sessions have committed meanwhile, too
+// (the RFC advises to lock).
 #ifndef HOST_NETCONF_CONFIRMED_COMMIT_H_
 #define HOST_NETCONF_CONFIRMED_COMMIT_H_
 
@@ -12,7 +18,6 @@
 #include <string>
 
 #include "host/cdb/datastore.h"
-#include "host/netconf/draft.h"
 #include "host/runtime/event_loop.h"
 
 namespace host {
@@ -22,29 +27,36 @@ class ConfirmedCommit {
   // `datastore` and `loop` must outlive this object.
   ConfirmedCommit(Datastore& datastore, EventLoop& loop) : datastore_(datastore), loop_(loop) {}
 
-  bool ongoing() const { return checkpoint_ != nullptr; }
+  // Takes back what an earlier process left unconfirmed. To be called before the first session.
+  void Recover();
+
+  bool ongoing() const { return ongoing_; }
   // Session that an ongoing commit belongs to; 0 when it belongs to a token.
   uint32_t session() const { return session_; }
   // Whether `session`, which gave `persist_id` (empty: none), may confirm, extend or cancel.
   bool BelongsTo(uint32_t session, const std::string& persist_id) const;
 
-  // What running is now, to go back to. Call before the commit, then Begin() when it succeeded.
-  std::unique_ptr<Draft> Checkpoint() const { return std::make_unique<Draft>(datastore_); }
-  // Begins, or extends the ongoing commit, whose checkpoint then stays (`checkpoint` may be null).
-  void Begin(std::unique_ptr<Draft> checkpoint, std::chrono::seconds timeout, const Origin& origin,
-             const std::string& persist);
-  // Keeps what was committed.
-  void Confirm();
-  // Goes back to the checkpoint at once. `why` is for the log.
+  // Notes, durably, what to go back to. To be called before the commit that is to be confirmed;
+  // then Begin() when it succeeded, Confirm() when it did not and none was ongoing.
+  DatastoreErrors Prepare();
+  // Begins, or extends the ongoing commit: what to go back to stays then, and so does its token
+  // unless `persist` gives another one.
+  void Begin(std::chrono::seconds timeout, const Origin& origin, const std::string& persist);
+  // Keeps what was committed. After errors (of the disk) it is still to be confirmed.
+  DatastoreErrors Confirm();
+  // Goes back at once; after errors it is tried again by and by. `why` is for log and history.
   DatastoreErrors Cancel(const std::string& why);
   // To be called at a session's end.
   void OnSessionEnd(uint32_t session);
 
  private:
+  DatastoreErrors GoBack(const std::string& why);
+
   Datastore& datastore_;
   EventLoop& loop_;
-  std::unique_ptr<Draft> checkpoint_;
-  Origin origin_;
+  bool ongoing_ = false;
+  bool gone_back_ = false;  // but the checkpoint could not be cleared yet
+  std::string user_;        // who made the commit
   uint32_t session_ = 0;
   std::string persist_;
   std::unique_ptr<Watch> timer_;

@@ -1,4 +1,4 @@
-// A configuration of its own beside running: the candidate, or what running was at some point.
+// A configuration of its own beside running: the candidate.
 //
 // A draft starts as a copy of running. It keeps a mask of every node in which the two may differ by
 // now: what was edited here, and what was committed there. So the difference costs what has

@@ -29,7 +29,9 @@ OperationResult RunCommit(const OperationContext& context, const OperationCall& 
   if (confirmed.ongoing() ? !confirmed.BelongsTo(call.session.id, persist_id)
                           : !persist_id.empty()) {
     return persist_id.empty()
-               ? Refuse("in-use", "a confirmed commit of another session is ongoing")
+               ? Refuse("in-use", confirmed.session() == 0
+                                      ? "a confirmed commit is ongoing that needs its persist-id"
+                                      : "a confirmed commit of another session is ongoing")
                : Refuse("invalid-value", "no confirmed commit with this persist-id is ongoing");
   }
   for (const char* datastore : {"running", "candidate"}) {
@@ -38,19 +40,29 @@ OperationResult RunCommit(const OperationContext& context, const OperationCall& 
     }
   }
   const bool to_be_confirmed = FindParameter(call, "confirmed") != nullptr;
-  std::unique_ptr<Draft> checkpoint;
-  if (to_be_confirmed && !confirmed.ongoing()) checkpoint = confirmed.Checkpoint();
+  if (to_be_confirmed) {
+    const DatastoreErrors errors = confirmed.Prepare();
+    if (!errors.empty()) return FromErrors(errors);
+  }
   const Origin origin{call.session.user, call.session.id};
+  const uint64_t before = context.datastore.TransactionId();
   OperationResult result = FromErrors(context.candidate.Commit(origin));
-  if (!result.errors.empty()) return result;
+  if (!result.errors.empty()) {
+    if (to_be_confirmed && !confirmed.ongoing()) confirmed.Confirm();
+    return result;
+  }
+  const uint64_t after = context.datastore.TransactionId();
+  result.note = after == before ? "done" : "done, transaction " + std::to_string(after);
   if (!to_be_confirmed) {
-    confirmed.Confirm();
+    const bool ongoing = confirmed.ongoing();
+    result.errors = FromDatastore(confirmed.Confirm());
+    if (ongoing) result.note += ", confirmed";
     return result;
   }
   const std::chrono::seconds timeout(
       std::strtoul(ParameterText(call, "confirm-timeout", "600").c_str(), nullptr, 10));
-  confirmed.Begin(std::move(checkpoint), timeout, origin, ParameterText(call, "persist", ""));
-  result.note = "done, to be confirmed within " + std::to_string(timeout.count()) + " s";
+  confirmed.Begin(timeout, origin, ParameterText(call, "persist", ""));
+  result.note += ", to be confirmed within " + std::to_string(timeout.count()) + " s";
   return result;
 }
 
@@ -60,6 +72,9 @@ OperationResult RunCancelCommit(const OperationContext& context, const Operation
   }
   if (!context.confirmed.BelongsTo(call.session.id, ParameterText(call, "persist-id", ""))) {
     return Refuse("invalid-value", "the ongoing confirmed commit is not of this session or token");
+  }
+  if (std::optional<RpcError> error = LockedByOther(context, call, "running")) {
+    return OperationResult::Error(std::move(*error));
   }
   return FromErrors(context.confirmed.Cancel("cancelled by " + call.session.user));
 }

@@ -61,6 +61,7 @@ std::unique_ptr<NetconfServer> NetconfServer::Create(const NetconfServerOptions&
     server->socket_device_ = info.st_dev;
     server->socket_inode_ = info.st_ino;
   }
+  server->confirmed_.Recover();
   server->WatchListener();
   if (providers != nullptr) server->ShowState(providers.get());
   return server;

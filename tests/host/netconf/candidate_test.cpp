@@ -266,14 +266,59 @@ TEST_F(CommitOperationsTest, PersistentCommitBelongsToItsToken) {
   one_->Close();
   EXPECT_THAT(two_->Rpc("<commit><persist-id>other</persist-id></commit>"),
               HasSubstr("<error-tag>invalid-value<"));
+  EXPECT_THAT(two_->Rpc("<commit/>"),
+              AllOf(HasSubstr("<error-tag>in-use<"), HasSubstr("persist-id")));
   two_->Rpc(Edit("b"));
   EXPECT_THAT(two_->Rpc("<commit><confirmed/><persist-id>t%s</persist-id><persist>u</persist>"
                         "</commit>"),
               HasSubstr(kOk));
+  // Extended without another token it keeps the one it has, and outlives this session as well.
+  TestClient three(server_options_.socket_path);
+  three.Open();
+  EXPECT_THAT(three.Rpc("<commit><confirmed/><persist-id>u</persist-id></commit>"), HasSubstr(kOk));
+  three.Close();
   EXPECT_TRUE(Becomes("a", true) && Becomes("b", true));
-  EXPECT_THAT(two_->Rpc("<cancel-commit><persist-id>u</persist-id></cancel-commit>"),
-              HasSubstr(kOk));
+  TestClient four(server_options_.socket_path);
+  four.Open();
+  const std::string cancel = "<cancel-commit><persist-id>u</persist-id></cancel-commit>";
+  EXPECT_THAT(four.Rpc("<lock><target><running/></target></lock>"),
+              HasSubstr("<error-tag>lock-denied<"));
+  EXPECT_THAT(two_->Rpc(cancel), HasSubstr(kOk));
   EXPECT_TRUE(Becomes("a", false) && Becomes("b", false)) << "back to before the first one";
+  EXPECT_THAT(two_->Rpc("<commit><persist-id>u</persist-id></commit>"),
+              HasSubstr("<error-tag>invalid-value<"));
+}
+
+TEST_F(CommitOperationsTest, WhatIsTakenBackIsAllThatCameAfterIt) {
+  const auto profile = [](const std::string& operation, int priority) {
+    return "<edit-config><target><candidate/></target><config><config xmlns='urn:acl-app:acl'>"
+           "<access-list><acl-profile><ingress><access-list "
+           "xmlns:nc='urn:ietf:params:xml:ns:netconf:base:1.0' nc:operation='" +
+           operation +
+           "'><acl-type>l2</acl-type><acl-name>pq</acl-name><acl-priority-l2><priority>" +
+           std::to_string(priority) +
+           "</priority></acl-priority-l2></access-list></ingress></acl-profile></access-list>"
+           "</config></config></edit-config>";
+  };
+  one_->Rpc(profile("create", 1));
+  EXPECT_THAT(one_->Rpc("<commit/>"), HasSubstr(kOk));
+  const std::string before = two_->Rpc(Get("running"));
+  // Deleted, and made anew with another priority, which cannot be undone in one commit.
+  one_->Rpc(profile("remove", 1));
+  EXPECT_THAT(one_->Rpc("<commit><confirmed/></commit>"), HasSubstr(kOk));
+  one_->Rpc(profile("create", 2));
+  EXPECT_THAT(one_->Rpc("<commit><confirmed/></commit>"), HasSubstr(kOk));
+  EXPECT_THAT(two_->Rpc(Edit("others", "running")), HasSubstr(kOk));
+  EXPECT_TRUE(Becomes("others", true));
+  // RFC 6241 section 7.9: killed, it takes its commit with it.
+  const std::string hello = TestClient(server_options_.socket_path).Open();
+  const int next = std::atoi(hello.c_str() + hello.find("<session-id>") + 12);
+  EXPECT_THAT(two_->Rpc("<kill-session><session-id>" + std::to_string(next - 2) +
+                        "</session-id></kill-session>"),
+              HasSubstr(kOk));
+  EXPECT_TRUE(Becomes("pq", true) && Becomes("others", false));
+  EXPECT_EQ(before, two_->Rpc(Get("running")));
+  EXPECT_THAT(two_->Rpc("<lock><target><running/></target></lock>"), HasSubstr(kOk));
 }
 
 }  // namespace
