@@ -22,6 +22,7 @@ constexpr Module kModules[] = {
     {"ietf-netconf-monitoring", {nullptr}},
     {"ietf-netconf-with-defaults", {nullptr}},
     {kAclModule, {nullptr}},
+    {"acl-app-commits", {nullptr}},
     {"acl-app-filters", {nullptr}},
     {"acl-app-history", {nullptr}},
     {"acl-app-netconf", {nullptr}},

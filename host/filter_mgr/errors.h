@@ -16,6 +16,21 @@ enum FilterMgrError : int {
   FILTER_MGR_ERR_NETLINK = 7,        // no answer, or none that makes sense, from the kernel
 };
 
+// The code in words, for messages.
+inline const char* FilterMgrErrorText(FilterMgrError error) {
+  static constexpr const char* kTexts[] = {
+      "in force",
+      "the group exists already",
+      "no valid type or stage, or a second group of its type",
+      "more entries than a group holds",
+      "an entry that cannot be enforced exactly",
+      "the daemon may not change the packet filter",
+      "the kernel refused",
+      "no usable answer from the kernel",
+  };
+  return kTexts[error];
+}
+
 }  // namespace host
 
 #endif  // HOST_FILTER_MGR_ERRORS_H_

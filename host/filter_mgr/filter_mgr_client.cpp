@@ -77,7 +77,8 @@ class FilterMgrClient::Impl {
   explicit Impl(qzmw_t* mw)
       : loop_(host::LoopOf(mw)),
         backend_(MakeBackend()),
-        table_(backend_.get(), host::ProcessSettings().filter_capacity) {
+        table_(backend_.get(), host::ProcessSettings().filter_capacity),
+        submissions_(host::SubmissionsOf(mw)) {
     if (auto* kernel = dynamic_cast<host::KernelBackend*>(backend_.get())) {
       watch_.emplace(kernel, loop_);
     }
@@ -90,7 +91,13 @@ class FilterMgrClient::Impl {
   }
 
   int Create(const FiltersGroup& group) { return Answer(table_.Create(group)); }
-  int Update(const FiltersGroup& group) { return Answer(table_.Update(group)); }
+  int Update(const FiltersGroup& group) {
+    const host::FilterMgrError result = table_.Update(group);
+    const bool l2 = group.getType() == FiltersCommon::FILTERS_GROUP_TYPE_L2;
+    submissions_->Add({l2 ? "l2" : "l3", group.getEntriesRef().size(), result,
+                       result == host::FILTER_MGR_OK ? "" : host::FilterMgrErrorText(result)});
+    return Answer(result);
+  }
 
  private:
   static std::unique_ptr<host::Backend> MakeBackend() {
@@ -111,6 +118,7 @@ class FilterMgrClient::Impl {
   // Destroyed in reverse: what is shown goes before what it shows, watches before their back end.
   std::unique_ptr<host::Backend> backend_;
   host::GroupTable table_;
+  std::shared_ptr<host::Submissions> submissions_;
   std::optional<KernelWatch> watch_;
   std::unique_ptr<host::Watch> idle_;
   std::shared_ptr<const void> alive_ = std::make_shared<char>();

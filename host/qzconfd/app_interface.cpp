@@ -2,7 +2,8 @@
 //
 // The initial load runs from the event loop, before anything else can reach the datastore. A commit
 // calls the handlers from within Datastore::Edit(), after it is persistent: when the operator has
-// the answer, the handlers have done their part.
+// the answer, the handlers have done their part, and what came of it can be read
+// (commit_outcomes.h).
 #include <chrono>
 #include <cinttypes>
 #include <optional>
@@ -14,7 +15,10 @@
 #include "host/cdb/diff.h"
 #include "host/cdb/operational_store.h"
 #include "host/netconf/server.h"
+#include "host/qzconfd/commit_outcomes.h"
+#include "host/qzconfd/commit_state.h"
 #include "host/qzconfd/diff_iteration.h"
+#include "host/runtime/error_watch.h"
 #include "host/runtime/event_loop.h"
 #include "host/runtime/memory.h"
 #include "host/runtime/middleware.h"
@@ -108,12 +112,17 @@ class HandlerSubscriptions {
     handler_->ApplyInitialConfig();
   }
 
-  void OnCommit(const lyd_node* diff) {
+  void OnCommit(const lyd_node* diff, host::CommitFacts* facts) {
     bool touched = false;
     for (const auto& [iteration, callback] : points_) touched = touched || iteration.Touched(diff);
     if (!touched) return;
+    facts->handled = true;
     handler_->StartCommit();
-    for (auto& [iteration, callback] : points_) iteration.Run(diff, callback);
+    for (auto& [iteration, callback] : points_) {
+      const DiffIteration::NotTaken not_taken = iteration.Run(diff, callback);
+      if (facts->not_taken == 0) facts->first_not_taken = not_taken.first;
+      facts->not_taken += not_taken.count;
+    }
     handler_->ApplyCommitConfig();
   }
 
@@ -129,10 +138,16 @@ class AppInterface::Impl : private host::CommitObserver {
   Impl(qzmw_t* mw, const std::vector<ConfigHandler*>& config_handlers,
        const std::vector<BaseHandler*>& handlers, ELEM_CONFD_PHASE_ET phase)
       : loop_(host::LoopOf(mw)),
+        submissions_(host::SubmissionsOf(mw)),
         datastore_(OpenDatastore()),
         service_(datastore_.get()),
         interface_(service_.OpenSession(CDB_RUNNING)) {
-    datastore_->Operational().SetProviders(host::StateProvidersOf(mw));
+    const auto providers = host::StateProvidersOf(mw);
+    datastore_->Operational().SetProviders(providers);
+    shown_ = providers->Add({"acl-app-commits", "commits", [this](const ly_ctx* context) {
+                               return host::BuildCommitState(context, datastore_->TransactionId(),
+                                                             outcomes_);
+                             }});
     for (ConfigHandler* handler : config_handlers)
       subscriptions_.emplace_back(handler, service_.schema());
     server_ = Listen(*datastore_, mw);
@@ -147,25 +162,53 @@ class AppInterface::Impl : private host::CommitObserver {
 
  private:
   void LoadInitial() {
-    const int socket = service_.OpenSession(CDB_RUNNING);
-    for (HandlerSubscriptions& subscriptions : subscriptions_) subscriptions.Load(socket);
-    service_.CloseSession(socket);
+    const std::vector<host::CommitInfo> last = datastore_->History(1);
+    host::CommitInfo commit;
+    if (!last.empty()) commit = last.front();
+    commit.id = datastore_->TransactionId();
+    Watched(commit, /*at_start=*/true, [this](host::CommitFacts* facts) {
+      facts->handled = true;
+      const int socket = service_.OpenSession(CDB_RUNNING);
+      for (HandlerSubscriptions& subscriptions : subscriptions_) subscriptions.Load(socket);
+      service_.CloseSession(socket);
+    });
     datastore_->AddObserver(this);
     host::NotifyReady();
   }
 
-  void OnCommit(const lyd_node* diff, const host::CommitInfo&) override {
-    for (HandlerSubscriptions& subscriptions : subscriptions_) subscriptions.OnCommit(diff);
+  // Runs the handlers, and tells what came of it.
+  template <class Run>
+  void Watched(const host::CommitInfo& commit, bool at_start, const Run& run_handlers) {
+    const host::ErrorWatch errors;
+    host::CommitFacts facts;
+    submissions_->Take();  // the creation of groups is not part of it
+    const auto start = std::chrono::steady_clock::now();
+    run_handlers(&facts);
+    const auto took = std::chrono::steady_clock::now() - start;
+    facts.sent = submissions_->Take();
+    facts.errors = errors.lines();
+    outcomes_.Add(commit, at_start, std::move(facts),
+                  std::chrono::duration_cast<std::chrono::microseconds>(took));
+  }
+
+  void OnCommit(const lyd_node* diff, const host::CommitInfo& commit) override {
+    Watched(commit, /*at_start=*/false, [this, diff](host::CommitFacts* facts) {
+      for (HandlerSubscriptions& subscriptions : subscriptions_)
+        subscriptions.OnCommit(diff, facts);
+    });
     if (host::CountNodes(diff) >= kBulkNodes)
       trim_ = loop_->After(kTrimDelay, [] { host::GiveBackMemory(); });
   }
 
   const std::shared_ptr<host::EventLoop> loop_;
+  const std::shared_ptr<host::Submissions> submissions_;
+  host::CommitOutcomes outcomes_;
   const std::unique_ptr<Datastore> datastore_;
   host::CdbService service_;
   QzConfdInterface interface_;
   std::vector<HandlerSubscriptions> subscriptions_;
   std::unique_ptr<host::NetconfServer> server_;
+  host::StateProviders::Registration shown_;
   std::unique_ptr<host::Watch> initial_load_;
   std::unique_ptr<host::Watch> trim_;
 };

@@ -45,14 +45,17 @@ DiffIteration::DiffIteration(const CdbSchema* schema, PathSteps path)
 
 bool DiffIteration::Touched(const lyd_node* diff) const { return !ChangesAtPath(diff).empty(); }
 
-void DiffIteration::Run(const lyd_node* diff, const qzconfd::DiffIterator& callback) {
+DiffIteration::NotTaken DiffIteration::Run(const lyd_node* diff,
+                                           const qzconfd::DiffIterator& callback) {
   callback_ = &callback;
+  not_taken_ = {};
   elements_.clear();
   // The tag of a list at the path's end comes with each of its entries.
   for (const PathStep& step : path_) {
     if (!step.node->is(LYS_LIST)) elements_.push_back({TagValue(*step.node)});
   }
   Deliver(ChangesAtPath(diff));
+  return std::move(not_taken_);
 }
 
 DiffIteration::Changes DiffIteration::ChangesAtPath(const lyd_node* diff) const {
@@ -106,6 +109,7 @@ bool DiffIteration::Deliver(Changes changes) {
 
 bool DiffIteration::DeliverOne(const Change& change) {
   const confd_iter_ret result = Call(change);
+  if (result != ITER_RECURSE && not_taken_.count++ == 0) not_taken_.first = PathOf(change.data);
   if (result == ITER_STOP) return false;
   const bool gone = change.node->is(LYS_LIST) && change.operation == DiffOperation::kDelete;
   if (result != ITER_RECURSE || gone || !change.node->is(LYD_NODE_INNER)) return true;

@@ -10,7 +10,9 @@
 #ifndef HOST_QZCONFD_DIFF_ITERATION_H_
 #define HOST_QZCONFD_DIFF_ITERATION_H_
 
+#include <cstddef>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "host/cdb/cdb_path.h"
@@ -27,8 +29,14 @@ class DiffIteration {
 
   // Whether `diff` has anything below the path.
   bool Touched(const lyd_node* diff) const;
+  // The changes for which the callback asked not to go on below (ITER_CONTINUE, ITER_STOP): a
+  // handler does so where it could not take them.
+  struct NotTaken {
+    size_t count = 0;
+    std::string first;  // path of the first
+  };
   // Calls `callback` for what `diff` has below the path.
-  void Run(const lyd_node* diff, const qzconfd::DiffIterator& callback);
+  NotTaken Run(const lyd_node* diff, const qzconfd::DiffIterator& callback);
 
  private:
   struct Change {
@@ -49,6 +57,7 @@ class DiffIteration {
   const CdbSchema* schema_;
   PathSteps path_;
   const qzconfd::DiffIterator* callback_ = nullptr;
+  NotTaken not_taken_;
   // The path of the node that is being delivered, top down: a tag or keys each. Not owned values.
   std::vector<std::vector<confd_value_t>> elements_;
 };

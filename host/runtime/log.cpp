@@ -14,6 +14,8 @@
 #include <memory>
 #include <utility>
 
+#include "host/runtime/error_watch.h"
+
 namespace host {
 namespace {
 
@@ -79,6 +81,9 @@ bool OpenLog(const std::string& name, const std::string& target, const std::stri
 bool LogEnabled(LogLevel level) { return Logger()->should_log(SpdlogLevel(level)); }
 
 void LogLine(LogLevel level, const std::string& line) {
+  if (level >= LogLevel::kError && ErrorWatch::Current() != nullptr) {
+    ErrorWatch::Current()->Add(line);
+  }
   for (const char c : line) {
     if (IsControl(c)) {
       Logger()->log(SpdlogLevel(level), spdlog::string_view_t(Escaped(line)));

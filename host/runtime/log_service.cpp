@@ -1,6 +1,7 @@
 // The middleware's log service: a component's lines, marked with its class, into the process's log.
 #include <string>
 
+#include "host/runtime/error_watch.h"
 #include "host/runtime/log.h"
 #include "host/runtime/log_message.h"
 #include "platform/qzmw/qzmw.h"
@@ -57,7 +58,10 @@ void qzmw_vlog(qzmw_log_t* log, const qzmw_log_msg_t* msg, va_list args) {
 }
 
 void qzmw_vlog_debug(qzmw_log_t* log, const char* format, va_list args) {
-  if (host::LogEnabled(LogLevel::kDebug)) {
-    host::LogLine(LogLevel::kDebug, Prefix(log) + host::VFormatted(format, args));
-  }
+  host::ErrorWatch* watch = host::ErrorWatch::Current();
+  const bool wanted = watch != nullptr && host::ErrorWatch::IsError(format);
+  if (!wanted && !host::LogEnabled(LogLevel::kDebug)) return;
+  const std::string line = host::VFormatted(format, args);
+  if (wanted) watch->Add(line);
+  host::LogLine(LogLevel::kDebug, Prefix(log) + line);
 }

@@ -21,6 +21,7 @@ struct Shared {
   std::unique_ptr<ProcessLock> lock;
   std::shared_ptr<EventLoop> loop;
   StateProviders state_providers;
+  Submissions submissions;
   std::vector<std::unique_ptr<Watch>> signal_watches;
 };
 
@@ -85,6 +86,10 @@ std::shared_ptr<EventLoop> LoopOf(qzmw_t* mw) { return {mw->shared, mw->shared->
 
 std::shared_ptr<StateProviders> StateProvidersOf(qzmw_t* mw) {
   return {mw->shared, &mw->shared->state_providers};
+}
+
+std::shared_ptr<Submissions> SubmissionsOf(qzmw_t* mw) {
+  return {mw->shared, &mw->shared->submissions};
 }
 
 void NotifyReady() { sd_notify(0, "READY=1"); }

@@ -10,13 +10,15 @@
 #include "host/runtime/event_loop.h"
 #include "host/runtime/log.h"
 #include "host/runtime/state_providers.h"
+#include "host/runtime/submissions.h"
 #include "platform/qzmw/qzmw.h"
 
 namespace host {
 
-// Either keeps the lock on the state directory, too, which so lasts until its last user is gone.
+// Each keeps the lock on the state directory, too, which so lasts until its last user is gone.
 std::shared_ptr<EventLoop> LoopOf(qzmw_t* mw);
 std::shared_ptr<StateProviders> StateProvidersOf(qzmw_t* mw);
+std::shared_ptr<Submissions> SubmissionsOf(qzmw_t* mw);
 
 // Reports a fatal fault of the platform and ends the process with status 1. For failures of the
 // start that the caller has no way to report; `format` says what is wrong and with which file.

@@ -11,7 +11,24 @@ import unittest
 import xml.etree.ElementTree as ET
 
 from daemon import DaemonTest
-from netconf_client import DENY, NAMESPACES, PERMIT, RpcError, interface, profile
+from netconf_client import ACL, DENY, NAMESPACES, PERMIT, RpcError, interface, profile
+
+
+COMMITS = "urn:acl-app:commits"
+ONE_MORE = (
+    f'<config xmlns="{ACL}"><access-list><interface><interface-name>eth1</interface-name>'
+    "<ingress>p</ingress></interface></access-list></config>"
+)
+OTHER = ONE_MORE.replace("eth1", "eth2").replace("<ingress>p</ingress>", "")
+
+
+def commits(session):
+    """The state of the commits: leaves by name, and the list "commit" of such dictionaries."""
+    top = session.get(f'<filter><commits xmlns="{COMMITS}"/></filter>')[0]
+    state = {child.tag.split("}")[1]: child.text for child in top}
+    entries = top.findall("c:commit", {"c": COMMITS})
+    state["commit"] = [{leaf.tag.split("}")[1]: leaf.text for leaf in entry} for entry in entries]
+    return state
 
 
 def config_text(session):
@@ -119,6 +136,67 @@ class CommitTest(DaemonTest):
             with self.running.session() as s:
                 s.socket.sendall(garbage)
         self.assertEqual(self.session.used(), {"l2": 0, "l3": 0})
+
+    def test_what_is_not_confirmed_does_not_survive_the_daemon(self):
+        confirmed = "<commit><confirmed/><persist>t</persist></commit>"
+        self.session.edit(others=interface("before"))
+        for end in (signal.SIGKILL, signal.SIGTERM):
+            self.session.edit(others=interface("unconfirmed"), target="candidate")
+            self.session.ok(confirmed)
+            self.session.edit(others=interface("meanwhile"))
+            self.running.stop(end)
+            self.running = self.daemon(history_commits=1).start()
+            self.session = self.running.session()
+            self.addCleanup(self.session.socket.close)
+            self.assertIn("before", config_text(self.session))
+            self.assertNotRegex(config_text(self.session), "unconfirmed|meanwhile")
+            with self.assertRaises(RpcError):  # nothing is pending
+                self.session.ok("<commit><persist-id>t</persist-id></commit>")
+        self.session.edit(others=interface("confirmed"), target="candidate")
+        self.session.ok(confirmed)
+        self.session.ok("<commit><persist-id>t</persist-id></commit>")
+        self.running.stop(signal.SIGKILL)
+        with self.daemon().start().session() as s:
+            self.assertIn("confirmed", config_text(s))
+
+    def test_what_became_of_a_commit_can_be_read(self):
+        s = self.session
+        s.edit(profile("p", "l3", 1, (1, "", DENY), (2, "", DENY)), interface("eth0", "p"))
+        applied = self.aclctl(self.running, "apply", self.write("c.xml", ONE_MORE))
+        self.assertEqual(applied.stdout, "commit 3 applied: L2 0 entries, L3 4 entries\n")
+        again = self.aclctl(self.running, "apply", self.directory / "c.xml")
+        self.assertEqual((again.returncode, again.stdout), (0, "nothing to change\n"))
+        s.edit(profile("q", "l2", 1), target="candidate")  # bound nowhere
+        s.ok("<commit/>")
+        state = commits(s)
+        self.assertEqual((state["running"], state["applied"]), ("4", "4"))
+        last = state["commit"][-1]
+        user = pwd.getpwuid(os.geteuid()).pw_name
+        self.assertEqual((last["id"], last["user"], last["result"]), ("4", user, "applied"))
+        self.assertEqual(last["session-id"], str(s.session_id))
+        self.assertRegex(
+            self.running.log(),
+            rf"info +commit 4 by {user} \(session {s.session_id}\): applied in [0-9.]+ ms; "
+            "L2 0 entries, L3 4 entries\n",
+        )
+        # With less room than before the filters cannot be put in force, whatever is committed.
+        self.running.stop()
+        self.running = self.daemon(filter_capacity=3).start()
+        result = self.aclctl(self.running, "apply", self.write("d.xml", OTHER))
+        self.assertEqual((result.returncode, result.stdout), (8, ""))
+        self.assertIn("commit 5 stands, but is not applied", result.stderr)
+        self.assertIn("needs 4 entries and has room for 3", result.stderr)
+        self.assertIn("L2 0 entries of commit 5", result.stderr)
+        with self.running.session() as s:
+            state = commits(s)
+            self.assertEqual(state["running"], "5")
+            self.assertNotIn("applied", state)
+            self.assertIn("filtMgrErr 3", state["commit"][-1]["reason"])
+            self.assertEqual([c["result"] for c in state["commit"]], ["failed", "failed"])
+            # The next commit that fits carries all of it.
+            s.edit(others=interface("eth1", operation="delete"))
+            self.assertEqual(commits(s)["applied"], "6")
+            self.assertEqual(s.used(), {"l2": 0, "l3": 2})
 
     def test_both_signals_end_the_daemon_with_success(self):
         self.assertEqual(self.running.stop(signal.SIGINT), 0)

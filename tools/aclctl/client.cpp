@@ -68,6 +68,7 @@ Failure Client::Open(const std::string& path) {
     return {kProtocol, "what answers at " + path + " is not the daemon: " + error, {}};
   }
   if (Failure failure = Send(host::ClientHello({host::kBase11}))) return failure;
+  session_id_ = hello.session_id;
   framing_ = host::Framing::kChunked;
   decoder_.SetFraming(framing_);
   return {};

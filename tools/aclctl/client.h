@@ -2,6 +2,7 @@
 #ifndef TOOLS_ACLCTL_CLIENT_H_
 #define TOOLS_ACLCTL_CLIENT_H_
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -34,6 +35,8 @@ class Client {
   // `text` is not null, `*text` what was received.
   Failure Call(const std::string& operation, host::Tree* reply, std::string* text = nullptr);
 
+  // The number that the daemon gave the session.
+  uint32_t session_id() const { return session_id_; }
   const host::GenericXml& xml() const { return *xml_; }
 
  private:
@@ -42,6 +45,7 @@ class Client {
 
   std::unique_ptr<host::GenericXml> xml_;
   int fd_ = -1;
+  uint32_t session_id_ = 0;
   host::Framing framing_ = host::Framing::kEndOfMessage;
   host::FrameDecoder decoder_;
   std::string unread_;

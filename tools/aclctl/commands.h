@@ -25,6 +25,8 @@ Failure Apply(const Arguments& arguments);
 Failure ShowConfig(const Arguments& arguments);
 Failure ShowResources(const Arguments& arguments);
 Failure ShowGroups(const Arguments& arguments);
+// What became of the commits, and what is in force.
+Failure ShowCommits(const Arguments& arguments);
 // The history of the configuration, and the way back.
 Failure History(const Arguments& arguments);
 Failure ShowCommit(const Arguments& arguments);
@@ -46,6 +48,9 @@ Failure PrintData(const Arguments& arguments, Client* client, const std::string&
 // Prints what `reply_text`, an <rpc-reply> to the operation `name` of acl-app-history, holds as
 // JSON.
 Failure PrintOutput(Client* client, const std::string& name, const std::string& reply_text);
+
+// "2026-11-21T06:47:21.123456Z" without what a person does not need.
+std::string ShortTime(const std::string& time);
 
 // Text of the child `name`, empty when there is none.
 std::string ChildText(const lyd_node* parent, std::string_view name);

@@ -12,6 +12,7 @@ enum ExitCode {
   kRefused = 5,      // the daemon refused the request; the reasons are printed
   kProtocol = 6,     // the daemon's answer cannot be understood, or does not come
   kKernel = 7,       // the kernel refused
+  kNotApplied = 8,   // the commit stands, but its filters are not in force
 };
 
 }  // namespace aclctl

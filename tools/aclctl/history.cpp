@@ -3,6 +3,7 @@
 
 #include "tools/aclctl/commands.h"
 #include "tools/aclctl/difference_text.h"
+#include "tools/aclctl/outcome.h"
 #include "tools/aclctl/table.h"
 
 namespace aclctl {
@@ -21,11 +22,6 @@ Failure Call(Client* client, const std::string& name, const std::string& input, 
 Failure CheckNumber(const std::string& text, const char* what) {
   if (!text.empty() && text.find_first_not_of("0123456789") == std::string::npos) return {};
   return {kUsage, std::string(what) + " must be a number, not \"" + text + "\"", {}};
-}
-
-// "2026-11-21T06:47:21.123456Z" without what a person does not need.
-std::string ShortTime(const std::string& time) {
-  return time.size() < 19 ? time : time.substr(0, 10) + " " + time.substr(11, 8);
 }
 
 }  // namespace
@@ -83,21 +79,24 @@ Failure Rollback(const Arguments& arguments) {
   if (Failure failure = client.Open(arguments.socket)) return failure;
   host::Tree reply;
   std::string text;
+  CommitReport report;
+  if (Failure failure = report.Begin(&client)) return failure;
   Failure failure = Call(&client, "rollback", "<id>" + id + "</id>", &reply, &text);
   if (failure.code == kRefused) {
     failure.message =
         "the daemon refused to go back to commit " + id + "; the configuration is unchanged";
   }
   if (failure) return failure;
-  if (arguments.json) return PrintOutput(&client, "rollback", text);
   const std::string made = ChildText(reply.get(), "id");
-  if (made.empty()) {
+  if (arguments.json) {
+    if (Failure not_printed = PrintOutput(&client, "rollback", text)) return not_printed;
+  } else if (made.empty()) {
     std::printf("the configuration is that of commit %s already\n", id.c_str());
   } else {
     std::printf("commit %s: the configuration is that of commit %s again\n", made.c_str(),
                 id.c_str());
   }
-  return {};
+  return report.Read(&client);
 }
 
 }  // namespace aclctl

@@ -26,6 +26,7 @@ const Command kCommands[] = {
     {{"history"}, 0, History},
     {{"show", "commit"}, 1, ShowCommit},
     {{"rollback"}, 1, Rollback},
+    {{"show", "commits"}, 0, ShowCommits},
     {{"show", "config"}, 0, ShowConfig},
     {{"show", "resources"}, 0, ShowResources},
     {{"show", "groups"}, 0, ShowGroups},
@@ -43,6 +44,7 @@ constexpr char kHelp[] =
     "  history         the last commits (-n N: how many, default 20)\n"
     "  show commit N   what commit N changed\n"
     "  rollback N      make the configuration what it was after commit N\n"
+    "  show commits    what is in force, and what became of the last commits\n"
     "  show config     the running configuration (--json, the default, or --xml)\n"
     "  show resources  filter entries: capacity and use\n"
     "  show groups     the filter groups: what is programmed, in the order of evaluation\n"
@@ -51,7 +53,7 @@ constexpr char kHelp[] =
     "\n"
     "Options:\n"
     "  --json          print JSON instead of a table or a text\n"
-    "  --xml           print XML instead of a table (show config, resources and groups)\n"
+    "  --xml           print XML instead of a table (show commands but commit)\n"
     "  --socket PATH   the daemon's NETCONF socket (default: $ACL_APP_SOCKET, else\n"
     "                  %s)\n"
     "  --help          print this and exit\n"
@@ -63,7 +65,9 @@ constexpr char kHelp[] =
     "  4  the daemon cannot be reached\n"
     "  5  the daemon refused the request, or would; the reasons are printed, nothing was changed\n"
     "  6  the daemon's answer cannot be understood, or does not come\n"
-    "  7  the kernel refused\n";
+    "  7  the kernel refused\n"
+    "  8  the commit was made and stands, but its filters are not in force; the reasons are "
+    "printed\n";
 
 int FailUsage(const std::string& message) {
   std::fprintf(stderr, "aclctl: %s\nTry 'aclctl --help'.\n", message.c_str());

@@ -18,6 +18,10 @@ std::string ChildText(const lyd_node* parent, std::string_view name) {
   return child == nullptr ? "" : std::string(host::XmlText(child));
 }
 
+std::string ShortTime(const std::string& time) {
+  return time.size() < 19 ? time : time.substr(0, 10) + " " + time.substr(11, 8);
+}
+
 std::vector<const lyd_node*> Children(const lyd_node* parent, std::string_view name) {
   std::vector<const lyd_node*> found;
   for (const lyd_node* child = lyd_child(parent); child != nullptr; child = child->next) {

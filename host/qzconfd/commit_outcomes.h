@@ -1,0 +1,79 @@
+// What became of each commit: whether its configuration is in force, and if not, why.
+//
+// A commit stands once it is on disk; the handlers that put it in force cannot refuse it, and
+// report nothing. So the outcome is told from outside, by what could be seen while they ran: which
+// changes a handler did not take, what was sent to the Filter Manager with what answer, and what
+// was logged as an error. A submission carries the whole configuration, so the next one that
+// succeeds makes good for those that failed before. A change that a handler did not take is not
+// made good: until the next start, which loads everything anew, no commit counts as applied.
+#ifndef HOST_QZCONFD_COMMIT_OUTCOMES_H_
+#define HOST_QZCONFD_COMMIT_OUTCOMES_H_
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "host/cdb/datastore.h"
+#include "host/runtime/submissions.h"
+
+namespace host {
+
+// What was seen while the handlers ran.
+struct CommitFacts {
+  bool handled = false;          // whether any of it concerns a handler
+  size_t not_taken = 0;          // changes that a handler did not take
+  std::string first_not_taken;   // path of the first of them
+  std::vector<Submission> sent;  // to the Filter Manager, in order
+  std::vector<std::string> errors;
+};
+
+struct CommitOutcome {
+  CommitInfo commit;
+  bool at_start = false;  // the initial load, which puts all commits so far in force
+  bool applied = false;
+  std::string reason;  // why it is not applied; empty when it is
+  CommitFacts facts;
+  int64_t time_us = 0;  // when the handlers had done, microseconds since 1970
+  std::chrono::microseconds took{0};
+};
+
+// A group as it is in force.
+struct GroupInForce {
+  uint64_t commit = 0;
+  size_t entries = 0;
+};
+
+class CommitOutcomes {
+ public:
+  static constexpr size_t kMost = 256;
+
+  // Judges what was seen of a commit, logs the outcome in a line and keeps it; the oldest goes when
+  // there are more than kMost.
+  void Add(const CommitInfo& commit, bool at_start, CommitFacts facts,
+           std::chrono::microseconds took);
+
+  // By time, the latest last.
+  const std::deque<CommitOutcome>& all() const { return outcomes_; }
+  // Id of the last commit that was applied, 0 when none was since the start.
+  uint64_t applied() const { return applied_; }
+  // What is in force, by the group's type. Without an entry: what the last process left, if
+  // anything.
+  const std::map<std::string, GroupInForce>& in_force() const { return in_force_; }
+
+ private:
+  std::string WhyNotApplied(const CommitFacts& facts, bool at_start) const;
+  void LogOutcome(const CommitOutcome& outcome) const;
+  std::string InForceText(bool with_commits) const;
+
+  std::deque<CommitOutcome> outcomes_;
+  uint64_t applied_ = 0;
+  uint64_t out_of_step_ = 0;  // the first commit of which a change was not taken; 0: none
+  std::map<std::string, GroupInForce> in_force_;
+};
+
+}  // namespace host
+
+#endif  // HOST_QZCONFD_COMMIT_OUTCOMES_H_
