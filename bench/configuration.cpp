@@ -90,6 +90,32 @@ std::string ConfigurationJson(int profiles, int entries) {
   return json + "]}}}";
 }
 
+std::string ConfigurationXml(int profiles, int entries) {
+  std::string xml = R"(<config xmlns="urn:acl-app:acl"><access-list><acl-profile><ingress>)";
+  std::string bindings;
+  for (int p = 0; p < profiles; ++p) {
+    xml += "<access-list><acl-type>l3</acl-type><acl-name>" + ProfileName(p) +
+           "</acl-name><acl-priority-l3><priority>" + std::to_string(p) +
+           "</priority></acl-priority-l3>";
+    for (int e = 0; e < entries / profiles; ++e) {
+      const EntryValues values = ValuesOf(p, e);
+      char source[INET_ADDRSTRLEN];
+      inet_ntop(AF_INET, &values.source, source, sizeof(source));
+      xml += "<access-list-entry><ace-priority>" + std::to_string(e) +
+             "</ace-priority><match><source-ipv4-address><no-mask><ip>" + source +
+             "</ip></no-mask></source-ipv4-address><ip-protocol>" +
+             std::to_string(values.protocol) + "</ip-protocol><destination-port>" +
+             std::to_string(values.port) +
+             "</destination-port></match><action><packet-handling><deny/></packet-handling>"
+             "</action></access-list-entry>";
+    }
+    xml += "</access-list>";
+    bindings += "<interface><interface-name>" + InterfaceName(p) + "</interface-name><ingress>" +
+                ProfileName(p) + "</ingress></interface>";
+  }
+  return xml + "</ingress></acl-profile>" + bindings + "</access-list></config>";
+}
+
 std::string OneEntryJson(int profile, int entry, int port) {
   return R"({"acl-app:config":{"access-list":{"acl-profile":{"ingress":{"access-list":[)"
          R"({"acl-type":"l3","acl-name":")" +

@@ -25,6 +25,8 @@ void BindProfiles(acl_app::AclCache* cache, int profiles);
 
 // The same configuration as a JSON document of the configuration's schema.
 std::string ConfigurationJson(int profiles, int entries);
+// And as the content of an edit's <config>.
+std::string ConfigurationXml(int profiles, int entries);
 // An edit of it, in JSON: gives one entry another destination port.
 std::string OneEntryJson(int profile, int entry, int port);
 

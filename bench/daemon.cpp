@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <thread>
+#include <utility>
 
 #include "host/runtime/middleware.h"
 
@@ -24,14 +25,16 @@ class Daemon::TimedManager : public acl_app::ConfDManager {
   double seconds = 0;
 };
 
-Daemon::Daemon(const std::string& configuration, const std::string& filter_backend) {
-  const std::string& directory = scratch_.directory();
-  const std::string settings = scratch_.Write(
+Daemon::Daemon(const std::string& configuration, const std::string& filter_backend,
+               std::shared_ptr<const Scratch> scratch)
+    : scratch_(scratch != nullptr ? std::move(scratch) : std::make_shared<const Scratch>()) {
+  const std::string& directory = scratch_->directory();
+  const std::string settings = scratch_->Write(
       "settings", "state_directory = " + directory + "\nnetconf_socket = " + directory +
                       "/netconf.sock\nyang_directory = " BENCH_YANG_DIRECTORY
                       "\nfilter_backend = " +
                       filter_backend + "\nlog_level = warning\nstartup_file = " +
-                      scratch_.Write("startup.json", configuration) + "\n");
+                      scratch_->Write("startup.json", configuration) + "\n");
   setenv("ACL_APP_SETTINGS", settings.c_str(), 1);
   mw_ = qzmw_init("acl-bench");
   if (mw_ == nullptr) std::abort();
@@ -63,7 +66,7 @@ void Daemon::RunWith(const std::function<void(const std::string& socket)>& clien
   const auto watch =
       host::LoopOf(mw_)->OnIo(done[0], EPOLLIN, [&running](uint32_t) { running = false; });
   std::thread thread([&] {
-    client(scratch_.directory() + "/netconf.sock");
+    client(scratch_->directory() + "/netconf.sock");
     if (write(done[1], "x", 1) != 1) std::abort();
   });
   qzmw_loop_while(mw_, &running);

@@ -16,8 +16,10 @@
 
 class Daemon {
  public:
-  // Starts with `configuration`, a JSON document, as the start-up file.
-  explicit Daemon(const std::string& configuration, const std::string& filter_backend = "memory");
+  // Starts with `configuration`, a JSON document, as the start-up file. `scratch` is the state
+  // directory, for more than one start; null: its own.
+  explicit Daemon(const std::string& configuration, const std::string& filter_backend = "memory",
+                  std::shared_ptr<const Scratch> scratch = nullptr);
   Daemon(const Daemon&) = delete;
   Daemon& operator=(const Daemon&) = delete;
   ~Daemon();
@@ -32,7 +34,7 @@ class Daemon {
  private:
   class TimedManager;
 
-  Scratch scratch_;
+  const std::shared_ptr<const Scratch> scratch_;
   qzmw_t* mw_;
   std::unique_ptr<FilterMgrClientApi::FilterMgrClient> filter_mgr_;
   std::unique_ptr<TimedManager> manager_;
