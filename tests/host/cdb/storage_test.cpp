@@ -164,30 +164,6 @@ TEST_F(StorageTest, ContentThatTheSchemaRefusesIsAnError) {
   EXPECT_NE(std::string::npos, why.find("7000")) << why;
 }
 
-TEST_F(StorageTest, TheHistorySaysWhoWhenAndWhat) {
-  auto datastore = Open();
-  const Tree edit = ParseEdit(datastore->Context(), Vlans(5));
-  const int64_t start = time(nullptr);
-  ASSERT_EQ("", ToText(datastore->Edit(edit.get(), {}, Origin{"anna", 42, "by hand"})));
-  ASSERT_EQ("", ToText(Edit(datastore.get(), Vlans(6))));
-  const auto history = datastore->History(10);
-  ASSERT_EQ(2u, history.size());
-  EXPECT_EQ(3u, history[0].id);
-  EXPECT_EQ(2u, history[1].id);
-  EXPECT_EQ("anna", history[1].origin.user);
-  EXPECT_EQ(42u, history[1].origin.session_id);
-  EXPECT_EQ("by hand", history[1].origin.comment);
-  EXPECT_GE(history[1].time_us / 1000000, start);
-  EXPECT_EQ(1u, datastore->History(1).size());
-  DatastoreErrors errors;
-  const Tree diff(datastore->DifferenceOf(3, &errors));
-  ASSERT_NE(nullptr, diff) << ToText(errors);
-  EXPECT_EQ(std::string::npos, Snapshot(diff.get()).find("vlan = 5"));
-  EXPECT_NE(std::string::npos, Snapshot(diff.get()).find("vlan = 6"));
-  EXPECT_EQ(nullptr, datastore->DifferenceOf(9, &errors));
-  EXPECT_EQ(1u, errors.size());
-}
-
 TEST_F(StorageTest, RollbackMakesANewCommitOfAnOldState) {
   std::vector<std::string> states = {"", ""};  // by transaction id
   EditMaker maker(23);
