@@ -68,13 +68,14 @@ std::unique_ptr<Datastore> OpenDatastore() {
     WarnOfCapacity(*datastore);
     return datastore;
   }
-  std::string reasons;
+  std::string reason;
   for (const host::DatastoreError& error : errors) {
-    reasons += "\n  " + error.message;
-    if (!error.path.empty()) reasons += " at " + error.path;
+    reason = error.message + (error.path.empty() ? "" : " at " + error.path);
+    if (errors.size() > 1) host::Log(host::LogLevel::kError, "%s", reason.c_str());
   }
-  host::FatalFault("AppInterface", kFile, __LINE__, "cannot load the configuration:%s",
-                   reasons.c_str());
+  if (errors.size() > 1) reason = std::to_string(errors.size()) + " errors, the last: " + reason;
+  host::FatalFault("AppInterface", kFile, __LINE__, "cannot load the configuration: %s",
+                   reason.c_str());
 }
 
 std::unique_ptr<host::NetconfServer> Listen(Datastore& datastore, qzmw_t* mw) {

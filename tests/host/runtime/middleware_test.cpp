@@ -9,6 +9,7 @@
 #include <functional>
 #include <string>
 
+#include "host/runtime/error_watch.h"
 #include "host/runtime/log_message.h"
 #include "host/runtime/settings.h"
 #include "platform/zlog/zlog.h"
@@ -150,6 +151,16 @@ TEST_F(MiddlewareTest, LogServiceWritesAtItsLevelsAndOutlivesTheMiddleware) {
   qzmw_log_t* log = qzmw_log_init(mw_, &kComponent, &kClass);
   EXPECT_EQ(nullptr, qzmw_log_init(nullptr, &kComponent, &kClass));
   EXPECT_EQ("", ErrorOutput([&] { SendDebug(log, "hidden at level info"); }));
+  {
+    // What the level keeps out can still be asked for, where it tells of a failure.
+    const ErrorWatch errors;
+    EXPECT_EQ("", ErrorOutput([&] {
+                SendDebug(log, "terror of %d", 4);
+                SendDebug(log, "F - error of %d", 5);
+              }));
+    ErrorOutput([] { Log(LogLevel::kError, "plain"); });
+    EXPECT_THAT(errors.lines(), testing::ElementsAre("F - error of 5", "plain"));
+  }
   const qzmw_log_msg_t warning = {8, 7, "%d of %s"};
   EXPECT_THAT(ErrorOutput([&] { SendMessage(log, &warning, 3, "five"); }),
               HasSubstr("warning  ACL: [55.7] 3 of five\n"));
