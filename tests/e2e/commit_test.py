@@ -126,17 +126,6 @@ class CommitTest(DaemonTest):
         self.assertEqual(s.used()["l2"], 0)
         self.assertEqual(self.running.stop(), 0)
 
-    def test_every_session_sees_the_commit_of_another(self):
-        with self.running.session(base_1_1=False) as old:
-            old.edit(others=interface("eth7"))
-            self.assertIn("eth7", config_text(self.session))
-
-    def test_the_daemon_outlives_broken_sessions(self):
-        for garbage in (b"", b"\x00\xff" * 1000, b"<hello", b"\n#5\n<rpc"):
-            with self.running.session() as s:
-                s.socket.sendall(garbage)
-        self.assertEqual(self.session.used(), {"l2": 0, "l3": 0})
-
     def test_what_is_not_confirmed_does_not_survive_the_daemon(self):
         confirmed = "<commit><confirmed/><persist>t</persist></commit>"
         self.session.edit(others=interface("before"))
@@ -197,6 +186,27 @@ class CommitTest(DaemonTest):
             s.edit(others=interface("eth1", operation="delete"))
             self.assertEqual(commits(s)["applied"], "6")
             self.assertEqual(s.used(), {"l2": 0, "l3": 2})
+
+    def test_what_the_kernel_refuses_leaves_the_filters_as_they_were(self):
+        # Where it has no namespace to try that in, the daemon refuses entries that set the PCP.
+        enter = ["unshare", "--user", "--map-root-user", "--net", "sh", "-ec"]
+        limit = "for l in user net; do echo 0 >/proc/sys/user/max_${l}_namespaces; done\n"
+        if subprocess.run([*enter, limit + "nft list tables"], capture_output=True).returncode:
+            self.skipTest("no user namespace with a packet filter of its own")
+        self.running.stop()
+        self.running = self.daemon(filter_backend="kernel")
+        self.running.command = [*enter, limit + 'exec "$0"', *self.running.command]
+        with self.running.start().session() as s:
+            s.edit(profile("p", "l2", 1, (1, "<vlan>5</vlan>", DENY)), interface("eth0", "p"))
+            before = s.groups()
+            s.edit(profile("p", "l2", 1, (2, "<vlan>6</vlan>", "<set><pcp>3</pcp></set>")))
+            state = commits(s)
+            self.assertEqual((state["running"], state["applied"]), ("3", "2"))
+            reason = "refused the L2 group (filtMgrErr 4, an entry that cannot be enforced exactly)"
+            self.assertIn(reason, state["commit"][-1]["reason"])
+            self.assertEqual(s.groups(), before)
+        back = self.aclctl(self.running, "rollback", 2)
+        self.assertEqual(back.returncode, 0, back.stderr)
 
     def test_both_signals_end_the_daemon_with_success(self):
         self.assertEqual(self.running.stop(signal.SIGINT), 0)

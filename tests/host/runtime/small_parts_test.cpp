@@ -1,12 +1,11 @@
-// The parts of the platform that are a function or two: interface ids, the log dictionary's
-// library, the registry of state providers.
+// The parts of the platform that are a function or two: interface ids, the registry of state
+// providers.
 #include <gmock/gmock.h>
 
 #include <string>
 
 #include "host/limid/limid.h"
 #include "host/runtime/state_providers.h"
-#include "platform/elem_log/elem_log.h"
 #include "platform/limid/limid.h"
 
 namespace host {
@@ -34,21 +33,6 @@ TEST(LimidTest, EachNameKeepsItsOwnId) {
   EXPECT_EQ(77U, untouched);
   EXPECT_EQ("", InterfaceNameOf(0));
   EXPECT_EQ("", InterfaceNameOf(0xffffffff));
-}
-
-TEST(ElemLogTest, TakesAWholeDictionaryOnly) {
-  ElemLogRow rows[] = {{"Name", "Short", 1, 0}, {nullptr, nullptr, 0, 0}};
-  const ElemLogRow nameless[] = {{"Name", nullptr, 1, 0}, {nullptr, nullptr, 0, 0}};
-  const ElemLogOutput outputs[1] = {};
-  const ElemLogField fields[1] = {};
-  int word = 0;
-  const ElemLogHeader header = {{}, outputs, fields};
-  const ElemLogTables whole = {rows, &word, nullptr, rows, rows};
-  const ElemLogTables without_severities = {rows, &word, nullptr, rows, nullptr};
-  const ElemLogTables unnamed = {rows, &word, nullptr, nameless, rows};
-  EXPECT_NE(nullptr, ElemLogCfgPopulate(&header, &whole));
-  for (const ElemLogTables* tables : {&without_severities, &unnamed})
-    EXPECT_EQ(nullptr, ElemLogCfgPopulate(&header, tables));
 }
 
 TEST(StateProvidersTest, RegistrationsEndWithTheirOwnersInAnyOrder) {
