@@ -1,10 +1,13 @@
-// Does long work of many sessions in short turns on the event loop.
+// Does the work of all sessions in short turns on the event loop.
 //
-// Who has work left is in a queue. In each turn of the loop the pacer takes as many from it as fit
-// a millisecond, a step each; between its turns the loop serves everybody else. So the time that
-// somebody else waits does not grow with the number of sessions that have much to do.
+// Who has work is in a queue of his user. In each turn of the loop the pacer takes as many steps as
+// fit a millisecond, one user after the other; between its turns the loop does everything else. So
+// how long somebody waits grows neither with the work that others have, nor with the number of
+// sessions that one of them opens.
 #ifndef HOST_NETCONF_PACER_H_
 #define HOST_NETCONF_PACER_H_
+
+#include <sys/types.h>
 
 #include <deque>
 #include <memory>
@@ -25,15 +28,21 @@ class Pacer {
   // `loop` must outlive the pacer.
   explicit Pacer(EventLoop& loop) : loop_(loop) {}
 
-  // Queues the task unless it is queued. It must be removed before it ends.
-  void Add(Task* task);
+  // Queues a task that is not queued. It must be removed before it ends.
+  void Add(Task* task, uid_t user);
   void Remove(Task* task);
 
  private:
+  struct UserQueue {
+    uid_t user;
+    std::deque<Task*> tasks;
+  };
+
   void Run();
+  void RunStep();
 
   EventLoop& loop_;
-  std::deque<Task*> tasks_;
+  std::deque<UserQueue> users_;  // those with tasks, in the order of their turns
   std::unique_ptr<Watch> turn_;
 };
 

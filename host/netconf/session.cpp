@@ -62,7 +62,6 @@ void Session::Abort(const std::string& reason) {
   phase_ = Phase::kEnded;
   env_.pacer.Remove(this);
   io_watch_.reset();
-  work_watch_.reset();
   time_watch_.reset();
   on_end_(info_.id);
 }
@@ -72,15 +71,9 @@ bool Session::InputWanted() const {
          (phase_ == Phase::kHello || phase_ == Phase::kOpen);
 }
 
-// Keeps the socket's watch in line with what the session waits for. A peer that is gone is reported
-// in any case.
+// Waits for what the session needs to go on. A peer that is gone is reported in any case.
 void Session::WatchSocket() {
-  if (phase_ == Phase::kEnded) return;
-  const bool to_write = OutputPending() && !queued_;
-  const uint32_t events = (InputWanted() ? EPOLLIN : 0u) | (to_write ? EPOLLOUT : 0u);
-  if (io_watch_ != nullptr && events == watched_events_) return;
-  watched_events_ = events;
-  io_watch_.reset();
+  const uint32_t events = (InputWanted() ? EPOLLIN : 0u) | (OutputPending() ? EPOLLOUT : 0u);
   io_watch_ = env_.loop.OnIo(fd_, events, [this](uint32_t ready) { OnReady(ready); });
 }
 
@@ -102,17 +95,36 @@ void Session::WatchTime() {
 
 void Session::OnReady(uint32_t ready) {
   if ((ready & EPOLLERR) != 0) return Abort("the connection failed");
-  if (reply_ != nullptr) {
-    queued_ = true;
-    env_.pacer.Add(this);
-    return WatchSocket();
-  }
-  if (OutputPending() && (ready & (EPOLLOUT | EPOLLHUP)) != 0) return Flush();
-  if ((ready & (EPOLLIN | EPOLLHUP)) != 0) Read();
+  readable_ = (ready & (EPOLLIN | EPOLLHUP)) != 0;
+  io_watch_.reset();
+  env_.pacer.Add(this, peer_.uid);
 }
 
+bool Session::Step() {
+  DoWork();
+  if (phase_ == Phase::kEnded) return false;
+  if (HasWork()) return true;
+  WatchSocket();
+  WatchTime();
+  return false;
+}
+
+void Session::DoWork() {
+  blocked_ = false;
+  if (reply_ != nullptr) {
+    if (output_bytes_ < kEnoughOutput) AddPart();
+  } else if (!OutputPending() && !unread_.empty()) {
+    Decode();
+  } else if (readable_ && InputWanted()) {
+    Read();
+  }
+  readable_ = false;
+  if (phase_ != Phase::kEnded) Write();
+}
+
+bool Session::HasWork() const { return !blocked_ && (reply_ != nullptr || !unread_.empty()); }
+
 void Session::Read() {
-  if (!InputWanted()) return;
   std::array<char, kReadSize> buffer;
   const ssize_t size = recv(fd_, buffer.data(), buffer.size(), MSG_DONTWAIT);
   if (size < 0) {
@@ -124,12 +136,11 @@ void Session::Read() {
     return Abort(decoder_.InMessage() ? "the peer left within a message" : "");
   }
   unread_.assign(buffer.data(), size);
-  Work();
+  Decode();
 }
 
 // Decodes what was read, up to one message.
-void Session::Work() {
-  work_watch_.reset();
+void Session::Decode() {
   std::string_view input = unread_;
   const FrameDecoder::Status status = decoder_.Consume(&input);
   unread_.erase(0, unread_.size() - input.size());
@@ -151,7 +162,6 @@ void Session::Work() {
     decoder_.message() = std::string();
     AccountInput();
   }
-  Flush();
 }
 
 void Session::AccountInput() {
@@ -194,21 +204,6 @@ void Session::TakeMessage(bool cut) {
   if (reply.close_session) phase_ = Phase::kClosing;
   if (reply.stream == nullptr) return Send(std::move(reply.xml));
   reply_ = std::move(reply.stream);
-  queued_ = true;
-  env_.pacer.Add(this);
-}
-
-// Makes a part of the reply, unless the peer has enough to read, and writes.
-bool Session::Step() {
-  if (output_bytes_ < kEnoughOutput) AddPart();
-  if (phase_ == Phase::kEnded) return false;
-  queued_ = reply_ != nullptr && output_bytes_ < kEnoughOutput;
-  Flush();
-  if (phase_ == Phase::kEnded) return false;
-  // What is left when the socket is full is taken up when there is room again.
-  queued_ = reply_ != nullptr && !OutputPending();
-  WatchSocket();
-  return queued_;
 }
 
 void Session::AddPart() {
@@ -245,15 +240,18 @@ void Session::Queue(std::string piece) {
   output_.push_back(std::move(piece));
 }
 
-// Writes what the socket takes, then arranges for what comes next.
-void Session::Flush() {
+// Writes what the socket takes.
+void Session::Write() {
   while (OutputPending()) {
     const std::string& piece = output_.front();
     const ssize_t size = send(fd_, piece.data() + output_sent_, piece.size() - output_sent_,
                               MSG_DONTWAIT | MSG_NOSIGNAL);
     if (size < 0) {
       if (errno == EINTR) continue;
-      if (errno == EAGAIN) break;
+      if (errno == EAGAIN) {
+        blocked_ = true;
+        return;
+      }
       return Abort(std::string("writing failed: ") + std::strerror(errno));
     }
     output_sent_ += size;
@@ -264,12 +262,7 @@ void Session::Flush() {
       output_sent_ = 0;
     }
   }
-  if (!OutputPending() && phase_ == Phase::kClosing) return Abort("");
-  if (!OutputPending() && reply_ == nullptr && !unread_.empty()) {
-    work_watch_ = env_.loop.Soon([this] { Work(); });
-  }
-  WatchSocket();
-  WatchTime();
+  if (phase_ == Phase::kClosing && reply_ == nullptr) Abort("");
 }
 
 }  // namespace host

@@ -2,8 +2,11 @@
 //
 // A session works on one message at a time and takes the next one only when the reply to the last
 // is written: what a peer does not read, or half-sends, is held back in its own socket. Between two
-// messages of one peer the loop serves the others. A reply with data is made in parts, when the
-// pacer says so and as fast as the peer reads; a session never holds much more than one part.
+// messages of one peer the loop serves the others. A reply with data is made in parts, as fast as the
+// peer reads; a session never holds much more than one part.
+//
+// When the socket is ready nothing is done but to queue the session with the pacer; all work is done
+// in steps there: reading and decoding up to one message, carrying it out, a part of a reply.
 #ifndef HOST_NETCONF_SESSION_H_
 #define HOST_NETCONF_SESSION_H_
 
@@ -61,17 +64,19 @@ class Session : private Pacer::Task {
   enum class Phase { kHello, kOpen, kClosing, kEnded };
 
   void OnReady(uint32_t ready);
+  bool Step() override;
+  void DoWork();
+  bool HasWork() const;
   void Read();
-  void Work();
+  void Decode();
   void TakeHello();
   std::string AcceptHello();
   void TakeMessage(bool cut);
-  bool Step() override;
   void AddPart();
   void Send(std::string message);
   void Queue(std::string piece);
   Framing FramingOut() const;
-  void Flush();
+  void Write();
   void WatchSocket();
   void WatchTime();
   void AccountInput();
@@ -93,14 +98,13 @@ class Session : private Pacer::Task {
   std::string unread_;  // received, not yet decoded
   size_t accounted_input_ = 0;
   std::unique_ptr<ReplyStream> reply_;  // that is being made
-  bool queued_ = false;                 // with the pacer
+  bool readable_ = false;               // the socket is
+  bool blocked_ = false;                // the socket takes no more
   std::deque<std::string> output_;
   size_t output_sent_ = 0;  // of the first piece
   size_t output_bytes_ = 0;
 
-  uint32_t watched_events_ = 0;
   std::unique_ptr<Watch> io_watch_;
-  std::unique_ptr<Watch> work_watch_;
   std::unique_ptr<Watch> time_watch_;
 };
 
