@@ -32,6 +32,7 @@ OperationResult RunRetrieval(const OperationContext& context, const OperationCal
   if (request.typed_filter != nullptr) {
     request.filter = FindNetconfChild(call.message.GenericOperation(), "filter");
   }
+  request.trusted = call.session.may_write;
   request.print_options = PrintOptionsOf(ParameterText(call, "with-defaults", "explicit"));
   result.stream = Retrieve(request, context.datastore, context.pages, &result.errors);
   return result;

@@ -22,8 +22,7 @@ void Pacer::Add(Task* task, uid_t user) {
 
 void Pacer::Remove(Task* task) {
   for (UserQueue& queue : users_) {
-    queue.tasks.erase(std::remove(queue.tasks.begin(), queue.tasks.end(), task),
-                      queue.tasks.end());
+    queue.tasks.erase(std::remove(queue.tasks.begin(), queue.tasks.end(), task), queue.tasks.end());
   }
 }
 

@@ -14,6 +14,7 @@
 #include "host/netconf/subtree_filter.h"
 #include "host/netconf/tree_view.h"
 #include "host/netconf/xpath_filter.h"
+#include "host/netconf/xpath_pattern.h"
 
 namespace host {
 namespace {
@@ -98,7 +99,8 @@ class ViewStream : public DataStream {
   size_t next_provider_ = 0;
 };
 
-// What an XPath expression selects. The expression is evaluated, and its result printed, at once.
+// What an XPath expression that is no pattern selects. It is evaluated, and the result printed, at
+// once: nobody else is served meanwhile.
 class XPathStream : public DataStream {
  public:
   XPathStream(ConfigurationSource configuration, bool with_state, const std::string& xpath,
@@ -161,6 +163,25 @@ class XPathStream : public DataStream {
   size_t given_ = 0;
 };
 
+std::unique_ptr<DataStream> RetrieveXPath(const RetrievalRequest& request, const std::string& xpath,
+                                          Datastore& datastore, RpcErrors* errors) {
+  const std::string why = WhyTooCostly(xpath);
+  if (!why.empty()) {
+    errors->push_back(BadAttribute("select", "filter", why));
+    return nullptr;
+  }
+  if (!request.trusted) {
+    errors->push_back(
+        {"protocol", "resource-denied",
+         "those who may only read can select with location paths of names whose predicates compare "
+         "a child with a value; this expression would hold up everybody else",
+         "", "", ""});
+    return nullptr;
+  }
+  return std::make_unique<XPathStream>(request.configuration, request.with_state, xpath,
+                                       request.print_options, datastore);
+}
+
 }  // namespace
 
 std::unique_ptr<DataStream> Retrieve(const RetrievalRequest& request, Datastore& datastore,
@@ -176,15 +197,12 @@ std::unique_ptr<DataStream> Retrieve(const RetrievalRequest& request, Datastore&
         return nullptr;
       }
       const std::string xpath = lyd_get_meta_value(select);
-      const std::string why = WhyTooCostly(xpath);
-      if (!why.empty()) {
-        errors->push_back(BadAttribute("select", "filter", why));
-        return nullptr;
-      }
-      return std::make_unique<XPathStream>(request.configuration, request.with_state, xpath,
-                                           request.print_options, datastore);
+      std::optional<SubtreeFilter> pattern = CompileXPath(xpath, context);
+      if (!pattern.has_value()) return RetrieveXPath(request, xpath, datastore, errors);
+      subtree = std::make_unique<SubtreeFilter>(std::move(*pattern));
+    } else {
+      subtree = std::make_unique<SubtreeFilter>(request.filter, context);
     }
-    subtree = std::make_unique<SubtreeFilter>(request.filter, context);
   }
   return std::make_unique<ViewStream>(request.configuration, request.with_state, std::move(subtree),
                                       request.print_options, datastore, memory);

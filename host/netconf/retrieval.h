@@ -25,6 +25,7 @@ struct RetrievalRequest {
   const lyd_node* filter = nullptr;              // <filter> as GenericXml reads it, null: all
   const lyd_node* typed_filter = nullptr;        // the same, as the schema reads it
   uint32_t print_options = 0;                    // LYD_PRINT_WD_* of libyang
+  bool trusted = false;                          // may hold up others by costly expressions
 };
 
 // The stream for a request, of which it needs no more than the configuration afterwards. Null with

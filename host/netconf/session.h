@@ -2,11 +2,11 @@
 //
 // A session works on one message at a time and takes the next one only when the reply to the last
 // is written: what a peer does not read, or half-sends, is held back in its own socket. Between two
-// messages of one peer the loop serves the others. A reply with data is made in parts, as fast as the
-// peer reads; a session never holds much more than one part.
+// messages of one peer the loop serves the others. A reply with data is made in parts, as fast as
+// the peer reads; a session never holds much more than one part.
 //
-// When the socket is ready nothing is done but to queue the session with the pacer; all work is done
-// in steps there: reading and decoding up to one message, carrying it out, a part of a reply.
+// When the socket is ready nothing is done but to queue the session with the pacer; all work is
+// done in steps there: reading and decoding up to one message, carrying it out, a part of a reply.
 #ifndef HOST_NETCONF_SESSION_H_
 #define HOST_NETCONF_SESSION_H_
 

@@ -6,10 +6,9 @@
 #include "host/netconf/generic_xml.h"
 
 namespace host {
-namespace {
 
-// The canonical form of `text` as a value of `schema`; the text itself where it is none.
-std::string Canonical(const ly_ctx* context, const lysc_node* schema, const std::string& text) {
+std::string SubtreeFilter::Canonical(const ly_ctx* context, const lysc_node* schema,
+                                     const std::string& text) {
   const char* canonical = nullptr;
   if (schema == nullptr || (schema->nodetype & LYD_NODE_TERM) == 0 ||
       lyd_value_validate(context, schema, text.data(), text.size(), nullptr, nullptr, &canonical) !=
@@ -21,8 +20,6 @@ std::string Canonical(const ly_ctx* context, const lysc_node* schema, const std:
   lydict_remove(context, canonical);
   return result;
 }
-
-}  // namespace
 
 SubtreeFilter::SubtreeFilter(const lyd_node* filter, const ly_ctx* context)
     : nodes_(Compile(filter, nullptr, context)) {}
@@ -65,12 +62,13 @@ bool SubtreeFilter::MaySelect(const lys_module* module, const char* name) const 
   return false;
 }
 
-// True when a child of `parent` has the name and the value of the content match node.
+// True when a child of `parent` has the name and, where it has one, the value of the node.
 bool SubtreeFilter::MatchesContent(const Node& node, const lyd_node* parent) {
   for (const lyd_node* child = lyd_child(parent); child != nullptr; child = child->next) {
     // Keys come first, so a list entry is mostly decided after a look at one or two children.
-    if (MatchesName(node, child->schema->module, child->schema->name) &&
-        (child->schema->nodetype & LYD_NODE_TERM) != 0 && node.content == lyd_get_value(child)) {
+    if (!MatchesName(node, child->schema->module, child->schema->name)) continue;
+    if (node.content.empty()) return HoldsSomething(child);
+    if ((child->schema->nodetype & LYD_NODE_TERM) != 0 && node.content == lyd_get_value(child)) {
       return true;
     }
   }
@@ -90,14 +88,16 @@ bool SubtreeFilter::Wants(const Node& node, const lyd_node* data, bool* whole, N
   if ((data->schema->nodetype & LYD_NODE_INNER) == 0) return false;
   bool only_content = true;
   for (const Node& child : node.children) {
-    if (!child.IsContentMatch()) {
+    if (!child.IsTest()) {
       only_content = false;
     } else if (!MatchesContent(child, data)) {
       return false;
     }
   }
   if (only_content) return *whole = true;
-  for (const Node& child : node.children) below->push_back(&child);
+  for (const Node& child : node.children) {
+    if (!child.only_tests) below->push_back(&child);
+  }
   return true;
 }
 

@@ -8,6 +8,7 @@
 #define HOST_NETCONF_SUBTREE_FILTER_H_
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/cdb/yang_tree.h"
@@ -15,15 +16,28 @@
 namespace host {
 
 class SubtreeFilter {
-  struct Node;
-
  public:
+  struct Node {
+    bool any_namespace = false;  // an element without namespace matches all
+    std::string name_space;
+    std::string name;
+    std::string content;
+    bool never = false;       // has attributes, which no configuration or state data have
+    bool only_tests = false;  // a condition on its parent, of presence or content; selects nothing
+    std::vector<Node> children;
+    bool IsTest() const { return only_tests || (children.empty() && !content.empty()); }
+  };
   // Nodes of the filter that bear on the siblings at some place in the data.
   using NodeRefs = std::vector<const Node*>;
 
   // `filter` is the <filter> element as GenericXml reads it. Data are matched in `context`, which
   // gives content match nodes their canonical value.
   SubtreeFilter(const lyd_node* filter, const ly_ctx* context);
+  explicit SubtreeFilter(std::vector<Node> nodes) : nodes_(std::move(nodes)) {}
+
+  // The canonical form of `text` as a value of `schema`; the text itself where it is none.
+  static std::string Canonical(const ly_ctx* context, const lysc_node* schema,
+                               const std::string& text);
 
   // True when the filter may select something of the top-level node `name` of `module`.
   bool MaySelect(const lys_module* module, const char* name) const;
@@ -42,16 +56,6 @@ class SubtreeFilter {
   static Tree Select(const NodeRefs& nodes, const lyd_node* data, bool* whole);
 
  private:
-  struct Node {
-    bool any_namespace = false;  // an element without namespace matches all
-    std::string name_space;
-    std::string name;
-    std::string content;
-    bool never = false;  // has attributes, which no configuration or state data have
-    std::vector<Node> children;
-    bool IsContentMatch() const { return children.empty() && !content.empty(); }
-  };
-
   static std::vector<Node> Compile(const lyd_node* element, const lysc_node* schema,
                                    const ly_ctx* context);
   static bool MatchesName(const Node& node, const lys_module* module, const char* name);
