@@ -73,6 +73,7 @@ DatastoreErrors Draft::Edit(const lyd_node* edit, const EditOptions& options) {
   if (diff == nullptr) return {};
   DetachTouched(content_->get(), diff.get());
   Check(ApplyDifference(diff.get(), content_.get()) ? LY_SUCCESS : LY_EINT);
+  DetachParted(content_->get(), diff.get());
   Touch(diff.get());
   return {};
 }

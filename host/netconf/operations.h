@@ -44,7 +44,7 @@ struct OperationContext {
   Locks& locks;
   SessionControl& sessions;
   // Shared by all who read in pages.
-  std::shared_ptr<PageMemory> pages = std::make_shared<PageMemory>(PageMemory{size_t{16} << 20});
+  std::shared_ptr<PageMemory> pages = std::make_shared<PageMemory>(size_t{16} << 20);
 };
 
 struct OperationCall {

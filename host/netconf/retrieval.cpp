@@ -76,7 +76,9 @@ class ViewStream : public DataStream {
   bool See(Tree tree, bool piece) {
     const std::shared_ptr<const lyd_node> shared = std::move(tree);
     printer_.SetPieces(piece);
-    view_.emplace(shared.get(), shared, filter_.get(), memory_);
+    // Pieces can be joined where they are taken apart.
+    const int few_children = piece ? 0 : TreeView::kFewChildren;
+    view_.emplace(shared.get(), shared, filter_.get(), memory_, few_children);
     return true;
   }
 

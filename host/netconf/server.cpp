@@ -90,7 +90,7 @@ NetconfServer::NetconfServer(const NetconfServerOptions& options, Datastore& dat
       loop_(std::move(loop)),
       xml_(std::move(xml)),
       capabilities_(ServerCapabilities(datastore.Context())),
-      pages_(std::make_shared<PageMemory>(PageMemory{options.limits.all_page_bytes})),
+      pages_(std::make_shared<PageMemory>(options.limits.all_page_bytes)),
       candidate_(datastore),
       confirmed_(datastore, *loop_),
       dispatcher_({datastore, candidate_, confirmed_, locks_, *this, pages_}, *xml_,
@@ -106,6 +106,7 @@ NetconfServer::~NetconfServer() {
   sessions_.clear();
   ended_.clear();
   datastore_.RemoveObserver(this);
+  pages_->kept.clear();
   if (listener_ < 0) return;
   close(listener_);
   struct stat info {};
@@ -160,6 +161,10 @@ std::string NetconfServer::WhyRefused(const std::optional<Peer>& peer) const {
 
 void NetconfServer::BeforeCommit(const lyd_node* diff) {
   if (pages_->used != 0) DetachTouched(datastore_.Running(), diff);
+}
+
+void NetconfServer::OnCommit(const lyd_node* diff, const CommitInfo&) {
+  if (pages_->used != 0) DetachParted(datastore_.Running(), diff);
 }
 
 void NetconfServer::OnSessionEnd(uint32_t id) {

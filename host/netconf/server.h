@@ -64,7 +64,7 @@ class NetconfServer : private SessionControl, private CommitObserver {
   void ShowState(StateProviders* providers);
 
   void BeforeCommit(const lyd_node* diff) override;
-  void OnCommit(const lyd_node*, const CommitInfo&) override {}
+  void OnCommit(const lyd_node* diff, const CommitInfo& info) override;
   bool KillSession(uint32_t id, const SessionInfo& killer) override;
   void WatchListener();
   void Accept();

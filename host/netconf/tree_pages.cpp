@@ -1,6 +1,7 @@
 // Pages of a tree: see tree_pages.h.
 #include "host/netconf/tree_pages.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -41,16 +42,22 @@ void TreePage::Release() {
   attached_ = false;
 }
 
-bool TreePage::TakeFor(uint64_t view) {
-  if (last_view_ == view) return false;
-  last_view_ = view;
-  return true;
+void TreePage::Keep() {
+  std::vector<std::shared_ptr<TreePage>>& kept = memory_->kept;
+  if (kept.size() == kept.capacity()) {  // about to grow: first without those that are gone
+    kept.erase(std::remove_if(kept.begin(), kept.end(),
+                              [](const auto& page) { return !page->attached(); }),
+               kept.end());
+  }
+  kept.push_back(shared_from_this());
+  kept_ = true;
 }
 
 void TreePage::Detach() {
   if (!attached_) return;
   Release();
-  if (memory_->used >= memory_->limit) {
+  const bool read = weak_from_this().use_count() > (kept_ ? 1 : 0);
+  if (!read || memory_->used >= memory_->limit) {
     lost_ = true;
     nodes_.clear();
     return;
@@ -75,6 +82,20 @@ void DetachTouched(const lyd_node* first, const lyd_node* diff) {
     if (node == nullptr) continue;
     if (TreePage* page = TreePage::Of(node)) page->Detach();
     DetachTouched(lyd_child(node), lyd_child(diff));
+  }
+}
+
+void DetachParted(const lyd_node* first, const lyd_node* diff) {
+  for (; diff != nullptr; diff = diff->next) {
+    const lyd_node* node = IsKey(diff) ? nullptr : FindSame(first, diff);
+    if (node == nullptr) continue;
+    TreePage* page = node->next != nullptr ? TreePage::Of(node->next) : nullptr;
+    // A first node's prev is the last one.
+    if (page != nullptr && node != first && TreePage::Of(node->prev) == page &&
+        TreePage::Of(node) == nullptr) {
+      page->Detach();
+    }
+    DetachParted(lyd_child(node), lyd_child(diff));
   }
 }
 

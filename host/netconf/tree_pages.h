@@ -5,13 +5,17 @@
 // references to pages: some neighbouring nodes each, such as 64 entries of a list. A page costs a
 // pointer per node, and all readers of the same nodes share it. Before a commit changes a node, the
 // page that has it is detached: it gets copies of its nodes as they are. So a commit pays for what
-// it touches, however many readers there are, and readers pay nothing for commits elsewhere.
+// it touches, however many readers there are, and readers pay nothing for commits elsewhere. The
+// pages of running are kept between readers: taking a view of them costs by page, while a walk over
+// all nodes, cold in the cache, would hold up the others for some milliseconds.
 //
 // Invariants:
 //  - lyd_node::priv of a node in a tree that is read in pages is the attached page that has this
 //    very node, or null;
-//  - an attached page's nodes, and all below them, are as they were when the page was made;
-//  - whoever changes or frees a node of the tree calls DetachTouched() before.
+//  - an attached page's nodes, and all below them, are as they were when the page was made, and
+//    each is the next sibling of the one before;
+//  - whoever changes or frees a node of the tree calls DetachTouched() before and DetachParted()
+//    behind.
 #ifndef HOST_NETCONF_TREE_PAGES_H_
 #define HOST_NETCONF_TREE_PAGES_H_
 
@@ -25,11 +29,18 @@
 
 namespace host {
 
+class TreePage;
+
 // What the pages of a server hold together.
 struct PageMemory {
-  size_t limit = 0;        // of `used`
-  size_t used = 0;         // bytes, of copies by estimate
-  uint64_t last_view = 0;  // number of the last view that took pages
+  explicit PageMemory(size_t most) : limit(most) {}
+
+  const size_t limit;  // of `used`
+  // Nodes of a page at most. Printing one takes a microsecond or two, copying it little more.
+  size_t page_nodes = 64;
+  size_t used = 0;  // bytes, of copies by estimate
+  // Pages that stay when nobody reads. Their tree must outlive them.
+  std::vector<std::shared_ptr<TreePage>> kept;
 };
 
 class TreePage : public std::enable_shared_from_this<TreePage> {
@@ -50,9 +61,10 @@ class TreePage : public std::enable_shared_from_this<TreePage> {
   // True when there was no memory for the copies. The page has no nodes then, and whoever still
   // needs it has to give up.
   bool lost() const { return lost_; }
-  // True for the first call with this number of a view.
-  bool TakeFor(uint64_t view);
-  // Replaces the nodes by copies. Does nothing on a detached page.
+  bool attached() const { return attached_; }
+  // Keeps the page until it is detached.
+  void Keep();
+  // Replaces the nodes by copies, if a reader has the page. Does nothing on a detached page.
   void Detach();
 
  private:
@@ -62,7 +74,7 @@ class TreePage : public std::enable_shared_from_this<TreePage> {
   Nodes nodes_;
   std::vector<Tree> copies_;
   size_t bytes_ = 0;  // accounted in memory_
-  uint64_t last_view_ = 0;
+  bool kept_ = false;
   bool attached_ = true;
   bool lost_ = false;
 };
@@ -70,6 +82,8 @@ class TreePage : public std::enable_shared_from_this<TreePage> {
 // Detaches the pages that have nodes which `diff` (in libyang's form) changes among the siblings
 // from `first` on (may be null), and below them.
 void DetachTouched(const lyd_node* first, const lyd_node* diff);
+// Detaches the pages that have got a node which `diff` created between two of theirs.
+void DetachParted(const lyd_node* first, const lyd_node* diff);
 
 }  // namespace host
 

@@ -8,11 +8,6 @@
 namespace host {
 namespace {
 
-// Nodes of one page. Printing one takes a tenth of a millisecond, copying it little more.
-constexpr size_t kPageNodes = 64;
-// An entry that holds lists, but has few children, is not worth being taken apart.
-constexpr int kFewChildren = 8;
-
 bool HasLists(const lysc_node* schema) {
   const lysc_node* child = nullptr;
   while ((child = lys_getnext(child, schema, nullptr, 0)) != nullptr) {
@@ -36,8 +31,9 @@ std::string KeysOf(const lyd_node* node) {
 }  // namespace
 
 TreeView::TreeView(const lyd_node* first, std::shared_ptr<const void> tree,
-                   const SubtreeFilter* filter, std::shared_ptr<PageMemory> memory)
-    : tree_(std::move(tree)), memory_(std::move(memory)), number_(++memory_->last_view) {
+                   const SubtreeFilter* filter, std::shared_ptr<PageMemory> memory,
+                   int few_children)
+    : tree_(std::move(tree)), memory_(std::move(memory)), few_children_(few_children) {
   FilterRefs refs;
   if (filter != nullptr) refs = std::make_shared<SubtreeFilter::NodeRefs>(filter->Top());
   TakeSiblings(first, refs);
@@ -56,7 +52,7 @@ bool TreeView::IsTakenApart(const lyd_node* node) {
   if (!known->second || node->schema->nodetype == LYS_CONTAINER) return known->second;
   int children = 0;
   for (const lyd_node* child = lyd_child(node); child != nullptr; child = child->next) {
-    if (++children > kFewChildren) return true;
+    if (++children > few_children_) return true;
   }
   return false;
 }
@@ -64,24 +60,27 @@ bool TreeView::IsTakenApart(const lyd_node* node) {
 void TreeView::TakeSiblings(const lyd_node* first, const FilterRefs& filter) {
   TreePage::Nodes loose;  // without a page so far
   const auto add = [&](std::shared_ptr<TreePage> page) {
-    if (page->TakeFor(number_)) {
-      parts_.push_back({ViewPart::Kind::kPage, nullptr, "", false, std::move(page), filter});
-    }
+    parts_.push_back({ViewPart::Kind::kPage, nullptr, "", false, std::move(page), filter});
   };
   const auto make_page = [&] {
-    if (!loose.empty()) add(std::make_shared<TreePage>(std::move(loose), memory_));
+    if (loose.empty()) return;
+    auto page = std::make_shared<TreePage>(std::move(loose), memory_);
+    if (tree_ == nullptr) page->Keep();
+    add(std::move(page));
     loose = {};
   };
   for (const lyd_node* node = first; node != nullptr; node = node->next) {
-    if (IsTakenApart(node)) {
+    if (TreePage* page = TreePage::Of(node)) {
+      make_page();
+      add(page->shared_from_this());
+      node = page->nodes().back();
+    } else if (IsTakenApart(node)) {
       make_page();
       TakeApart(node, filter);
-    } else if (TreePage* page = TreePage::Of(node)) {
-      add(page->shared_from_this());
     } else {
-      if (loose.empty()) loose.reserve(kPageNodes);
+      if (loose.empty()) loose.reserve(memory_->page_nodes);
       loose.push_back(node);
-      if (loose.size() == kPageNodes) make_page();
+      if (loose.size() == memory_->page_nodes) make_page();
     }
   }
   make_page();

@@ -34,10 +34,13 @@ struct ViewPart {
 
 class TreeView {
  public:
+  static constexpr int kFewChildren = 8;
+
   // Sees the siblings from `first` on (may be null) as they are now. `tree` keeps them alive, where
-  // that is needed; `filter` (null: all) must outlive the view.
+  // that is needed; `filter` (null: all) must outlive the view. List entries that hold lists, but
+  // have no more than `few_children`, are not taken apart.
   TreeView(const lyd_node* first, std::shared_ptr<const void> tree, const SubtreeFilter* filter,
-           std::shared_ptr<PageMemory> memory);
+           std::shared_ptr<PageMemory> memory, int few_children = kFewChildren);
 
   // Moves the next part out; false when there is none left.
   bool Next(ViewPart* part);
@@ -51,7 +54,7 @@ class TreeView {
 
   const std::shared_ptr<const void> tree_;
   const std::shared_ptr<PageMemory> memory_;
-  const uint64_t number_;
+  const int few_children_;
   std::unordered_map<const lysc_node*, bool> has_lists_;
   std::vector<ViewPart> parts_;  // after tree_: pages go first
   size_t next_ = 0;

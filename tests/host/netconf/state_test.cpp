@@ -61,10 +61,20 @@ TEST_F(StateTest, XPathSelects) {
            "</acl-profile>" +
            end},
       {"//a:interface[a:interface-name=\"nope/..\"]", "<data></data>"},
+      {"//a:interface[a:ingress=\"p\" and a:interface-name=\"e0\"]", start + e0 + end},
+      {"/a:config//a:interface[a:interface-name=\"e0\"]/a:ingress[.=\"p\"]", start + e0 + end},
+      {"//a:access-list[ a:acl-priority-l3 ]/a:acl-priority-l3/a:priority[.=1]",
+       "<priority>1</priority></acl-priority-l3>"},
+      {"/a:config/a:access-list/a:interface/a:interface-name",
+       "<interface><interface-name>e1</interface-name></interface>"},
+      {"//a:interface[a:none]|//a:nothing", "<data></data>"},
       {"/a:status", "<data></data>"},
   };
   for (const auto& [xpath, expected] : cases) {
-    EXPECT_THAT(GetConfig(std::string("select='") + xpath + "'"), HasSubstr(expected)) << xpath;
+    const std::string reply = GetConfig(std::string("select='") + xpath + "'");
+    EXPECT_THAT(reply, HasSubstr(expected)) << xpath;
+    // In parentheses it is no pattern, and libyang evaluates it.
+    EXPECT_EQ(GetConfig(std::string("select='(") + xpath + ")'"), reply) << xpath;
   }
 }
 
@@ -196,6 +206,10 @@ TEST_F(StateTest, ReadersMayOnlyRead) {
     EXPECT_THAT(run(denied, false), HasSubstr("<error-tag>access-denied<")) << denied;
     EXPECT_THAT(run(denied, true), Not(HasSubstr("access-denied"))) << denied;
   }
+  // An expression that must be evaluated as a whole would hold up everybody else.
+  const std::string costly = "<get><filter type='xpath' select='//*[2]'/></get>";
+  EXPECT_THAT(run(costly, false), HasSubstr("<error-tag>resource-denied<"));
+  EXPECT_THAT(run(costly, true), HasSubstr("<data>"));
 }
 
 TEST(AccessTest, RootItselfAndTheWriteGroupMayWrite) {
