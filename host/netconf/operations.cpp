@@ -30,8 +30,8 @@ constexpr Operation kOperations[] = {
     {kHistory, "get-history", OperationKind::kQuery, RunGetHistory},
     {kHistory, "get-commit", OperationKind::kQuery, RunGetCommit},
     {kHistory, "rollback", OperationKind::kChange, RunRollback},
-    {kHistory, "compare", OperationKind::kQuery, RunCompare},
-    {kHistory, "check", OperationKind::kOwn, RunCheck},
+    {kHistory, "compare", OperationKind::kChange, RunCompare},
+    {kHistory, "check", OperationKind::kChange, RunCheck},
 };
 
 }  // namespace

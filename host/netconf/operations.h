@@ -71,7 +71,7 @@ struct OperationResult {
 enum class OperationKind {
   kQuery,   // gives data, which can be large; open to everybody
   kOwn,     // concerns the session alone; open to everybody
-  kChange,  // changes what others see; for those who may write
+  kChange,  // changes what others see, or works as hard as that; for those who may write
 };
 
 struct Operation {

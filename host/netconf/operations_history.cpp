@@ -17,6 +17,10 @@ namespace {
 
 constexpr char kNamespace[] = "urn:acl-app:history";
 
+// The changes of one commit that are shown to those who may only read. More would hold up the
+// commits of others for longer than readers may.
+constexpr size_t kChangesForReaders = 2000;
+
 // RFC 3339, in UTC.
 std::string DateAndTime(int64_t microseconds) {
   const auto seconds = static_cast<time_t>(microseconds / 1000000);
@@ -76,11 +80,19 @@ OperationResult RunGetHistory(const OperationContext& context, const OperationCa
 
 OperationResult RunGetCommit(const OperationContext& context, const OperationCall& call) {
   const uint64_t id = NumberIn(call, "id", "0");
+  const CommitInfo info = context.datastore.CommitOf(id).value_or(CommitInfo());
+  if (info.changes > kChangesForReaders && !call.session.may_write) {
+    return OperationResult::Error({"application", "access-denied",
+                                   "commit " + std::to_string(id) + " made " +
+                                       std::to_string(info.changes) +
+                                       " changes; only those who may write can see so many",
+                                   "", "", ""});
+  }
   DatastoreErrors errors;
   const Tree diff(context.datastore.DifferenceOf(id, &errors));
   if (!errors.empty()) return Refuse(errors);
   XmlWriter xml(kNamespace);
-  WriteCommit(context.datastore.CommitOf(id).value_or(CommitInfo()), &xml);
+  WriteCommit(info, &xml);
   WriteDifference(diff.get(), &xml);
   return Reply(&xml);
 }
