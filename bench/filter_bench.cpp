@@ -229,17 +229,27 @@ void BM_UpdateOneEntry(benchmark::State& state) {
   WithBackend(state, [&state](host::KernelBackend* backend) {
     const int ports = static_cast<int>(state.range(0));
     const size_t before = backend->writes();
-    bool out = false;
+    double seconds[2] = {};  // of additions, of removals
+    double cpu = 0;
+    int left_out = -1;
     for (auto _ : state) {
-      out = !out;
-      const FiltersGroup group = MakeGroup(ports, out ? kEntries / 3 : -1);
-      const double start = Seconds();
+      left_out = left_out < 0 ? kEntries / 3 : -1;
+      const FiltersGroup group = MakeGroup(ports, left_out);
+      const double start = Seconds(), cpu_start = CpuSeconds(Usage(RUSAGE_SELF));
       if (backend->Apply(group) != host::FILTER_MGR_OK) state.SkipWithError("refused");
-      state.SetIterationTime(Seconds() - start);
+      const double taken = Seconds() - start;
+      cpu += CpuSeconds(Usage(RUSAGE_SELF)) - cpu_start;
+      state.SetIterationTime(taken);
+      seconds[left_out < 0 ? 0 : 1] += taken;
       backend->Idle();
     }
-    state.counters["writes"] = benchmark::Counter(static_cast<double>(backend->writes() - before),
-                                                  benchmark::Counter::kAvgIterations);
+    const auto average = [](double value) {
+      return benchmark::Counter(value, benchmark::Counter::kAvgIterations);
+    };
+    state.counters["add_ms"] = average(2 * seconds[0] * 1000);
+    state.counters["remove_ms"] = average(2 * seconds[1] * 1000);
+    state.counters["cpu_ms"] = average(cpu * 1000);
+    state.counters["writes"] = average(static_cast<double>(backend->writes() - before));
   });
 }
 BENCHMARK(BM_UpdateOneEntry)

@@ -111,10 +111,14 @@ class GroupStateBuilder {
     group_ = it->second;
     entries_.clear();
     next_entry_ = 0;
+    entries_.reserve(group_->getEntriesRef().size());
     for (const auto& [id, entry] : group_->getEntriesRef()) entries_.push_back(&entry);
-    std::stable_sort(entries_.begin(), entries_.end(), [](const auto* a, const auto* b) {
+    const auto before = [](const auto* a, const auto* b) {
       return a->getPriority() < b->getPriority();
-    });
+    };
+    if (!std::is_sorted(entries_.begin(), entries_.end(), before)) {
+      std::stable_sort(entries_.begin(), entries_.end(), before);
+    }
     hits_.reset();
     reading_ = table_.backend().ReadHits(*group_);
     return true;

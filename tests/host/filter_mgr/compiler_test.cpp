@@ -45,24 +45,6 @@ CompilerOptions Options(bool can_set_pcp = true) {
           can_set_pcp};
 }
 
-TEST(CompilerTest, PacksTheLinkLayerIntoOneTestThatReadsNoByteMore) {
-  const ether_addr mac = {{2, 0, 0, 0, 0, 1}}, low_ignored = {{0, 0, 0, 0xff, 0xff, 0xff}};
-  const auto only = Compile(Entry(MatchDstMac(mac)));
-  ASSERT_EQ(1u, only.size());
-  ASSERT_EQ(1u, only[0]->tests.size());
-  EXPECT_EQ(0, only[0]->tests[0].offset);
-  EXPECT_EQ(6, only[0]->tests[0].length);
-
-  const auto rules = Compile(Entry(MatchSrcMac(mac, low_ignored), MatchTPID(0x8100), MatchPcp(3)));
-  ASSERT_EQ(1u, rules.size());
-  ASSERT_EQ(1u, rules[0]->tests.size());  // the TPID is in it, so nothing else asks for a tag
-  const FieldTest& test = rules[0]->tests[0];
-  EXPECT_EQ(6, test.offset);
-  EXPECT_EQ(9, test.length);
-  EXPECT_EQ((FieldTest::Bytes{2, 0, 0, 0, 0, 0, 0x81, 0x00, 0x60}), test.value);
-  EXPECT_EQ((FieldTest::Bytes{0xff, 0xff, 0xff, 0, 0, 0, 0xff, 0xff, 0xe0}), test.mask);
-}
-
 TEST(CompilerTest, PutsTheRarestTestFirstAndGuardsLast) {
   const auto rules = Compile(Entry(MatchIpProtocol(6), MatchDstL4Port(22), MatchDSCP(46),
                                    MatchSrcIPv4(Ipv4(0x0a000000), Netmask(8)),
@@ -73,29 +55,6 @@ TEST(CompilerTest, PutsTheRarestTestFirstAndGuardsLast) {
   EXPECT_EQ((std::vector<int>{16, 2, 12, 1, 9, 0}), offsets);
   EXPECT_EQ(Source::kEtherType, rules[0]->tests.back().source);
   EXPECT_EQ(Verdict::kDrop, rules[0]->outcome.verdict);
-}
-
-TEST(CompilerTest, KnowsWhatNoFrameCanBe) {
-  EXPECT_TRUE(Compile(Entry(MatchTPID(0x0800), MatchExternalVlanId(5))).empty());
-  EXPECT_TRUE(Compile(Entry(MatchIpProtocol(1), MatchDstL4Port(22))).empty());
-  EXPECT_EQ(1u, Compile(Entry(MatchIpProtocol(17), MatchDstL4Port(22))).size());
-}
-
-TEST(CompilerTest, SetsThePcpOfTaggedFramesOnly) {
-  const ActionSetPcpAndQueue set(5);
-  const auto any = Compile(Entry(set, ActionPermit()));
-  ASSERT_EQ(2u, any.size());
-  EXPECT_EQ(5, any[0]->outcome.tag_pcp);
-  EXPECT_EQ(ValueSet::kTpids, any[0]->tests.back().set);
-  EXPECT_FALSE(any[1]->outcome.tag_pcp);
-  EXPECT_EQ(5, any[1]->outcome.queue);
-  EXPECT_EQ(1u, Compile(Entry(MatchExternalVlanId(5), set)).size());
-  EXPECT_EQ(1u, Compile(Entry(MatchTPID(0x0800), set)).size());
-  EXPECT_FALSE(Compile(Entry(MatchTPID(0x0800), set))[0]->outcome.tag_pcp);
-  const auto denied = Compile(Entry(set, ActionDeny()));
-  ASSERT_EQ(1u, denied.size());
-  EXPECT_EQ(Verdict::kDrop, denied[0]->outcome.verdict);
-  EXPECT_FALSE(denied[0]->outcome.queue);
 }
 
 TEST(CompilerTest, RefusesWhatItCannotEnforceAndNamesTheEntry) {

@@ -189,16 +189,6 @@ TEST(DifferenceTest, MovesFewRulesAndTheirCountersWithThem) {
   EXPECT_LE(kernel.held().order.size(), 20u);
 }
 
-TEST(DifferenceTest, ForeignRulesAreNeverKept) {
-  auto foreign = std::make_shared<Rule>();
-  foreign->foreign = true;
-  HeldChain held;
-  const std::vector<RulePtr> rules = Numbered(0, 8);
-  for (const RulePtr& rule : rules) held.rules.push_back({rule, held.rules.size() + 1, {}, {}});
-  held.rules.insert(held.rules.begin() + 3, {foreign, 99, {}, {}});
-  EXPECT_EQ(std::vector<uint64_t>{99}, EditChain(held, rules).deletes);
-}
-
 TEST(DifferenceTest, RandomEditsArriveAtTheWantedRules) {
   std::mt19937 random(20261121);
   const auto below = [&random](size_t n) { return random() % n; };

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <libyang/libyang.h>
 
-#include "host/filter_mgr/entry_text.h"
 #include "host/filter_mgr/group_state.h"
 #include "tests/host/filter_mgr/captured_log.h"
 
@@ -63,6 +62,16 @@ FiltersGroup MakeGroup(unsigned short id, filtersGroupType_t type, int entries =
   if (type != FILTERS_GROUP_TYPE_NONE) group.setType(type);
   for (int i = 0; i < entries; ++i) group.insertEntry(FiltersEntry(i));
   return group;
+}
+
+using Context = std::unique_ptr<ly_ctx, decltype(&ly_ctx_destroy)>;
+
+// A libyang context, with the groups' module or without.
+Context MakeContext(bool with_module) {
+  ly_ctx* context = nullptr;
+  EXPECT_EQ(LY_SUCCESS, ly_ctx_new(YANG_DIR, 0, &context));
+  if (with_module) ly_ctx_load_module(context, "acl-app-filters", nullptr, nullptr);
+  return {context, ly_ctx_destroy};
 }
 
 class GroupTableTest : public ::testing::Test {
@@ -146,14 +155,12 @@ TEST_F(GroupTableTest, ShowsGroupsAsOperationalData) {
   ASSERT_EQ(FILTER_MGR_OK, table_.Update(group));
   ASSERT_EQ(FILTER_MGR_OK, table_.Create(MakeGroup(1, FILTERS_GROUP_TYPE_L3)));
 
-  ly_ctx* context = nullptr;
-  ASSERT_EQ(LY_SUCCESS, ly_ctx_new(YANG_DIR, 0, &context));
-  ASSERT_NE(nullptr, ly_ctx_load_module(context, "acl-app-filters", nullptr, nullptr));
-  lyd_node* tree = BuildGroupState(context, table_,
+  const Context context = MakeContext(true);
+  lyd_node* tree = BuildGroupState(context.get(), table_,
                                    [](limid_t port) { return "eth" + std::to_string(port - 1); });
   ASSERT_NE(nullptr, tree);
-  EXPECT_EQ(LY_SUCCESS, lyd_validate_all(&tree, context, LYD_VALIDATE_PRESENT, nullptr))
-      << ly_errmsg(context);
+  EXPECT_EQ(LY_SUCCESS, lyd_validate_all(&tree, context.get(), LYD_VALIDATE_PRESENT, nullptr))
+      << ly_errmsg(context.get());
   char* text = nullptr;
   lyd_print_mem(&text, tree, LYD_JSON, LYD_PRINT_SHRINK | LYD_PRINT_KEEPEMPTYCONT);
   EXPECT_STREQ(
@@ -174,16 +181,13 @@ TEST_F(GroupTableTest, ShowsGroupsAsOperationalData) {
       text);
   free(text);
   lyd_free_all(tree);
-  ly_ctx_destroy(context);
 }
 
 TEST_F(GroupTableTest, ShowsLargeGroupsInPieces) {
   GroupTable table(&backend_, 1000);
   ASSERT_EQ(FILTER_MGR_OK, table.Update(MakeGroup(0, FILTERS_GROUP_TYPE_L2, 300)));
   ASSERT_EQ(FILTER_MGR_OK, table.Update(MakeGroup(1, FILTERS_GROUP_TYPE_L3, 200)));
-  ly_ctx* context = nullptr;
-  ASSERT_EQ(LY_SUCCESS, ly_ctx_new(YANG_DIR, 0, &context));
-  ASSERT_NE(nullptr, ly_ctx_load_module(context, "acl-app-filters", nullptr, nullptr));
+  const Context context = MakeContext(true);
   // A group that changes while its hits are read is read anew; one that never stops has no hits.
   for (const int failures : {0, 2, 1000}) {
     backend_.failures = failures;
@@ -192,7 +196,7 @@ TEST_F(GroupTableTest, ShowsLargeGroupsInPieces) {
         table, [](limid_t) { return ""; }, alive);
     std::vector<std::string> entries;
     size_t ports = 0, hits = 0;
-    while (lyd_node* piece = pieces->Next(context)) {
+    while (lyd_node* piece = pieces->Next(context.get())) {
       const size_t before = entries.size();
       const lyd_node* node;
       LYD_TREE_DFS_BEGIN(piece, node) {
@@ -218,26 +222,14 @@ TEST_F(GroupTableTest, ShowsLargeGroupsInPieces) {
     const auto more = OpenGroupState(
         table, [](limid_t) { return ""; }, alive);
     alive.reset();
-    EXPECT_EQ(nullptr, more->Next(context));
+    EXPECT_EQ(nullptr, more->Next(context.get()));
   }
-  ly_ctx_destroy(context);
 }
 
 TEST_F(GroupTableTest, SaysWhyGroupsCannotBeShown) {
-  ly_ctx* context = nullptr;
-  ASSERT_EQ(LY_SUCCESS, ly_ctx_new(nullptr, 0, &context));
-  EXPECT_EQ(nullptr, BuildGroupState(context, table_, [](limid_t) { return ""; }));
+  const Context context = MakeContext(false);
+  EXPECT_EQ(nullptr, BuildGroupState(context.get(), table_, [](limid_t) { return ""; }));
   EXPECT_THAT(CapturedLog(), ElementsAre(HasSubstr("acl-app-filters is not loaded")));
-  ly_ctx_destroy(context);
-}
-
-TEST(EntryTextTest, NamesAnEntryInOneLine) {
-  EXPECT_EQ("any frame: no action", EntryText(FiltersEntry(0)));
-  FiltersEntry entry(0);
-  entry.setMatch(MatchDstL4Port(22));
-  entry.setMatch(MatchIpProtocol(6));
-  entry.setAction(ActionDeny());
-  EXPECT_EQ("destination-port 22, ip-protocol 6: deny", EntryText(entry));
 }
 
 }  // namespace
