@@ -12,8 +12,8 @@
 
 #include "app/log.h"
 #include "confd/confd_manager.h"
+#include "filter/acl_filter.h"
 #include "model/acl_cache.h"
-#include "tests/support/recording_filter.h"
 #include "tests/support/scripted_platform.h"
 
 namespace acl_app {
@@ -40,7 +40,7 @@ using Model = acl_app::AclCacheTestPeer;
 using Names = std::map<std::string, std::string>;
 
 // The lines of a block of text, without empty lines and indentation; a " ; " also ends a line. Each
-// of `names` (such as "$leaf") stands for its text.
+// of `names` (such as "$leaf") stands for its text, in which there may be further names.
 Lines Text(std::string block, const Names& names = {});
 // The rows of a table: lines of cells that " | " separates.
 std::vector<Lines> Rows(const std::string& block, const Names& names = {});
@@ -49,17 +49,61 @@ std::vector<Lines> Rows(const std::string& block, const Names& names = {});
 // profile its entries ("P 5/0 vlan 7 -> deny"), then the interfaces ("eth0 binds P Q").
 Lines Dump(acl_app::AclCache& model);
 
-// The model alone, driven by lines of text.
+// The model alone.
 class ModelTest : public testing::Test {
  protected:
-  // Runs one operation by its name and arguments ("CreateMatch P 5 2 u16 100"; a value left out is
-  // null, '' is an empty name) and gives its result. "Model" gives the lines of the model.
-  std::string Do(const std::string& operation);
-  // Runs a table of operations, each with the expected result.
-  void Run(const std::string& table, const Names& names = {});
+  // CreateMatch() with values by their texts, of which the second may be empty.
+  acl_app::aclErr_t CreateMatch(const std::string& profile, int prio, unsigned int kind,
+                                const std::string& value1, const std::string& value2 = {});
 
   ScriptedPlatform platform_;
   acl_app::AclCache model_;
+};
+
+// The model as the configuration manager sees it: the real one, behind a record of every change
+// that is asked of it ("model CreateEntry P 5", in the platform's record). A script rule for such a
+// line gives the result instead, and the model is then not asked.
+class RecordingFilter : public acl_app::AclFilter {
+ public:
+  using AclFilter::AclFilter;
+
+// Overrides an operation: its name, its parameters, and these as arguments.
+#define RECORDED(operation, parameters, ...)                                                \
+  acl_app::aclErr_t operation parameters override {                                         \
+    return Ask([&] { return AclFilter::operation(__VA_ARGS__); }, #operation, __VA_ARGS__); \
+  }
+  using Name = const std::string&;
+  using Kind = acl_app::aclFiltersMatch_t;
+  using ActionKind = FiltersCommon::filtersAction_t;
+  using ValuePtr = const confd_value_t*;
+
+  RECORDED(CreateAclProfile, (int type, Name name), type, name)
+  RECORDED(RemoveAclProfile, (Name name), name)
+  RECORDED(SetAclPrio, (Name name, int prio), name, prio)
+  RECORDED(CreateEntry, (Name name, int prio), name, prio)
+  RECORDED(RemoveEntry, (Name name, int prio), name, prio)
+  RECORDED(CreateMatch, (Name name, int prio, Kind kind, ValuePtr value1, ValuePtr value2), name,
+           prio, kind, value1, value2)
+  RECORDED(RemoveMatch, (Name name, int prio, Kind kind), name, prio, kind)
+  RECORDED(CreateAction, (Name name, int prio, ActionKind kind, ValuePtr value), name, prio, kind,
+           value)
+  RECORDED(RemoveAction, (Name name, int prio, ActionKind kind), name, prio, kind)
+  RECORDED(CreateInterface, (Name interface), interface)
+  RECORDED(RemoveInterface, (Name interface), interface)
+  RECORDED(ClearAclsFromInterface, (Name interface), interface)
+  RECORDED(AddAclIntoInterface, (Name interface, Name profile), interface, profile)
+  RECORDED(RemoveAclFromInterface, (Name interface, Name profile), interface, profile)
+#undef RECORDED
+  acl_app::aclErr_t SubmitConfiguration() override {
+    return Ask([&] { return AclFilter::SubmitConfiguration(); }, "SubmitConfiguration");
+  }
+
+ private:
+  template <class Real, class... Args>
+  static acl_app::aclErr_t Ask(Real real, const char* operation, const Args&... args) {
+    return static_cast<acl_app::aclErr_t>(
+        ScriptedPlatform::Get().Call(Line("model", operation, args...), real));
+  }
 };
 
 // The configuration manager on the recording model, ready for callbacks.
@@ -68,7 +112,7 @@ struct ManagerSetup {
   // The record of what was logged and asked of the model.
   Lines TakeEffects() { return platform_.Take({"log ", "model ", "fault "}); }
   // One changed node: "<operation> <path>[ = <new value>]", where the operation is created,
-  // deleted, modified, set, or a number. The root of the path selects the subscription point.
+  // deleted, modified, set, or a digit. The root of the path selects the subscription point.
   confd_iter_ret Change(const std::string& change);
 
   ScriptedPlatform platform_;
@@ -81,20 +125,12 @@ struct ManagerSetup {
 
 class ManagerTest : public testing::Test, protected ManagerSetup {
  protected:
-  // Runs a block of changes (as for Change(), below `root`), each followed by the "log" and "model"
-  // lines that it makes. Expects these and ITER_RECURSE; then, for each thing asked of the model,
-  // that its refusal ends the change with ITER_CONTINUE, after the line that follows as "refused".
+  // Expects a change to give `result` and, after the line with its path, these effects.
+  void ExpectChange(const std::string& change, confd_iter_ret result, const Lines& effects);
+  // Expects a block of changes (below `root`), each followed by its "log" and "model" lines, to
+  // give ITER_RECURSE. Before that, each thing asked of the model is refused once: this ends the
+  // change with ITER_CONTINUE, after a log line if " ! " and its text stand behind.
   void RunChanges(const std::string& root, const std::string& block, const Names& names = {});
-  // The effects of the last change without the line of its path, which is checked here.
-  Lines TakeChange();
-
- private:
-  struct ChangeRow {
-    std::string change;
-    Lines effects;
-    std::map<size_t, std::string> refused;  // logged on refusal, by the index of the model's line
-  };
-  void RunRow(const ChangeRow& row);
 };
 
 }  // namespace acl_test

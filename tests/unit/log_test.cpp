@@ -14,26 +14,17 @@ class LogTest : public testing::Test {
   ScriptedPlatform platform_;
 };
 
-TEST_F(LogTest, LinesAreSentWhileThereIsAHandle) {
+TEST_F(LogTest, LinesAreSentWhileThereIsAHandleAndEachObjectReplacesIt) {
   AclLog::SendDebug("before %d", 1);
   {
     AclLog log(platform_.middleware());
     AclLog::SendDebug("%s has %d%%", "P %s", 7);
     AclLog::SendLog(reinterpret_cast<const qzmw_log_msg_t*>("port %d"), 9);
-  }
-  AclLog::SendDebug("after");
-  AclLog::SendLog(nullptr);
-  EXPECT_EQ(platform_.Take(), Text(R"(
-      qzmw_log_init 55 32 ACL ; log P %s has 7% ; message port 9 ; qzmw_log_finish)"));
-}
-
-TEST_F(LogTest, EachObjectReplacesTheHandle) {
-  AclLog first(platform_.middleware());
-  {
     AclLog second(platform_.middleware());
     AclLog::SendDebug("second");
   }
-  AclLog::SendDebug("dropped");
+  AclLog::SendDebug("after");
+  AclLog::SendLog(nullptr);
   AclLog third(platform_.middleware());
   AclLog silent(nullptr);  // turns logging off
   AclLog::SendDebug("dropped");
@@ -41,54 +32,70 @@ TEST_F(LogTest, EachObjectReplacesTheHandle) {
   AclLog failed(platform_.middleware());
   AclLog::SendDebug("dropped");
   EXPECT_EQ(platform_.Take(), Text(R"(
-      qzmw_log_init 55 32 ACL ; qzmw_log_finish
-      qzmw_log_init 55 32 ACL ; log second ; qzmw_log_finish
-      qzmw_log_init 55 32 ACL ; qzmw_log_finish
-      qzmw_log_init 55 32 ACL
-      fault 0 AclLog log: AclLog could not init log system)"));
+      $init ; log P %s has 7% ; message port 9 ; qzmw_log_finish
+      $init ; log second ; qzmw_log_finish
+      $init ; qzmw_log_finish
+      $init ; fault 0 AclLog log: AclLog could not init log system)",
+                                   {{"$init", "qzmw_log_init 55 32 ACL"}}));
 }
 
 TEST_F(LogTest, DictionaryIsHandedOverWithTheClassesInUse) {
-  platform_.actual_classes = {{32, 4711}};
+  platform_.actual_classes = {{32, 4711}, {4711, 33}};
   EXPECT_EQ(ElemLogCfgGetHandle(), &platform_.log_tables) << "what the library returns";
-  EXPECT_STREQ(ElemLogCfgCalloutGetClassName(4711), "ACL");
+  EXPECT_STREQ(ElemLogCfgCalloutGetClassName(4711), "ACL") << "replaced in place";
   EXPECT_EQ(ElemLogCfgCalloutGetClassName(32), nullptr);
-  const ElemLogTables& tables = *platform_.log_tables;
-  EXPECT_STREQ(tables.classes[0].name, "ACL");
-  EXPECT_EQ(tables.classes[0].value, 4711) << "replaced in place";
-  ASSERT_NE(tables.word, nullptr);
-  EXPECT_EQ(*tables.word, 0);
-  EXPECT_EQ(tables.unused, nullptr);
-  EXPECT_EQ(tables.components->value, 55);
-  int severities = 0;
-  for (const ElemLogRow* row = tables.severities; row->name != nullptr; ++row) ++severities;
-  EXPECT_EQ(severities, 8) << "ended by a row without a name";
   platform_.actual_classes = {{4711, 32}};
   ElemLogCfgGetHandle();
   EXPECT_STREQ(ElemLogCfgCalloutGetClassName(32), "ACL") << "the replaced one is looked up";
   EXPECT_EQ(ElemLogCfgGetBaseClass(), 100);
 }
 
-// The numbers mean something to the element's library alone, so nothing else notices a wrong one.
+// The tables mean something to the element's library alone, so nothing else notices a wrong value.
 TEST_F(LogTest, DictionaryTables) {
   ElemLogCfgGetHandle();
   const ElemLogHeader& header = *platform_.log_header;
+  const ElemLogTables& tables = *platform_.log_tables;
+  ASSERT_NE(tables.word, nullptr);
+  EXPECT_EQ(*tables.word, 0);
+  EXPECT_EQ(tables.unused, nullptr);
   Lines lines;
   const auto add = [&lines](std::string row, const auto& numbers) {
-    for (int number : numbers) row += ' ' + std::to_string(number);
+    for (int number : numbers) row = Line(row, number);
     lines.push_back(row);
   };
+  for (const ElemLogRow* row :
+       {static_cast<const ElemLogRow*>(tables.classes), tables.components, tables.severities}) {
+    for (; row->name != nullptr; ++row) {
+      lines.push_back(Line(row->name, row->short_name, row->value, row->reserved));
+    }
+  }
   add("header", header.settings);
-  for (int i : {0, 1, 2, 3, 4}) add(header.fields[i].key, header.fields[i].attributes);
-  for (int i : {0, 1, 2}) add(header.outputs[i].key, header.outputs[i].settings);
+  for (int i = 0; i < 5; ++i) {
+    const ElemLogField& f = header.fields[i];
+    add(Line(Word(f.index), f.key, f.name, f.display, f.short_display), f.attributes);
+  }
+  for (int i = 0; i < 3; ++i) {
+    add(Line(header.outputs[i].key, header.outputs[i].name), header.outputs[i].settings);
+  }
   for (int i = 0; i < ElemWebCfgGetNumCategories(); ++i) {
-    add(ElemWebCfgGetCategories()[i].keyword, ElemWebCfgGetCategories()[i].settings);
+    const ElemWebCategory& category = ElemWebCfgGetCategories()[i];
+    add(Line(category.title, category.keyword), category.settings);
   }
   EXPECT_EQ(lines, Text(R"(
-      header 3 7 3 100 1 ; class 0 0 0 1 0 1 0 0 0 0 ; subclass 0 0 0 0 0 0 0 0 0 0
-      type 0 1 0 0 0 0 0 0 0 0 ; eid 0 0 0 0 0 0 0 0 0 0 ; severity 32 0 1 0 1 1 1 0 0 0
-      userLog 2 -1 50 1 10 1 ; devLog 2 -1 50 1 10 1 ; remoteUserLog 4 -1 0 0 0 1
-      user 0 0 0 ; element 0 1 1 ; debug 2 2 1)"));
+      ACL ACL 32 0 ; ACL_APP ACL_APP 55 0
+      Alert Alert 64 0 ; Critical Crit 32 0 ; Debug Debug 1 0 ; Emergency Emerg 128 0
+      Error Error 16 0 ; Informational Info 2 0 ; Notice Notice 4 0 ; Warning Warn 8 0
+      header 3 7 3 100 1
+      0 class component Component Component 0 0 0 1 0 1 0 0 0 0
+      1 subclass messageID MessageID MSG_ID 0 0 0 0 0 0 0 0 0 0
+      2 type type Type Type 0 1 0 0 0 0 0 0 0 0
+      3 eid facility Facility Facility 0 0 0 0 0 0 0 0 0 0
+      4 severity severity Severity Sev 32 0 1 0 1 1 1 0 0 0
+      userLog UserLog 2 -1 50 1 10 1
+      devLog DeveloperLog 2 -1 50 1 10 1
+      remoteUserLog RemoteUserLog 4 -1 0 0 0 1
+      Application Commands user 0 0 0 ; Element Commands element 0 1 1
+      Element Internal Commands debug 2 2 1)"));
 }
 
 }  // namespace
