@@ -179,6 +179,28 @@ ContextPtr LoadSchema(const std::string& directory, DatastoreErrors* errors) {
   return context;
 }
 
+namespace {
+
+// What an operator can do with it, in place of libyang's own texts for constraints that are not
+// met.
+std::string InWords(const ly_err_item& item, const std::string& path) {
+  const std::string text = item.msg != nullptr ? item.msg : "";
+  static const std::regex kWhen("When condition \"(.*)\" not satisfied.*");
+  static const std::regex kMandatory("Mandatory (node|choice) \"(.*)\" instance does not exist.*");
+  static const std::regex kUnique(
+      "Unique data leaf\\(s\\) \"(.*)\" not satisfied in \"(.*)\" and .*");
+  const std::string name = path.substr(path.rfind('/') + 1);
+  std::smatch match;
+  if (std::regex_match(text, match, kWhen)) return name + " is only allowed where " + match.str(1);
+  if (std::regex_match(text, match, kMandatory))
+    return match.str(2) + " is missing, it must be given";
+  if (std::regex_match(text, match, kUnique))
+    return "the " + match.str(1) + " is taken already, by " + match.str(2);
+  return text;
+}
+
+}  // namespace
+
 void TakeErrors(const ly_ctx* context, const lyd_node* tree, DatastoreErrors* errors) {
   for (const ly_err_item* item = ly_err_first(context); item != nullptr; item = item->next) {
     if (item->level != LY_LLERR) continue;
@@ -186,7 +208,7 @@ void TakeErrors(const ly_ctx* context, const lyd_node* tree, DatastoreErrors* er
     error.tag = TagOf(*item);
     if (item->apptag != nullptr) error.app_tag = item->apptag;
     error.path = InstancePath(context, tree, *item);
-    error.message = item->msg != nullptr ? item->msg : "";
+    error.message = InWords(*item, error.path);
     const std::string line = LineNumber(item->path != nullptr ? item->path : "");
     if (!line.empty()) error.message += " (line " + line + ")";
     const bool repeated = !errors->empty() && errors->back().message == error.message &&

@@ -138,6 +138,12 @@ RpcError MissingAttribute(const std::string& attribute, const std::string& eleme
           Element("bad-attribute", attribute) + Element("bad-element", element)};
 }
 
+RpcError UnknownAttribute(const std::string& attribute, const std::string& element) {
+  return Protocol("unknown-attribute",
+                  "the attribute \"" + attribute + "\" of <" + element + "> is not known here",
+                  Element("bad-attribute", attribute) + Element("bad-element", element));
+}
+
 RpcError BadAttribute(const std::string& attribute, const std::string& element,
                       const std::string& message) {
   return Protocol("bad-attribute", message,
@@ -163,6 +169,8 @@ RpcErrors FromDatastore(const DatastoreErrors& errors) {
     std::string element = error.bad_element;
     if (element.empty() && names_element) element = LastName(error.path);
     std::string info;
+    // The datastore looks at one attribute only.
+    if (error.tag == "bad-attribute") info += Element("bad-attribute", "operation");
     if (!element.empty()) info += Element("bad-element", element);
     if (!error.bad_namespace.empty()) info += Element("bad-namespace", error.bad_namespace);
     result.push_back(

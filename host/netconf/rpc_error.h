@@ -30,6 +30,7 @@ RpcError MissingElement(const std::string& element);
 RpcError BadElement(const std::string& element, const std::string& message);
 RpcError UnknownElement(const std::string& element);
 RpcError MissingAttribute(const std::string& attribute, const std::string& element);
+RpcError UnknownAttribute(const std::string& attribute, const std::string& element);
 RpcError BadAttribute(const std::string& attribute, const std::string& element,
                       const std::string& message);
 RpcError UnknownNamespace(const std::string& element, const std::string& name_space);

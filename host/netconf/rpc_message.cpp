@@ -4,6 +4,9 @@
 #include <cstring>
 #include <utility>
 
+#include "host/cdb/schema.h"
+#include "host/netconf/config_diagnosis.h"
+
 namespace host {
 namespace {
 
@@ -11,6 +14,8 @@ RpcError OfRpcLayer(RpcError error) {
   error.type = "rpc";
   return error;
 }
+
+std::string BadElementInfo(const std::string& element) { return BadElement(element, "").info; }
 
 std::string TakeLibyangReason(const ly_ctx* context) {
   const char* reason = ly_errmsg(context);
@@ -23,6 +28,13 @@ std::string TakeLibyangReason(const ly_ctx* context) {
 // its children are checked against those of `schema`.
 void CheckInput(const lyd_node* node, const lysc_node* schema, const ly_ctx* context,
                 RpcErrors* errors) {
+  if (!XmlText(node).empty()) {
+    const std::string name(XmlName(node));
+    errors->push_back(BadElement(name, "<" + name + "> holds a text, not elements"));
+  }
+  for (const lyd_attr* attr = AsOpaque(node)->attr; attr != nullptr; attr = attr->next) {
+    errors->push_back(UnknownAttribute(attr->name.name, std::string(XmlName(node))));
+  }
   for (const lyd_node* child = lyd_child(node); child != nullptr; child = child->next) {
     const std::string name(XmlName(child)), name_space(XmlNamespace(child));
     const lys_module* module = ly_ctx_get_module_implemented_ns(context, name_space.c_str());
@@ -37,44 +49,63 @@ void CheckInput(const lyd_node* node, const lysc_node* schema, const ly_ctx* con
       const std::string value(XmlText(child));
       if (lyd_value_validate(context, found, value.data(), value.size(), nullptr, nullptr,
                              nullptr) != LY_SUCCESS) {
-        errors->push_back({"protocol", "invalid-value", TakeLibyangReason(context), "", "", ""});
+        TakeLibyangReason(context);
+        errors->push_back(
+            {"protocol", "invalid-value", WhyNotValue(found, value), "", "", BadElementInfo(name)});
       }
     } else if ((found->nodetype & LYS_CONTAINER) != 0) {
       CheckInput(child, found, context, errors);
+    } else if (name == "config") {
+      DiagnoseConfig(child, context, errors);
     }
   }
 }
 
-// Looks for a filter of a type that there is not.
+// Looks for a filter of a type that there is not. To be called when nothing else is wrong: whether
+// an expression is one was for the parser to say.
 void CheckFilter(const lyd_node* operation, RpcErrors* errors) {
   const lyd_node* filter = FindNetconfChild(operation, "filter");
   const auto type = filter == nullptr ? std::nullopt : XmlAttribute(filter, "type");
   if (type.has_value() && *type != "subtree" && *type != "xpath") {
     errors->push_back(BadAttribute("type", "filter",
                                    "there are no filters of type \"" + std::string(*type) + "\""));
+  } else if (type == "xpath") {
+    const auto select = XmlAttribute(filter, "select");
+    if (select.has_value()) {
+      errors->push_back(BadAttribute("select", "filter",
+                                     "\"" + std::string(*select) +
+                                         "\" is no XPath expression, or has a prefix that is not "
+                                         "declared in the message"));
+    }
   }
 }
 
-// Looks for nc:operation attributes with an unknown value below `node`.
-void CheckEditOperations(const lyd_node* node, RpcErrors* errors) {
-  static constexpr std::string_view kOperations[] = {"merge", "replace", "create", "delete",
-                                                     "remove"};
-  for (const lyd_attr* attr = AsOpaque(node)->attr; attr != nullptr; attr = attr->next) {
-    if (attr->name.module_ns == nullptr ||
-        std::strcmp(attr->name.module_ns, kNetconfNamespace) != 0 ||
-        std::strcmp(attr->name.name, "operation") != 0) {
+// The <config> among the siblings that holds a text.
+const lyd_node* FindTextConfig(const lyd_node* first) {
+  for (const lyd_node* node = first; node != nullptr; node = node->next) {
+    if (node->schema == nullptr || (node->schema->nodetype & LYS_ANYDATA) == 0) continue;
+    const auto* any = reinterpret_cast<const lyd_node_any*>(node);
+    const bool is_text =
+        any->value_type == LYD_ANYDATA_STRING || any->value_type == LYD_ANYDATA_XML;
+    if (is_text && any->value.str != nullptr &&
+        any->value.str[std::strspn(any->value.str, " \t\r\n")] != '\0') {
+      return node;
+    }
+  }
+  return nullptr;
+}
+
+// The first node given twice among those that can be there once, or the second of an alternative.
+const lyd_node* FindSurplus(const lyd_node* first, bool one_only) {
+  for (const lyd_node* node = first; node != nullptr; node = node->next) {
+    if (node->schema == nullptr || (node->schema->nodetype & (LYS_LIST | LYS_LEAFLIST)) != 0) {
       continue;
     }
-    bool known = false;
-    for (const std::string_view operation : kOperations) known |= operation == attr->value;
-    if (!known) {
-      errors->push_back(BadAttribute("operation", std::string(XmlName(node)),
-                                     std::string("\"") + attr->value + "\" is no edit operation"));
+    for (const lyd_node* other = first; other != node; other = other->next) {
+      if (one_only || other->schema == node->schema) return node;
     }
   }
-  for (const lyd_node* child = lyd_child(node); child != nullptr; child = child->next) {
-    CheckEditOperations(child, errors);
-  }
+  return nullptr;
 }
 
 }  // namespace
@@ -121,9 +152,29 @@ void RpcMessage::ParseOperation(const ly_ctx* context) {
   operation_.reset(operation);
   if (result == LY_SUCCESS && operation != nullptr && root_valid_) {
     name_ = operation->schema->name;
+    CheckShape();
     return;
   }
   errors_ = Diagnose(context, TakeLibyangReason(context));
+}
+
+// libyang does not look for what is given too often, and takes a text for a configuration.
+void RpcMessage::CheckShape() {
+  const lyd_node* parameters = lyd_child(operation_.get());
+  const lyd_node* surplus = FindSurplus(parameters, false);
+  const lyd_node* text = FindTextConfig(parameters);
+  for (const lyd_node* child = parameters; child != nullptr; child = child->next) {
+    if (child->schema == nullptr || child->schema->nodetype != LYS_CONTAINER) continue;
+    // A container names a datastore, or holds a configuration.
+    if (surplus == nullptr) surplus = FindSurplus(lyd_child(child), true);
+    if (text == nullptr) text = FindTextConfig(lyd_child(child));
+  }
+  if (surplus != nullptr) {
+    const std::string name = LYD_NAME(surplus);
+    errors_.push_back(BadElement(name, "<" + name + "> is too much, only one can be given"));
+  } else if (text != nullptr) {
+    errors_.push_back(BadElement("config", kTextConfig));
+  }
 }
 
 // Finds the error that describes best why the schema refused the message.
@@ -147,13 +198,15 @@ RpcErrors RpcMessage::Diagnose(const ly_ctx* context, const std::string& reason)
       ly_ctx_get_module_implemented_ns(context, std::string(XmlNamespace(operation)).c_str());
   const lysc_node* schema =
       module == nullptr ? nullptr : lys_find_child(nullptr, module, name.c_str(), 0, LYS_RPC, 0);
+  if (name == "delete-config") {
+    return {OperationNotSupported("there is no configuration that can be deleted")};
+  }
   if (schema == nullptr) {
     return {OperationNotSupported("there is no operation \"" + name + "\" here")};
   }
   RpcErrors errors;
   CheckInput(operation, schema, context, &errors);
-  CheckFilter(operation, &errors);
-  CheckEditOperations(operation, &errors);
+  if (errors.empty()) CheckFilter(operation, &errors);
   if (errors.empty()) errors.push_back({"protocol", "operation-failed", reason, "", "", ""});
   return errors;
 }

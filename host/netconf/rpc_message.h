@@ -38,6 +38,7 @@ class RpcMessage {
 
  private:
   void ParseOperation(const ly_ctx* context);
+  void CheckShape();
   RpcErrors Diagnose(const ly_ctx* context, const std::string& reason) const;
   const lyd_node* GenericRoot() const;
   std::string Prefix() const;

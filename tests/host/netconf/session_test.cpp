@@ -89,6 +89,20 @@ TEST_F(SessionTest, EditsShowInGetConfig) {
   EXPECT_THAT(client.Rpc(kGetRunning), Not(HasSubstr("interface-name")));
 }
 
+std::string EditEntry(const std::string& match, const std::string& profile = "l3") {
+  return "<edit-config><target><running/></target><config xmlns:nc="
+         "'urn:ietf:params:xml:ns:netconf:base:1.0'><config xmlns='urn:acl-app:acl'><access-list>"
+         "<acl-profile><ingress><access-list><acl-type>l3</acl-type><acl-name>A</acl-name>"
+         "<acl-priority-" +
+         profile + "><priority>1</priority></acl-priority-" + profile +
+         "><access-list-entry><ace-priority>2</ace-priority><match>" + match +
+         "</match></access-list-entry></access-list></ingress></acl-profile></access-list></config>"
+         "</config></edit-config>";
+}
+constexpr char kEntryPath[] =
+    "acl-app:access-list[acl-app:acl-type='l3'][acl-app:acl-name='A']"
+    "/acl-app:access-list-entry[acl-app:ace-priority='2']/acl-app:match";
+
 struct ErrorCase {
   const char* name;
   std::string message;  // the whole <rpc>
@@ -128,9 +142,9 @@ const ErrorCase kErrors[] = {
      Rpc("<get-config><source><running/></source><x/></get-config>"),
      {"<error-tag>unknown-element<", "<bad-element>x<"}},
     {"BadParameter",
-     Rpc("<edit-config><target><running/></target><test-option>x</test-option><config/>"
-         "</edit-config>"),
-     {"<error-tag>invalid-value<"}},
+     Rpc("<edit-config><target><running/></target><default-operation>create</default-operation>"
+         "<config/></edit-config>"),
+     {"<error-tag>invalid-value<", "expected merge, replace, none"}},
     {"MissingTarget",
      Rpc("<edit-config><config/></edit-config>"),
      {"<error-tag>missing-element<", "<bad-element>target<"}},
@@ -145,12 +159,48 @@ const ErrorCase kErrors[] = {
      Rpc(EditInterface("e0", "zap")),
      {"<error-tag>bad-attribute<", "<bad-attribute>operation<", "<bad-element>interface<"}},
     {"ValueOutOfItsType",
-     Rpc("<edit-config><target><running/></target><config><config xmlns='urn:acl-app:acl'>"
-         "<access-list><acl-profile><ingress><access-list><acl-type>l2</acl-type><acl-name>A"
-         "</acl-name><acl-priority-l2><priority>70000</priority></acl-priority-l2></access-list>"
-         "</ingress></acl-profile></access-list></config></config></edit-config>"),
+     Rpc(EditEntry("<vlan>5000</vlan>")),
      {"<error-type>application<", "<error-tag>invalid-value<", "xmlns:acl-app=\"urn:acl-app:acl\"",
-      "/acl-app:config/acl-app:access-list/acl-app:acl-profile", "70000"}},
+      kEntryPath, "expected 1..4094"}},
+    {"NumberThatIsNotDecimal",
+     Rpc(EditEntry("<ip-protocol>0x6</ip-protocol>")),
+     {"<error-tag>invalid-value<", kEntryPath, "/acl-app:ip-protocol<", "or 0..255"}},
+    {"ElementsInAValue",
+     Rpc(EditEntry("<vlan>5<x/></vlan>")),
+     {"<error-tag>bad-element<", kEntryPath, "/acl-app:vlan<", "has elements within"}},
+    {"UnknownAttribute",
+     Rpc(EditEntry("<vlan nc:foo='1'>5</vlan>")),
+     {"<error-tag>unknown-attribute<", kEntryPath, "<bad-attribute>foo<", "<bad-element>vlan<"}},
+    {"MaskWithoutAddress",
+     Rpc(EditEntry("<source-mac-address-mask>00:00:00:00:00:01</source-mac-address-mask>")),
+     {"<error-tag>operation-failed<", "<error-app-tag>must-violation<", kEntryPath}},
+    {"PriorityOfTheOtherType",
+     Rpc(EditEntry("", "l2")),
+     {"<error-tag>unknown-element<", "acl-priority-l2 is only allowed where ../acl-type = 'l2'"}},
+    {"DeleteOfAKey",
+     Rpc("<edit-config><target><running/></target><config xmlns:nc="
+         "'urn:ietf:params:xml:ns:netconf:base:1.0'><config xmlns='urn:acl-app:acl'><access-list>"
+         "<interface><interface-name nc:operation='delete'>here</interface-name></interface>"
+         "</access-list></config></config></edit-config>"),
+     {"<error-tag>bad-attribute<", "<bad-attribute>operation<", "<bad-element>interface-name<"}},
+    {"TextForAConfiguration",
+     Rpc("<edit-config><target><running/></target><config>hello</config></edit-config>"),
+     {"<error-tag>bad-element<", "<bad-element>config<", "holds a text"}},
+    {"TextForASource",
+     Rpc("<validate><source><config>hello</config></source></validate>"),
+     {"<error-tag>bad-element<", "<bad-element>config<"}},
+    {"TwoTargets",
+     Rpc("<edit-config><target><running/><candidate/></target><config/></edit-config>"),
+     {"<error-tag>bad-element<", "only one can be given"}},
+    {"XPathThatIsNone",
+     Rpc("<get><filter type='xpath' select='///'/></get>"),
+     {"<error-tag>bad-attribute<", "<bad-attribute>select<", "is no XPath expression"}},
+    {"AttributeOfAnOperation",
+     Rpc("<get foo='bar'/>"),
+     {"<error-tag>unknown-attribute<", "<bad-attribute>foo<", "<bad-element>get<"}},
+    {"NothingToDelete",
+     Rpc("<delete-config><target><running/></target></delete-config>"),
+     {"<error-tag>operation-not-supported<"}},
     {"UnknownNode",
      Rpc("<edit-config><target><running/></target><config><config xmlns='urn:acl-app:acl'>"
          "<bogus/></config></config></edit-config>"),
