@@ -3,6 +3,7 @@
 import getpass
 import os
 import pathlib
+import re
 import shutil
 import socket
 import subprocess
@@ -107,6 +108,50 @@ Subsystem netconf {BRIDGE} --socket {self.running.socket}
         for name in absent:
             self.assertNotIn(f">{name}<", text)
 
+    def assert_edits(self, m):
+        """Each operation and each option of <edit-config>; leaves the interface "a" behind."""
+        def edit(*names, operation, **options):
+            m.edit_config(target="running", config=config(*names, operation=operation), **options)
+
+        def refused(*names, operation, **options):
+            with self.assertRaises(RPCError) as error:
+                edit(*names, operation=operation, **options)
+            return error.exception.tag
+
+        edit("k", "l", operation="create", error_option="stop-on-error")
+        self.assertEqual(refused("k", operation="create"), "data-exists")
+        edit("k", operation="replace", error_option="continue-on-error")
+        edit("k", operation="delete", test_option="set")
+        edit("k", "l", operation="remove", default_operation="none")
+        self.assert_config(m, ["a"], ["k", "l"])
+        edit("n", operation="merge", test_option="test-only")
+        self.assert_config(m, absent=["n"])
+        rename = config("o").replace(' nc:operation="merge"', "")
+        with self.assertRaises(RPCError) as missing:
+            m.edit_config(target="running", config=rename, default_operation="none")
+        self.assertEqual(missing.exception.tag, "data-missing")
+
+    def assert_retrieval(self, m):
+        """Filters, defaults, schemas and the library; there is one interface, "i"."""
+        names = (
+            f'<config xmlns="{ACL}"><access-list><interface><interface-name/></interface>'
+            "</access-list></config>"
+        )
+        for filter in (("subtree", names), ("xpath", ({"a": ACL}, "//a:interface-name"))):
+            self.assertIn(">i<", m.get(filter=filter).data_xml)
+            self.assertIn(">i<", m.get_config(source="running", filter=filter).data_xml)
+        status = m.get(filter=("subtree", f'<status xmlns="{ACL}"/>')).data_xml
+        self.assertIn("used-entries", status)
+        self.assertNotIn("access-list", status)
+        for mode in ("explicit", "trim", "report-all", "report-all-tagged"):
+            self.assertIn(">i<", m.get_config(source="running", with_defaults=mode).data_xml)
+        self.assertIn("module acl-app {", m.get_schema("acl-app").data)
+        library = '<yang-library xmlns="urn:ietf:params:xml:ns:yang:ietf-yang-library"/>'
+        content = m.get(filter=("subtree", library)).data_xml
+        self.assertIn("<name>acl-app</name>", content)
+        content_id = re.search("<content-id>(.*?)<", content).group(1)
+        self.assertTrue(any(f"content-id={content_id}" in c for c in m.server_capabilities))
+
     def test_every_operation(self):
         m, other = self.connect(), self.connect()
         self.assertIn(":candidate", m.server_capabilities)
@@ -118,6 +163,7 @@ Subsystem netconf {BRIDGE} --socket {self.running.socket}
             m.edit_config(target="running", config=config("b", operation="delete"))
         self.assertEqual(refused.exception.tag, "data-missing")
         self.assertIn("acl-app:interface-name='b'", refused.exception.path)
+        self.assert_edits(m)
         m.edit_config(target="running", config=config("c"), default_operation="replace")
         self.assert_config(m, ["c"], ["a"])
 
@@ -161,13 +207,7 @@ Subsystem netconf {BRIDGE} --socket {self.running.socket}
                 other.edit_config(target="running", config=config("j"))
             self.assertEqual(in_use.exception.tag, "in-use")
 
-        subtree = m.get(filter=("subtree", f'<status xmlns="{ACL}"/>')).data_xml
-        self.assertIn("used-entries", subtree)
-        self.assertNotIn("access-list", subtree)
-        xpath = m.get(filter=("xpath", ({"a": ACL}, "//a:interface-name"))).data_xml
-        self.assertIn(">i<", xpath)
-        self.assertIn("module acl-app {", m.get_schema("acl-app").data)
-
+        self.assert_retrieval(m)
         other_id = other.session_id
         m.kill_session(session_id=other_id)
         with self.assertRaises(Exception):
