@@ -2,6 +2,7 @@
 #include "host/netconf/confirmed_commit.h"
 
 #include <cinttypes>
+#include <optional>
 
 #include "host/runtime/middleware.h"
 
@@ -14,14 +15,15 @@ constexpr std::chrono::seconds kRetryDelay{10};
 
 void ConfirmedCommit::Recover() {
   if (datastore_.Checkpoint() == 0) return;
-  DatastoreErrors errors = GoBack("the daemon ended before it was confirmed");
-  // What cannot be taken back now stays: a later start must not undo what came after it.
-  const DatastoreErrors note_errors = datastore_.ClearCheckpoint();
-  errors.insert(errors.end(), note_errors.begin(), note_errors.end());
+  const std::optional<CommitInfo> commit = datastore_.CommitOf(datastore_.Checkpoint() + 1);
+  if (commit.has_value()) user_ = commit->origin.user;
+  const DatastoreErrors errors = GoBack("the daemon ended before it was confirmed");
   if (!errors.empty()) {
     Log(LogLevel::kError, "netconf: a commit that was not confirmed cannot be taken back: %s",
         errors.front().message.c_str());
   }
+  // What cannot be taken back now stays: a later start must not undo what came after it.
+  Forget();
 }
 
 bool ConfirmedCommit::BelongsTo(uint32_t session, const std::string& persist_id) const {
@@ -53,6 +55,13 @@ DatastoreErrors ConfirmedCommit::Confirm() {
   return {};
 }
 
+void ConfirmedCommit::Forget() {
+  const DatastoreErrors errors = Confirm();
+  if (errors.empty()) return;
+  Log(LogLevel::kError, "netconf: %s", errors.front().message.c_str());
+  timer_ = loop_.After(kRetryDelay, [this] { Forget(); });
+}
+
 DatastoreErrors ConfirmedCommit::Cancel(const std::string& why) {
   DatastoreErrors errors;
   if (!gone_back_) errors = GoBack(why);
@@ -80,9 +89,8 @@ DatastoreErrors ConfirmedCommit::GoBack(const std::string& why) {
   }
   if (!errors.empty()) return errors;
   Log(LogLevel::kWarning,
-      "netconf: running is that of commit %" PRIu64
-      " again, for a commit%s%s was not confirmed: %s",
-      base, user_.empty() ? "" : " by ", user_.c_str(), why.c_str());
+      "netconf: back to commit %" PRIu64 ", the confirmed commit of %s is taken back: %s", base,
+      user_.c_str(), why.c_str());
   return {};
 }
 

@@ -37,8 +37,9 @@ class ConfirmedCommit {
   bool BelongsTo(uint32_t session, const std::string& persist_id) const;
 
   // Notes, durably, what to go back to. To be called before the commit that is to be confirmed;
-  // then Begin() when it succeeded, Confirm() when it did not and none was ongoing.
+  // then Begin() when it succeeded, Forget() when it did not and none was ongoing.
   DatastoreErrors Prepare();
+  void Forget();
   // Begins, or extends the ongoing commit: what to go back to stays then, and so does its token
   // unless `persist` gives another one.
   void Begin(std::chrono::seconds timeout, const Origin& origin, const std::string& persist);

@@ -48,7 +48,7 @@ OperationResult RunCommit(const OperationContext& context, const OperationCall& 
   const uint64_t before = context.datastore.TransactionId();
   OperationResult result = FromErrors(context.candidate.Commit(origin));
   if (!result.errors.empty()) {
-    if (to_be_confirmed && !confirmed.ongoing()) confirmed.Confirm();
+    if (to_be_confirmed && !confirmed.ongoing()) confirmed.Forget();
     return result;
   }
   const uint64_t after = context.datastore.TransactionId();

@@ -190,6 +190,9 @@ class AppInterface::Impl : private host::CommitObserver {
     facts.errors = errors.lines();
     outcomes_.Add(commit, at_start, std::move(facts),
                   std::chrono::duration_cast<std::chrono::microseconds>(took));
+    const host::CommitOutcome& outcome = outcomes_.all().back();
+    host::NotifyStatus("commit " + std::to_string(commit.id) +
+                       (outcome.applied ? " applied" : " not applied: " + outcome.reason));
   }
 
   void OnCommit(const lyd_node* diff, const host::CommitInfo& commit) override {

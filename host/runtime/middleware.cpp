@@ -94,6 +94,10 @@ std::shared_ptr<Submissions> SubmissionsOf(qzmw_t* mw) {
 
 void NotifyReady() { sd_notify(0, "READY=1"); }
 
+void NotifyStatus(const std::string& status) {
+  sd_notify(0, ("STATUS=" + status.substr(0, status.find('\n'))).c_str());
+}
+
 }  // namespace host
 
 qzmw_t* qzmw_init(const char* name) {

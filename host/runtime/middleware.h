@@ -6,6 +6,7 @@
 #define HOST_RUNTIME_MIDDLEWARE_H_
 
 #include <memory>
+#include <string>
 
 #include "host/runtime/event_loop.h"
 #include "host/runtime/log.h"
@@ -27,6 +28,8 @@ std::shared_ptr<Submissions> SubmissionsOf(qzmw_t* mw);
 
 // Tells the service manager that the process is up (sd_notify(3) READY=1).
 void NotifyReady();
+// Tells the service manager, in a line, how the process is (STATUS=), for its users.
+void NotifyStatus(const std::string& status);
 
 }  // namespace host
 

@@ -14,6 +14,7 @@ from daemon import DaemonTest
 from netconf_client import ACL, DENY, NAMESPACES, PERMIT, RpcError, interface, profile
 
 
+USER = pwd.getpwuid(os.geteuid()).pw_name
 COMMITS = "urn:acl-app:commits"
 ONE_MORE = (
     f'<config xmlns="{ACL}"><access-list><interface><interface-name>eth1</interface-name>'
@@ -139,6 +140,8 @@ class CommitTest(DaemonTest):
             self.addCleanup(self.session.socket.close)
             self.assertIn("before", config_text(self.session))
             self.assertNotRegex(config_text(self.session), "unconfirmed|meanwhile")
+            last = self.aclctl(self.running, "history", "-n", 1).stdout.splitlines()[-1]
+            self.assertRegex(last, rf" {USER} .*: the daemon ended before it was confirmed$")
             with self.assertRaises(RpcError):  # nothing is pending
                 self.session.ok("<commit><persist-id>t</persist-id></commit>")
         self.session.edit(others=interface("confirmed"), target="candidate")
@@ -160,12 +163,11 @@ class CommitTest(DaemonTest):
         state = commits(s)
         self.assertEqual((state["running"], state["applied"]), ("4", "4"))
         last = state["commit"][-1]
-        user = pwd.getpwuid(os.geteuid()).pw_name
-        self.assertEqual((last["id"], last["user"], last["result"]), ("4", user, "applied"))
+        self.assertEqual((last["id"], last["user"], last["result"]), ("4", USER, "applied"))
         self.assertEqual(last["session-id"], str(s.session_id))
         self.assertRegex(
             self.running.log(),
-            rf"info +commit 4 by {user} \(session {s.session_id}\): applied in [0-9.]+ ms; "
+            rf"info +commit 4 by {USER} \(session {s.session_id}\): applied in [0-9.]+ ms; "
             "L2 0 entries, L3 4 entries\n",
         )
         # With less room than before the filters cannot be put in force, whatever is committed.

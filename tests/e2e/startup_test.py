@@ -80,8 +80,10 @@ class StartupTest(DaemonTest):
             told = {"NOTIFY_SOCKET": manager.getsockname(), "WATCHDOG_USEC": "200000"}
             with unittest.mock.patch.dict(os.environ, told):
                 daemon = self.daemon(startup_file=self.write("c.xml", XML % 1)).spawn()
-            while manager.recv(100) != b"READY=1":
-                pass
+            told = [manager.recv(100)]
+            while told[-1] != b"READY=1":
+                told.append(manager.recv(100))
+            self.assertIn(b"STATUS=commit 2 applied", told)
             with daemon.session() as s:
                 self.assertEqual(s.used(), {"l2": 0, "l3": 1}, "ready means loaded and submitted")
             self.assertEqual([manager.recv(100) for _ in range(2)], [b"WATCHDOG=1"] * 2)
