@@ -32,14 +32,18 @@ double Seconds() {
 uint32_t AddressOf(int entry) { return 0x0a000000U + static_cast<uint32_t>(entry); }
 std::string PortName(int port) { return "port" + std::to_string(port); }
 
+// The protocol of the i-th entry: TCP, or by turns TCP and UDP.
+bool IsUdp(int i, int protocols) { return i % protocols != 0; }
+
 // The i-th entry, as the model holds it: it is made once and copied from there on.
-const FiltersEntry& EntryOf(int i) {
-  static std::vector<FiltersEntry> entries;
+const FiltersEntry& EntryOf(int i, int protocols) {
+  static std::vector<FiltersEntry> made[2];
+  std::vector<FiltersEntry>& entries = made[protocols - 1];
   while (static_cast<int>(entries.size()) <= i) {
     const auto n = static_cast<int>(entries.size());
     FiltersEntry entry(0);
     entry.setMatch(MatchDstIPv4(in_addr{htonl(AddressOf(n))}));
-    entry.setMatch(MatchIpProtocol(6));
+    entry.setMatch(MatchIpProtocol(IsUdp(n, protocols) ? 17 : 6));
     entry.setMatch(MatchDstL4Port(static_cast<unsigned short>(n)));
     entry.setAction(ActionDeny());
     entries.push_back(entry);
@@ -48,7 +52,7 @@ const FiltersEntry& EntryOf(int i) {
 }
 
 // A group of `kEntries` entries over `ports` ports; without entry `left_out` (-1: with all).
-FiltersGroup MakeGroup(int ports, int left_out) {
+FiltersGroup MakeGroup(int ports, int left_out, int protocols = 1) {
   FiltersGroup group(1);
   group.setPriority(1);
   group.setStage(FILTERS_GROUP_STAGE_PRE_INGRESS);
@@ -61,7 +65,7 @@ FiltersGroup MakeGroup(int ports, int left_out) {
   unsigned short id = 0;
   for (int i = 0; i < kEntries; ++i) {
     if (i == left_out) continue;
-    FiltersEntry entry = EntryOf(i);
+    FiltersEntry entry = EntryOf(i, protocols);
     entry.setId(id);
     entry.setPriority(id);
     entry.setMatch(lists[static_cast<size_t>(i) * static_cast<size_t>(ports) / kEntries]);
@@ -72,7 +76,7 @@ FiltersGroup MakeGroup(int ports, int left_out) {
 }
 
 // The same for the nft tool, in the layout that the back end uses.
-void WriteScript(const std::string& path, int ports) {
+void WriteScript(const std::string& path, int ports, int protocols) {
   std::ofstream out(path);
   const int per_port = kEntries / ports;
   for (int port = 0; port < ports; ++port) {
@@ -85,7 +89,8 @@ void WriteScript(const std::string& path, int ports) {
         in_addr address = {htonl(AddressOf(entry))};
         char text[INET_ADDRSTRLEN];
         inet_ntop(AF_INET, &address, text, sizeof(text));
-        out << "ip daddr " << text << " tcp dport " << (entry & 0xffff) << " counter drop\n";
+        out << "ip daddr " << text << (IsUdp(entry, protocols) ? " udp" : " tcp") << " dport "
+            << (entry & 0xffff) << " counter drop\n";
       }
       out << "}\n";
     }
@@ -172,7 +177,7 @@ void Report(benchmark::State& state, bool ok, const Cost& cost) {
 }
 
 void BM_ProgramGroup(benchmark::State& state) {
-  const int ports = static_cast<int>(state.range(0));
+  const int ports = static_cast<int>(state.range(0)), protocols = static_cast<int>(state.range(1));
   for (auto _ : state) {
     Cost cost;
     std::unique_ptr<host::KernelBackend> backend;
@@ -180,7 +185,7 @@ void BM_ProgramGroup(benchmark::State& state) {
     const bool ok = Measure(
         ports, RUSAGE_SELF,
         [&] {
-          group = MakeGroup(ports, -1);
+          group = MakeGroup(ports, -1, protocols);
           backend = OpenBackend();
         },
         [&] { return backend != nullptr && backend->Apply(group) == host::FILTER_MGR_OK; }, &cost);
@@ -189,10 +194,10 @@ void BM_ProgramGroup(benchmark::State& state) {
 }
 
 void BM_ProgramByNft(benchmark::State& state) {
-  const int ports = static_cast<int>(state.range(0));
+  const int ports = static_cast<int>(state.range(0)), protocols = static_cast<int>(state.range(1));
   const Scratch scratch;
   const std::string script = scratch.directory() + "/script";
-  WriteScript(script, ports);
+  WriteScript(script, ports, protocols);
   for (auto _ : state) {
     Cost cost;
     const bool ok = Measure(
@@ -202,9 +207,15 @@ void BM_ProgramByNft(benchmark::State& state) {
   }
 }
 
-#define PROGRAM_ARGS                                                                \
-  ArgName("ports")->Arg(1)->Arg(16)->Arg(64)->UseManualTime()->Iterations(1)->Unit( \
-      benchmark::kMillisecond)
+#define PROGRAM_ARGS               \
+  ArgNames({"ports", "protocols"}) \
+      ->Args({1, 1})               \
+      ->Args({16, 1})              \
+      ->Args({64, 1})              \
+      ->Args({16, 2})              \
+      ->UseManualTime()            \
+      ->Iterations(1)              \
+      ->Unit(benchmark::kMillisecond)
 BENCHMARK(BM_ProgramGroup)->PROGRAM_ARGS;
 BENCHMARK(BM_ProgramByNft)->PROGRAM_ARGS;
 
