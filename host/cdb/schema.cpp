@@ -184,7 +184,7 @@ namespace {
 // What an operator can do with it, in place of libyang's own texts for constraints that are not
 // met.
 std::string InWords(const ly_err_item& item, const std::string& path) {
-  const std::string text = item.msg != nullptr ? item.msg : "";
+  std::string text = item.msg != nullptr ? item.msg : "";
   static const std::regex kWhen("When condition \"(.*)\" not satisfied.*");
   static const std::regex kMandatory("Mandatory (node|choice) \"(.*)\" instance does not exist.*");
   static const std::regex kUnique(

@@ -27,7 +27,7 @@ void SetPage(const lyd_node* node, TreePage* page) { const_cast<lyd_node*>(node)
 TreePage::TreePage(Nodes nodes, std::shared_ptr<PageMemory> memory)
     : memory_(std::move(memory)), nodes_(std::move(nodes)) {
   for (const lyd_node* node : nodes_) SetPage(node, this);
-  bytes_ = nodes_.capacity() * sizeof(nodes_[0]);
+  bytes_ = nodes_.capacity() * sizeof(void*);
   memory_->used += bytes_;
 }
 

@@ -118,19 +118,6 @@ constexpr char kBadBinding[] =
     "<access-list><interface><interface-name>bad</interface-name><ingress>none</ingress>"
     "</interface></access-list></config></config></edit-config>";
 
-TEST_F(CommitOperationsTest, CandidateIsSharedAndApartFromRunning) {
-  EXPECT_THAT(one_->Rpc(Edit("a")), HasSubstr(kOk));
-  EXPECT_THAT(two_->Rpc(Edit("b")), HasSubstr(kOk));
-  EXPECT_THAT(two_->Rpc(Get("candidate")), AllOf(HasSubstr(">a<"), HasSubstr(">b<")));
-  EXPECT_THAT(two_->Rpc(Get("running")), Not(HasSubstr(">a<")));
-  EXPECT_THAT(one_->Rpc("<commit/>"), HasSubstr(kOk));
-  EXPECT_THAT(two_->Rpc(Get("running")), AllOf(HasSubstr(">a<"), HasSubstr(">b<")));
-  EXPECT_THAT(one_->Rpc(Edit("c")), HasSubstr(kOk));
-  EXPECT_THAT(one_->Rpc("<discard-changes/>"), HasSubstr(kOk));
-  EXPECT_THAT(two_->Rpc(Get("candidate")), Not(HasSubstr(">c<")));
-  EXPECT_THAT(one_->Rpc("<commit/>"), HasSubstr(kOk));
-}
-
 TEST_F(CommitOperationsTest, CandidateMayBeInvalidUntilItIsValidated) {
   EXPECT_THAT(one_->Rpc(kBadBinding), HasSubstr(kOk));
   for (const char* operation :

@@ -82,7 +82,7 @@ class TestClient {
   // Exchanges hellos; the server's is returned.
   std::string Open(const std::string& hello = kHello11) {
     SendMessage(hello);
-    const std::string answer = Receive();
+    std::string answer = Receive();
     if (hello == kHello11) {
       framing_ = Framing::kChunked;
       decoder_.SetFraming(framing_);
