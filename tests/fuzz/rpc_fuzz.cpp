@@ -11,6 +11,7 @@
 #include "host/cdb/datastore.h"
 #include "host/cdb/yang_tree.h"
 #include "host/netconf/dispatcher.h"
+#include "host/netconf/tree_pages.h"
 #include "host/runtime/event_loop.h"
 #include "host/runtime/log.h"
 
@@ -21,7 +22,8 @@ class Nobody : public SessionControl {
   bool KillSession(uint32_t, const SessionInfo&) override { return false; }
 };
 
-class Fixture {
+// Stands in for the server around the dispatcher.
+class Fixture : public CommitObserver {
  public:
   Fixture() {
     std::string reason;
@@ -35,7 +37,12 @@ class Fixture {
     confirmed_ = std::make_unique<ConfirmedCommit>(*datastore_, *loop_);
     dispatcher_ = std::make_unique<Dispatcher>(
         OperationContext{*datastore_, *candidate_, *confirmed_, locks_, nobody_}, *xml_, 64);
+    datastore_->AddObserver(this);
   }
+
+  // Readers keep pages of running.
+  void BeforeCommit(const lyd_node* diff) override { DetachTouched(datastore_->Running(), diff); }
+  void OnCommit(const lyd_node*, const CommitInfo&) override {}
 
   void Run(std::string message) {
     Dispatcher::Reply reply =
