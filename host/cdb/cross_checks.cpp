@@ -123,14 +123,16 @@ class ChangeChecker {
 
 }  // namespace
 
-DatastoreErrors CrossChecks::Check(const lyd_node* diff, GroupNeeds* then) {
+DatastoreErrors CrossChecks::Check(const lyd_node* diff, bool with_capacity, GroupNeeds* then) {
   const ConfigChanges changes = ChangesOfDifference(diff);
   const GroupNeeds before = index_.needs();
   index_.Apply(changes);
   DatastoreErrors errors = ChangeChecker(changes, index_).Check();
   if (then != nullptr) *then = index_.needs();
-  const DatastoreErrors capacity = CheckCapacity(before);
-  errors.insert(errors.end(), capacity.begin(), capacity.end());
+  if (with_capacity) {
+    const DatastoreErrors capacity = CheckCapacity(before);
+    errors.insert(errors.end(), capacity.begin(), capacity.end());
+  }
   index_.Revert(changes);
   return errors;
 }

@@ -23,9 +23,10 @@ class CrossChecks {
   // `capacity` is the number of entries that each group holds; none: any number.
   explicit CrossChecks(std::optional<uint32_t> capacity) : capacity_(capacity) {}
 
-  // `diff` is a difference in libyang's form. Returns all that is wrong with it, and in `then` (may
-  // be null) what the groups would need. The index stays as it is.
-  DatastoreErrors Check(const lyd_node* diff, GroupNeeds* then = nullptr);
+  // `diff` is a difference in libyang's form. Returns all that is wrong with it, the capacity aside
+  // unless `with_capacity`, and in `then` (may be null) what the groups would need. The index stays
+  // as it is.
+  DatastoreErrors Check(const lyd_node* diff, bool with_capacity, GroupNeeds* then = nullptr);
   // Takes a difference that passed Check() into the index.
   void Apply(const lyd_node* diff) { index_.Apply(ChangesOfDifference(diff)); }
 

@@ -87,7 +87,7 @@ class LibyangDatastore : public Datastore {
     if (preview.errors.empty()) preview.errors = Validate(&after);
     if (!preview.errors.empty()) return preview;
     preview.difference = Difference(context_.get(), before.get(), after.get());
-    preview.errors = checks_.Check(preview.difference.get(), &preview.then);
+    preview.errors = checks_.Check(preview.difference.get(), true, &preview.then);
     return preview;
   }
 
@@ -140,7 +140,9 @@ class LibyangDatastore : public Datastore {
     }
     Origin rollback = origin;
     if (rollback.comment.empty()) rollback.comment = "rollback to " + std::to_string(id);
-    return Commit(before.get(), std::move(after), TestOption::kTestThenSet, rollback);
+    // The way back to a checkpoint is kept open: what is stored is taken, too, whatever it needs.
+    const bool way_back = origin.session_id == 0 && Checkpoint() != 0 && id >= Checkpoint();
+    return Commit(before.get(), std::move(after), TestOption::kTestThenSet, rollback, !way_back);
   }
 
   DatastoreErrors SetCheckpoint() override {
@@ -192,12 +194,12 @@ class LibyangDatastore : public Datastore {
   }
 
   // Brings the part `before` of running to `after`.
-  DatastoreErrors Commit(const lyd_node* before, Tree after, TestOption test,
-                         const Origin& origin) {
+  DatastoreErrors Commit(const lyd_node* before, Tree after, TestOption test, const Origin& origin,
+                         bool with_capacity = true) {
     DatastoreErrors errors = Validate(&after);
     if (!errors.empty()) return errors;
     const Tree diff = Difference(context_.get(), before, after.get());
-    errors = checks_.Check(diff.get());
+    errors = checks_.Check(diff.get(), with_capacity);
     if (!errors.empty() || diff == nullptr || test == TestOption::kTestOnly) return errors;
     const CommitInfo info{transaction_id_ + 1, NowMicroseconds(), origin, CountChanges(diff.get())};
     if (storage_ != nullptr) {

@@ -143,7 +143,8 @@ class Datastore {
   // The commit `id` as the history has it; none when it does not.
   virtual std::optional<CommitInfo> CommitOf(uint64_t id) const = 0;
   // Makes running again what it was after the commit `id`, by a new commit. Costs what has changed
-  // since. Refused like any edit, so when a profile was made anew with another priority meanwhile.
+  // since. Refused like any edit, so when a profile was made anew with another priority meanwhile;
+  // but the daemon itself gets back to a checkpoint even where the capacity has become too small.
   virtual DatastoreErrors Rollback(uint64_t id, const Origin& origin) = 0;
 
   // A place in the history that must be found again whatever happens to the process: notes the

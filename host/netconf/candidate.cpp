@@ -11,7 +11,8 @@ DatastoreErrors Candidate::Edit(const lyd_node* edit, const EditOptions& options
   const bool was_modified = modified();
   if (!was_modified) draft_ = std::make_unique<Draft>(datastore_);
   DatastoreErrors errors = draft_->Edit(edit, options);
-  if (!errors.empty() && !was_modified) draft_.reset();
+  // An edit without effect, such as one that is only to be tested, leaves the candidate unmodified.
+  if (!was_modified && (!errors.empty() || draft_->Changes() == nullptr)) draft_.reset();
   return errors;
 }
 

@@ -214,7 +214,8 @@ TEST_F(StorageTest, TheHistoryIsBounded) {
 TEST_F(StorageTest, ACheckpointHoldsTheHistoryBackUntilItIsCleared) {
   options_.history.commits = 1;
   auto datastore = Open();
-  ASSERT_EQ("", ToText(Edit(datastore.get(), Vlans(1))));
+  const std::string two_entries = Profiles(Profile("l2", "A", 5, Entry(1) + Entry(2)));
+  ASSERT_EQ("", ToText(Edit(datastore.get(), Config(two_entries + Interface("e", Bind("A"))))));
   const std::string state = Snapshot(datastore->Running());
   ASSERT_EQ("", ToText(datastore->SetCheckpoint()));
   for (int i = 2; i <= 9; ++i) {
@@ -223,6 +224,12 @@ TEST_F(StorageTest, ACheckpointHoldsTheHistoryBackUntilItIsCleared) {
     datastore = Open();
     ASSERT_EQ(2u, datastore->Checkpoint());
   }
+  // The way back is open to the daemon alone when what was in force does not fit any more.
+  ASSERT_EQ("", ToText(Edit(datastore.get(), Config(Interface("e", "", "delete")))));
+  datastore.reset();
+  options_.group_capacity = 1;
+  datastore = Open();
+  EXPECT_NE("", ToText(datastore->Rollback(datastore->Checkpoint(), Origin{"anna", 1})));
   ASSERT_EQ("", ToText(datastore->Rollback(datastore->Checkpoint(), {})));
   EXPECT_EQ(state, Snapshot(datastore->Running()));
   ASSERT_EQ("", ToText(datastore->ClearCheckpoint()));

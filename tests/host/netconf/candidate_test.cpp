@@ -154,6 +154,12 @@ TEST_F(CommitOperationsTest, CopyConfigAndValidateTakeWholeConfigurations) {
 
 TEST_F(CommitOperationsTest, LockOfTheCandidateGuardsItsChanges) {
   const std::string lock = "<lock><target><candidate/></target></lock>";
+  const std::string unlock = "<unlock><target><candidate/></target></unlock>";
+  EXPECT_THAT(one_->Rpc("<edit-config><target><candidate/></target><test-option>test-only"
+                        "</test-option><config/></edit-config>"),
+              HasSubstr(kOk));
+  EXPECT_THAT(two_->Rpc(lock), HasSubstr(kOk)) << "nothing was changed";
+  EXPECT_THAT(two_->Rpc(unlock), HasSubstr(kOk));
   EXPECT_THAT(one_->Rpc(Edit("a")), HasSubstr(kOk));
   EXPECT_THAT(two_->Rpc(lock), HasSubstr("<error-tag>lock-denied<"));
   EXPECT_THAT(one_->Rpc("<discard-changes/>"), HasSubstr(kOk));
