@@ -97,12 +97,16 @@ class AclctlTest(DaemonTest):
 
     def test_what_is_shown_can_be_applied(self):
         self.run_ok("apply", self.write("c.json", json.dumps(CONFIG)))
+        emptied = self.write("empty.json", '{"acl-app:config": {}}')
         for form, name in (("--json", "again.json"), ("--xml", "again.xml")):
             saved = self.write(name, self.run_ok("show", "config", form))
-            self.run_ok("apply", "--replace", self.write("empty.xml", '<config xmlns="urn:acl-app:acl"/>'))
-            self.assertNotIn("macs", self.run_ok("show", "config"))
+            self.run_ok("apply", "--replace", emptied)
+            self.assertEqual(json.loads(self.run_ok("show", "config")), {"acl-app:config": {}})
+            emptied = self.write("of-" + name, self.run_ok("show", "config", form))
             self.run_ok("apply", saved)
             self.assertEqual(json.loads(self.run_ok("show", "config")), CONFIG)
+        self.run_ok("apply", "--replace", emptied)
+        self.assertNotIn("macs", self.run_ok("show", "config"))
 
     def test_netconf_envelopes_and_operations_in_files(self):
         self.run_ok("apply", self.write("c.json", json.dumps(CONFIG)))
@@ -160,8 +164,6 @@ class AclctlTest(DaemonTest):
         self.assertEqual(shown["acl-app-history:id"], "3")
         self.assert_fails(5, "show", "commit", 9, says=["no commit 9"])
         self.assert_fails(5, "rollback", 9, says=["no commit 9", "unchanged"])
-        for arguments in (["rollback", "x"], ["history", "-n", "x"], ["show", "commit"]):
-            self.assert_fails(2, *arguments)
 
     def test_a_rollback_cannot_change_a_priority(self):
         self.run_ok("apply", self.write("c.json", json.dumps(CONFIG)))
@@ -210,14 +212,52 @@ class AclctlTest(DaemonTest):
     def test_each_kind_of_error_has_its_status(self):
         self.run_ok("apply", self.write("c.json", json.dumps(CONFIG)))
         before = self.run_ok("show", "config")
-        self.assert_fails(2, "frobnicate", says=["frobnicate", "--help"])
-        self.assert_fails(2, "show", "nothing")
-        self.assert_fails(2, "apply")
-        self.assert_fails(2, "show", "config", "--bogus")
-        self.assert_fails(2, "apply", self.write("c.txt", ""), says=["c.txt"])
-        self.assert_fails(3, "apply", self.directory / "none.json", says=["none.json", "No such"])
-        self.assert_fails(3, "apply", self.write("torn.json", '{"acl-app:config":'), says=["torn"])
-        self.assert_fails(3, "apply", self.write("torn.xml", "<config>"), says=["torn.xml"])
+        for command, says in (
+            ("frobnicate", ["no command", "frobnicate", "--help"]),
+            ("show nothing", ["commits, config", "nothing"]),
+            ("show", ["followed by one of: commit, commits"]),
+            ("show commit", ["arguments for show commit"]),
+            ("apply", ["number of arguments"]),
+            ("show config --bogus", ["bogus"]),
+            ("show config --replace", ["show config does not take --replace"]),
+            ("history --xml", ["history does not take --xml"]),
+            ("apply --json c.json", ["apply does not take --json"]),
+            ("flush -n 2", ["flush does not take -n"]),
+            ("history -n x", ["number", '"x"']),
+            ("history -n=", ["from 1 to 10000"]),
+            ("history -n 10001", ["from 1 to 10000"]),
+            ("rollback x", ["number", '"x"']),
+            ("show commit 18446744073709551616", ["to 18446744073709551615"]),
+            ("apply c.txt", ["c.txt"]),
+        ):
+            with self.subTest(command):
+                self.assert_fails(2, *command.split(), says=says)
+        self.assert_fails(2, "history", "-n", "", says=["from 1 to 10000"])
+        envelope = '<%s xmlns="urn:ietf:params:xml:ns:netconf:base:1.0">%s</%s>'
+        on_purpose = '{"acl-app:config": {}}'
+        for name, text, says in (
+            ("none.json", None, "No such"),
+            ("torn.json", '{"acl-app:config":', "no JSON"),
+            ("torn.xml", "<config>", "not well-formed"),
+            ("blank.xml", " ", "not well-formed"),
+            ("text.xml", envelope % ("config", "oops", "config"), "text within <config>"),
+            ("data.xml", envelope % ("data", "oops", "data"), "text within <data>"),
+            ("mix.xml", envelope % ("data", "oops<a xmlns='urn:a'/>", "data"), ""),
+            ("after.xml", envelope % ("data", "<a xmlns='urn:a'/>oops", "data"), "not well-formed"),
+            ("text.json", '{"acl-app:config": "oops"}', "no JSON configuration"),
+            ("two.xml", 2 * (envelope % ("config", "", "config")), "beside <config>"),
+            ("empty.xml", envelope % ("config", "", "config"), on_purpose),
+            ("empty.json", "{}", on_purpose),
+        ):
+            file = self.directory / name if text is None else self.write(name, text)
+            for command in ("apply", "check", "diff"):
+                with self.subTest(name, command=command):
+                    self.assert_fails(3, command, "--replace", file, says=[name, says])
+        for directory in ("d.json", "d.xml"):
+            (self.directory / directory).mkdir()
+            for command in ("apply", "check", "diff"):
+                path = self.directory / directory
+                self.assert_fails(3, command, path, says=[directory, "Is a directory"])
         priority = json.dumps(CONFIG).replace('"priority": 1', '"priority": -1')
         self.assert_fails(
             5,
@@ -226,7 +266,13 @@ class AclctlTest(DaemonTest):
             says=["bad.json", "acl-name='macs%s']/acl-priority-l2/priority: ", "(invalid-value)"],
         )
         bogus = '{"acl-app:config":{"access-list":{"bogus":1}},"x:y":2}'
-        self.assert_fails(5, "apply", self.write("bogus.json", bogus), says=["bogus"])
+        self.assert_fails(5, "apply", self.write("bogus.json", bogus), says=['module "x"'])
+        bogus = bogus.replace(',"x:y":2', "")
+        self.assert_fails(5, "apply", self.write("bogus.json", bogus), says=["bogus is no"])
+        odd = self.write("odd.json", '{"ietf-netconf:config": {}}')
+        self.assert_fails(5, "apply", "--replace", odd)
+        odd = self.write("odd.xml", '<config xmlns="urn:acl-app:acl">oops</config>')
+        self.assert_fails(5, "apply", "--replace", odd)
         self.assert_fails(5, "apply", "--replace", self.write("x.xml", "<x xmlns='urn:x'/>"))
         self.assertEqual(self.run_ok("show", "config"), before)
         self.running.stop()

@@ -237,6 +237,7 @@ class AccessTest(DaemonTest):
         group = grp.getgrnam("users")
         daemon = self.daemon(netconf_socket_mode="0666", netconf_write_group=group.gr_name).start()
         nobody = pwd.getpwnam("nobody")
+        file = self.write("c.json", '{"acl-app:config": {}}')
         for gid, answer in ((nobody.pw_gid, "access-denied"), (group.gr_gid, "ok")):
             client = subprocess.run(
                 [sys.executable, "-B", "-c", CLIENT, daemon.socket, answer],
@@ -245,6 +246,12 @@ class AccessTest(DaemonTest):
                 capture_output=True, text=True, timeout=60,
             )
             self.assertEqual(client.stdout.strip(), answer, client.stderr)
+            for command in ("check", "diff"):
+                shown = self.aclctl(
+                    daemon, command, file, user=nobody.pw_uid, group=gid, extra_groups=[]
+                )
+                self.assertEqual(shown.returncode, 0 if answer == "ok" else 5, shown.stderr)
+                self.assertEqual("access denied: the daemon did not" in shown.stderr, answer != "ok")
         with daemon.session() as s:
             self.assertIn("from-ok", config_text(s))
             self.assertNotIn("from-access-denied", config_text(s))

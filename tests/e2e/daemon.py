@@ -93,10 +93,11 @@ class DaemonTest(unittest.TestCase):
         path.write_text(text)
         return path
 
-    def aclctl(self, daemon, *arguments):
+    def aclctl(self, daemon, *arguments, **options):
         return subprocess.run(
             [ACLCTL, "--socket", daemon.socket, *map(str, arguments)],
             capture_output=True,
             text=True,
             timeout=60,
+            **options,
         )

@@ -30,7 +30,9 @@ Failure ReadErrors(const lyd_node* reply) {
     if (host::XmlName(child) != "rpc-error") continue;
     const std::string path = ShortPath(ChildText(child, "error-path"));
     std::string line = path.empty() ? "" : path + ": ";
-    line += ChildText(child, "error-message") + " (" + ChildText(child, "error-tag") + ")";
+    const std::string tag = ChildText(child, "error-tag");
+    line += ChildText(child, "error-message") + " (" + tag + ")";
+    failure.access_denied |= tag == "access-denied";
     failure.details.push_back(line);
   }
   if (failure.details.empty()) return {};

@@ -18,6 +18,7 @@ struct Failure {
   ExitCode code = kSuccess;
   std::string message;
   std::vector<std::string> details;  // a line each, such as the errors of a refused edit
+  bool access_denied = false;        // the user may not do this, whatever the request holds
 
   explicit operator bool() const { return code != kSuccess; }
 };

@@ -16,7 +16,7 @@ struct Arguments {
   bool xml = false;
   bool replace = false;
   bool hits = false;
-  std::string most;                   // -n, empty when it is not given
+  std::string most = "20";            // -n
   std::vector<std::string> operands;  // what follows the command's name
 };
 

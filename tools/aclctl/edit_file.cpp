@@ -2,11 +2,12 @@
 #include "tools/aclctl/edit_file.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
+#include <memory>
 #include <nlohmann/json.hpp>
+#include <vector>
 
 #include "tools/aclctl/schema.h"
 
@@ -18,16 +19,22 @@ bool EndsWith(const std::string& text, const std::string& end) {
 }
 
 Failure ReadFile(const std::string& path, std::string* content) {
-  errno = 0;
-  std::ifstream file(path, std::ios::binary);
-  content->assign(std::istreambuf_iterator<char>(file), {});
-  if (file.is_open() && !file.bad() && errno != EISDIR) return {};
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"),
+                                                             std::fclose);
+  char buffer[65536];
+  size_t size = 0;
+  while (file != nullptr && (size = std::fread(buffer, 1, sizeof(buffer), file.get())) > 0) {
+    content->append(buffer, size);
+  }
+  if (file != nullptr && std::ferror(file.get()) == 0) return {};
   return {kFile, "cannot read " + path + ": " + std::strerror(errno), {}};
 }
 
+// With empty containers: an empty configuration is not the same as none.
 std::string PrintXml(const lyd_node* tree) {
   char* text = nullptr;
-  lyd_print_mem(&text, tree, LYD_XML, LYD_PRINT_WITHSIBLINGS | LYD_PRINT_SHRINK);
+  lyd_print_mem(&text, tree, LYD_XML,
+                LYD_PRINT_WITHSIBLINGS | LYD_PRINT_SHRINK | LYD_PRINT_KEEPEMPTYCONT);
   std::string result = text != nullptr ? text : "";
   free(text);
   return result;
@@ -43,6 +50,13 @@ Failure FromXml(const Client& client, const std::string& path, const std::string
   const lyd_node* root = document.get();
   const bool enveloped = host::XmlNamespace(root) == "urn:ietf:params:xml:ns:netconf:base:1.0" &&
                          (host::XmlName(root) == "config" || host::XmlName(root) == "data");
+  if (enveloped && (!host::XmlText(root).empty() || root->next != nullptr)) {
+    const std::string envelope = "<" + std::string(host::XmlName(root)) + ">";
+    return {kFile,
+            path + " has " + (root->next != nullptr ? "an element beside " : "text within ") +
+                envelope + ", where only configuration may be",
+            {}};
+  }
   const lyd_node* first = enveloped ? lyd_child(root) : root;
   *config = first == nullptr ? "" : PrintXml(first);
   return {};
@@ -56,6 +70,19 @@ std::string WhyNotJson(const std::string& content) {
     return parsed.is_discarded() ? "it is not well-formed" : "";
   } catch (const nlohmann::json::parse_error& error) {
     return error.what();
+  }
+}
+
+// Adds what to say of elements of modules without configuration. XML has no way to name these.
+void FindForeignModules(const lyd_node* siblings, std::vector<std::string>* details) {
+  for (const lyd_node* node = siblings; node != nullptr; node = node->next) {
+    const char* module = node->schema == nullptr ? host::AsOpaque(node)->name.module_name : nullptr;
+    if (module != nullptr && ly_ctx_get_module_implemented(LYD_CTX(node), module) == nullptr) {
+      details->push_back(std::string(LYD_NAME(node)) + " is of the module \"" + module +
+                         "\", which has no configuration (unknown-namespace)");
+    } else {
+      FindForeignModules(lyd_child(node), details);
+    }
   }
 }
 
@@ -77,6 +104,9 @@ Failure FromJson(Client* client, const std::string& path, const std::string& con
                 (where != nullptr ? std::string(" (") + where + ")" : ""),
             {}};
   }
+  Failure foreign{kRefused, "the daemon would refuse " + path, {}};
+  FindForeignModules(raw, &foreign.details);
+  if (!foreign.details.empty()) return foreign;
   *config = PrintXml(raw);
   return {};
 }
@@ -92,7 +122,12 @@ Failure OpenWithEdit(const Arguments& arguments, Client* client, std::string* co
   std::string content;
   if (Failure failure = ReadFile(path, &content)) return failure;
   if (Failure failure = client->Open(arguments.socket)) return failure;
-  return json ? FromJson(client, path, content, config) : FromXml(*client, path, content, config);
+  Failure failure =
+      json ? FromJson(client, path, content, config) : FromXml(*client, path, content, config);
+  if (failure || !arguments.replace || !config->empty()) return failure;
+  return {kFile,
+          path + " holds no configuration to replace the running one with",
+          {"to empty the configuration on purpose, use a file with {\"acl-app:config\": {}}"}};
 }
 
 }  // namespace aclctl

@@ -1,5 +1,8 @@
 // aclctl history, show commit and rollback.
+#include <charconv>
+#include <cstdint>
 #include <cstdio>
+#include <limits>
 
 #include "tools/aclctl/commands.h"
 #include "tools/aclctl/difference_text.h"
@@ -18,17 +21,27 @@ Failure Call(Client* client, const std::string& name, const std::string& input, 
                       reply, text);
 }
 
-// Why `text` is no number that `what` can have.
-Failure CheckNumber(const std::string& text, const char* what) {
-  if (!text.empty() && text.find_first_not_of("0123456789") == std::string::npos) return {};
-  return {kUsage, std::string(what) + " must be a number, not \"" + text + "\"", {}};
+// Why `text` is no number from `least` to `most`, which `what` can have.
+Failure CheckNumber(const std::string& text, const char* what, uint64_t least, uint64_t most) {
+  uint64_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [read_to, error] = std::from_chars(text.data(), end, number);
+  if (error == std::errc() && read_to == end && number >= least && number <= most) return {};
+  return {kUsage,
+          std::string(what) + " must be a number from " + std::to_string(least) + " to " +
+              std::to_string(most) + ", not \"" + text + "\"",
+          {}};
+}
+
+Failure CheckCommit(const std::string& id) {
+  return CheckNumber(id, "a commit", 0, std::numeric_limits<uint64_t>::max());
 }
 
 }  // namespace
 
 Failure History(const Arguments& arguments) {
-  const std::string most = arguments.most.empty() ? "20" : arguments.most;
-  if (Failure failure = CheckNumber(most, "the number of commits")) return failure;
+  const std::string& most = arguments.most;
+  if (Failure failure = CheckNumber(most, "the number of commits", 1, 10000)) return failure;
   Client client;
   if (Failure failure = client.Open(arguments.socket)) return failure;
   host::Tree reply;
@@ -54,7 +67,7 @@ Failure History(const Arguments& arguments) {
 
 Failure ShowCommit(const Arguments& arguments) {
   const std::string& id = arguments.operands[0];
-  if (Failure failure = CheckNumber(id, "a commit")) return failure;
+  if (Failure failure = CheckCommit(id)) return failure;
   Client client;
   if (Failure failure = client.Open(arguments.socket)) return failure;
   host::Tree reply;
@@ -74,7 +87,7 @@ Failure ShowCommit(const Arguments& arguments) {
 
 Failure Rollback(const Arguments& arguments) {
   const std::string& id = arguments.operands[0];
-  if (Failure failure = CheckNumber(id, "a commit")) return failure;
+  if (Failure failure = CheckCommit(id)) return failure;
   Client client;
   if (Failure failure = client.Open(arguments.socket)) return failure;
   host::Tree reply;

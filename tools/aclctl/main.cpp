@@ -13,24 +13,28 @@
 namespace aclctl {
 namespace {
 
+// Options that only some commands take, a bit each.
+enum : unsigned { kJson = 1, kXml = 2, kReplace = 4, kHits = 8, kMost = 16 };
+
 struct Command {
   std::vector<const char*> words;
   int operands;
+  unsigned options;
   Failure (*run)(const Arguments& arguments);
 };
 
 const Command kCommands[] = {
-    {{"apply"}, 1, Apply},
-    {{"check"}, 1, Check},
-    {{"diff"}, 1, Diff},
-    {{"history"}, 0, History},
-    {{"show", "commit"}, 1, ShowCommit},
-    {{"rollback"}, 1, Rollback},
-    {{"show", "commits"}, 0, ShowCommits},
-    {{"show", "config"}, 0, ShowConfig},
-    {{"show", "resources"}, 0, ShowResources},
-    {{"show", "groups"}, 0, ShowGroups},
-    {{"flush"}, 0, Flush},
+    {{"apply"}, 1, kReplace, Apply},
+    {{"check"}, 1, kReplace | kJson, Check},
+    {{"diff"}, 1, kReplace | kJson, Diff},
+    {{"history"}, 0, kMost | kJson, History},
+    {{"show", "commit"}, 1, kJson, ShowCommit},
+    {{"rollback"}, 1, kJson, Rollback},
+    {{"show", "commits"}, 0, kJson | kXml, ShowCommits},
+    {{"show", "config"}, 0, kJson | kXml, ShowConfig},
+    {{"show", "resources"}, 0, kJson | kXml, ShowResources},
+    {{"show", "groups"}, 0, kJson | kXml | kHits, ShowGroups},
+    {{"flush"}, 0, 0, Flush},
 };
 
 constexpr char kHelp[] =
@@ -52,7 +56,7 @@ constexpr char kHelp[] =
     "  flush           remove all filters from the kernel; the daemon must not be running\n"
     "\n"
     "Options:\n"
-    "  --json          print JSON instead of a table or a text\n"
+    "  --json          print JSON instead of a table or a text (not apply, flush)\n"
     "  --xml           print XML instead of a table (show commands but commit)\n"
     "  --socket PATH   the daemon's NETCONF socket (default: $ACL_APP_SOCKET, else\n"
     "                  %s)\n"
@@ -83,6 +87,40 @@ const Command* FindCommand(const std::vector<std::string>& words) {
   return nullptr;
 }
 
+// Why the words begin no command.
+std::string WhyUnknown(const std::vector<std::string>& words) {
+  std::string following;
+  for (const Command& command : kCommands) {
+    if (command.words.size() < 2 || words[0] != command.words[0]) continue;
+    following += (following.empty() ? "" : ", ") + std::string(command.words[1]);
+  }
+  if (following.empty()) return "there is no command \"" + words[0] + "\"";
+  return words[0] + " is followed by one of: " + following +
+         (words.size() > 1 ? "; not by \"" + words[1] + "\"" : "");
+}
+
+// The first of the options `given` that the command does not take, as it is written, or null.
+const char* FindUntaken(const Command& command, unsigned given) {
+  static const struct {
+    unsigned bit;
+    const char* name;
+  } kNames[] = {{kJson, "--json"},
+                {kXml, "--xml"},
+                {kReplace, "--replace"},
+                {kHits, "--hits"},
+                {kMost, "-n"}};
+  for (const auto& option : kNames) {
+    if ((given & ~command.options & option.bit) != 0) return option.name;
+  }
+  return nullptr;
+}
+
+std::string Name(const Command& command) {
+  std::string name;
+  for (const char* word : command.words) name += (name.empty() ? "" : " ") + std::string(word);
+  return name;
+}
+
 int Run(const Command& command, const Arguments& arguments) {
   const Failure failure = command.run(arguments);
   if (std::fflush(stdout) != 0) {
@@ -98,7 +136,8 @@ int Run(const Command& command, const Arguments& arguments) {
 }
 
 int Main(int argc, char** argv) {
-  enum { kJson = 256, kXml, kReplace, kHits, kSocket, kShowHelp };
+  enum { kSocket = 256, kShowHelp };
+  unsigned given = 0;
   static const option kOptions[] = {
       {"json", no_argument, nullptr, kJson},
       {"xml", no_argument, nullptr, kXml},
@@ -115,18 +154,13 @@ int Main(int argc, char** argv) {
   for (int choice; (choice = getopt_long(argc, argv, "hn:", kOptions, nullptr)) != -1;) {
     switch (choice) {
       case kJson:
-        arguments.json = true;
-        break;
       case kXml:
-        arguments.xml = true;
-        break;
       case kReplace:
-        arguments.replace = true;
-        break;
       case kHits:
-        arguments.hits = true;
+        given |= choice;
         break;
       case 'n':
+        given |= kMost;
         arguments.most = optarg;
         break;
       case kSocket:
@@ -140,14 +174,21 @@ int Main(int argc, char** argv) {
         return FailUsage("the command line is wrong");
     }
   }
+  arguments.json = (given & kJson) != 0;
+  arguments.xml = (given & kXml) != 0;
+  arguments.replace = (given & kReplace) != 0;
+  arguments.hits = (given & kHits) != 0;
   if (arguments.json && arguments.xml) return FailUsage("--json and --xml exclude each other");
   std::vector<std::string> words(argv + optind, argv + argc);
   if (words.empty()) return FailUsage("a command is missing");
   const Command* command = FindCommand(words);
-  if (command == nullptr) return FailUsage("there is no command \"" + words[0] + "\"");
+  if (command == nullptr) return FailUsage(WhyUnknown(words));
+  if (const char* option = FindUntaken(*command, given)) {
+    return FailUsage(Name(*command) + " does not take " + option);
+  }
   words.erase(words.begin(), words.begin() + command->words.size());
   if (words.size() != static_cast<size_t>(command->operands)) {
-    return FailUsage("wrong number of arguments for " + std::string(command->words[0]));
+    return FailUsage("wrong number of arguments for " + Name(*command));
   }
   arguments.operands = std::move(words);
   ly_log_options(LY_LOSTORE_LAST);

@@ -22,8 +22,11 @@ Failure Call(const Arguments& arguments, const std::string& name, Client* client
                        (arguments.replace ? "replace" : "merge") + "</default-operation><config>" +
                        config + "</config></" + name + ">",
                    reply, text);
-  if (failure.code == kRefused)
-    failure.message = "the daemon would refuse " + arguments.operands[0];
+  if (failure.code == kRefused) {
+    failure.message = failure.access_denied ? "access denied: the daemon did not look at "
+                                            : "the daemon would refuse ";
+    failure.message += arguments.operands[0];
+  }
   return failure;
 }
 

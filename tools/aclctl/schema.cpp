@@ -70,7 +70,7 @@ Failure Convert(const ly_ctx* context, const std::string& xml, Format format, st
   char* printed = nullptr;
   if (result != LY_SUCCESS ||
       lyd_print_mem(&printed, raw, format == Format::kJson ? LYD_JSON : LYD_XML,
-                    LYD_PRINT_WITHSIBLINGS) != LY_SUCCESS) {
+                    LYD_PRINT_WITHSIBLINGS | LYD_PRINT_KEEPEMPTYCONT) != LY_SUCCESS) {
     return {kProtocol, "the daemon's data cannot be understood: " + TakeReason(context), {}};
   }
   *text = printed != nullptr ? printed : "";

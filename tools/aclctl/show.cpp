@@ -77,7 +77,10 @@ Failure ShowConfig(const Arguments& arguments) {
           client.Call("<get-config><source><running/></source></get-config>", &reply, &text)) {
     return failure;
   }
-  return PrintData(arguments, &client, "acl-app", InnerXml(text, "data"));
+  // An empty configuration is shown so that `apply --replace` takes it.
+  const std::string config = InnerXml(text, "data");
+  return PrintData(arguments, &client, "acl-app",
+                   config.empty() ? "<config xmlns=\"urn:acl-app:acl\"/>" : config);
 }
 
 }  // namespace aclctl
