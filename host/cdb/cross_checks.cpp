@@ -16,6 +16,7 @@ std::string Quoted(const std::string& name) { return '"' + name + '"'; }
 
 void Fail(DatastoreErrors* errors, const char* tag, const char* app_tag, const lyd_node* node,
           std::string message) {
+  if (errors->size() > kMaxErrors) return;
   DatastoreError error;
   error.tag = tag;
   error.app_tag = app_tag;

@@ -42,6 +42,9 @@ struct DatastoreError {
 };
 // Empty means success.
 using DatastoreErrors = std::vector<DatastoreError>;
+// What one message is answered with at most, so that the answer to it stays in proportion. Who
+// looks for errors stops when there is one more: it tells that there are more.
+inline constexpr size_t kMaxErrors = 100;
 
 // Who makes a change.
 struct Origin {

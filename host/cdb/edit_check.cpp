@@ -35,7 +35,8 @@ class EditChecker {
 
   void CheckSiblings(const lyd_node* first, const lysc_node* parent, Operation inherited) {
     std::vector<Given> others;
-    for (const lyd_node* node = first; node != nullptr; node = node->next) {
+    for (const lyd_node* node = first; node != nullptr && errors_.size() <= kMaxErrors;
+         node = node->next) {
       const lysc_node* schema = CheckNode(node, parent, inherited);
       if (schema == nullptr) continue;
       const bool several = (schema->nodetype & (LYS_LIST | LYS_LEAFLIST)) != 0;

@@ -202,7 +202,8 @@ std::string InWords(const ly_err_item& item, const std::string& path) {
 }  // namespace
 
 void TakeErrors(const ly_ctx* context, const lyd_node* tree, DatastoreErrors* errors) {
-  for (const ly_err_item* item = ly_err_first(context); item != nullptr; item = item->next) {
+  for (const ly_err_item* item = ly_err_first(context);
+       item != nullptr && errors->size() <= kMaxErrors; item = item->next) {
     if (item->level != LY_LLERR) continue;
     DatastoreError error;
     error.tag = TagOf(*item);

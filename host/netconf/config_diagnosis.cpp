@@ -24,7 +24,8 @@ class Diagnosis {
 
   void CheckChildren(const lyd_node* parent, const lysc_node* parent_schema,
                      const std::string& parent_path) {
-    for (const lyd_node* node = lyd_child(parent); node != nullptr; node = node->next) {
+    for (const lyd_node* node = lyd_child(parent); node != nullptr && errors_->size() <= kMaxErrors;
+         node = node->next) {
       Check(node, parent_schema, parent_path);
     }
   }

@@ -11,7 +11,7 @@ inline constexpr char kTextConfig[] = "<config> holds a text, not elements";
 
 // Adds what the schema `context` refuses within `config`, a <config> element as GenericXml reads
 // it, to `*errors`: unknown elements, bad values, attributes that do not belong there; each with
-// the path of the instance.
+// the path of the instance. Stops when there are more than kMaxErrors.
 void DiagnoseConfig(const lyd_node* config, const ly_ctx* context, RpcErrors* errors);
 
 }  // namespace host

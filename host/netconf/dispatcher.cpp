@@ -10,7 +10,7 @@ namespace {
 
 void LogResult(const RpcMessage& message, const OperationResult& result,
                const SessionInfo& session) {
-  const char* name = message.name().c_str();
+  const char* name = message.name();
   if (!result.errors.empty()) {
     const RpcError& error = result.errors.front();
     Log(LogLevel::kWarning,
@@ -27,21 +27,23 @@ void LogResult(const RpcMessage& message, const OperationResult& result,
 
 OperationResult Dispatcher::Run(const RpcMessage& message, bool congested,
                                 const SessionInfo& session) {
-  if (!message.errors().empty()) {
+  const lysc_node* schema = message.OperationSchema();
+  const Operation* operation =
+      schema != nullptr ? FindOperation(schema->module->name, schema->name) : nullptr;
+  // Before the message's errors: what is wrong with it can be long to find and to tell.
+  if (operation != nullptr && operation->kind == OperationKind::kChange && !session.may_write) {
+    return OperationResult::Error({"protocol", "access-denied",
+                                   session.user + " may read, but not change anything", "", "",
+                                   ""});
+  }
+  if (!message.valid()) {
     OperationResult result;
     result.errors = message.errors();
     return result;
   }
-  const lysc_node* schema = message.Operation()->schema;
-  const Operation* operation = FindOperation(schema->module->name, schema->name);
   if (operation == nullptr) {
     return OperationResult::Error(OperationNotSupported(std::string("the operation \"") +
                                                         schema->name + "\" is not supported"));
-  }
-  if (operation->kind == OperationKind::kChange && !session.may_write) {
-    return OperationResult::Error({"protocol", "access-denied",
-                                   session.user + " may read, but not change anything", "", "",
-                                   ""});
   }
   if (congested && operation->kind == OperationKind::kQuery) {
     return OperationResult::Error(
@@ -55,13 +57,14 @@ Dispatcher::Reply Dispatcher::Handle(std::string message_text, const Conditions&
   const RpcMessage message(std::move(message_text), conditions.cut, max_depth_,
                            context_.datastore.Context(), xml_);
   OperationResult result = Run(message, conditions.congested, session);
+  LimitErrors(&result.errors);
   for (RpcError& error : result.errors) {
     // RFC 6241 Appendix A: not to be sent to a peer of base:1.0.
     if (!conditions.base_1_1 && error.tag == "malformed-message") error.tag = "operation-failed";
   }
   Reply reply;
   reply.close_session = result.close_session;
-  reply.bad_rpc = !message.errors().empty();
+  reply.bad_rpc = !message.valid();
   reply.error_count = result.errors.size();
   ReplyFrame frame{message.ReplyStart(), message.ReplyEnd(), message.ReplyChildNamespace()};
   if (result.stream != nullptr && result.errors.empty()) {

@@ -21,7 +21,7 @@ constexpr Operation kOperations[] = {
     {kNetconf, "commit", OperationKind::kChange, RunCommit},
     {kNetconf, "cancel-commit", OperationKind::kChange, RunCancelCommit},
     {kNetconf, "discard-changes", OperationKind::kChange, RunDiscardChanges},
-    {kNetconf, "validate", OperationKind::kOwn, RunValidate},
+    {kNetconf, "validate", OperationKind::kChange, RunValidate},
     {kNetconf, "lock", OperationKind::kChange, RunLock},
     {kNetconf, "unlock", OperationKind::kChange, RunUnlock},
     {kNetconf, "close-session", OperationKind::kOwn, RunCloseSession},

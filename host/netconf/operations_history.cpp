@@ -137,7 +137,7 @@ OperationResult RunCheck(const OperationContext& context, const OperationCall& c
     if (then != preview.then.end()) xml.Leaf("entries-then", then->second);
     xml.Close("group");
   }
-  for (const DatastoreError& error : preview.errors) {
+  for (const RpcError& error : FromDatastore(preview.errors)) {
     xml.Open("refusal");
     xml.Leaf("tag", error.tag);
     if (!error.path.empty()) xml.Leaf("path", error.path);

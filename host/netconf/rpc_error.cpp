@@ -159,9 +159,16 @@ RpcError LockDenied(uint32_t session_id, const std::string& message) {
   return Protocol("lock-denied", message, Element("session-id", std::to_string(session_id)));
 }
 
+void LimitErrors(RpcErrors* errors) {
+  if (errors->size() <= kMaxErrors) return;
+  errors->resize(kMaxErrors);
+  errors->push_back({"application", "operation-failed",
+                     "there are more errors; these are the first " + std::to_string(kMaxErrors), "",
+                     "", ""});
+}
+
 RpcErrors FromDatastore(const DatastoreErrors& errors) {
   RpcErrors result;
-  result.reserve(errors.size());
   for (const DatastoreError& error : errors) {
     // Appendix A: these tags name the element.
     const bool names_element = error.tag == "unknown-element" || error.tag == "missing-element" ||
@@ -175,7 +182,9 @@ RpcErrors FromDatastore(const DatastoreErrors& errors) {
     if (!error.bad_namespace.empty()) info += Element("bad-namespace", error.bad_namespace);
     result.push_back(
         {"application", error.tag, error.message, error.app_tag, error.path, std::move(info)});
+    if (result.size() > kMaxErrors) break;
   }
+  LimitErrors(&result);
   return result;
 }
 

@@ -36,7 +36,10 @@ RpcError BadAttribute(const std::string& attribute, const std::string& element,
 RpcError UnknownNamespace(const std::string& element, const std::string& name_space);
 RpcError LockDenied(uint32_t session_id, const std::string& message);
 
-// What the datastore refused, as errors of the application layer.
+// Leaves the first kMaxErrors of `*errors`, and one that says so, where there are more.
+void LimitErrors(RpcErrors* errors);
+
+// What the datastore refused, as errors of the application layer; at most so many.
 RpcErrors FromDatastore(const DatastoreErrors& errors);
 
 }  // namespace host

@@ -32,10 +32,12 @@ void CheckInput(const lyd_node* node, const lysc_node* schema, const ly_ctx* con
     const std::string name(XmlName(node));
     errors->push_back(BadElement(name, "<" + name + "> holds a text, not elements"));
   }
-  for (const lyd_attr* attr = AsOpaque(node)->attr; attr != nullptr; attr = attr->next) {
+  for (const lyd_attr* attr = AsOpaque(node)->attr; attr != nullptr && errors->size() <= kMaxErrors;
+       attr = attr->next) {
     errors->push_back(UnknownAttribute(attr->name.name, std::string(XmlName(node))));
   }
-  for (const lyd_node* child = lyd_child(node); child != nullptr; child = child->next) {
+  for (const lyd_node* child = lyd_child(node); child != nullptr && errors->size() <= kMaxErrors;
+       child = child->next) {
     const std::string name(XmlName(child)), name_space(XmlNamespace(child));
     const lys_module* module = ly_ctx_get_module_implemented_ns(context, name_space.c_str());
     if (module == nullptr) {
@@ -112,7 +114,10 @@ const lyd_node* FindSurplus(const lyd_node* first, bool one_only) {
 
 RpcMessage::RpcMessage(std::string text, bool cut, int max_depth, const ly_ctx* context,
                        const GenericXml& xml)
-    : text_(NameEmptyNamespaces(std::move(text))), xml_(xml), outline_(ScanXml(text_, max_depth)) {
+    : context_(context),
+      text_(NameEmptyNamespaces(std::move(text))),
+      xml_(xml),
+      outline_(ScanXml(text_, max_depth)) {
   std::string reason;
   if (!outline_.root.empty()) {
     const std::string root =
@@ -134,11 +139,11 @@ RpcMessage::RpcMessage(std::string text, bool cut, int max_depth, const ly_ctx* 
     errors_.push_back(
         {"rpc", "malformed-message", "the message is not well-formed XML", "", "", ""});
   } else {
-    ParseOperation(context);
+    ParseOperation();
   }
 }
 
-void RpcMessage::ParseOperation(const ly_ctx* context) {
+void RpcMessage::ParseOperation() {
   ly_in* in = nullptr;
   if (ly_in_new_memory(text_.c_str(), &in) != LY_SUCCESS) {
     errors_.push_back({"rpc", "resource-denied", "out of memory", "", "", ""});
@@ -146,16 +151,18 @@ void RpcMessage::ParseOperation(const ly_ctx* context) {
   }
   lyd_node *envelope = nullptr, *operation = nullptr;
   const LY_ERR result =
-      lyd_parse_op(context, nullptr, in, LYD_XML, LYD_TYPE_RPC_NETCONF, &envelope, &operation);
+      lyd_parse_op(context_, nullptr, in, LYD_XML, LYD_TYPE_RPC_NETCONF, &envelope, &operation);
   ly_in_free(in, 0);
   envelope_.reset(envelope);
   operation_.reset(operation);
   if (result == LY_SUCCESS && operation != nullptr && root_valid_) {
-    name_ = operation->schema->name;
+    schema_ = operation->schema;
     CheckShape();
     return;
   }
-  errors_ = Diagnose(context, TakeLibyangReason(context));
+  reason_ = TakeLibyangReason(context_);
+  errors_ = FindSchema();
+  undiagnosed_ = errors_.empty();
 }
 
 // libyang does not look for what is given too often, and takes a text for a configuration.
@@ -177,8 +184,8 @@ void RpcMessage::CheckShape() {
   }
 }
 
-// Finds the error that describes best why the schema refused the message.
-RpcErrors RpcMessage::Diagnose(const ly_ctx* context, const std::string& reason) const {
+// Finds the operation of a message that the schema refused, or why there is none.
+RpcErrors RpcMessage::FindSchema() {
   std::string malformed;
   generic_ = xml_.Parse(text_, &malformed);
   if (generic_ == nullptr) return {{"rpc", "malformed-message", malformed, "", "", ""}};
@@ -195,20 +202,33 @@ RpcErrors RpcMessage::Diagnose(const ly_ctx* context, const std::string& reason)
   }
   const std::string name(XmlName(operation));
   const lys_module* module =
-      ly_ctx_get_module_implemented_ns(context, std::string(XmlNamespace(operation)).c_str());
-  const lysc_node* schema =
+      ly_ctx_get_module_implemented_ns(context_, std::string(XmlNamespace(operation)).c_str());
+  const lysc_node* found =
       module == nullptr ? nullptr : lys_find_child(nullptr, module, name.c_str(), 0, LYS_RPC, 0);
   if (name == "delete-config") {
     return {OperationNotSupported("there is no configuration that can be deleted")};
   }
-  if (schema == nullptr) {
+  if (found == nullptr) {
     return {OperationNotSupported("there is no operation \"" + name + "\" here")};
   }
+  schema_ = found;
+  return {};
+}
+
+// Finds the errors that describe best why the schema refused the operation's input.
+RpcErrors RpcMessage::Diagnose() const {
   RpcErrors errors;
-  CheckInput(operation, schema, context, &errors);
+  const lyd_node* operation = GenericOperation();
+  CheckInput(operation, schema_, context_, &errors);
   if (errors.empty()) CheckFilter(operation, &errors);
-  if (errors.empty()) errors.push_back({"protocol", "operation-failed", reason, "", "", ""});
+  if (errors.empty()) errors.push_back({"protocol", "operation-failed", reason_, "", "", ""});
   return errors;
+}
+
+const RpcErrors& RpcMessage::errors() const {
+  if (undiagnosed_) errors_ = Diagnose();
+  undiagnosed_ = false;
+  return errors_;
 }
 
 const lyd_node* RpcMessage::GenericRoot() const {

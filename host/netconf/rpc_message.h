@@ -19,14 +19,21 @@ class RpcMessage {
   RpcMessage(std::string text, bool cut, int max_depth, const ly_ctx* context,
              const GenericXml& xml);
 
-  // Why the message was refused; empty when Operation() may be used.
-  const RpcErrors& errors() const { return errors_; }
+  // Whether Operation() may be used.
+  bool valid() const { return !undiagnosed_ && errors_.empty(); }
+  // Why the message is not valid. The first call looks for it in the operation's input, which
+  // takes its time.
+  const RpcErrors& errors() const;
+  // The RPC that the message is for; null when that is not known. It is there for most messages
+  // that are not valid, too.
+  const lysc_node* OperationSchema() const { return schema_; }
   // The operation's node with its input. Data in it may be opaque where the schema does not know
   // them (contents of <config>).
   const lyd_node* Operation() const { return operation_.get(); }
   // Name of the operation as far as it is known, for the log.
-  const std::string& name() const { return name_; }
-  // The operation's element, read without the schema. Null only when errors() is not empty.
+  const char* name() const { return schema_ != nullptr ? schema_->name : "?"; }
+  // The operation's element, read without the schema. Null only when the message is not
+  // valid.
   const lyd_node* GenericOperation() const;
 
   // Start and end tag of the reply, with what the <rpc> had as prefix, attributes and namespace
@@ -37,18 +44,22 @@ class RpcMessage {
   std::string ReplyChildNamespace() const;
 
  private:
-  void ParseOperation(const ly_ctx* context);
+  void ParseOperation();
   void CheckShape();
-  RpcErrors Diagnose(const ly_ctx* context, const std::string& reason) const;
+  RpcErrors FindSchema();
+  RpcErrors Diagnose() const;
   const lyd_node* GenericRoot() const;
   std::string Prefix() const;
 
+  const ly_ctx* const context_;
   const std::string text_;
   const GenericXml& xml_;
   XmlOutline outline_;       // points into text_
   bool root_valid_ = false;  // the root's name and attributes are well-formed
-  RpcErrors errors_;
-  std::string name_ = "?";
+  const lysc_node* schema_ = nullptr;
+  std::string reason_;                // libyang's, where the schema refused the message
+  mutable bool undiagnosed_ = false;  // refused, but errors_ does not yet tell why
+  mutable RpcErrors errors_;
   Tree envelope_;
   Tree operation_;
   mutable Tree generic_;

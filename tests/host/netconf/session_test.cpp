@@ -112,7 +112,22 @@ void PrintTo(const ErrorCase& c, std::ostream* out) { *out << c.name; }
 
 std::string Rpc(const std::string& operation) { return kRpcStart + operation + "</rpc>"; }
 
+std::string Many(const std::string& one) {
+  std::string many;
+  for (int i = 0; i < 1000; ++i) many += one;
+  return many;
+}
+constexpr char kMore[] = "there are more errors";
+
 const ErrorCase kErrors[] = {
+    {"ManyParameters", Rpc("<get>" + Many("<x/>") + "</get>"), {"<bad-element>x<", kMore}},
+    {"ManyUnknownNodes",
+     Rpc("<validate><source><config>" + Many("<b xmlns='urn:acl-app:acl'/>") +
+         "</config></source></validate>"),
+     {"<bad-element>b<", kMore}},
+    {"ManyBadAttributes",
+     Rpc(EditEntry(Many("<vlan nc:foo='1'>5</vlan>"))),
+     {"<bad-attribute>foo<", kMore}},
     {"Malformed", std::string(kRpcStart) + "<get></rpc>", {"<error-tag>malformed-message<"}},
     {"NotXml", "hello?", {"<error-type>rpc<", "<error-tag>malformed-message<"}},
     {"Doctype", "<!DOCTYPE x>" + Rpc("<get/>"), {"<error-tag>malformed-message<"}},
@@ -242,6 +257,9 @@ TEST_P(ErrorTest, IsAnsweredAndChangesNothing) {
   const std::string reply = client.Receive();
   EXPECT_THAT(reply, AllOf(HasSubstr("<rpc-error"), HasSubstr("<error-severity>error<"),
                            HasSubstr("<error-message"), EndsWith("</rpc-reply>")));
+  size_t errors = 0;
+  for (size_t at = 0; (at = reply.find("<rpc-error ", at)) != std::string::npos; ++at) ++errors;
+  EXPECT_LE(errors, kMaxErrors + 1);
   for (const std::string& part : GetParam().parts) EXPECT_THAT(reply, HasSubstr(part));
   EXPECT_EQ(client.Rpc(kGetRunning), before);
 }
