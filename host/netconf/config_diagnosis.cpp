@@ -12,6 +12,7 @@ namespace host {
 namespace {
 
 constexpr char kYangNamespace[] = "urn:ietf:params:xml:ns:yang:1";
+constexpr char kDefaultsNamespace[] = "urn:ietf:params:xml:ns:netconf:default:1.0";
 
 std::string Quoted(std::string_view value) {
   const char quote = value.find('\'') == std::string_view::npos ? '\'' : '"';
@@ -91,6 +92,9 @@ class Diagnosis {
       const std::string_view name_space =
           attr->name.module_ns != nullptr ? attr->name.module_ns : "";
       if (name_space == kYangNamespace) continue;  // insert and what goes with it
+      // RFC 6243 section 6: a value that was read as a default.
+      if (name_space == kDefaultsNamespace && std::strcmp(attr->name.name, "default") == 0)
+        continue;
       if (name_space != kNetconfNamespace || std::strcmp(attr->name.name, "operation") != 0) {
         Add(UnknownAttribute(attr->name.name, element), path);
         continue;

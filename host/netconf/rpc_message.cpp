@@ -1,6 +1,7 @@
 // One <rpc>: see rpc_message.h.
 #include "host/netconf/rpc_message.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -82,6 +83,29 @@ void CheckFilter(const lyd_node* operation, RpcErrors* errors) {
   }
 }
 
+// What a message with a fault, which must not be kNone, is refused with.
+RpcError OfFault(XmlOutline::Fault fault, int max_depth) {
+  const auto too_big = [](const std::string& what, size_t limit) {
+    return RpcError{"rpc", "too-big", what + std::to_string(limit), "", "", ""};
+  };
+  switch (fault) {
+    case XmlOutline::Fault::kTooDeep:
+      return too_big("elements are nested deeper than ", max_depth);
+    case XmlOutline::Fault::kTooManyAttributes:
+      return too_big("an element has more than " + std::to_string(kMaxAttributes) +
+                         " attributes, or the namespaces declared around it are more than ",
+                     kMaxDeclarationsInScope);
+    case XmlOutline::Fault::kTooManyParameters:
+      return too_big("parameters and elements of the filter are more than ", kMaxParameterElements);
+    case XmlOutline::Fault::kSelectTooLong:
+      return BadAttribute(
+          "select", "filter",
+          "the expression is longer than " + std::to_string(kMaxSelectBytes) + " bytes");
+    default:
+      return {"rpc", "malformed-message", "the message is not well-formed XML", "", "", ""};
+  }
+}
+
 // The <config> among the siblings that holds a text.
 const lyd_node* FindTextConfig(const lyd_node* first) {
   for (const lyd_node* node = first; node != nullptr; node = node->next) {
@@ -132,12 +156,8 @@ RpcMessage::RpcMessage(std::string text, bool cut, int max_depth, const ly_ctx* 
   }
   if (cut) {
     errors_.push_back({"rpc", "too-big", "the message is longer than allowed", "", "", ""});
-  } else if (outline_.fault == XmlOutline::Fault::kTooDeep) {
-    errors_.push_back({"rpc", "too-big",
-                       "elements are nested deeper than " + std::to_string(max_depth), "", "", ""});
-  } else if (outline_.fault == XmlOutline::Fault::kMalformed) {
-    errors_.push_back(
-        {"rpc", "malformed-message", "the message is not well-formed XML", "", "", ""});
+  } else if (outline_.fault != XmlOutline::Fault::kNone) {
+    errors_.push_back(OfFault(outline_.fault, max_depth));
   } else {
     ParseOperation();
   }
@@ -158,6 +178,7 @@ void RpcMessage::ParseOperation() {
   if (result == LY_SUCCESS && operation != nullptr && root_valid_) {
     schema_ = operation->schema;
     CheckShape();
+    if (errors_.empty() && outline_.foreign_attributes) CheckAttributes();
     return;
   }
   reason_ = TakeLibyangReason(context_);
@@ -182,6 +203,23 @@ void RpcMessage::CheckShape() {
   } else if (text != nullptr) {
     errors_.push_back(BadElement("config", kTextConfig));
   }
+}
+
+// libyang drops attributes of namespaces that it does not know, and those of none: an
+// operation="..." that is not NETCONF's would be a merge.
+void RpcMessage::CheckAttributes() {
+  const lyd_node* input = GenericOperation();
+  const lyd_node* source = FindNetconfChild(input, "source");
+  for (const lyd_node* parent : {input, source}) {
+    const lyd_node* config = FindNetconfChild(parent, "config");
+    if (config != nullptr) DiagnoseConfig(config, context_, &errors_);
+  }
+  if (errors_.size() > kMaxErrors) return;  // not all was looked at
+  // What else there may be is for the datastore to say.
+  errors_.erase(
+      std::remove_if(errors_.begin(), errors_.end(),
+                     [](const RpcError& error) { return error.tag != "unknown-attribute"; }),
+      errors_.end());
 }
 
 // Finds the operation of a message that the schema refused, or why there is none.

@@ -46,6 +46,7 @@ class RpcMessage {
  private:
   void ParseOperation();
   void CheckShape();
+  void CheckAttributes();
   RpcErrors FindSchema();
   RpcErrors Diagnose() const;
   const lyd_node* GenericRoot() const;

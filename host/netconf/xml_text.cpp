@@ -2,6 +2,7 @@
 #include "host/netconf/xml_text.h"
 
 #include <algorithm>
+#include <vector>
 
 namespace host {
 namespace {
@@ -65,6 +66,99 @@ void ReadRoot(std::string_view tag, XmlOutline* outline) {
   outline->root_attributes = tag.substr(first, tag.find_last_not_of(kBlanks) - first + 1);
 }
 
+std::string_view LocalName(std::string_view name) { return name.substr(name.find(':') + 1); }
+
+struct Attribute {
+  std::string_view prefix, name, value;  // the value as written
+  bool declares = false;                 // a namespace, for prefix `name` or (empty) as default
+};
+
+// Takes the next attribute off `*rest`, what is left of a start tag. False when there is none, also
+// where the tag is malformed.
+bool TakeAttribute(std::string_view* rest, Attribute* attribute) {
+  const size_t start = rest->find_first_not_of(kBlanks);
+  const size_t equals = rest->find('=');
+  if (equals == std::string_view::npos || start == equals) return false;
+  const size_t value = rest->find_first_not_of(kBlanks, equals + 1);
+  if (value == std::string_view::npos) return false;
+  const char quote = (*rest)[value];
+  if (quote != '"' && quote != '\'') return false;
+  const size_t end = rest->find(quote, value + 1);
+  if (end == std::string_view::npos) return false;
+  const size_t name_end = rest->find_last_not_of(kBlanks, equals - 1) + 1;
+  const std::string_view name = rest->substr(start, name_end - start);
+  const size_t colon = std::min(name.find(':'), name.size());
+  attribute->prefix = colon == name.size() ? "" : name.substr(0, colon);
+  attribute->name = LocalName(name);
+  attribute->value = rest->substr(value + 1, end - value - 1);
+  attribute->declares = name == "xmlns" || attribute->prefix == "xmlns";
+  if (name == "xmlns") attribute->name = "";
+  rest->remove_prefix(end + 1);
+  return true;
+}
+
+// Follows attributes, namespaces and the size of what should be small from tag to tag.
+class TagScan {
+ public:
+  using Fault = XmlOutline::Fault;
+
+  // `tag` is a start tag without its brackets, of an element below `depth` others.
+  Fault Open(std::string_view tag, int depth) {
+    const size_t name_end = std::min(tag.find_first_of(" \t\r\n/"), tag.size());
+    while (!declared_.empty() && declared_.back().depth >= depth) declared_.pop_back();
+    if (depth <= kParameterDepth) in_filter_ = false;
+    const bool counts = depth == kParameterDepth || depth == kParameterDepth - 1 || in_filter_;
+    if (counts && ++parameters_ > kMaxParameterElements) return Fault::kTooManyParameters;
+    if (depth == kParameterDepth) in_filter_ = LocalName(tag.substr(0, name_end)) == "filter";
+    if (name_end == tag.size()) return Fault::kNone;
+    return ReadAttributes(tag.substr(name_end), depth);
+  }
+
+  bool foreign_attributes() const { return foreign_attributes_; }
+
+ private:
+  static constexpr int kParameterDepth = 2;  // <rpc>, operation, parameter
+
+  struct Declaration {
+    std::string_view prefix;
+    bool is_netconf;
+    int depth;
+  };
+
+  Fault ReadAttributes(std::string_view attributes, int depth) {
+    Attribute attribute;
+    size_t count = 0, declarations = 0;
+    for (std::string_view rest = attributes; TakeAttribute(&rest, &attribute);) {
+      if (++count > kMaxAttributes) return Fault::kTooManyAttributes;
+      if (attribute.declares) {
+        declared_.push_back({attribute.name, attribute.value == kNetconfNamespace, depth});
+        ++declarations;
+      } else if (attribute.name == "select" && attribute.value.size() > kMaxSelectBytes) {
+        return Fault::kSelectTooLong;
+      }
+    }
+    if (declared_.size() > kMaxDeclarationsInScope) return Fault::kTooManyAttributes;
+    if (count == declarations || depth <= kParameterDepth || in_filter_) return Fault::kNone;
+    for (std::string_view rest = attributes; TakeAttribute(&rest, &attribute);) {
+      foreign_attributes_ |= !attribute.declares && !IsEditOperation(attribute);
+    }
+    return Fault::kNone;
+  }
+
+  bool IsEditOperation(const Attribute& attribute) const {
+    if (attribute.name != "operation" || attribute.prefix.empty()) return false;
+    for (auto declared = declared_.rbegin(); declared != declared_.rend(); ++declared) {
+      if (declared->prefix == attribute.prefix) return declared->is_netconf;
+    }
+    return false;
+  }
+
+  std::vector<Declaration> declared_;  // by the elements around, the outermost first
+  size_t parameters_ = 0;
+  bool in_filter_ = false;
+  bool foreign_attributes_ = false;
+};
+
 }  // namespace
 
 std::string XmlEscape(std::string_view text) {
@@ -119,6 +213,7 @@ XmlOutline ScanXml(std::string_view message, int max_depth) {
     return outline;
   };
   if (message.find('\0') != std::string_view::npos) return fail(Fault::kMalformed);
+  TagScan tags;
   int depth = 0;
   bool too_deep = false;
   for (size_t pos = message.find('<'); pos != std::string_view::npos;
@@ -134,13 +229,17 @@ XmlOutline ScanXml(std::string_view message, int max_depth) {
     if (message[pos] == '/') {
       if (--depth < 0) return fail(Fault::kMalformed);
     } else {
-      if (outline.root.empty()) ReadRoot(message.substr(pos, end - pos), &outline);
+      const std::string_view tag = message.substr(pos, end - pos);
+      const Fault fault = too_deep ? Fault::kNone : tags.Open(tag, depth);
+      if (fault != Fault::kNone) return fail(fault);
+      if (outline.root.empty()) ReadRoot(tag, &outline);
       if (message[end - 1] != '/') ++depth;
       too_deep |= depth > max_depth;
     }
     pos = end + 1;
   }
   if (depth != 0 || outline.root.empty()) return fail(Fault::kMalformed);
+  outline.foreign_attributes = tags.foreign_attributes();
   return too_deep ? fail(Fault::kTooDeep) : outline;
 }
 

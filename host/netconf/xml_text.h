@@ -21,22 +21,34 @@ inline constexpr char kNoNamespace[] = "urn:acl-app:no-namespace";
 // name.
 std::string NameEmptyNamespaces(std::string xml);
 
+// What the parser behind the scan takes quadratic time for is bounded.
+inline constexpr size_t kMaxAttributes = 64;            // of one element, declarations included
+inline constexpr size_t kMaxDeclarationsInScope = 256;  // of namespaces
+inline constexpr size_t kMaxSelectBytes = 4096;         // an XPath expression, as written
+inline constexpr size_t kMaxParameterElements = 1000;   // parameters and contents of <filter>
+
 // What a message looks like from outside.
 struct XmlOutline {
   enum class Fault {
     kNone,
     kMalformed,  // not an XML document, or one with a document type declaration
     kTooDeep,
+    kTooManyAttributes,
+    kSelectTooLong,
+    kTooManyParameters,
   };
   Fault fault = Fault::kNone;
   std::string_view root;             // qualified name of the root element, empty when not found
   std::string_view root_attributes;  // its attributes and namespace declarations, as written
+  // Some element that may be data of an edit has an attribute that may be another than NETCONF's
+  // operation. Never false when one has; such attributes pass the parser without a trace.
+  bool foreign_attributes = false;
 };
 
 // Scans `message` without building anything, so that the recursive parser behind it is safe from
-// deep nesting. Only as strict as that needs: a message without fault may still be malformed. The
-// root's name and attributes are given as far as they were found, also with a fault. The views
-// point into `message`.
+// deep nesting and from what takes it long. Only as strict as that needs: a message without fault
+// may still be malformed. The root's name and attributes are given as far as they were found, also
+// with a fault, but for a root with too many of them. The views point into `message`.
 XmlOutline ScanXml(std::string_view message, int max_depth);
 
 }  // namespace host

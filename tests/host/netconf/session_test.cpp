@@ -114,7 +114,7 @@ std::string Rpc(const std::string& operation) { return kRpcStart + operation + "
 
 std::string Many(const std::string& one) {
   std::string many;
-  for (int i = 0; i < 1000; ++i) many += one;
+  for (int i = 0; i < 500; ++i) many += one;
   return many;
 }
 constexpr char kMore[] = "there are more errors";
@@ -186,6 +186,15 @@ const ErrorCase kErrors[] = {
     {"UnknownAttribute",
      Rpc(EditEntry("<vlan nc:foo='1'>5</vlan>")),
      {"<error-tag>unknown-attribute<", kEntryPath, "<bad-attribute>foo<", "<bad-element>vlan<"}},
+    {"OperationWithoutNamespace",
+     Rpc(EditEntry("<vlan operation='delete'>5</vlan>")),
+     {"<error-tag>unknown-attribute<", "<bad-attribute>operation<", "<bad-element>vlan<"}},
+    {"OperationOfOtherNamespaceInASource",
+     Rpc("<validate><source><config><config xmlns='urn:acl-app:acl'><access-list><interface "
+         "xmlns:n='urn:ietf:params:xml:ns:netconf:base:1.1' n:operation='delete'><interface-name>"
+         "e0</interface-name></interface></access-list></config></config></source></validate>"),
+     {"<error-tag>unknown-attribute<", "acl-app:interface[acl-app:interface-name='e0']<",
+      "<bad-attribute>operation<"}},
     {"MaskWithoutAddress",
      Rpc(EditEntry("<source-mac-address-mask>00:00:00:00:00:01</source-mac-address-mask>")),
      {"<error-tag>operation-failed<", "<error-app-tag>must-violation<", kEntryPath}},
@@ -210,6 +219,9 @@ const ErrorCase kErrors[] = {
     {"XPathThatIsNone",
      Rpc("<get><filter type='xpath' select='///'/></get>"),
      {"<error-tag>bad-attribute<", "<bad-attribute>select<", "is no XPath expression"}},
+    {"XPathThatIsTooLong",
+     Rpc("<get><filter type='xpath' select='" + std::string(500000, '-') + "1'/></get>"),
+     {"<error-tag>bad-attribute<", "<bad-attribute>select<", "longer than 4096"}},
     {"AttributeOfAnOperation",
      Rpc("<get foo='bar'/>"),
      {"<error-tag>unknown-attribute<", "<bad-attribute>foo<", "<bad-element>get<"}},

@@ -42,6 +42,63 @@ TEST(ScanXmlTest, FindsRootAndFaults) {
   }
 }
 
+std::string Repeat(const std::string& text, size_t count) {
+  std::string repeated;
+  while (count-- > 0) repeated += text;
+  return repeated;
+}
+
+TEST(ScanXmlTest, BoundsWhatTakesTheParserLong) {
+  const struct {
+    std::string before, repeated, after;
+    size_t limit;
+    Fault fault;
+  } cases[] = {
+      {"<a><b ", "k='1>' ", "/></a>", kMaxAttributes, Fault::kTooManyAttributes},
+      {"<a ", "xmlns:k = \"u\"\n", "><b/></a>", kMaxAttributes, Fault::kTooManyAttributes},
+      {"<a>" + Repeat("<b" + Repeat(" xmlns:k='u'", 64) + ">", 4) + "<c ", "xmlns:k='u' ",
+       "/></b></b></b></b></a>", 0, Fault::kTooManyAttributes},
+      {"<a><b><filter select=\"", "-", "\"/></b></a>", kMaxSelectBytes, Fault::kSelectTooLong},
+      {"<a><b><c><d x:select='", "(", "'/></c></b></a>", kMaxSelectBytes, Fault::kSelectTooLong},
+      // The operation and the filter count.
+      {"<a><b><x:filter><c>", "<d/>", "</c></x:filter></b></a>", kMaxParameterElements - 3,
+       Fault::kTooManyParameters},
+      {"<a><b>", "<c/>", "</b></a>", kMaxParameterElements - 1, Fault::kTooManyParameters},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(ScanXml(c.before + Repeat(c.repeated, c.limit) + c.after, 8).fault, Fault::kNone)
+        << c.before << c.repeated;
+    EXPECT_EQ(ScanXml(c.before + Repeat(c.repeated, c.limit + 1) + c.after, 8).fault, c.fault)
+        << c.before << c.repeated;
+  }
+  const std::string large = "<a><b><filter/><config><c>" + Repeat("<d xmlns='u'/>", 65536);
+  EXPECT_EQ(ScanXml(large + "</c></config></b></a>", 8).fault, Fault::kNone);
+}
+
+TEST(ScanXmlTest, NoticesForeignAttributes) {
+  const std::string start = std::string("<a xmlns:n='") + kNetconfNamespace + "' k='1'><b><config>";
+  const std::string netconf = std::string("='") + kNetconfNamespace + "'";
+  const struct {
+    std::string xml;
+    bool foreign;
+  } cases[] = {
+      {"<c xmlns='u' n:operation='delete'/>", false},
+      {"<c m:operation='delete' xmlns:m" + netconf + "/>", false},
+      {"<c xmlns:n='u'/><c n:operation='delete'/>", false},
+      {"<c xmlns:n='u'/><c><d n:operation='delete'/></c>", false},
+      {"<c operation='delete'/>", true},
+      {"<c xmlns" + netconf + " operation='delete'/>", true},
+      {"<c n:operations='delete'/>", true},
+      {"<c xmlns:n='u'><d n:operation='delete'/></c>", true},
+      {"<c xmlns:m" + netconf + "/><c m:operation='delete'/>", true},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(ScanXml(start + c.xml + "</config></b></a>", 8).foreign_attributes, c.foreign)
+        << c.xml;
+  }
+  EXPECT_FALSE(ScanXml("<a><b><filter type='x'><c k='1'/></filter></b></a>", 8).foreign_attributes);
+}
+
 TEST(XmlEscapeTest, LeavesNoMarkupAndNoControlCharacters) {
   EXPECT_EQ(XmlEscape("a<b>&\"c\" 100%\n\x01"), "a&lt;b&gt;&amp;&quot;c&quot; 100%\n?");
   EXPECT_EQ(XmlEscape("\u00e9\u20ac\U0001f600"), "\u00e9\u20ac\U0001f600");
