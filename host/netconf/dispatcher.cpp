@@ -1,12 +1,17 @@
 // From message to reply: see dispatcher.h.
 #include "host/netconf/dispatcher.h"
 
+#include <limits>
 #include <utility>
 
 #include "host/runtime/middleware.h"
 
 namespace host {
 namespace {
+
+// What those who may only read can ask for needs few elements. More are not parsed: keys that are
+// repeated thousands of times take the parser seconds.
+constexpr size_t kMaxReaderElements = 2000;
 
 void LogResult(const RpcMessage& message, const OperationResult& result,
                const SessionInfo& session) {
@@ -54,7 +59,9 @@ OperationResult Dispatcher::Run(const RpcMessage& message, bool congested,
 
 Dispatcher::Reply Dispatcher::Handle(std::string message_text, const Conditions& conditions,
                                      const SessionInfo& session) {
-  const RpcMessage message(std::move(message_text), conditions.cut, max_depth_,
+  const size_t max_elements =
+      session.may_write ? std::numeric_limits<size_t>::max() : kMaxReaderElements;
+  const RpcMessage message(std::move(message_text), conditions.cut, max_depth_, max_elements,
                            context_.datastore.Context(), xml_);
   OperationResult result = Run(message, conditions.congested, session);
   LimitErrors(&result.errors);

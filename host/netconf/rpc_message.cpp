@@ -136,8 +136,8 @@ const lyd_node* FindSurplus(const lyd_node* first, bool one_only) {
 
 }  // namespace
 
-RpcMessage::RpcMessage(std::string text, bool cut, int max_depth, const ly_ctx* context,
-                       const GenericXml& xml)
+RpcMessage::RpcMessage(std::string text, bool cut, int max_depth, size_t max_elements,
+                       const ly_ctx* context, const GenericXml& xml)
     : context_(context),
       text_(NameEmptyNamespaces(std::move(text))),
       xml_(xml),
@@ -158,6 +158,11 @@ RpcMessage::RpcMessage(std::string text, bool cut, int max_depth, const ly_ctx* 
     errors_.push_back({"rpc", "too-big", "the message is longer than allowed", "", "", ""});
   } else if (outline_.fault != XmlOutline::Fault::kNone) {
     errors_.push_back(OfFault(outline_.fault, max_depth));
+  } else if (outline_.elements > max_elements) {
+    errors_.push_back({"rpc", "too-big",
+                       "a message of those who may only read has at most " +
+                           std::to_string(max_elements) + " elements",
+                       "", "", ""});
   } else {
     ParseOperation();
   }

@@ -14,9 +14,10 @@ namespace host {
 
 class RpcMessage {
  public:
-  // Reads `text`, which has no more than its start when `cut` is true. Never fails: what is wrong
-  // with the message is in errors(). `context` and `xml` must outlive the message.
-  RpcMessage(std::string text, bool cut, int max_depth, const ly_ctx* context,
+  // Reads `text`, which has no more than its start when `cut` is true, unless it has more than
+  // `max_elements`. Never fails: what is wrong with the message is in errors(). `context` and `xml`
+  // must outlive the message.
+  RpcMessage(std::string text, bool cut, int max_depth, size_t max_elements, const ly_ctx* context,
              const GenericXml& xml);
 
   // Whether Operation() may be used.

@@ -230,6 +230,7 @@ XmlOutline ScanXml(std::string_view message, int max_depth) {
       if (--depth < 0) return fail(Fault::kMalformed);
     } else {
       const std::string_view tag = message.substr(pos, end - pos);
+      ++outline.elements;
       const Fault fault = too_deep ? Fault::kNone : tags.Open(tag, depth);
       if (fault != Fault::kNone) return fail(fault);
       if (outline.root.empty()) ReadRoot(tag, &outline);

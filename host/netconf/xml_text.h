@@ -38,6 +38,7 @@ struct XmlOutline {
     kTooManyParameters,
   };
   Fault fault = Fault::kNone;
+  size_t elements = 0;               // all of them
   std::string_view root;             // qualified name of the root element, empty when not found
   std::string_view root_attributes;  // its attributes and namespace declarations, as written
   // Some element that may be data of an edit has an attribute that may be another than NETCONF's

@@ -218,6 +218,12 @@ TEST_F(StateTest, ReadersMayOnlyRead) {
   const std::string costly = "<get><filter type='xpath' select='//*[2]'/></get>";
   EXPECT_THAT(run(costly, false), HasSubstr("<error-tag>resource-denied<"));
   EXPECT_THAT(run(costly, true), HasSubstr("<data>"));
+  // So would a large message, even one that is only to be parsed.
+  std::string large = "<edit-config><target><running/></target><config>";
+  for (int i = 0; i < 2000; ++i) large += "<b/>";
+  large += "</config></edit-config>";
+  EXPECT_THAT(run(large, false), HasSubstr("<error-tag>too-big<"));
+  EXPECT_THAT(run(large, true), Not(HasSubstr("too-big")));
 }
 
 TEST(AccessTest, RootItselfAndTheWriteGroupMayWrite) {
