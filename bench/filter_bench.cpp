@@ -16,8 +16,8 @@
 #include <functional>
 
 #include "bench/scratch.h"
-#include "host/filter_mgr/flush.h"
-#include "host/filter_mgr/kernel_backend.h"
+#include "host/filter_mgr/nftables/flush.h"
+#include "host/filter_mgr/nftables/nftables_backend.h"
 
 namespace {
 
@@ -109,13 +109,13 @@ void AddPorts(int ports) {
   }
 }
 
-std::unique_ptr<host::KernelBackend> OpenBackend() {
-  host::KernelBackendOptions options;
+std::unique_ptr<host::NftablesBackend> OpenBackend() {
+  host::NftablesOptions options;
   std::vector<std::string> missing;
   options.names = [](limid_t id) { return PortName(static_cast<int>(id)); };
   options.features = host::ProbeKernel(&missing);
   std::string reason;
-  auto backend = host::KernelBackend::Open(options, &reason);
+  auto backend = host::NftablesBackend::Open(options, &reason);
   if (backend == nullptr) std::fprintf(stderr, "%s\n", reason.c_str());
   return backend;
 }
@@ -180,7 +180,7 @@ void BM_ProgramGroup(benchmark::State& state) {
   const int ports = static_cast<int>(state.range(0)), protocols = static_cast<int>(state.range(1));
   for (auto _ : state) {
     Cost cost;
-    std::unique_ptr<host::KernelBackend> backend;
+    std::unique_ptr<host::NftablesBackend> backend;
     FiltersGroup group(1);
     const bool ok = Measure(
         ports, RUSAGE_SELF,
@@ -220,7 +220,7 @@ BENCHMARK(BM_ProgramGroup)->PROGRAM_ARGS;
 BENCHMARK(BM_ProgramByNft)->PROGRAM_ARGS;
 
 // Runs `work` with a back end that has all entries in force, in a network of its own.
-void WithBackend(benchmark::State& state, const std::function<void(host::KernelBackend*)>& work) {
+void WithBackend(benchmark::State& state, const std::function<void(host::NftablesBackend*)>& work) {
   const int ports = static_cast<int>(state.range(0));
   if (unshare(CLONE_NEWNET) != 0) {
     state.SkipWithError("no network namespace");
@@ -237,7 +237,7 @@ void WithBackend(benchmark::State& state, const std::function<void(host::KernelB
 
 // From updateGroup() to the kernel's answer, an entry going and coming back by turns.
 void BM_UpdateOneEntry(benchmark::State& state) {
-  WithBackend(state, [&state](host::KernelBackend* backend) {
+  WithBackend(state, [&state](host::NftablesBackend* backend) {
     const int ports = static_cast<int>(state.range(0));
     const size_t before = backend->writes();
     double seconds[2] = {};  // of additions, of removals
@@ -274,7 +274,7 @@ BENCHMARK(BM_UpdateOneEntry)
 
 // Reading what an earlier run left, at the start.
 void BM_ReadKernel(benchmark::State& state) {
-  WithBackend(state, [&state](host::KernelBackend*) {
+  WithBackend(state, [&state](host::NftablesBackend*) {
     int error = 0;
     const auto socket = host::OpenNetlink({NETLINK_NETFILTER, 0, 0}, &error);
     for (auto _ : state) {
@@ -293,7 +293,7 @@ BENCHMARK(BM_ReadKernel)
 
 // The counters of all entries, for those who look at them, and the longest step of the reading.
 void BM_ReadHits(benchmark::State& state) {
-  WithBackend(state, [&state](host::KernelBackend* backend) {
+  WithBackend(state, [&state](host::NftablesBackend* backend) {
     const FiltersGroup group = MakeGroup(static_cast<int>(state.range(0)), -1);
     double longest = 0;
     for (auto _ : state) {

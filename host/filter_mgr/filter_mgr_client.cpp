@@ -8,8 +8,8 @@
 
 #include "host/filter_mgr/group_state.h"
 #include "host/filter_mgr/group_table.h"
-#include "host/filter_mgr/kernel_backend.h"
 #include "host/filter_mgr/memory_backend.h"
+#include "host/filter_mgr/nftables/nftables_backend.h"
 #include "host/limid/limid.h"
 #include "host/runtime/middleware.h"
 #include "host/runtime/settings.h"
@@ -19,14 +19,14 @@ namespace {
 
 using FiltersCommon::FiltersGroup;
 
-std::unique_ptr<host::KernelBackend> OpenKernelBackend() {
-  host::KernelBackendOptions options;
+std::unique_ptr<host::NftablesBackend> OpenNftablesBackend() {
+  host::NftablesOptions options;
   options.names = host::InterfaceNameOf;
   std::vector<std::string> missing;
   options.features = host::ProbeKernel(&missing);
   for (const std::string& line : missing) Log(host::LogLevel::kWarning, "%s", line.c_str());
   std::string reason;
-  auto backend = host::KernelBackend::Open(options, &reason);
+  auto backend = host::NftablesBackend::Open(options, &reason);
   if (backend == nullptr) {
     host::FatalFault(__func__, "filter_mgr", __LINE__,
                      "%s (\"filter_backend = memory\" does without)", reason.c_str());
@@ -37,7 +37,7 @@ std::unique_ptr<host::KernelBackend> OpenKernelBackend() {
 // Lets the back end hear what the kernel announces, and try again what failed.
 class KernelWatch {
  public:
-  KernelWatch(host::KernelBackend* backend, std::shared_ptr<host::EventLoop> loop)
+  KernelWatch(host::NftablesBackend* backend, std::shared_ptr<host::EventLoop> loop)
       : backend_(backend), loop_(std::move(loop)) {
     for (int fd : backend->fds()) {
       watches_.push_back(loop_->OnIo(fd, EPOLLIN, [this](uint32_t) { Poll(); }));
@@ -63,7 +63,7 @@ class KernelWatch {
     delay_ = std::min(2 * delay_, kLongestDelay);
   }
 
-  host::KernelBackend* backend_;
+  host::NftablesBackend* backend_;
   std::shared_ptr<host::EventLoop> loop_;
   std::vector<std::unique_ptr<host::Watch>> watches_;
   std::unique_ptr<host::Watch> retry_;
@@ -79,7 +79,7 @@ class FilterMgrClient::Impl {
         backend_(MakeBackend()),
         table_(backend_.get(), host::ProcessSettings().filter_capacity),
         submissions_(host::SubmissionsOf(mw)) {
-    if (auto* kernel = dynamic_cast<host::KernelBackend*>(backend_.get())) {
+    if (auto* kernel = dynamic_cast<host::NftablesBackend*>(backend_.get())) {
       watch_.emplace(kernel, loop_);
     }
     registration_ = host::StateProvidersOf(mw)->Add(
@@ -103,7 +103,7 @@ class FilterMgrClient::Impl {
   static std::unique_ptr<host::Backend> MakeBackend() {
     const std::string& name = host::ProcessSettings().filter_backend;
     if (name == "memory") return std::make_unique<host::MemoryBackend>();
-    if (name == "kernel") return OpenKernelBackend();
+    if (name == "kernel") return OpenNftablesBackend();
     host::FatalFault(__func__, "filter_mgr", __LINE__, "unknown filter_backend \"%s\"",
                      name.c_str());
   }

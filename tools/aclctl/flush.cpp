@@ -1,5 +1,5 @@
 // aclctl flush.
-#include "host/filter_mgr/flush.h"
+#include "host/filter_mgr/nftables/flush.h"
 
 #include <linux/netlink.h>
 #include <unistd.h>
