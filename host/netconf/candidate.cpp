@@ -7,12 +7,14 @@ const lyd_node* Candidate::Content() const {
   return draft_ != nullptr ? draft_->Content() : datastore_.Running();
 }
 
-DatastoreErrors Candidate::Edit(const lyd_node* edit, const EditOptions& options) {
+DatastoreErrors Candidate::Edit(const lyd_node* edit, const EditOptions& options,
+                                const Origin& origin) {
   const bool was_modified = modified();
   if (!was_modified) draft_ = std::make_unique<Draft>(datastore_);
   DatastoreErrors errors = draft_->Edit(edit, options);
   // An edit without effect, such as one that is only to be tested, leaves the candidate unmodified.
   if (!was_modified && (!errors.empty() || draft_->Changes() == nullptr)) draft_.reset();
+  if (errors.empty() && options.test_option != TestOption::kTestOnly) editor_ = origin;
   return errors;
 }
 

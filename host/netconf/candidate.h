@@ -22,7 +22,11 @@ class Candidate {
   // Keeps Content() alive while it is read in pages; null where running does that.
   std::shared_ptr<const void> Holder() const { return modified() ? draft_->Holder() : nullptr; }
 
-  DatastoreErrors Edit(const lyd_node* edit, const EditOptions& options);
+  // Who edited it last, where modified() is true. The session may have ended.
+  const Origin& editor() const { return editor_; }
+
+  // See Draft::Edit().
+  DatastoreErrors Edit(const lyd_node* edit, const EditOptions& options, const Origin& origin);
   // Would it be accepted as running?
   DatastoreErrors Validate() const;
   // Makes running the same as the candidate. When that is refused both stay as they are.
@@ -33,6 +37,7 @@ class Candidate {
  private:
   Datastore& datastore_;
   std::unique_ptr<Draft> draft_;
+  Origin editor_;
 };
 
 }  // namespace host

@@ -35,6 +35,11 @@ Tree Masked(const lyd_node* tree, const lyd_node* mask) {
   return result;
 }
 
+void AddToMask(const lyd_node* diff, Tree* mask) {
+  TreeBuilder builder(mask);
+  if (diff != nullptr) Check(lyd_merge_siblings(builder, diff, 0));
+}
+
 // Turns a difference into the edit that makes it: yang:operation becomes nc:operation. What is
 // created merges as well as it would be created, for it is not there yet.
 void MakeEdit(lyd_node* first, DiffOperation inherited) {
@@ -67,10 +72,13 @@ DatastoreErrors Draft::Edit(const lyd_node* edit, const EditOptions& options) {
   Normalize(context, &before);
   Tree after = CopyTree(before.get());
   errors = ApplyEdit(context, edit, options.default_operation, &after);
-  if (!errors.empty() || options.test_option == TestOption::kTestOnly) return errors;
+  if (!errors.empty()) return errors;
   Normalize(context, &after);
   const Tree diff = Difference(context, before.get(), after.get());
-  if (diff == nullptr) return {};
+  if (options.test_option != TestOption::kSet) errors = Test(diff.get());
+  if (!errors.empty() || diff == nullptr || options.test_option == TestOption::kTestOnly) {
+    return errors;
+  }
   DetachTouched(content_->get(), diff.get());
   Check(ApplyDifference(diff.get(), content_.get()) ? LY_SUCCESS : LY_EINT);
   DetachParted(content_->get(), diff.get());
@@ -78,17 +86,23 @@ DatastoreErrors Draft::Edit(const lyd_node* edit, const EditOptions& options) {
   return {};
 }
 
-Tree Draft::Changes() const {
-  const Tree running = Masked(datastore_.Running(), mask_.get());
-  const Tree wanted = Masked(content_->get(), mask_.get());
-  Tree diff = Difference(datastore_.Context(), running.get(), wanted.get());
-  if (diff != nullptr) MakeEdit(diff.get(), DiffOperation::kNone);
-  return diff;
+DatastoreErrors Draft::Test(const lyd_node* diff) const {
+  Tree mask = CopyTree(mask_.get());
+  AddToMask(diff, &mask);
+  const Tree changes = ChangesWith(diff, mask.get());
+  if (changes == nullptr) return {};
+  return datastore_.Edit(changes.get(), {DefaultOperation::kNone, TestOption::kTestOnly}, {});
 }
 
-void Draft::Touch(const lyd_node* diff) {
-  TreeBuilder builder(&mask_);
-  Check(lyd_merge_siblings(builder, diff, 0));
+Tree Draft::ChangesWith(const lyd_node* diff, const lyd_node* mask) const {
+  const Tree running = Masked(datastore_.Running(), mask);
+  Tree wanted = Masked(content_->get(), mask);
+  Check(ApplyDifference(diff, &wanted) ? LY_SUCCESS : LY_EINT);
+  Tree changes = Difference(datastore_.Context(), running.get(), wanted.get());
+  if (changes != nullptr) MakeEdit(changes.get(), DiffOperation::kNone);
+  return changes;
 }
+
+void Draft::Touch(const lyd_node* diff) { AddToMask(diff, &mask_); }
 
 }  // namespace host

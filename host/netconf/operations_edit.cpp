@@ -21,13 +21,13 @@ OperationResult EditDatastore(const OperationContext& context, const OperationCa
                               const std::string& target, const lyd_node* edit,
                               const EditOptions& options) {
   OperationResult result;
+  const Origin origin{call.session.user, call.session.id};
   if (target == "candidate") {
-    result.errors = FromDatastore(context.candidate.Edit(edit, options));
+    result.errors = FromDatastore(context.candidate.Edit(edit, options, origin));
     return result;
   }
   const uint64_t before = context.datastore.TransactionId();
-  result.errors =
-      FromDatastore(context.datastore.Edit(edit, options, {call.session.user, call.session.id}));
+  result.errors = FromDatastore(context.datastore.Edit(edit, options, origin));
   const uint64_t after = context.datastore.TransactionId();
   if (after != before) result.note = "done, transaction " + std::to_string(after);
   return result;
@@ -83,8 +83,10 @@ OperationResult RunCopyConfig(const OperationContext& context, const OperationCa
   }
   const lyd_node* content = source == "candidate" ? context.candidate.Content()
                                                   : InlineConfig(FindParameter(call, "source"));
+  // Without a test option to choose, the candidate may be invalid (RFC 7950 section 8.3.3).
   return EditDatastore(context, call, target, content,
-                       {DefaultOperation::kReplace, TestOption::kTestThenSet});
+                       {DefaultOperation::kReplace,
+                        target == "candidate" ? TestOption::kSet : TestOption::kTestThenSet});
 }
 
 // Neither running (RFC 6241 section 7.4) nor the candidate can be deleted, and there are no others.

@@ -24,8 +24,11 @@ OperationResult RunLock(const OperationContext& context, const OperationCall& ca
   }
   // RFC 6241 section 7.5.
   if (target == "candidate" && context.candidate.modified()) {
+    const Origin& editor = context.candidate.editor();
     return OperationResult::Error(
-        LockDenied(0, "the candidate has changes that are neither committed nor discarded"));
+        LockDenied(editor.session_id, "the candidate has changes of session " +
+                                          std::to_string(editor.session_id) + " (" + editor.user +
+                                          ") that are neither committed nor discarded"));
   }
   if (target == "running" && context.confirmed.ongoing() &&
       context.confirmed.session() != call.session.id) {
@@ -43,6 +46,8 @@ OperationResult RunUnlock(const OperationContext& context, const OperationCall& 
     return Refuse("operation-failed", "this session does not hold the lock");
   }
   context.locks.Release(target);
+  // RFC 6241 section 8.3.5.2: what was not committed goes with the lock.
+  if (target == "candidate") context.candidate.Discard();
   return OperationResult::Ok();
 }
 

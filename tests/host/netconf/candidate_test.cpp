@@ -41,6 +41,7 @@ TEST(CandidateTest, IsWhatItsEditsMakeItWhateverHappensToRunning) {
   Candidate candidate(*datastore);
   RandomEdits edits(context, 4711);
   Tree reference = CopyTree(datastore->Running());
+  const EditOptions kSet{DefaultOperation::kMerge, TestOption::kSet};
   int commits = 0, refused = 0;
   for (int step = 0; step < 4000; ++step) {
     const Tree edit = edits.Next();
@@ -67,11 +68,15 @@ TEST(CandidateTest, IsWhatItsEditsMakeItWhateverHappensToRunning) {
         break;
       default: {
         Tree expected = CopyTree(reference.get());
+        const bool valid =
+            candidate.Edit(edit.get(), {DefaultOperation::kMerge, TestOption::kTestOnly}, {})
+                .empty();
         if (ApplyEdit(context, edit.get(), DefaultOperation::kMerge, &expected).empty()) {
-          ASSERT_TRUE(candidate.Edit(edit.get(), {}).empty());
+          ASSERT_TRUE(candidate.Edit(edit.get(), kSet, {}).empty());
+          ASSERT_EQ(candidate.Validate().empty(), valid) << "step " << step;
           reference = std::move(expected);
         } else {
-          ASSERT_FALSE(candidate.Edit(edit.get(), {}).empty());
+          ASSERT_FALSE(valid || candidate.Edit(edit.get(), kSet, {}).empty());
         }
       }
     }
@@ -113,17 +118,27 @@ class CommitOperationsTest : public ServerTest {
   std::unique_ptr<TestClient> one_, two_;
 };
 
-constexpr char kBadBinding[] =
-    "<edit-config><target><candidate/></target><config><config xmlns='urn:acl-app:acl'>"
-    "<access-list><interface><interface-name>bad</interface-name><ingress>none</ingress>"
-    "</interface></access-list></config></config></edit-config>";
+std::string EditWith(const std::string& test_option, const std::string& interface) {
+  return "<edit-config><target><candidate/></target>" + test_option +
+         "<config><config xmlns='urn:acl-app:acl'><access-list><interface>" + interface +
+         "</interface></access-list></config></config></edit-config>";
+}
 
 TEST_F(CommitOperationsTest, CandidateMayBeInvalidUntilItIsValidated) {
-  EXPECT_THAT(one_->Rpc(kBadBinding), HasSubstr(kOk));
-  for (const char* operation :
-       {"<validate><source><candidate/></source></validate>", "<commit/>"}) {
-    EXPECT_THAT(one_->Rpc(operation), AllOf(HasSubstr("<error-tag>data-missing<"),
-                                            HasSubstr("acl-app:interface-name='bad'")));
+  const std::string binding = "<interface-name>bad</interface-name><ingress>none</ingress>";
+  const std::string test_only = "<test-option>test-only</test-option>";
+  const auto refused =
+      AllOf(HasSubstr("<error-tag>data-missing<"), HasSubstr("acl-app:interface-name='bad'"));
+  for (const std::string& option : {test_only, std::string("")}) {
+    EXPECT_THAT(one_->Rpc(EditWith(option, binding)), refused);
+    EXPECT_THAT(one_->Rpc(Get("candidate")), Not(HasSubstr("bad")));
+  }
+  EXPECT_THAT(one_->Rpc(EditWith("<test-option>set</test-option>", binding)), HasSubstr(kOk));
+  // What is tested is the candidate with the edit, whoever made it invalid.
+  for (const std::string& operation :
+       {std::string("<validate><source><candidate/></source></validate>"), std::string("<commit/>"),
+        EditWith(test_only, "<interface-name>c</interface-name>")}) {
+    EXPECT_THAT(one_->Rpc(operation), refused);
   }
   EXPECT_THAT(one_->Rpc(Get("running")), Not(HasSubstr("bad")));
   EXPECT_THAT(one_->Rpc("<discard-changes/>"), HasSubstr(kOk));
@@ -155,13 +170,15 @@ TEST_F(CommitOperationsTest, CopyConfigAndValidateTakeWholeConfigurations) {
 TEST_F(CommitOperationsTest, LockOfTheCandidateGuardsItsChanges) {
   const std::string lock = "<lock><target><candidate/></target></lock>";
   const std::string unlock = "<unlock><target><candidate/></target></unlock>";
-  std::string only_tested = Edit("a");
-  only_tested.insert(only_tested.find("<config>"), "<test-option>test-only</test-option>");
-  EXPECT_THAT(one_->Rpc(only_tested), HasSubstr(kOk));
+  const std::string named = "<interface-name>a</interface-name>";
+  EXPECT_THAT(one_->Rpc(EditWith("<test-option>test-only</test-option>", named)), HasSubstr(kOk));
   EXPECT_THAT(two_->Rpc(lock), HasSubstr(kOk)) << "nothing was changed";
-  EXPECT_THAT(two_->Rpc(unlock), HasSubstr(kOk));
+  EXPECT_THAT(two_->Rpc(Edit("b")), HasSubstr(kOk));
+  EXPECT_THAT(two_->Rpc(unlock), HasSubstr(kOk)) << "which takes the change with it";
   EXPECT_THAT(one_->Rpc(Edit("a")), HasSubstr(kOk));
-  EXPECT_THAT(two_->Rpc(lock), HasSubstr("<error-tag>lock-denied<"));
+  EXPECT_THAT(two_->Rpc(lock),
+              AllOf(HasSubstr("<error-tag>lock-denied<"), HasSubstr("<session-id>1</session-id>")));
+  EXPECT_THAT(two_->Rpc(Get("candidate")), AllOf(HasSubstr(">a<"), Not(HasSubstr(">b<"))));
   EXPECT_THAT(one_->Rpc("<discard-changes/>"), HasSubstr(kOk));
   EXPECT_THAT(one_->Rpc(lock), HasSubstr(kOk));
   EXPECT_THAT(one_->Rpc(Edit("a")), HasSubstr(kOk));

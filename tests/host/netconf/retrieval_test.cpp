@@ -105,7 +105,7 @@ TEST_F(RetrievalTest, ReadersSeeTheStateInWhichTheyBegan) {
         candidate_->Discard();
         break;
       case 2:
-        candidate_->Edit(edit.get(), {});
+        candidate_->Edit(edit.get(), {DefaultOperation::kMerge, TestOption::kSet}, {});
         break;
       default:
         datastore_->Edit(edit.get(), {}, {});
