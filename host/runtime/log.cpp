@@ -3,8 +3,8 @@
 
 #include <spdlog/logger.h>
 #include <spdlog/pattern_formatter.h>
-#include <spdlog/sinks/stdout_sinks.h>
-#include <spdlog/sinks/systemd_sink.h>
+#include <spdlog/sinks/base_sink.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <array>
@@ -15,24 +15,61 @@
 #include <utility>
 
 #include "host/runtime/error_watch.h"
+#include "host/runtime/log_output.h"
 
 namespace host {
 namespace {
 
 constexpr const char* kJournalSocket = "/run/systemd/journal/socket";
-constexpr const char* kStderrPattern = "%Y-%m-%d %H:%M:%S.%e %-8l %v";
+constexpr const char* kLinePattern = "%Y-%m-%d %H:%M:%S.%e %-8l %v";
 
-std::unique_ptr<spdlog::logger> MakeLogger(const std::string& name, spdlog::sink_ptr sink) {
-  sink->set_pattern(kStderrPattern);  // the journal's sink does not use it
-  return std::make_unique<spdlog::logger>(name, std::move(sink));
+// The priority that the journal gives a line of that level; in the order of spdlog's levels.
+constexpr std::array<int, 6> kPriorities = {LOG_DEBUG,   LOG_DEBUG, LOG_INFO,
+                                            LOG_WARNING, LOG_ERR,   LOG_CRIT};
+
+// Between spdlog, which knows levels and patterns, and an output.
+class OutputSink : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
+ public:
+  // The pattern is for outputs that have no place of their own for time and level.
+  OutputSink(std::unique_ptr<LogOutput> output, const char* pattern) : output_(std::move(output)) {
+    set_formatter_(std::make_unique<spdlog::pattern_formatter>(
+        pattern, spdlog::pattern_time_type::local, /*eol=*/""));
+  }
+  uint64_t dropped() const { return output_->dropped(); }
+
+ protected:
+  void sink_it_(const spdlog::details::log_msg& message) override {
+    spdlog::memory_buf_t text;
+    formatter_->format(message, text);
+    output_->Write(kPriorities.at(message.level), {text.data(), text.size()});
+  }
+  void flush_() override {}
+
+ private:
+  const std::unique_ptr<LogOutput> output_;
+};
+
+struct ProcessLog {
+  std::shared_ptr<OutputSink> sink;
+  std::unique_ptr<spdlog::logger> logger;
+};
+
+ProcessLog MakeLog(const std::string& name, std::unique_ptr<LogOutput> output,
+                   const char* pattern) {
+  ProcessLog log;
+  log.sink = std::make_shared<OutputSink>(std::move(output), pattern);
+  log.logger = std::make_unique<spdlog::logger>(name, log.sink);
+  return log;
 }
 
 // Never destroyed: static destructors may still log.
-std::unique_ptr<spdlog::logger>& Logger() {
-  static auto& logger = *new std::unique_ptr<spdlog::logger>(
-      MakeLogger("acl-app", std::make_shared<spdlog::sinks::stderr_sink_st>()));
-  return logger;
+ProcessLog& TheLog() {
+  static auto& log =
+      *new ProcessLog(MakeLog("acl-app", DescriptorOutput(STDERR_FILENO), kLinePattern));
+  return log;
 }
+
+spdlog::logger* Logger() { return TheLog().logger.get(); }
 
 spdlog::level::level_enum SpdlogLevel(LogLevel level) {
   static constexpr std::array<spdlog::level::level_enum, 6> kLevels = {
@@ -62,21 +99,19 @@ std::string Escaped(const std::string& line) {
 
 bool OpenLog(const std::string& name, const std::string& target, const std::string& level,
              std::string* error) {
-  spdlog::sink_ptr sink;
-  if (target == "journal") {
-    if (access(kJournalSocket, W_OK) != 0) {
-      *error = std::string("the journal cannot be written to: ") + kJournalSocket + ": " +
-               std::strerror(errno);
-      return false;
-    }
-    sink = std::make_shared<spdlog::sinks::systemd_sink_st>(name);
-  } else {
-    sink = std::make_shared<spdlog::sinks::stderr_sink_st>();
+  const bool journal = target == "journal";
+  auto output = journal ? JournalOutput(kJournalSocket, name) : DescriptorOutput(STDERR_FILENO);
+  if (output == nullptr) {
+    *error = std::string("the journal cannot be written to: ") + kJournalSocket + ": " +
+             std::strerror(errno);
+    return false;
   }
-  Logger() = MakeLogger(name, std::move(sink));
+  TheLog() = MakeLog(name, std::move(output), journal ? "%v" : kLinePattern);
   Logger()->set_level(spdlog::level::from_str(level));
   return true;
 }
+
+uint64_t DroppedLogLines() { return TheLog().sink->dropped(); }
 
 bool LogEnabled(LogLevel level) { return Logger()->should_log(SpdlogLevel(level)); }
 

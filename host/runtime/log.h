@@ -2,11 +2,13 @@
 // up in the same sink, the journal or stderr. Until OpenLog() it is stderr, at level "info".
 //
 // A line is written as it is, never used as a format; control characters in it are escaped, so that
-// nothing a peer sends can forge another line.
+// nothing a peer sends can forge another line. Writing never waits: what finds no room is dropped,
+// counted, and told of by a later line (log_output.h).
 #ifndef HOST_RUNTIME_LOG_H_
 #define HOST_RUNTIME_LOG_H_
 
 #include <cstdarg>
+#include <cstdint>
 #include <string>
 
 namespace host {
@@ -24,6 +26,9 @@ bool LogEnabled(LogLevel level);
 // Writes one line.
 void Log(LogLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 void LogLine(LogLevel level, const std::string& line);
+
+// The lines that were dropped since OpenLog(), as their reader did not take them.
+uint64_t DroppedLogLines();
 
 // printf(3) into a string.
 std::string Formatted(const char* format, ...) __attribute__((format(printf, 1, 2)));
