@@ -20,6 +20,9 @@ if(TARGET acl_core AND DAEMON_PLATFORM)
   add_executable(acl-app ${CMAKE_SOURCE_DIR}/app/main.cpp)
   set_target_properties(acl-app PROPERTIES ENABLE_EXPORTS ON)
   target_link_libraries(acl-app PRIVATE acl_core ${DAEMON_PLATFORM} daemon_allocator)
+  if(DAEMON_PLATFORM STREQUAL host_platform)
+    target_link_libraries(acl-app PRIVATE command_line)
+  endif()
   install(TARGETS acl-app RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 endif()
 
@@ -31,6 +34,12 @@ install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/ ${CMAKE_SOURCE_DIR}/examples
 foreach(file acl-app.conf acl-app.service)
   configure_file(${CMAKE_SOURCE_DIR}/dist/${file}.in ${CMAKE_BINARY_DIR}/dist/${file} @ONLY)
 endforeach()
-install(FILES ${CMAKE_BINARY_DIR}/dist/acl-app.conf
-        DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/acl-app)
+# The settings are the operator's: a file that is there stays, with the new one beside it.
+set(SETTINGS_DIRECTORY ${CMAKE_INSTALL_FULL_SYSCONFDIR}/acl-app)
+install(FILES ${CMAKE_BINARY_DIR}/dist/acl-app.conf DESTINATION ${SETTINGS_DIRECTORY}
+        RENAME acl-app.conf.default COMPONENT settings)
+install(CODE "
+  if(NOT EXISTS \"\$ENV{DESTDIR}${SETTINGS_DIRECTORY}/acl-app.conf\")
+    file(INSTALL \"${CMAKE_BINARY_DIR}/dist/acl-app.conf\" DESTINATION \"${SETTINGS_DIRECTORY}\")
+  endif()" COMPONENT settings)
 install(FILES ${CMAKE_BINARY_DIR}/dist/acl-app.service DESTINATION lib/systemd/system)

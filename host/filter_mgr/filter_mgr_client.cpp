@@ -28,8 +28,7 @@ std::unique_ptr<host::NftablesBackend> OpenNftablesBackend() {
   std::string reason;
   auto backend = host::NftablesBackend::Open(options, &reason);
   if (backend == nullptr) {
-    host::FatalFault(__func__, "filter_mgr", __LINE__,
-                     "%s (\"filter_backend = memory\" does without)", reason.c_str());
+    host::FailStart(reason + " (\"filter_backend = memory\" does without)");
   }
   return backend;
 }

@@ -74,8 +74,7 @@ std::unique_ptr<Datastore> OpenDatastore() {
     if (errors.size() > 1) host::Log(host::LogLevel::kError, "%s", reason.c_str());
   }
   if (errors.size() > 1) reason = std::to_string(errors.size()) + " errors, the last: " + reason;
-  host::FatalFault("AppInterface", kFile, __LINE__, "cannot load the configuration: %s",
-                   reason.c_str());
+  host::FailStart("cannot load the configuration: " + reason);
 }
 
 std::unique_ptr<host::NetconfServer> Listen(Datastore& datastore, qzmw_t* mw) {
@@ -88,8 +87,7 @@ std::unique_ptr<host::NetconfServer> Listen(Datastore& datastore, qzmw_t* mw) {
   std::string error;
   auto server = host::NetconfServer::Create(options, datastore, host::LoopOf(mw),
                                             host::StateProvidersOf(mw), &error);
-  if (server == nullptr)
-    host::FatalFault("AppInterface", kFile, __LINE__, "cannot serve NETCONF: %s", error.c_str());
+  if (server == nullptr) host::FailStart("cannot serve NETCONF: " + error);
   return server;
 }
 

@@ -36,6 +36,11 @@ std::string FrameText(void* address) {
 
 }  // namespace
 
+void FailStart(const std::string& reason) {
+  Log(LogLevel::kFatal, "cannot start: %s", reason.c_str());
+  std::exit(1);
+}
+
 void FatalFault(const char* function, const char* file, int line, const char* format, ...) {
   va_list args;
   va_start(args, format);

@@ -1,5 +1,6 @@
 #include "host/runtime/middleware.h"
 
+#include <sys/stat.h>
 #include <systemd/sd-daemon.h>
 
 #include <cerrno>
@@ -43,20 +44,15 @@ bool WatchSignals(Shared* shared, std::string* error) {
   return true;
 }
 
-// Null with the reason in `error` on failure.
+// Null with the reason in `error` on failure, but does not return where it is the operator's.
 std::shared_ptr<Shared> Start(const std::string& name, std::string* error) {
-  if (!LoadProcessSettings(error)) {
-    return nullptr;
-  }
+  if (!LoadProcessSettings(error)) FailStart(*error);
   const Settings& settings = ProcessSettings();
-  if (!OpenLog(name, settings.log_target, settings.log_level, error)) {
-    return nullptr;
-  }
+  if (!OpenLog(name, settings.log_target, settings.log_level, error)) FailStart(*error);
+  umask(S_IRWXG | S_IRWXO);  // what the daemon stores is its own
   auto shared = std::make_shared<Shared>();
   shared->lock = ProcessLock::Take(settings.state_directory, error);
-  if (shared->lock == nullptr) {
-    return nullptr;
-  }
+  if (shared->lock == nullptr) FailStart(*error);
   shared->loop = EventLoop::Create();
   if (shared->loop == nullptr) {
     *error = std::string("the event loop cannot be created: ") + std::strerror(errno);

@@ -21,8 +21,11 @@ std::shared_ptr<EventLoop> LoopOf(qzmw_t* mw);
 std::shared_ptr<StateProviders> StateProvidersOf(qzmw_t* mw);
 std::shared_ptr<Submissions> SubmissionsOf(qzmw_t* mw);
 
+// Ends a start that the operator's settings or files keep from succeeding, with status 1: logs the
+// reason, which names the setting or the file, and nothing else, for there is nothing to debug.
+[[noreturn]] void FailStart(const std::string& reason);
 // Reports a fatal fault of the platform and ends the process with status 1. For failures of the
-// start that the caller has no way to report; `format` says what is wrong and with which file.
+// start that the caller has no way to report, and that are not the operator's.
 [[noreturn]] void FatalFault(const char* function, const char* file, int line, const char* format,
                              ...) __attribute__((format(printf, 4, 5)));
 

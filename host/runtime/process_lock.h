@@ -1,4 +1,4 @@
-// Keeps a second daemon off the same state directory.
+// Keeps a second daemon off the same state directory, and other users out of it.
 #ifndef HOST_RUNTIME_PROCESS_LOCK_H_
 #define HOST_RUNTIME_PROCESS_LOCK_H_
 
@@ -12,7 +12,9 @@ namespace host {
 class ProcessLock {
  public:
   // Null with a reason that names the directory (or the lock's owner) in `error` when the directory
-  // is missing or not usable, or another process holds the lock.
+  // is missing or not usable, or another process holds the lock. The directory and the files in it
+  // become accessible to this account alone, unless it holds directories, and so is not only for
+  // the daemon's state.
   static std::unique_ptr<ProcessLock> Take(const std::string& directory, std::string* error);
   ProcessLock(const ProcessLock&) = delete;
   ProcessLock& operator=(const ProcessLock&) = delete;

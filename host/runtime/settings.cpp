@@ -1,5 +1,7 @@
 #include "host/runtime/settings.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
@@ -15,6 +17,7 @@ namespace host {
 namespace {
 
 constexpr const char* kSettingsVariable = "ACL_APP_SETTINGS";
+constexpr const char* kSocketVariable = "ACL_APP_SOCKET";
 
 // Takes a setting's text; what is wrong with it, or empty.
 using Setter = std::function<std::string(const std::string& value, Settings* settings)>;
@@ -154,12 +157,32 @@ bool ReadSettings(const std::string& path, Settings* settings, std::string* erro
 
 const Settings& ProcessSettings() { return MutableProcessSettings(); }
 
-bool LoadProcessSettings(std::string* error) {
-  Settings settings;
+std::string SettingsFile() {
   const char* path = std::getenv(kSettingsVariable);
-  if (path != nullptr && !ReadSettings(path, &settings, error)) {
+  return path != nullptr ? path : ACL_APP_SETTINGS_FILE;
+}
+
+bool FindSettings(Settings* settings, std::string* error) {
+  const std::string path = SettingsFile();
+  const bool named = std::getenv(kSettingsVariable) != nullptr;
+  if (!named && access(path.c_str(), F_OK) != 0 && errno == ENOENT) return true;
+  return ReadSettings(path, settings, error);
+}
+
+bool FindSocket(std::string* path, std::string* error) {
+  const char* named = std::getenv(kSocketVariable);
+  Settings settings;
+  if (named == nullptr && !FindSettings(&settings, error)) {
+    *error += std::string("; ") + kSocketVariable + " or --socket names the socket without it";
     return false;
   }
+  *path = named != nullptr ? named : settings.netconf_socket;
+  return true;
+}
+
+bool LoadProcessSettings(std::string* error) {
+  Settings settings;
+  if (!FindSettings(&settings, error)) return false;
   MutableProcessSettings() = std::move(settings);
   return true;
 }

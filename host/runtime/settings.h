@@ -1,7 +1,8 @@
-// The daemon's own settings: one small file of "name = value" lines ('#' starts a comment), found
-// through the environment variable ACL_APP_SETTINGS. A setting's name is that of its member below.
-// Without the variable every setting has its default; with it, a file that cannot be read, an
-// unknown name or a bad value is an error.
+// The daemon's own settings: one small file of "name = value" lines ('#' starts a comment). It is
+// the one that the environment variable ACL_APP_SETTINGS names, or else the one at the path that
+// the installation gave it; the daemon and its clients find it in the same way. A setting's name is
+// that of its member below. Where there is no file at the latter path, every setting has its
+// default; a file that cannot be read, an unknown name or a bad value is an error.
 #ifndef HOST_RUNTIME_SETTINGS_H_
 #define HOST_RUNTIME_SETTINGS_H_
 
@@ -27,7 +28,7 @@ struct Settings {
   // Commits that the history keeps at most.
   unsigned int history_commits = 1000;
   // Where the YANG modules are.
-  std::string yang_directory = "/usr/share/acl-app/yang";
+  std::string yang_directory = ACL_APP_YANG_DIRECTORY;
   // "kernel" or "memory".
   std::string filter_backend = "kernel";
   // Entries that one filter group holds at most.
@@ -40,6 +41,15 @@ struct Settings {
 // Reads `path` into `settings`, on top of what it holds. False with a reason that names the file
 // and the line in `error` otherwise; `settings` is then unchanged.
 bool ReadSettings(const std::string& path, Settings* settings, std::string* error);
+
+// The path of the settings file, as described above.
+std::string SettingsFile();
+// Reads the settings file into `settings`, if there is one. False with a reason in `error`
+// otherwise.
+bool FindSettings(Settings* settings, std::string* error);
+// The NETCONF socket that a client connects to: what the environment variable ACL_APP_SOCKET names,
+// or else the settings. False with a reason in `error` when those cannot be read.
+bool FindSocket(std::string* path, std::string* error);
 
 // The settings of this process. Read once, by the middleware's start; the defaults before that.
 const Settings& ProcessSettings();

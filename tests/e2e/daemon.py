@@ -12,6 +12,7 @@ from netconf_client import Session
 
 DAEMON = os.environ["ACL_APP_DAEMON"]
 ACLCTL = os.environ["ACL_APP_ACLCTL"]
+BRIDGE = os.environ["ACL_APP_BRIDGE"]
 YANG = os.environ["ACL_APP_YANG"]
 
 

@@ -1,12 +1,16 @@
 """Starts that work, and those that must fail: with a clear fault and a status other than 0."""
 
+import fcntl
+import grp
 import os
+import re
 import socket
+import subprocess
 import unittest
 import unittest.mock
 
-from daemon import DaemonTest
-from netconf_client import NAMESPACES
+from daemon import ACLCTL, BRIDGE, DAEMON, DaemonTest
+from netconf_client import NAMESPACES, profile
 
 XML = (
     '<config xmlns="urn:acl-app:acl"><access-list><acl-profile><ingress><access-list><acl-type>l3'
@@ -22,9 +26,11 @@ class StartupTest(DaemonTest):
     def assert_fails(self, daemon, *texts):
         daemon.spawn()
         self.assertEqual(daemon.wait(), 1, daemon.log())
-        faults = [line for line in daemon.log().splitlines() if "fatal fault in " in line]
-        for text in texts:
-            self.assertIn(str(text), faults[0])
+        # The reason is the last line, with nothing of the kind before it.
+        *before, last = daemon.log().splitlines()
+        self.assertNotRegex("\n".join(before), "fault|#1|cannot start")
+        for text in ("critical cannot start: ", *texts):
+            self.assertIn(str(text), last)
 
     def test_startup_file_may_be_json(self):
         with self.daemon(startup_file=self.write("c.json", JSON % 3)).start().session() as s:
@@ -64,6 +70,67 @@ class StartupTest(DaemonTest):
             with self.subTest(name, value=value):
                 self.assert_fails(self.daemon(**{name: value}), said)
         self.assertEqual(precious.read_text(), "precious")
+
+    def test_the_command_line_is_looked_at_before_anything_else(self):
+        for arguments, status, said in [
+            (["--version"], 0, r"^acl-app \d+\.\d+\.\d+\n$"),
+            (["--help"], 0, "^Usage: acl-app .*/none\n"),
+            (["--help", "x"], 2, '^acl-app: "x" is not understood\n'),
+            (["start"], 2, '^acl-app: "start" is not understood\n'),
+        ]:
+            run = subprocess.run([DAEMON, *arguments], capture_output=True, text=True, timeout=30,
+                                 env={"ACL_APP_SETTINGS": str(self.directory / "none")})
+            self.assertEqual(run.returncode, status, arguments)
+            self.assertRegex(run.stderr if status else run.stdout, re.compile(said, re.S))
+            self.assertEqual(run.stdout if status else run.stderr, "")
+
+    def test_clients_find_the_socket_in_the_settings(self):
+        daemon = self.daemon().start()
+        settings = str(daemon.log_path.with_suffix(".conf"))
+        clients = {"aclctl": [ACLCTL, "show", "config"], "acl-app-netconf": [BRIDGE]}
+
+        def check(status, said, user=None, **environment):
+            for name, command in clients.items():
+                run = subprocess.run(command, capture_output=True, text=True, timeout=30,
+                                     stdin=subprocess.DEVNULL, env=environment, user=user,
+                                     extra_groups=user and [])
+                self.assertEqual(run.returncode, 0 if status == 0 else status[name], run.stderr)
+                self.assertRegex(run.stderr, said.replace("NAME", name))
+
+        check(0, "^$", ACL_APP_SETTINGS=settings)
+        none = str(self.directory / "none")
+        check(0, "^$", ACL_APP_SETTINGS=none, ACL_APP_SOCKET=daemon.socket)
+        check({"aclctl": 3, "acl-app-netconf": 1}, "^NAME: settings file /.*/none cannot be read: No "
+              "such file .*; ACL_APP_SOCKET or --socket names", ACL_APP_SETTINGS=none)
+        if os.geteuid() == 0:
+            self.directory.chmod(0o755)
+            os.chown(daemon.socket, 0, grp.getgrnam("adm").gr_gid)
+            check({"aclctl": 4, "acl-app-netconf": 1}, "^NAME: cannot reach .*: Permission denied "
+                  '\\(only members of the group "adm" may', user=65534,
+                  ACL_APP_SOCKET=daemon.socket)
+
+    def test_an_installation_leaves_the_settings(self):
+        install = ["cmake", "--install", os.path.dirname(DAEMON), "--component", "settings"]
+        for content in (None, "edited"):
+            subprocess.run(install, check=True, stdout=subprocess.DEVNULL,
+                           env={**os.environ, "DESTDIR": str(self.directory)})
+            default = next(self.directory.glob("**/acl-app.conf.default"))
+            settings = default.with_suffix("")
+            self.assertEqual(settings.read_text(), content or default.read_text())
+            settings.write_text("edited")
+
+    def test_an_unread_log_stops_nothing(self):
+        daemon = self.daemon(log_level="debug")
+        os.mkfifo(daemon.log_path)
+        reader = os.open(daemon.log_path, os.O_RDONLY | os.O_NONBLOCK)
+        self.addCleanup(os.close, reader)
+        fcntl.fcntl(reader, fcntl.F_SETPIPE_SZ, 4096)
+        with daemon.start().session() as s:
+            for i in range(40):
+                s.edit(profile(f"p{i}", "l3", 1), default="replace")
+        os.read(reader, 4096)
+        self.assertEqual(daemon.stop(), 0)
+        self.assertIn(b" [log lines dropped before this one: ", os.read(reader, 4096))
 
     def test_a_second_daemon_on_the_same_state_does_not_start(self):
         first = self.daemon().start()

@@ -12,6 +12,7 @@
 
 #include "host/netconf/hello.h"
 #include "host/netconf/listener.h"
+#include "host/netconf/unreachable.h"
 #include "host/netconf/xml_text.h"
 
 namespace aclctl {
@@ -51,10 +52,7 @@ Client::~Client() {
 Failure Client::Open(const std::string& path) {
   fd_ = host::ConnectTo(path);
   if (fd_ < 0) {
-    return {kUnreachable,
-            "cannot reach the daemon at " + path + ": " + std::strerror(errno) +
-                (errno == ENOENT || errno == ECONNREFUSED ? " (is it running?)" : ""),
-            {}};
+    return {kUnreachable, host::WhyUnreachable(path, errno), {}};
   }
   // The daemon speaks first. It says in place of its hello why there is no session.
   std::string message, error;

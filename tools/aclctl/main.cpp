@@ -3,11 +3,11 @@
 #include <libyang/libyang.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "host/runtime/settings.h"
+#include "host/runtime/version.h"
 #include "tools/aclctl/commands.h"
 
 namespace aclctl {
@@ -59,13 +59,15 @@ constexpr char kHelp[] =
     "  --json          print JSON instead of a table or a text (not apply, flush)\n"
     "  --xml           print XML instead of a table (show commands but commit)\n"
     "  --socket PATH   the daemon's NETCONF socket (default: $ACL_APP_SOCKET, else\n"
-    "                  %s)\n"
+    "                  what %s says,\n"
+    "                  or the file that $ACL_APP_SETTINGS names)\n"
     "  --help          print this and exit\n"
+    "  --version       print the version and exit\n"
     "\n"
     "Exit status:\n"
     "  0  success\n"
     "  2  the command line is wrong\n"
-    "  3  the file cannot be read, or is no JSON or XML\n"
+    "  3  a file cannot be read, or is not what it should be\n"
     "  4  the daemon cannot be reached\n"
     "  5  the daemon refused the request, or would; the reasons are printed, nothing was changed\n"
     "  6  the daemon's answer cannot be understood, or does not come\n"
@@ -136,21 +138,15 @@ int Run(const Command& command, const Arguments& arguments) {
 }
 
 int Main(int argc, char** argv) {
-  enum { kSocket = 256, kShowHelp };
+  enum { kSocket = 256, kShowHelp, kShowVersion };
   unsigned given = 0;
   static const option kOptions[] = {
-      {"json", no_argument, nullptr, kJson},
-      {"xml", no_argument, nullptr, kXml},
-      {"replace", no_argument, nullptr, kReplace},
-      {"hits", no_argument, nullptr, kHits},
-      {"socket", required_argument, nullptr, kSocket},
-      {"help", no_argument, nullptr, kShowHelp},
-      {nullptr, 0, nullptr, 0},
+      {"json", no_argument, nullptr, kJson},           {"xml", no_argument, nullptr, kXml},
+      {"replace", no_argument, nullptr, kReplace},     {"hits", no_argument, nullptr, kHits},
+      {"socket", required_argument, nullptr, kSocket}, {"help", no_argument, nullptr, kShowHelp},
+      {"version", no_argument, nullptr, kShowVersion}, {nullptr, 0, nullptr, 0},
   };
-  const std::string default_socket = host::Settings().netconf_socket;
-  const char* from_environment = std::getenv("ACL_APP_SOCKET");
   Arguments arguments;
-  arguments.socket = from_environment != nullptr ? from_environment : default_socket;
   for (int choice; (choice = getopt_long(argc, argv, "hn:", kOptions, nullptr)) != -1;) {
     switch (choice) {
       case kJson:
@@ -168,7 +164,10 @@ int Main(int argc, char** argv) {
         break;
       case kShowHelp:
       case 'h':
-        std::printf(kHelp, default_socket.c_str());
+        std::printf(kHelp, host::SettingsFile().c_str());
+        return kSuccess;
+      case kShowVersion:
+        std::printf("aclctl %s\n", host::Version());
         return kSuccess;
       default:
         return FailUsage("the command line is wrong");
@@ -191,6 +190,11 @@ int Main(int argc, char** argv) {
     return FailUsage("wrong number of arguments for " + Name(*command));
   }
   arguments.operands = std::move(words);
+  std::string error;
+  if (arguments.socket.empty() && !host::FindSocket(&arguments.socket, &error)) {
+    std::fprintf(stderr, "aclctl: %s\n", error.c_str());
+    return kFile;
+  }
   ly_log_options(LY_LOSTORE_LAST);
   return Run(*command, arguments);
 }

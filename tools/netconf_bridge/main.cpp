@@ -10,12 +10,13 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "host/netconf/listener.h"
+#include "host/netconf/unreachable.h"
 #include "host/runtime/settings.h"
+#include "host/runtime/version.h"
 
 namespace {
 
@@ -74,24 +75,31 @@ int Copy(int socket) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const char* from_environment = std::getenv("ACL_APP_SOCKET");
-  std::string path =
-      from_environment != nullptr ? from_environment : host::Settings().netconf_socket;
-  if (argc == 3 && std::strcmp(argv[1], "--socket") == 0) {
-    path = argv[2];
-  } else if (argc != 1) {
-    std::fprintf(stderr,
-                 "Usage: acl-app-netconf [--socket PATH]\n"
+  const bool named = argc == 3 && std::strcmp(argv[1], "--socket") == 0;
+  if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+    std::printf("acl-app-netconf %s\n", host::Version());
+    return 0;
+  }
+  if (argc != 1 && !named) {
+    const bool asked = argc == 2 && std::strcmp(argv[1], "--help") == 0;
+    std::fprintf(asked ? stdout : stderr,
+                 "Usage: acl-app-netconf [--socket PATH | --help | --version]\n"
                  "Connects standard input and output with the acl-app daemon's NETCONF socket\n"
-                 "(default: $ACL_APP_SOCKET, else %s).\n",
-                 host::Settings().netconf_socket.c_str());
-    return 2;
+                 "(default: $ACL_APP_SOCKET, else what %s says).\n",
+                 host::SettingsFile().c_str());
+    return asked ? 0 : 2;
+  }
+  std::string path, error;
+  if (named) {
+    path = argv[2];
+  } else if (!host::FindSocket(&path, &error)) {
+    std::fprintf(stderr, "acl-app-netconf: %s\n", error.c_str());
+    return 1;
   }
   std::signal(SIGPIPE, SIG_IGN);
   const int socket = host::ConnectTo(path);
   if (socket < 0) {
-    std::fprintf(stderr, "acl-app-netconf: cannot reach the daemon at %s: %s\n", path.c_str(),
-                 std::strerror(errno));
+    std::fprintf(stderr, "acl-app-netconf: %s\n", host::WhyUnreachable(path, errno).c_str());
     return 1;
   }
   return Copy(socket);

@@ -92,18 +92,41 @@ TEST_F(MiddlewareTest, PeerThatHangsUpDoesNotEndTheProcess) {
 TEST_F(MiddlewareTest, StateBelongsToOneProcessUntilTheLastUserOfTheLoopIsGone) {
   Start();
   auto loop = LoopOf(mw_);
+  scratch_.File("lock", "1\n");  // who is named is who holds it, not who wrote to it
   const auto expect_refused = [&] {
-    const std::string output = ErrorOutput([] { EXPECT_EQ(nullptr, qzmw_init("acl-app")); });
-    EXPECT_THAT(output, HasSubstr("fatal fault in qzmw_init (middleware:"));
-    EXPECT_THAT(output,
-                HasSubstr("state directory " + scratch_.directory() +
-                          " is in use by the process with pid " + std::to_string(getpid())));
+    EXPECT_EXIT(qzmw_init("acl-app"), testing::ExitedWithCode(1),
+                "critical cannot start: state directory " + scratch_.directory() +
+                    " is in use by the process with pid " + std::to_string(getpid()) + "\n$");
   };
   expect_refused();
   qzmw_finish(&mw_);
   expect_refused();
   loop.reset();
   Start();
+}
+
+TEST_F(MiddlewareTest, StateIsClosedToOthers) {
+  namespace fs = std::filesystem;
+  constexpr fs::perms kOthers = fs::perms::group_all | fs::perms::others_all;
+  const std::string file = scratch_.File("configuration.db", ""), lock = scratch_.File("lock", "");
+  const auto open_all = [&] {
+    for (const std::string& path : {scratch_.directory(), file, lock}) {
+      fs::permissions(path, fs::perms::others_read, fs::perm_options::add);
+    }
+  };
+  open_all();
+  Start();
+  std::ofstream(scratch_.directory() + "/new").flush();
+  for (const std::string& path :
+       {scratch_.directory(), file, lock, scratch_.directory() + "/new"}) {
+    EXPECT_EQ(fs::perms::none, fs::status(path).permissions() & kOthers) << path;
+  }
+  qzmw_finish(&mw_);
+  // A directory that is not the daemon's alone stays open to whoever uses it.
+  fs::create_directory(scratch_.directory() + "/sub");
+  open_all();
+  Start();
+  EXPECT_NE(fs::perms::none, fs::status(scratch_.directory()).permissions() & kOthers);
 }
 
 TEST_F(MiddlewareTest, StartFailsWithTheReason) {
@@ -121,13 +144,12 @@ TEST_F(MiddlewareTest, StartFailsWithTheReason) {
   };
   for (const auto& c : cases) {
     scratch_.Settings(c.settings);
-    const std::string output = ErrorOutput([] { EXPECT_EQ(nullptr, qzmw_init("acl-app")); });
-    EXPECT_THAT(output, AllOf(HasSubstr("critical"), HasSubstr(c.reason)));
+    EXPECT_EXIT(qzmw_init("acl-app"), testing::ExitedWithCode(1), "cannot start: " + c.reason);
   }
   if (!std::filesystem::exists("/run/systemd/journal/socket")) {
     scratch_.Settings("log_target = journal\n");
-    EXPECT_THAT(ErrorOutput([] { EXPECT_EQ(nullptr, qzmw_init("acl-app")); }),
-                HasSubstr("the journal cannot be written to: /run/systemd/journal/socket"));
+    EXPECT_EXIT(qzmw_init("acl-app"), testing::ExitedWithCode(1),
+                "the journal cannot be written to: /run/systemd/journal/socket");
   }
 }
 
