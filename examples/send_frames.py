@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """Sends frames into an interface that is one end of a veth pair, and tells which ones came through.
 
-Usage: send_frames.py INTERFACE PEER. Frames enter INTERFACE as they are sent out of PEER; what its
-ingress filter lets through is seen by a socket behind it. Needs CAP_NET_RAW.
+Usage: send_frames.py INTERFACE PEER [SOURCE DESTINATION tcp|udp PORT]. Frames enter INTERFACE as
+they are sent out of PEER; what its ingress filter lets through is seen by a socket behind it. With
+two IPv4 addresses, a protocol and a destination port it is that packet alone. Needs CAP_NET_RAW.
 """
 
 import socket
@@ -60,10 +61,15 @@ def comes_through(interface, peer, frame, ether_type):
 
 
 def main():
-    if len(sys.argv) != 3:
+    if len(sys.argv) not in (3, 7):
         sys.exit(__doc__)
-    interface, peer = sys.argv[1:]
-    for name, source, ether_type, payload in FRAMES:
+    interface, peer, *packet = sys.argv[1:]
+    frames = FRAMES
+    if packet:
+        protocol = {"tcp": TCP, "udp": UDP}[packet[2]]
+        payload = ipv4(packet[0], packet[1], protocol, int(packet[3]))
+        frames = [(" ".join(packet), STATION, ETH_IPV4, payload)]
+    for name, source, ether_type, payload in frames:
         frame = mac(ROUTER) + mac(source) + struct.pack("!H", ether_type) + payload
         passed = comes_through(interface, peer, frame, ether_type)
         print(f"{'passed' if passed else 'dropped':8} {name}")

@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "host/netconf/socket_group.h"
+
 namespace host {
 namespace {
 
@@ -97,9 +99,8 @@ int ListenAt(const std::string& path, mode_t mode, const std::string& group, std
   // The mode that the file is made with comes from the descriptor (unix(7)).
   if (fchmod(fd, mode) != 0 ||
       bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
-      (!group.empty() && chown(scratch.c_str(), static_cast<uid_t>(-1), gid) != 0) ||
-      chmod(scratch.c_str(), mode) != 0 || listen(fd, SOMAXCONN) != 0 ||
-      rename(scratch.c_str(), path.c_str()) != 0) {
+      chmod(scratch.c_str(), mode) != 0 || (!group.empty() && !GiveToGroup(scratch, gid, mode)) ||
+      listen(fd, SOMAXCONN) != 0 || rename(scratch.c_str(), path.c_str()) != 0) {
     *error = "cannot listen at " + path + ": " + Reason();
     unlink(scratch.c_str());
     close(fd);

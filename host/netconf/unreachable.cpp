@@ -6,16 +6,18 @@
 #include <cerrno>
 #include <cstring>
 
+#include "host/netconf/socket_group.h"
+
 namespace host {
 namespace {
 
-// Who may connect to a socket of that mode, owner and group.
-std::string WhoMay(const struct stat& socket) {
-  if ((socket.st_mode & S_IWGRP) == 0) return "only its owner may connect";
-  const ::group* entry = getgrgid(socket.st_gid);
-  const std::string group =
-      entry == nullptr ? std::to_string(socket.st_gid) : std::string(entry->gr_name);
-  return "only members of the group \"" + group +
+// Who may connect to the socket, which has that mode.
+std::string WhoMay(const std::string& path, mode_t mode) {
+  gid_t gid = 0;
+  if ((mode & S_IWGRP) == 0 || !GroupOf(path, &gid)) return "only its owner may connect";
+  const ::group* entry = getgrgid(gid);
+  return "only members of the group \"" +
+         (entry == nullptr ? std::to_string(gid) : std::string(entry->gr_name)) +
          "\" may connect; whoever is made one has to log in anew";
 }
 
@@ -27,7 +29,7 @@ std::string WhyUnreachable(const std::string& path, int error) {
   if (error == ENOENT || error == ECONNREFUSED) {
     text += " (is it running?)";
   } else if (error == EACCES && stat(path.c_str(), &info) == 0) {
-    text += " (" + WhoMay(info) + ")";
+    text += " (" + WhoMay(path, info.st_mode) + ")";
   } else if (error == EACCES) {
     text += " (its directory is closed to you)";
   }

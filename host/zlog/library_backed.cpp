@@ -1,5 +1,5 @@
-// The zlog library itself. Its configuration is the file that ZLOG_CONF_PATH names, or the
-// library's built-in one.
+// The zlog library itself. Its configuration is the file that ZLOG_CONF_PATH names. Without one the
+// library would write every trace line to standard output, and wait for its reader.
 #include "host/runtime/log.h"
 #include "host/zlog/trace_category.h"
 

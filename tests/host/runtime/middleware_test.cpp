@@ -197,6 +197,9 @@ TEST_F(MiddlewareTest, LogServiceWritesAtItsLevelsAndOutlivesTheMiddleware) {
 }
 
 TEST_F(MiddlewareTest, TraceLinesGoToTheLogByTheirLevel) {
+#ifdef HOST_ZLOG_LIBRARY
+  GTEST_SKIP() << "trace lines go where the zlog library's own configuration says";
+#endif
   Start("log_level = trace\n");
   zlog_category_s* category = qzmw_trace_init(mw_, "acl");
   EXPECT_EQ(category, qzmw_trace_init(mw_, "acl"));
