@@ -33,7 +33,9 @@ for port in access-1 access-2 spare uplink; do
   ip link add $port type veth peer name $port-peer && ip link set $port up && ip link set $port-peer up
 done
 ip link set lo up
+mount -o remount,rw /sys && mkdir -p /sys/fs/bpf && mount -t bpf bpf /sys/fs/bpf
 systemctl start acl-app
+nsenter --target $(systemctl show -P MainPID acl-app) --mount mkdir /sys/fs/bpf/acl-app/maps && echo pins
 grep -E 'CapEff|Seccomp:' /proc/$(systemctl show -P MainPID acl-app)/status
 aclctl apply /examples/branch.json
 python3 /examples/send_frames.py access-1 access-1-peer
@@ -67,7 +69,7 @@ class UnitTest(unittest.TestCase):
             capture_output=True, text=True, timeout=120)
         if run.returncode != 0:
             self.skipTest("no container is to be had here: " + run.stderr[-300:])
-        for said in ["CapEff:\t000000c000001000", "Seccomp:\t2", "commit 2 applied",
+        for said in ["+ echo pins", "CapEff:\t000000c000001000", "Seccomp:\t2", "commit 2 applied",
                      "passed   ARP for the router", "dropped  telnet to the world",
                      "GROUP  CAPACITY", 'only members of the group "netops" may connect',
                      "applied at the start", "result success", "Filters of "]:
