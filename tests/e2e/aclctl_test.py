@@ -7,48 +7,56 @@ import unittest
 
 from daemon import DaemonTest
 
+MACS = {"source-mac-address": "00:11:22:33:44:55", "source-mac-address-mask": "ff:ff:ff:00:00:00"}
+DENY, PERMIT = {"packet-handling": {"deny": [None]}}, {"packet-handling": {"permit": [None]}}
+PROFILE = {
+    "acl-type": "l2",
+    "acl-name": "macs%s",
+    "acl-priority-l2": {"priority": 1},
+    "access-list-entry": [
+        {"ace-priority": 1, "match": {**MACS, "vlan": 10}, "action": DENY},
+        {"ace-priority": 2, "action": {**PERMIT, "set": {"pcp": 3}}},
+    ],
+}
 CONFIG = {
     "acl-app:config": {
         "access-list": {
-            "acl-profile": {
-                "ingress": {
-                    "access-list": [
-                        {
-                            "acl-type": "l2",
-                            "acl-name": "macs%s",
-                            "acl-priority-l2": {"priority": 1},
-                            "access-list-entry": [
-                                {
-                                    "ace-priority": 1,
-                                    "match": {
-                                        "source-mac-address": "00:11:22:33:44:55",
-                                        "source-mac-address-mask": "ff:ff:ff:00:00:00",
-                                        "vlan": 10,
-                                    },
-                                    "action": {"packet-handling": {"deny": [None]}},
-                                },
-                                {
-                                    "ace-priority": 2,
-                                    "action": {
-                                        "packet-handling": {"permit": [None]},
-                                        "set": {"pcp": 3},
-                                    },
-                                },
-                            ],
-                        }
-                    ]
-                }
-            },
+            "acl-profile": {"ingress": {"access-list": [PROFILE]}},
             "interface": [{"interface-name": "eth0", "ingress": ["macs%s"]}],
         }
     }
 }
 
 
+GROUPS = """\
+L2 group (id 0, stage 1, priority 0): 2 entries
+ID  PORT  MATCH                                                ACTION
+ 0  eth0  src-mac 00:11:22:33:44:55/ff:ff:ff:00:00:00 vlan 10  deny
+ 1  eth0  any                                                  permit, set-pcp 3
+
+L3 group (id 1, stage 1, priority 1): 0 entries
+"""
+RESOURCES = [
+    "GROUP CAPACITY USED AVAILABLE", "L2 65536 2 65534", "L3 65536 0 65536", "",
+    "PROFILE GROUP ENTRIES", "macs%s L2 2", "",
+    "INTERFACE GROUP PROFILE ENTRIES", "eth0 L2 macs%s 2",
+]
+
+
 class AclctlTest(DaemonTest):
     def setUp(self):
         super().setUp()
         self.running = self.daemon().start()
+
+    def begin(self):
+        """Applies CONFIG; returns its file."""
+        file = self.write("c.json", json.dumps(CONFIG))
+        self.run_ok("apply", file)
+        return file
+
+    def assert_rows(self, output, rows):
+        """Compares the rows of a table, without the blanks that align them."""
+        self.assertEqual([line.split() for line in output.splitlines()], [r.split() for r in rows])
 
     def run_ok(self, *arguments):
         result = self.aclctl(self.running, *arguments)
@@ -63,40 +71,17 @@ class AclctlTest(DaemonTest):
             self.assertIn(text, result.stderr)
 
     def test_what_is_applied_is_shown(self):
-        self.run_ok("apply", self.write("c.json", json.dumps(CONFIG)))
+        self.begin()
         self.assertEqual(json.loads(self.run_ok("show", "config")), CONFIG)
-        self.assertEqual(
-            self.run_ok("show", "groups").splitlines(),
-            [
-                "L2 group (id 0, stage 1, priority 0): 2 entries",
-                "ID  PORT  MATCH                                                ACTION",
-                " 0  eth0  src-mac 00:11:22:33:44:55/ff:ff:ff:00:00:00 vlan 10  deny",
-                " 1  eth0  any                                                  permit, set-pcp 3",
-                "",
-                "L3 group (id 1, stage 1, priority 1): 0 entries",
-            ],
-        )
-        self.assertEqual(
-            [line.split() for line in self.run_ok("show", "resources").splitlines()],
-            [
-                ["GROUP", "CAPACITY", "USED", "AVAILABLE"],
-                ["L2", "65536", "2", "65534"],
-                ["L3", "65536", "0", "65536"],
-                [],
-                ["PROFILE", "GROUP", "ENTRIES"],
-                ["macs%s", "L2", "2"],
-                [],
-                ["INTERFACE", "GROUP", "PROFILE", "ENTRIES"],
-                ["eth0", "L2", "macs%s", "2"],
-            ],
-        )
+        self.assertEqual(self.run_ok("show", "groups"), GROUPS)
+        self.assert_rows(self.run_ok("show", "resources"), RESOURCES)
         groups = json.loads(self.run_ok("show", "groups", "--json"))
         self.assertEqual(groups["acl-app-filters:filters"]["group"][0]["entry"][1]["port"], ["eth0"])
         used = json.loads(self.run_ok("show", "resources", "--json"))
         self.assertEqual(used["acl-app:status"]["acl-resources"]["l2"]["used-entries"], 2)
 
     def test_what_is_shown_can_be_applied(self):
-        self.run_ok("apply", self.write("c.json", json.dumps(CONFIG)))
+        self.begin()
         emptied = self.write("empty.json", '{"acl-app:config": {}}')
         for form, name in (("--json", "again.json"), ("--xml", "again.xml")):
             saved = self.write(name, self.run_ok("show", "config", form))
@@ -109,20 +94,17 @@ class AclctlTest(DaemonTest):
         self.assertNotIn("macs", self.run_ok("show", "config"))
 
     def test_netconf_envelopes_and_operations_in_files(self):
-        self.run_ok("apply", self.write("c.json", json.dumps(CONFIG)))
-        self.run_ok(
-            "apply",
-            self.write(
-                "delete.xml",
-                '<?xml version="1.0"?>\n<config xmlns="urn:ietf:params:xml:ns:netconf:base:1.0" '
-                'xmlns:nc="urn:ietf:params:xml:ns:netconf:base:1.0"><config xmlns="urn:acl-app:acl">'
-                '<access-list nc:operation="remove"/></config></config>',
-            ),
+        self.begin()
+        base = "urn:ietf:params:xml:ns:netconf:base:1.0"
+        text = (
+            f'<?xml version="1.0"?>\n<config xmlns="{base}" xmlns:nc="{base}"><config xmlns='
+            '"urn:acl-app:acl"><access-list nc:operation="remove"/></config></config>'
         )
+        self.run_ok("apply", self.write("delete.xml", text))
         self.assertNotIn("macs", self.run_ok("show", "config"))
 
     def test_the_history_says_what_was_changed_and_leads_back(self):
-        self.run_ok("apply", self.write("c.json", json.dumps(CONFIG)))
+        self.begin()
         changed = json.dumps(CONFIG).replace('"vlan": 10', '"vlan": 20').replace("eth0", "eth1")
         self.run_ok("apply", self.write("d.json", changed))
         entry = (
@@ -166,7 +148,7 @@ class AclctlTest(DaemonTest):
         self.assert_fails(5, "rollback", 9, says=["no commit 9", "unchanged"])
 
     def test_a_rollback_cannot_change_a_priority(self):
-        self.run_ok("apply", self.write("c.json", json.dumps(CONFIG)))
+        self.begin()
         empty = self.write("e.json", '{"acl-app:config":{}}')
         self.run_ok("apply", "--replace", empty)
         other = json.dumps(CONFIG).replace('l2": {"priority": 1', 'l2": {"priority": 2')
@@ -180,13 +162,9 @@ class AclctlTest(DaemonTest):
         self.running.stop()
         self.running = self.daemon(filter_capacity=3).start()
         file = self.write("c.json", json.dumps(CONFIG))
-        self.assertEqual(
-            [line.split() for line in self.run_ok("check", file).splitlines()[:3]],
-            [
-                ["GROUP", "CAPACITY", "USED", "NOW", "THEN", "AVAILABLE"],
-                ["L2", "3", "0", "2", "1"],
-                ["L3", "3", "0", "0", "3"],
-            ],
+        table, _, _ = self.run_ok("check", file).partition("\n\n")
+        self.assert_rows(
+            table, ["GROUP CAPACITY USED NOW THEN AVAILABLE", "L2 3 0 2 1", "L3 3 0 0 3"]
         )
         self.run_ok("apply", file)
         more = self.write("d.json", json.dumps(CONFIG).replace("eth0", "eth1"))
@@ -210,7 +188,7 @@ class AclctlTest(DaemonTest):
         self.run_ok("rollback", 1)
 
     def test_each_kind_of_error_has_its_status(self):
-        self.run_ok("apply", self.write("c.json", json.dumps(CONFIG)))
+        self.begin()
         before = self.run_ok("show", "config")
         for command, says in (
             ("frobnicate", ["no command", "frobnicate", "--help"]),
@@ -259,21 +237,17 @@ class AclctlTest(DaemonTest):
                 path = self.directory / directory
                 self.assert_fails(3, command, path, says=[directory, "Is a directory"])
         priority = json.dumps(CONFIG).replace('"priority": 1', '"priority": -1')
-        self.assert_fails(
-            5,
-            "apply",
-            self.write("bad.json", priority),
-            says=["bad.json", "acl-name='macs%s']/acl-priority-l2/priority: ", "(invalid-value)"],
-        )
-        bogus = '{"acl-app:config":{"access-list":{"bogus":1}},"x:y":2}'
-        self.assert_fails(5, "apply", self.write("bogus.json", bogus), says=['module "x"'])
-        bogus = bogus.replace(',"x:y":2', "")
-        self.assert_fails(5, "apply", self.write("bogus.json", bogus), says=["bogus is no"])
-        odd = self.write("odd.json", '{"ietf-netconf:config": {}}')
-        self.assert_fails(5, "apply", "--replace", odd)
-        odd = self.write("odd.xml", '<config xmlns="urn:acl-app:acl">oops</config>')
-        self.assert_fails(5, "apply", "--replace", odd)
-        self.assert_fails(5, "apply", "--replace", self.write("x.xml", "<x xmlns='urn:x'/>"))
+        says = ["bad.json", "acl-name='macs%s']/acl-priority-l2/priority: ", "(invalid-value)"]
+        self.assert_fails(5, "apply", self.write("bad.json", priority), says=says)
+        bogus = '{"acl-app:config":{"access-list":{"bogus":1}}%s}'
+        for name, text, says in (
+            ("bogus.json", bogus % ',"x:y":2', ['module "x"']),
+            ("bogus.json", bogus % "", ["bogus is no"]),
+            ("odd.json", '{"ietf-netconf:config": {}}', []),
+            ("odd.xml", '<config xmlns="urn:acl-app:acl">oops</config>', []),
+            ("x.xml", "<x xmlns='urn:x'/>", []),
+        ):
+            self.assert_fails(5, "apply", "--replace", self.write(name, text), says=says)
         self.assertEqual(self.run_ok("show", "config"), before)
         self.running.stop()
         self.assert_fails(4, "show", "config", says=["is it running"])
