@@ -44,7 +44,9 @@
 // acquire order. Words change in one store each, of at most 8 bytes; on 32-bit machines, where
 // such a store is two, no search may run while the classifier writes.
 //
-// Changes are made per root, unpublished, and can be dropped per root (Discard) until Publish().
+// Changes are made per root, unpublished, and can be dropped per root (Discard) until Publish(). A
+// refused change spoils the root's others: nothing can follow but its Discard(), which Publish()
+// does by itself.
 // Nothing here blocks, except as Memory::WaitForReaders() says.
 #ifndef HOST_CLASSIFIER_CLASSIFIER_H_
 #define HOST_CLASSIFIER_CLASSIFIER_H_
@@ -57,6 +59,7 @@
 #include <vector>
 
 #include "host/classifier/memory.h"
+#include "host/classifier/refusal.h"
 #include "host/classifier/rule.h"
 
 namespace host::classifier {
@@ -64,18 +67,6 @@ namespace host::classifier {
 // Names an entry for the life of this process, from Insert() until its removal is published.
 using EntryId = uint32_t;
 constexpr EntryId kNoEntry = 0;
-
-// Why a change was refused. Nothing of the refused call remains; earlier changes of the root do.
-struct Refusal {
-  enum Kind {
-    kNoRoom,      // `array` cannot hold `wanted` elements
-    kTooComplex,  // `wanted` rules fit into no table: CLS_MAX_TABLES and kMaxChain are used up
-  };
-  Kind kind = kNoRoom;
-  cls_array array = CLS_ENTRIES;
-  uint64_t wanted = 0;
-  std::string text;  // for people, with the numbers
-};
 
 // What a search pays, over sample frames of a configuration.
 struct Cost {
@@ -108,7 +99,8 @@ class Classifier {
   bool Format();
   // Takes over what the arrays hold: everything in force in their generation; what was not yet
   // published is dropped. Checks all of it first. False, with what is wrong, when the arrays are
-  // damaged or of another layout; nothing is written then.
+  // damaged or of another layout; nothing is written then. Searches that ran beside the process
+  // that left the arrays must be over.
   bool Adopt(std::string* problem);
 
   // Roots are numbered by the caller, from 0, without gaps worth mentioning: each takes 16 bytes.
@@ -121,7 +113,8 @@ class Classifier {
   // Inserts behind `after`, an entry of `root`, or in front of all (kNoEntry). kNoEntry when
   // refused.
   EntryId Insert(uint32_t root, EntryId after, const Rule& rule, Refusal* refusal);
-  void Remove(EntryId id);
+  // Removes an entry; an equal one behind it takes its place, which may be refused.
+  bool Remove(EntryId id, Refusal* refusal);
 
   // The entries of `root` in order, as they will be after the next Publish(): the first, and the
   // one behind an entry; kNoEntry at the end.

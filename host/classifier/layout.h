@@ -81,9 +81,9 @@ struct cls_field {
 struct cls_group {
   __u64 tables[CLS_MAX_TABLES / 64]; /* which are in use */
   __u32 table_base;                  /* the first one's index */
+  __u32 table_log2;                  /* of how many there is room for */
   __u32 flags;                       /* CLS_GROUP_* */
   __u32 field_count;
-  __u32 pad;
   struct cls_field field[CLS_MAX_FILTERS];
   __u64 reserved[4];
 };
@@ -102,12 +102,13 @@ struct cls_table {
 #define CLS_PLACE_FIRST(place) ((__u32)((place) >> 8))
 #define CLS_PLACE_LOG2(place) ((__u32)(place)&31)
 
-/* A slot: 0, never used since the table stands there, ends a search; otherwise the upper 12 bits of
- * the bucket's hash and the index of its first entry, 0 when the bucket is gone. */
+/* A slot: 0 ends a search; otherwise 12 bits of the bucket's hash and the index of its first entry.
+ * Where a bucket is gone and probes for others go on, the index is 0. */
 #define CLS_SLOTS_PER_LINE 16
 #define CLS_INDEX_BITS 20
 #define CLS_INDEX_MASK ((1U << CLS_INDEX_BITS) - 1)
 #define CLS_MAX_ENTRIES CLS_INDEX_MASK
+#define CLS_SLOT_GONE (~CLS_INDEX_MASK)
 struct cls_slots {
   __u32 slot[CLS_SLOTS_PER_LINE];
 };
@@ -131,6 +132,10 @@ struct cls_entry {
   __u8 pcp;             /* of CLS_SET_PCP */
   __u16 pad;
 };
+
+/* In place of an entry's index, the result of a search that could not come to its end. The arrays
+ * are damaged then: drop the frame. */
+#define CLS_FAILED 0xffffffffU
 
 struct cls_filter {
   __u64 tables[CLS_MAX_TABLES / 64];

@@ -7,6 +7,18 @@
 
 #include "host/classifier/layout.h"
 
+// In the key's own namespace, so that the standard library finds them.
+inline bool operator==(const cls_key& a, const cls_key& b) {
+  return a.word[0] == b.word[0] && a.word[1] == b.word[1] && a.word[2] == b.word[2] &&
+         a.word[3] == b.word[3];
+}
+inline bool operator!=(const cls_key& a, const cls_key& b) { return !(a == b); }
+
+inline cls_key operator&(const cls_key& a, const cls_key& b) {
+  return {
+      {a.word[0] & b.word[0], a.word[1] & b.word[1], a.word[2] & b.word[2], a.word[3] & b.word[3]}};
+}
+
 namespace host::classifier {
 
 // Matches the keys that agree with `value` in the bits of `mask`. `value` has no other bits.
@@ -18,17 +30,6 @@ struct Rule {
   uint32_t counter = 0;  // carried along
   uint64_t cookie = 0;   // carried along
 };
-
-inline bool operator==(const cls_key& a, const cls_key& b) {
-  return a.word[0] == b.word[0] && a.word[1] == b.word[1] && a.word[2] == b.word[2] &&
-         a.word[3] == b.word[3];
-}
-inline bool operator!=(const cls_key& a, const cls_key& b) { return !(a == b); }
-
-inline cls_key operator&(const cls_key& a, const cls_key& b) {
-  return {
-      {a.word[0] & b.word[0], a.word[1] & b.word[1], a.word[2] & b.word[2], a.word[3] & b.word[3]}};
-}
 
 // Whether `mask` has all bits of `coarse`.
 inline bool Covers(const cls_key& coarse, const cls_key& mask) { return (coarse & mask) == coarse; }

@@ -63,9 +63,6 @@ struct cls_search {
 
 enum { CLS_PHASE_NEXT_TABLE, CLS_PHASE_PROBING, CLS_PHASE_DONE };
 
-/* The result when the tables cannot be read. They are damaged then: drop the frame. */
-#define CLS_FAILED 0xffffffffU
-
 /* Starts a search for `key` in the tables of `root`, as they are in `generation`, which the caller
  * reads once per frame, before anything else and with acquire order. Returns 0, or 1 when nothing
  * is to be searched: take the result at once. */
