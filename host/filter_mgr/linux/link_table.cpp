@@ -78,6 +78,12 @@ void LinkTable::Remove(int index, std::set<std::string>* changed) {
   name_of_.erase(it);
 }
 
+std::vector<int> LinkTable::indices() const {
+  std::vector<int> indices;
+  for (const auto& [index, name] : name_of_) indices.push_back(index);
+  return indices;
+}
+
 std::set<std::string> LinkTable::Update() {
   std::set<std::string> changed;
   std::vector<char> buffer(1 << 16);

@@ -7,6 +7,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "host/filter_mgr/linux/netlink.h"
 
@@ -18,6 +19,12 @@ class LinkTable {
   int Open(const NetlinkOpener& open);
 
   bool Has(const std::string& name) const { return index_of_.count(name) != 0; }
+  // The index of the interface of that name, 0 when there is none.
+  int IndexOf(const std::string& name) const {
+    const auto it = index_of_.find(name);
+    return it == index_of_.end() ? 0 : it->second;
+  }
+  std::vector<int> indices() const;
   int fd() const { return events_->fd(); }
   // Takes in what has happened since. Returns the names that appeared, vanished or went over to
   // another interface.

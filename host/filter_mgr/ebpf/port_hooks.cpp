@@ -1,0 +1,150 @@
+#include "host/filter_mgr/ebpf/port_hooks.h"
+
+#include <bpf/bpf.h>
+#include <bpf/libbpf.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <string>
+
+namespace host {
+namespace {
+
+// Newer than Debian 12's headers (linux/bpf.h of 6.6).
+constexpr auto kTcxIngress = static_cast<bpf_attach_type>(46);
+constexpr uint32_t kBeforeOthers = 1U << 3;
+struct TcxLinkInfo {
+  uint32_t type, id, program, padding;
+  uint32_t interface;  // 0 once that is gone
+  uint32_t attach_type;
+};
+
+// A classifier's place: ahead of what others attach without asking for a priority.
+constexpr uint32_t kHandle = 1, kPriority = 1;
+
+bpf_tc_hook HookOf(int interface) {
+  bpf_tc_hook hook{};
+  hook.sz = sizeof(hook);
+  hook.ifindex = interface;
+  hook.attach_point = BPF_TC_INGRESS;
+  return hook;
+}
+
+bpf_tc_opts PlaceOfFilter() {
+  bpf_tc_opts place{};
+  place.sz = sizeof(place);
+  place.handle = kHandle;
+  place.priority = kPriority;
+  return place;
+}
+
+// The program in our place among an interface's classifiers; 0 or a negative errno.
+int QueryClassifier(int interface, uint32_t* program) {
+  const bpf_tc_hook hook = HookOf(interface);
+  bpf_tc_opts place = PlaceOfFilter();
+  const int error = bpf_tc_query(&hook, &place);
+  *program = place.prog_id;
+  return error;
+}
+
+int AttachClassifier(int interface, int program) {
+  bpf_tc_hook hook = HookOf(interface);
+  const int made = bpf_tc_hook_create(&hook);
+  if (made != 0 && made != -EEXIST) return made;
+  bpf_tc_opts place = PlaceOfFilter();
+  place.prog_fd = program;
+  place.flags = BPF_TC_F_REPLACE;
+  return bpf_tc_attach(&hook, &place);
+}
+
+int DetachClassifier(int interface) {
+  const bpf_tc_hook hook = HookOf(interface);
+  const bpf_tc_opts place = PlaceOfFilter();
+  const int error = bpf_tc_detach(&hook, &place);
+  const bool gone = error == -ENOENT || error == -ENODEV || error == -EINVAL;
+  return gone ? 0 : error;
+}
+
+}  // namespace
+
+uint32_t ProgramId(int program) {
+  bpf_prog_info info{};
+  uint32_t size = sizeof(info);
+  return bpf_obj_get_info_by_fd(program, &info, &size) == 0 ? info.id : 0;
+}
+
+PortHooks::Method PortHooks::Probe(int program) {
+  LIBBPF_OPTS(bpf_link_create_opts, options, .flags = kBeforeOthers);
+  const Descriptor link(bpf_link_create(program, INT_MAX, kTcxIngress, &options));
+  return errno == ENODEV ? Method::kLink : Method::kClassifier;
+}
+
+int PortHooks::Adopt(const std::vector<int>& interfaces) {
+  if (method_ == Method::kLink) {
+    for (const std::string& name : links_->Pins()) {
+      const int error = AdoptLink(name);
+      if (error != 0) return error;
+    }
+    return 0;
+  }
+  for (int interface : interfaces) {
+    uint32_t program = 0;
+    if (QueryClassifier(interface, &program) == 0) attached_[interface] = program;
+  }
+  return 0;
+}
+
+int PortHooks::AdoptLink(const std::string& name) {
+  int error = 0;
+  Descriptor link = links_->Get(name, &error);
+  if (!link) return error;
+  TcxLinkInfo info{};
+  uint32_t size = sizeof(info);
+  if (bpf_obj_get_info_by_fd(link.get(), &info, &size) != 0) return -errno;
+  // A pin under another name than the link's own is what a crash left of a pinning.
+  if (info.interface == 0 || name != std::to_string(info.interface)) return links_->Unpin(name);
+  const auto interface = static_cast<int>(info.interface);
+  attached_[interface] = info.program;
+  held_[interface] = std::move(link);
+  return 0;
+}
+
+int PortHooks::Attach(int interface, int program) {
+  const int error = method_ == Method::kLink ? AttachLink(interface, program)
+                                             : AttachClassifier(interface, program);
+  if (error == 0) attached_[interface] = ProgramId(program);
+  return error;
+}
+
+int PortHooks::AttachLink(int interface, int program) {
+  const auto held = held_.find(interface);
+  if (held != held_.end()) {
+    if (bpf_link_update(held->second.get(), program, nullptr) == 0) return 0;
+    // The interface is gone, and the link's rest with it; its index may be another's by now.
+    if (errno != ENOLINK) return -errno;
+    const int error = Detach(interface);
+    if (error != 0) return error;
+  }
+  LIBBPF_OPTS(bpf_link_create_opts, options, .flags = kBeforeOthers);
+  Descriptor link(bpf_link_create(program, interface, kTcxIngress, &options));
+  if (!link) return -errno;
+  const int error = links_->Pin(link.get(), std::to_string(interface));
+  if (error == 0) held_[interface] = std::move(link);
+  return error;
+}
+
+int PortHooks::Detach(int interface) {
+  if (method_ == Method::kClassifier) {
+    const int error = DetachClassifier(interface);
+    if (error == 0) attached_.erase(interface);
+    return error;
+  }
+  const int error = links_->Unpin(std::to_string(interface));
+  if (error != 0 && error != -ENOENT) return error;
+  held_.erase(interface);
+  attached_.erase(interface);
+  return 0;
+}
+
+}  // namespace host

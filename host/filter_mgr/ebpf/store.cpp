@@ -1,0 +1,281 @@
+#include "host/filter_mgr/ebpf/store.h"
+
+#include <bpf/libbpf.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "host/filter_mgr/ebpf/grace.h"
+#include "host/runtime/log.h"
+
+namespace host {
+namespace {
+
+constexpr char kEdition[] = "edition-";
+constexpr char kProgramPin[] = "program";
+constexpr char kLinks[] = "links";
+constexpr uint32_t kCacheSlice = 4096;    // lines, of 64 bytes
+constexpr uint32_t kLeastBytes = 4096;    // of a map: less would not take less memory
+constexpr uint32_t kFirstPortSlots = 64;  // twice the ports that fit
+
+std::string EditionName(uint64_t number) { return kEdition + std::to_string(number); }
+
+// The number of an edition's directory; 0 when it is none.
+uint64_t EditionNumber(const std::string& name) {
+  const size_t prefix = sizeof(kEdition) - 1;
+  return name.compare(0, prefix, kEdition) == 0 ? strtoull(name.c_str() + prefix, nullptr, 10) : 0;
+}
+
+uint32_t RoundUp(size_t id, uint32_t capacity) {
+  uint32_t rounded = static_cast<uint32_t>(kLeastBytes / MapElementSize(id));
+  while (rounded < capacity && rounded < 1U << 30) rounded *= 2;
+  return std::max(rounded, capacity);
+}
+
+}  // namespace
+
+std::unique_ptr<FilterStore> FilterStore::Open(const std::string& directory, std::string* reason) {
+  std::unique_ptr<FilterStore> store(new FilterStore);
+  store->cpus_ = static_cast<uint32_t>(std::max(libbpf_num_possible_cpus(), 1));
+  int error = 0;
+  store->root_ = PinDirectory::Make(directory, &error);
+  if (store->root_ != nullptr) error = store->root_->Lock();
+  if (error == 0) store->links_ = PinDirectory::Make(store->root_->PathOf(kLinks), &error);
+  if (error != 0) {
+    *reason = directory + ": " +
+              (error == -EINVAL        ? "this is in no BPF file system"
+               : error == -EWOULDBLOCK ? "another daemon uses it"
+                                       : strerror(-error));
+    return nullptr;
+  }
+  std::vector<uint64_t> numbers;
+  for (const std::string& name : store->root_->Directories()) {
+    if (EditionNumber(name) != 0) numbers.push_back(EditionNumber(name));
+  }
+  std::sort(numbers.rbegin(), numbers.rend());
+  for (const uint64_t number : numbers) {
+    store->edition_ = std::max(store->edition_, number);
+    const int result = store->TakeEdition(EditionName(number));
+    if (result == -EAGAIN) continue;  // was not complete: nothing depends on it
+    store->found_ = result == 0 ? Found::kOurs : Found::kForeign;
+    break;
+  }
+  store->unsettled_ = numbers.size() > 1;
+  if (store->found_ == Found::kOurs) return store;
+  return store->Fresh(reason) ? std::move(store) : nullptr;
+}
+
+// Takes the edition's maps and program. -EAGAIN when it is not complete, -EPROTO when it is of
+// another layout, or another negative errno.
+int FilterStore::TakeEdition(const std::string& name) {
+  int error = 0;
+  const auto directory = PinDirectory::Make(root_->PathOf(name), &error);
+  if (directory == nullptr) return error;
+  FilterMaps maps;
+  for (size_t i = 0; i < kMapCount; ++i) {
+    const size_t id = (kMapConfig + i) % kMapCount;  // the config first: it says what to expect
+    Descriptor fd = directory->Get(MapName(id), &error);
+    if (!fd && id == kMapConfig) return -EAGAIN;
+    if (fd) maps[id] = FilterMap::Take(id, std::move(fd), &error);
+    if (error != 0) return error;
+    if (id != kMapConfig) continue;
+    const auto* config = maps[id]->As<filter_config>();
+    if (config->complete == 0) return -EAGAIN;
+    if (config->layout != FILTER_LAYOUT_VERSION || config->cpus != cpus_) return -EPROTO;
+  }
+  if (maps[CLS_CONTROL]->As<cls_control>()->layout != CLS_LAYOUT_VERSION) return -EPROTO;
+  maps_ = std::move(maps);
+  // A program of another build has to make room for this one's; it works on the same maps.
+  program_ = directory->Get(kProgramPin, &error);
+  separate_ = false;
+  incomplete_ = !program_ || config()->program != FilterProgramImage().checksum;
+  ShowAreas();
+  return 0;
+}
+
+bool FilterStore::Fresh(std::string* reason) {
+  for (size_t id = 0; id < kMapCount; ++id) {
+    uint32_t capacity = 1;
+    if (id == kMapPorts) capacity = kFirstPortSlots;
+    if (id == kMapCounters) capacity = (cpus_ + 1) * (RoundUp(id, 1) / 2);
+    if (id == kMapCache) capacity = cpus_ * kCacheSlice;
+    int error = 0;
+    maps_[id] = FilterMap::Create(
+        id, id == kMapPorts || id >= kMapCounters ? capacity : RoundUp(id, capacity), &error);
+    if (maps_[id] == nullptr) {
+      *reason = std::string("the kernel gives no map: ") + strerror(-error);
+      return false;
+    }
+  }
+  incomplete_ = separate_ = true;
+  SetConfig();
+  ShowAreas();
+  return true;
+}
+
+bool FilterStore::StartOver(std::string* reason) {
+  found_ = Found::kForeign;
+  program_ = Descriptor();
+  return Fresh(reason);
+}
+
+void FilterStore::SetConfig() {
+  filter_config* const c = config();
+  c->layout = FILTER_LAYOUT_VERSION;
+  c->complete = 0;
+  c->cpus = cpus_;
+  c->counter_slice = maps_[kMapCounters]->capacity() / (cpus_ + 1);
+  c->cache_slice = kCacheSlice;
+  c->port_slots = maps_[kMapPorts]->capacity();
+}
+
+void FilterStore::ShowAreas() {
+  for (size_t id = 0; id < CLS_ARRAYS; ++id)
+    areas_[id] = {maps_[id]->base(), maps_[id]->capacity()};
+}
+
+// Copies all maps, so that those in force are not changed any more. The counters go on to be
+// shared, and what was cached is of no use.
+bool FilterStore::BeginEdition() {
+  FilterMaps copies = maps_;
+  for (size_t id = 0; id < kMapCount; ++id) {
+    if (id == kMapCounters) continue;
+    int error = 0;
+    copies[id] = FilterMap::Create(id, maps_[id]->capacity(), &error);
+    if (copies[id] == nullptr) return false;
+    if (id != kMapCache) memcpy(copies[id]->base(), maps_[id]->base(), maps_[id]->bytes());
+  }
+  maps_ = std::move(copies);
+  incomplete_ = separate_ = true;
+  SetConfig();
+  ShowAreas();
+  return true;
+}
+
+bool FilterStore::GrowMap(size_t id, uint32_t capacity) {
+  if (capacity <= maps_[id]->capacity()) return true;
+  if (!separate_ && !BeginEdition()) return false;
+  int error = 0;
+  const auto larger = FilterMap::Create(id, RoundUp(id, capacity), &error);
+  if (larger == nullptr) return false;
+  if (id != kMapPorts) memcpy(larger->base(), maps_[id]->base(), maps_[id]->bytes());
+  maps_[id] = larger;
+  SetConfig();
+  ShowAreas();
+  return true;
+}
+
+bool FilterStore::GrowCounters(uint32_t slots) {
+  if (slots <= counter_slots()) return true;
+  if (!separate_ && !BeginEdition()) return false;
+  uint32_t slice = counter_slots();
+  while (slice < slots) slice *= 2;
+  int error = 0;
+  const auto larger = FilterMap::Create(kMapCounters, slice * (cpus_ + 1), &error);
+  if (larger == nullptr) return false;
+  // Nothing counts in the new ones before the program is on them; Settle() fetches the rest.
+  if (counters_before_ == nullptr && program_) {
+    counters_before_ = maps_[kMapCounters];
+    slice_before_ = counter_slots();
+  }
+  maps_[kMapCounters] = larger;
+  SetConfig();
+  return true;
+}
+
+bool FilterStore::Complete(std::string* reason) {
+  if (!incomplete_) return true;
+  Descriptor program = LoadFilterProgram(maps_, reason);
+  if (!program) return false;
+  const uint64_t number = separate_ ? edition_ + 1 : edition_;
+  int error = 0;
+  if (separate_) {
+    // What a crash left under this name is not complete.
+    error = RemovePins(root_->PathOf(EditionName(number)));
+    if (error == -ENOENT) error = 0;
+  }
+  std::unique_ptr<PinDirectory> directory;
+  if (error == 0) directory = PinDirectory::Make(root_->PathOf(EditionName(number)), &error);
+  for (size_t id = 0; id < kMapCount && error == 0 && separate_; ++id) {
+    error = directory->Pin(maps_[id]->fd(), MapName(id));
+  }
+  if (error == 0) error = directory->Pin(program.get(), kProgramPin);
+  if (error != 0) {
+    *reason = std::string("the filter program cannot be pinned: ") + strerror(-error);
+    return false;
+  }
+  config()->program = FilterProgramImage().checksum;
+  __atomic_store_n(&config()->complete, 1, __ATOMIC_RELEASE);
+  unsettled_ = unsettled_ || edition_ != 0;
+  edition_ = number;
+  program_ = std::move(program);
+  incomplete_ = separate_ = false;
+  return true;
+}
+
+void FilterStore::Settle() {
+  if (!unsettled_) return;
+  if (counters_before_ != nullptr) {
+    WaitForReaders();
+    auto* const own = maps_[kMapCounters]->As<filter_counter>() + size_t{cpus_} * counter_slots();
+    const auto* before = counters_before_->As<filter_counter>();
+    for (uint32_t cpu = 0; cpu <= cpus_; ++cpu, before += slice_before_) {
+      for (uint32_t slot = 0; slot < slice_before_; ++slot) {
+        own[slot].packets += before[slot].packets;
+        own[slot].bytes += before[slot].bytes;
+      }
+    }
+    counters_before_ = nullptr;
+  }
+  for (const std::string& name : root_->Directories()) {
+    if (EditionNumber(name) == 0 || EditionNumber(name) == edition_) continue;
+    const int error = RemovePins(root_->PathOf(name));
+    if (error != 0) {
+      Log(LogLevel::kWarning, "%s cannot be removed: %s", root_->PathOf(name).c_str(),
+          strerror(-error));
+    }
+  }
+  unsettled_ = false;
+}
+
+filter_counter FilterStore::Count(uint32_t slot) const {
+  filter_counter sum{};
+  const auto add = [&](const FilterMap& map, uint32_t slice) {
+    const auto* counter = map.As<filter_counter>();
+    for (uint32_t cpu = 0; slot < slice && cpu <= cpus_; ++cpu, counter += slice) {
+      sum.packets += __atomic_load_n(&counter[slot].packets, __ATOMIC_RELAXED);
+      sum.bytes += __atomic_load_n(&counter[slot].bytes, __ATOMIC_RELAXED);
+    }
+  };
+  add(*maps_[kMapCounters], counter_slots());
+  if (counters_before_ != nullptr) add(*counters_before_, slice_before_);
+  return sum;
+}
+
+void FilterStore::ResetCount(uint32_t slot) {
+  auto* counter = maps_[kMapCounters]->As<filter_counter>();
+  for (uint32_t cpu = 0; cpu <= cpus_; ++cpu, counter += counter_slots()) counter[slot] = {};
+  if (counters_before_ == nullptr || slot >= slice_before_) return;
+  counter = counters_before_->As<filter_counter>();
+  for (uint32_t cpu = 0; cpu <= cpus_; ++cpu, counter += slice_before_) counter[slot] = {};
+}
+
+void FilterStore::WaitForReaders() { WaitForPrograms(); }
+
+size_t FilterStore::bytes() const {
+  size_t sum = 0;
+  for (const auto& map : maps_) sum += map->bytes();
+  return sum;
+}
+
+int RemoveStore(const std::string& directory) {
+  int error = 0;
+  const auto root = PinDirectory::Make(directory, &error);
+  if (root != nullptr) error = root->Lock();
+  if (error != 0) return error;
+  return RemovePins(directory);
+}
+
+}  // namespace host

@@ -1,0 +1,105 @@
+// The tables in force, as the kernel keeps them: a program and its maps, pinned, one directory each
+// time they are made ("edition").
+//
+// BPF arrays cannot grow. When the classifier needs a larger one, a new edition is begun: all maps
+// are copied, the larger one among them, and work goes on in the copies. The program in force keeps
+// the old maps, which nobody changes any more, until the caller has put the new edition's program
+// in its place on every port, one after the other: both give the same verdicts, for what is not
+// published counts in neither. Only then something new may be published.
+//
+//   directory/            locked by the daemon that uses it
+//     links/              see port_hooks.h
+//     edition-1/          one map each, and "program"
+//     edition-2/          only while 2 takes the place of 1
+//
+// An edition counts when its config says `complete`. A process that finds several, as another one
+// died, goes on with the latest that is complete and lets the others go. Maps of another layout,
+// or damaged ones, are left in force ("foreign") until new content replaces them whole.
+#ifndef HOST_FILTER_MGR_EBPF_STORE_H_
+#define HOST_FILTER_MGR_EBPF_STORE_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/classifier/memory.h"
+#include "host/filter_mgr/ebpf/maps.h"
+#include "host/filter_mgr/ebpf/pins.h"
+
+namespace host {
+
+class FilterStore final : public classifier::Memory {
+ public:
+  // Opens the directory, locks it, and takes over what is in there. Null, with a reason for people
+  // in `reason`, when that cannot be.
+  static std::unique_ptr<FilterStore> Open(const std::string& directory, std::string* reason);
+
+  // What Open() has found.
+  enum class Found { kNothing, kOurs, kForeign };
+  Found found() const { return found_; }
+  // Lets go of what was found to be damaged: it stays in force, and work begins with empty maps.
+  bool StartOver(std::string* reason);
+
+  // For the classifier. The arrays that it does not know grow by the same rules.
+  bool Grow(cls_array array, uint32_t capacity) override { return GrowMap(array, capacity); }
+  void WaitForReaders() override;
+  bool GrowMap(size_t id, uint32_t capacity);
+  uint32_t Capacity(size_t id) const { return maps_[id]->capacity(); }
+
+  filter_config* config() const { return maps_[kMapConfig]->As<filter_config>(); }
+  filter_port* ports() const { return maps_[kMapPorts]->As<filter_port>(); }
+  filter_port_name* port_names() const { return maps_[kMapPortNames]->As<filter_port_name>(); }
+
+  // Makes the program for the maps as they are, if need be, and pins both. False, with the reason,
+  // when that is refused; what is in force then stays so.
+  bool Complete(std::string* reason);
+  // The program to attach; -1 before the first Complete().
+  int program() const { return program_.get(); }
+  // Whether the maps are not yet those of program(): Complete() has to come before publishing.
+  bool incomplete() const { return incomplete_; }
+  // To be called once program() is the one on all ports: counts what the edition before it has
+  // counted, and removes that.
+  void Settle();
+
+  // What the slot has counted, on all processors.
+  filter_counter Count(uint32_t slot) const;
+  // Sets a counter to zero. No entry that has it may be in force.
+  void ResetCount(uint32_t slot);
+  // Counters per slice.
+  uint32_t counter_slots() const { return config()->counter_slice; }
+  bool GrowCounters(uint32_t slots);
+
+  const PinDirectory& links() const { return *links_; }
+  // Bytes of all maps.
+  size_t bytes() const;
+
+ private:
+  FilterStore() = default;
+  bool Fresh(std::string* reason);
+  int TakeEdition(const std::string& name);
+  bool BeginEdition();
+  void SetConfig();
+  void ShowAreas();
+  void RemoveOthers();
+
+  std::unique_ptr<PinDirectory> root_, links_;
+  FilterMaps maps_;
+  Descriptor program_;
+  uint64_t edition_ = 0;  // number of the one in force, 0 before there is one
+  bool incomplete_ = true;
+  bool separate_ = true;    // whether the maps are others than those of `program_`
+  bool unsettled_ = false;  // whether other editions are to be removed
+  std::shared_ptr<FilterMap> counters_before_;  // of the edition that is being replaced
+  uint32_t slice_before_ = 0;
+  uint32_t cpus_ = 1;
+  Found found_ = Found::kNothing;
+};
+
+// Removes everything in the directory, the directory itself, and nothing else. 0 or a negative
+// errno: -EWOULDBLOCK when a daemon uses it.
+int RemoveStore(const std::string& directory);
+
+}  // namespace host
+
+#endif  // HOST_FILTER_MGR_EBPF_STORE_H_

@@ -1,0 +1,128 @@
+// The maps and the program as the kernel keeps them: made, taken over, grown, replaced.
+#include <gtest/gtest.h>
+#include <sched.h>
+
+#include "host/filter_mgr/ebpf/port_hooks.h"
+#include "host/filter_mgr/ebpf/store.h"
+#include "tests/packets/ebpf/bpf_lab.h"
+#include "tests/packets/frames.h"
+
+namespace host {
+namespace {
+
+constexpr int kLoopback = 1;
+
+class StoreTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string why_not;
+    directory_ = PrivateBpfFs(&why_not);
+    if (directory_.empty()) GTEST_SKIP() << why_not;
+    ASSERT_EQ(0, unshare(CLONE_NEWNET));
+    directory_ += "/acl-app";
+    Open();
+  }
+
+  void Open() {
+    store_.reset();
+    std::string reason;
+    store_ = FilterStore::Open(directory_, &reason);
+    ASSERT_NE(nullptr, store_) << reason;
+  }
+
+  void Complete() {
+    std::string reason;
+    ASSERT_TRUE(store_->Complete(&reason)) << reason;
+  }
+
+  // Makes loopback a port without entries.
+  void AddLoopback() {
+    store_->ports()[kLoopback] = {kLoopback, 0};
+    store_->control()->layout = CLS_LAYOUT_VERSION;
+    store_->control()->generation = 1;
+  }
+
+  size_t editions() const {
+    int error = 0;
+    return PinDirectory::Make(directory_, &error)->Directories().size() - 1;  // "links" aside
+  }
+
+  std::string directory_;
+  std::unique_ptr<FilterStore> store_;
+};
+
+TEST_F(StoreTest, WithoutEntriesEveryFrameOfAPortPasses) {
+  AddLoopback();
+  Complete();
+  for (const Frame& frame : AllFrames()) {
+    const Outcome outcome = RunProgram(store_->program(), kLoopback, frame);
+    EXPECT_TRUE(outcome.passed);
+    EXPECT_EQ(frame, outcome.frame);
+  }
+  store_->ports()[kLoopback] = {};
+  EXPECT_FALSE(RunProgram(store_->program(), kLoopback, AllFrames()[0]).passed);
+  EXPECT_EQ(1u, store_->config()->unknown_interface);
+}
+
+TEST_F(StoreTest, IsTakenOverAsItIs) {
+  EXPECT_EQ(FilterStore::Found::kNothing, store_->found());
+  std::string reason;
+  EXPECT_EQ(nullptr, FilterStore::Open(directory_, &reason)) << "locked";
+  AddLoopback();
+  Complete();
+  store_->port_names()[3] = {"eth0"};
+  const uint32_t program = ProgramId(store_->program());
+  Open();
+  EXPECT_EQ(FilterStore::Found::kOurs, store_->found());
+  EXPECT_FALSE(store_->incomplete());
+  EXPECT_EQ(program, ProgramId(store_->program()));
+  EXPECT_STREQ("eth0", store_->port_names()[3].name);
+  // Of another build: the same maps, a new program.
+  store_->config()->program ^= 1;
+  Open();
+  EXPECT_EQ(FilterStore::Found::kOurs, store_->found());
+  Complete();
+  EXPECT_NE(program, ProgramId(store_->program()));
+  EXPECT_STREQ("eth0", store_->port_names()[3].name);
+  // Of another layout: left alone until the new one is complete and settled.
+  store_->config()->layout ^= 1;
+  Open();
+  EXPECT_EQ(FilterStore::Found::kForeign, store_->found());
+  EXPECT_EQ(1u, editions());
+  Complete();
+  EXPECT_EQ(2u, editions());
+  store_->Settle();
+  EXPECT_EQ(1u, editions());
+  store_.reset();
+  EXPECT_EQ(0, RemoveStore(directory_));
+}
+
+TEST_F(StoreTest, GrowsInAnotherEditionAndKeepsCounts) {
+  AddLoopback();
+  Complete();
+  const auto first = static_cast<uint32_t>(ProgramId(store_->program()));
+  auto* entry = store_->At<cls_entry>(CLS_ENTRIES, 5);
+  ASSERT_NE(nullptr, entry);
+  entry->counter = 77;
+  const uint32_t entries = store_->Capacity(CLS_ENTRIES);
+  ASSERT_TRUE(store_->Grow(CLS_ENTRIES, entries + 1));
+  EXPECT_TRUE(store_->incomplete());
+  EXPECT_LT(entries, store_->capacity(CLS_ENTRIES));
+  EXPECT_NE(entry, store_->At<cls_entry>(CLS_ENTRIES, 5));
+  EXPECT_EQ(77u, store_->At<cls_entry>(CLS_ENTRIES, 5)->counter);
+  // What is written now is not for the program in force.
+  store_->ports()[kLoopback] = {};
+  EXPECT_TRUE(RunProgram(store_->program(), kLoopback, AllFrames()[0]).passed);
+  EXPECT_EQ(first, ProgramId(store_->program()));
+  ASSERT_TRUE(store_->GrowCounters(store_->counter_slots() + 1));
+  Complete();
+  EXPECT_FALSE(RunProgram(store_->program(), kLoopback, AllFrames()[0]).passed);
+  EXPECT_EQ(2u, editions());
+  store_->Settle();
+  EXPECT_EQ(1u, editions());
+  Open();
+  EXPECT_EQ(77u, store_->At<cls_entry>(CLS_ENTRIES, 5)->counter);
+}
+
+}  // namespace
+}  // namespace host
