@@ -12,6 +12,9 @@
 
 namespace host {
 
+// The namespace of opaque nodes that have none: libyang cannot do without.
+inline constexpr char kNoNamespace[] = "urn:acl-app:no-namespace";
+
 // Looks at the edit alone: unknown nodes, bad values, missing keys, state, nodes given twice, two
 // cases of one choice. Returns all that is wrong.
 DatastoreErrors CheckEdit(const ly_ctx* context, const lyd_node* edit);

@@ -157,9 +157,11 @@ class EditChecker {
                               : ly_ctx_get_module_implemented(context_, ns)) != nullptr;
     if (node->schema == nullptr && !known) {
       DatastoreError error = Fault("unknown-namespace", node, "");
-      error.bad_namespace = ns != nullptr ? ns : "";
-      error.message =
-          error.bad_element + " is in the unknown namespace \"" + error.bad_namespace + "\"";
+      const bool none = ns == nullptr || strcmp(ns, kNoNamespace) == 0;
+      error.bad_namespace = none ? "" : ns;
+      error.message = error.bad_element +
+                      (none ? " has no namespace"
+                            : " is in the unknown namespace \"" + error.bad_namespace + "\"");
       errors_.push_back(std::move(error));
       return;
     }

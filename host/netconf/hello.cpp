@@ -77,8 +77,8 @@ bool PeerHello::Has(const std::string& capability) const {
   return std::find(capabilities.begin(), capabilities.end(), capability) != capabilities.end();
 }
 
-bool ParseHello(const std::string& message, const GenericXml& xml, PeerHello* hello,
-                std::string* error) {
+bool ParseHello(std::string message, const GenericXml& xml, PeerHello* hello, std::string* error) {
+  DropByteOrderMark(&message);
   constexpr int kMaxDepth = 8;
   if (ScanXml(message, kMaxDepth).fault != XmlOutline::Fault::kNone) {
     *error = "the hello is not well-formed";

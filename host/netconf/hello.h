@@ -33,8 +33,7 @@ struct PeerHello {
 };
 
 // Reads a peer's hello. False with the reason in `error` when it is none.
-bool ParseHello(const std::string& message, const GenericXml& xml, PeerHello* hello,
-                std::string* error);
+bool ParseHello(std::string message, const GenericXml& xml, PeerHello* hello, std::string* error);
 
 }  // namespace host
 

@@ -151,7 +151,9 @@ RpcError BadAttribute(const std::string& attribute, const std::string& element,
 }
 
 RpcError UnknownNamespace(const std::string& element, const std::string& name_space) {
-  return Protocol("unknown-namespace", "the namespace \"" + name_space + "\" is not known here",
+  return Protocol("unknown-namespace",
+                  name_space.empty() ? "<" + element + "> has no namespace"
+                                     : "the namespace \"" + name_space + "\" is not known here",
                   Element("bad-element", element) + Element("bad-namespace", name_space));
 }
 

@@ -16,6 +16,13 @@ RpcError OfRpcLayer(RpcError error) {
   return error;
 }
 
+// RFC 6241 Appendix B calls the element that stands for all operations so.
+RpcError NoOperation() {
+  RpcError error = MissingElement("rpcOperation");
+  error.message = "<rpc> holds no operation";
+  return error;
+}
+
 std::string BadElementInfo(const std::string& element) { return BadElement(element, "").info; }
 
 std::string TakeLibyangReason(const ly_ctx* context) {
@@ -83,6 +90,11 @@ void CheckFilter(const lyd_node* operation, RpcErrors* errors) {
   }
 }
 
+std::string WithoutMark(std::string text) {
+  DropByteOrderMark(&text);
+  return text;
+}
+
 // What a message with a fault, which must not be kNone, is refused with.
 RpcError OfFault(XmlOutline::Fault fault, int max_depth) {
   const auto too_big = [](const std::string& what, size_t limit) {
@@ -139,9 +151,14 @@ const lyd_node* FindSurplus(const lyd_node* first, bool one_only) {
 RpcMessage::RpcMessage(std::string text, bool cut, int max_depth, size_t max_elements,
                        const ly_ctx* context, const GenericXml& xml)
     : context_(context),
-      text_(NameEmptyNamespaces(std::move(text))),
+      text_(NameEmptyNamespaces(WithoutMark(std::move(text)))),
       xml_(xml),
       outline_(ScanXml(text_, max_depth)) {
+  if (outline_.namespaces_missing && outline_.fault == XmlOutline::Fault::kNone && !cut &&
+      outline_.elements <= max_elements) {
+    text_ = CompleteNamespaces(std::move(text_));
+    outline_ = ScanXml(text_, max_depth);
+  }
   std::string reason;
   if (!outline_.root.empty()) {
     const std::string root =
@@ -239,7 +256,7 @@ RpcErrors RpcMessage::FindSchema() {
     return {OfRpcLayer(UnknownNamespace("rpc", std::string(XmlNamespace(generic_.get()))))};
   }
   const lyd_node* operation = lyd_child(generic_.get());
-  if (operation == nullptr) return {OfRpcLayer(MissingElement("an operation"))};
+  if (operation == nullptr) return {OfRpcLayer(NoOperation())};
   if (operation->next != nullptr) {
     return {OfRpcLayer(UnknownElement(std::string(XmlName(operation->next))))};
   }

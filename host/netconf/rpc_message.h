@@ -54,7 +54,7 @@ class RpcMessage {
   std::string Prefix() const;
 
   const ly_ctx* const context_;
-  const std::string text_;
+  std::string text_;
   const GenericXml& xml_;
   XmlOutline outline_;       // points into text_
   bool root_valid_ = false;  // the root's name and attributes are well-formed

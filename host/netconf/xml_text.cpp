@@ -67,6 +67,9 @@ void ReadRoot(std::string_view tag, XmlOutline* outline) {
 }
 
 std::string_view LocalName(std::string_view name) { return name.substr(name.find(':') + 1); }
+std::string_view PrefixOf(std::string_view name) {
+  return name.substr(0, name.find(':') == std::string_view::npos ? 0 : name.find(':'));
+}
 
 struct Attribute {
   std::string_view prefix, name, value;  // the value as written
@@ -87,8 +90,7 @@ bool TakeAttribute(std::string_view* rest, Attribute* attribute) {
   if (end == std::string_view::npos) return false;
   const size_t name_end = rest->find_last_not_of(kBlanks, equals - 1) + 1;
   const std::string_view name = rest->substr(start, name_end - start);
-  const size_t colon = std::min(name.find(':'), name.size());
-  attribute->prefix = colon == name.size() ? "" : name.substr(0, colon);
+  attribute->prefix = PrefixOf(name);
   attribute->name = LocalName(name);
   attribute->value = rest->substr(value + 1, end - value - 1);
   attribute->declares = name == "xmlns" || attribute->prefix == "xmlns";
@@ -110,11 +112,16 @@ class TagScan {
     const bool counts = depth == kParameterDepth || depth == kParameterDepth - 1 || in_filter_;
     if (counts && ++parameters_ > kMaxParameterElements) return Fault::kTooManyParameters;
     if (depth == kParameterDepth) in_filter_ = LocalName(tag.substr(0, name_end)) == "filter";
-    if (name_end == tag.size()) return Fault::kNone;
-    return ReadAttributes(tag.substr(name_end), depth);
+    if (name_end != tag.size()) {
+      const Fault fault = ReadAttributes(tag.substr(name_end), depth);
+      if (fault != Fault::kNone) return fault;
+    }
+    namespaces_missing_ |= FindDeclaration(PrefixOf(tag.substr(0, name_end))) == nullptr;
+    return Fault::kNone;
   }
 
   bool foreign_attributes() const { return foreign_attributes_; }
+  bool namespaces_missing() const { return namespaces_missing_; }
 
  private:
   static constexpr int kParameterDepth = 2;  // <rpc>, operation, parameter
@@ -140,24 +147,144 @@ class TagScan {
     if (declared_.size() > kMaxDeclarationsInScope) return Fault::kTooManyAttributes;
     if (count == declarations || depth <= kParameterDepth || in_filter_) return Fault::kNone;
     for (std::string_view rest = attributes; TakeAttribute(&rest, &attribute);) {
-      foreign_attributes_ |= !attribute.declares && !IsEditOperation(attribute);
+      if (attribute.declares || IsEditOperation(attribute)) continue;
+      foreign_attributes_ = true;
+      namespaces_missing_ |= attribute.name == "operation" && attribute.prefix.empty();
     }
     return Fault::kNone;
   }
 
   bool IsEditOperation(const Attribute& attribute) const {
     if (attribute.name != "operation" || attribute.prefix.empty()) return false;
+    const Declaration* declared = FindDeclaration(attribute.prefix);
+    return declared != nullptr && declared->is_netconf;
+  }
+
+  // The declaration of a prefix ("": of the default namespace) that counts here, or null.
+  const Declaration* FindDeclaration(std::string_view prefix) const {
     for (auto declared = declared_.rbegin(); declared != declared_.rend(); ++declared) {
-      if (declared->prefix == attribute.prefix) return declared->is_netconf;
+      if (declared->prefix == prefix) return &*declared;
     }
-    return false;
+    return nullptr;
   }
 
   std::vector<Declaration> declared_;  // by the elements around, the outermost first
   size_t parameters_ = 0;
   bool in_filter_ = false;
   bool foreign_attributes_ = false;
+  bool namespaces_missing_ = false;
 };
+
+// Puts declarations of namespaces into start tags where they are missing.
+class NamespaceWriter {
+ public:
+  explicit NamespaceWriter(std::string_view text) : text_(text) {}
+
+  // `tag` is a start tag within the text, without its brackets, of an element below `depth` others.
+  void Open(std::string_view tag, int depth) {
+    while (!scope_.empty() && scope_.back().depth >= depth) scope_.pop_back();
+    if (depth <= data_depth_) data_depth_ = 0;
+    const size_t name_end = std::min(tag.find_first_of(" \t\r\n/"), tag.size());
+    const std::string_view name = tag.substr(0, name_end), prefix = PrefixOf(name);
+    const bool in_data = data_depth_ != 0;
+    Attribute attribute;
+    for (std::string_view rest = tag.substr(name_end); TakeAttribute(&rest, &attribute);) {
+      if (attribute.declares) scope_.push_back({attribute.name, depth, Kind::kGiven});
+    }
+    const Kind kind = Find(prefix);
+    // What is inside <config> and <filter> is not NETCONF's, and inherits no default of ours.
+    const Kind wanted = in_data || depth == 0 || !prefix.empty() ? Kind::kNone : Kind::kNetconf;
+    if (kind != Kind::kGiven && kind != wanted) {
+      const std::string colon = prefix.empty() ? "" : ":";
+      Insert(tag.data() + name_end, " xmlns" + colon + std::string(prefix) + "=\"" +
+                                        (wanted == Kind::kNone ? kNoNamespace : kNetconfNamespace) +
+                                        "\"");
+      scope_.push_back({prefix, depth, wanted});
+      ++declared_;
+    }
+    if (!in_data && depth > 1 && (LocalName(name) == "config" || LocalName(name) == "filter")) {
+      data_depth_ = depth;
+      is_config_ = LocalName(name) == "config";
+      if (is_config_)
+        Insert(tag.data() + name_end,
+               std::string(" xmlns:") + kOwnPrefix + "=\"" + kNetconfNamespace + "\"");
+    }
+    if (!in_data || !is_config_) return;
+    for (std::string_view rest = tag.substr(name_end); TakeAttribute(&rest, &attribute);) {
+      if (attribute.declares || !attribute.prefix.empty() || attribute.name != "operation")
+        continue;
+      Insert(attribute.name.data(), std::string(kOwnPrefix) + ":");
+    }
+  }
+
+  // The text as it is to be; empty when that would be too much.
+  std::string Take() {
+    if (declared_ > kMaxParameterElements) return "";
+    return result_.append(text_.substr(copied_));
+  }
+
+ private:
+  static constexpr const char* kOwnPrefix = "acl-app-netconf";
+
+  enum class Kind { kUnknown, kGiven, kNone, kNetconf };
+  struct Scope {
+    std::string_view prefix;
+    int depth;
+    Kind kind;
+  };
+
+  Kind Find(std::string_view prefix) const {
+    for (auto scope = scope_.rbegin(); scope != scope_.rend(); ++scope) {
+      if (scope->prefix == prefix) return scope->kind;
+    }
+    return Kind::kUnknown;
+  }
+
+  void Insert(const char* at, const std::string& what) {
+    if (declared_ > kMaxParameterElements) return;
+    const size_t position = at - text_.data();
+    result_.append(text_.substr(copied_, position - copied_)).append(what);
+    copied_ = position;
+  }
+
+  const std::string_view text_;
+  std::vector<Scope> scope_;  // declarations, by the elements around, the outermost first
+  int data_depth_ = 0;        // of the <config> or <filter> around, 0: none
+  bool is_config_ = false;
+  size_t declared_ = 0;
+  std::string result_;
+  size_t copied_ = 0;
+};
+
+// Calls `open` with each start tag of `message`, without its brackets, and its depth. False when
+// the message is malformed.
+template <class Open>
+XmlOutline::Fault ForEachStartTag(std::string_view message, const Open& open) {
+  using Fault = XmlOutline::Fault;
+  int depth = 0;
+  bool any = false;
+  for (size_t pos = message.find('<'); pos != std::string_view::npos;
+       pos = message.find('<', pos)) {
+    if (const size_t behind = SkipOther(message, pos); behind != 0) {
+      if (behind == std::string_view::npos) return Fault::kMalformed;
+      pos = behind;
+      continue;
+    }
+    ++pos;
+    const size_t end = FindTagEnd(message, pos);
+    if (end == std::string_view::npos || end == pos) return Fault::kMalformed;
+    if (message[pos] == '/') {
+      if (--depth < 0) return Fault::kMalformed;
+    } else {
+      any = true;
+      const Fault fault = open(message.substr(pos, end - pos), depth);
+      if (fault != Fault::kNone) return fault;
+      if (message[end - 1] != '/') ++depth;
+    }
+    pos = end + 1;
+  }
+  return depth != 0 || !any ? Fault::kMalformed : Fault::kNone;
+}
 
 }  // namespace
 
@@ -205,43 +332,40 @@ std::string NameEmptyNamespaces(std::string xml) {
   return copied == 0 ? xml : named.append(xml, copied);
 }
 
+std::string CompleteNamespaces(std::string xml) {
+  NamespaceWriter writer(xml);
+  ForEachStartTag(xml, [&writer](std::string_view tag, int depth) {
+    writer.Open(tag, depth);
+    return XmlOutline::Fault::kNone;
+  });
+  std::string completed = writer.Take();
+  return completed.empty() ? xml : completed;
+}
+
+void DropByteOrderMark(std::string* xml) {
+  constexpr std::string_view kMark = "\xef\xbb\xbf";
+  if (xml->compare(0, kMark.size(), kMark) == 0) xml->erase(0, kMark.size());
+}
+
 XmlOutline ScanXml(std::string_view message, int max_depth) {
   using Fault = XmlOutline::Fault;
   XmlOutline outline;
-  const auto fail = [&outline](Fault fault) {
-    outline.fault = fault;
-    return outline;
-  };
-  if (message.find('\0') != std::string_view::npos) return fail(Fault::kMalformed);
+  outline.fault = Fault::kMalformed;
+  if (message.find('\0') != std::string_view::npos) return outline;
   TagScan tags;
-  int depth = 0;
   bool too_deep = false;
-  for (size_t pos = message.find('<'); pos != std::string_view::npos;
-       pos = message.find('<', pos)) {
-    if (const size_t behind = SkipOther(message, pos); behind != 0) {
-      if (behind == std::string_view::npos) return fail(Fault::kMalformed);
-      pos = behind;
-      continue;
-    }
-    ++pos;
-    const size_t end = FindTagEnd(message, pos);
-    if (end == std::string_view::npos || end == pos) return fail(Fault::kMalformed);
-    if (message[pos] == '/') {
-      if (--depth < 0) return fail(Fault::kMalformed);
-    } else {
-      const std::string_view tag = message.substr(pos, end - pos);
-      ++outline.elements;
-      const Fault fault = too_deep ? Fault::kNone : tags.Open(tag, depth);
-      if (fault != Fault::kNone) return fail(fault);
-      if (outline.root.empty()) ReadRoot(tag, &outline);
-      if (message[end - 1] != '/') ++depth;
-      too_deep |= depth > max_depth;
-    }
-    pos = end + 1;
-  }
-  if (depth != 0 || outline.root.empty()) return fail(Fault::kMalformed);
+  outline.fault = ForEachStartTag(message, [&](std::string_view tag, int depth) {
+    ++outline.elements;
+    const Fault fault = too_deep ? Fault::kNone : tags.Open(tag, depth);
+    if (fault != Fault::kNone) return fault;
+    if (outline.root.empty()) ReadRoot(tag, &outline);
+    too_deep |= tag.back() != '/' && depth >= max_depth;
+    return Fault::kNone;
+  });
   outline.foreign_attributes = tags.foreign_attributes();
-  return too_deep ? fail(Fault::kTooDeep) : outline;
+  outline.namespaces_missing = tags.namespaces_missing();
+  if (outline.fault == Fault::kNone && too_deep) outline.fault = Fault::kTooDeep;
+  return outline;
 }
 
 }  // namespace host

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "host/cdb/edit.h"
+
 namespace host {
 
 inline constexpr char kNetconfNamespace[] = "urn:ietf:params:xml:ns:netconf:base:1.0";
@@ -13,13 +15,20 @@ inline constexpr char kNetconfNamespace[] = "urn:ietf:params:xml:ns:netconf:base
 // XML cannot hold, become '?'.
 std::string XmlEscape(std::string_view text);
 
-// Stands for "no namespace" in what is parsed, see NameEmptyNamespaces().
-inline constexpr char kNoNamespace[] = "urn:acl-app:no-namespace";
-
 // `xml` with kNoNamespace in place of every empty default namespace (xmlns=""). libyang 2.1.30
 // reads through a null pointer when it compares an element without namespace with a sibling of its
 // name.
 std::string NameEmptyNamespaces(std::string xml);
+
+// `xml`, a message whose outline says that namespaces are missing, with what there is no doubt
+// about: operations and their parameters without a namespace are NETCONF's (some clients send
+// <config> so), and so is an attribute operation="..." on a node of <config>. All else that has
+// none, such as an element with a prefix that is not declared, gets kNoNamespace, so that it can be
+// parsed and then be refused by its name. Where that is too much, `xml` as it is.
+std::string CompleteNamespaces(std::string xml);
+
+// Takes a byte order mark (UTF-8) off the front.
+void DropByteOrderMark(std::string* xml);
 
 // What the parser behind the scan takes quadratic time for is bounded.
 inline constexpr size_t kMaxAttributes = 64;            // of one element, declarations included
@@ -44,6 +53,8 @@ struct XmlOutline {
   // Some element that may be data of an edit has an attribute that may be another than NETCONF's
   // operation. Never false when one has; such attributes pass the parser without a trace.
   bool foreign_attributes = false;
+  // An element, or an attribute that may be an edit operation, has no namespace.
+  bool namespaces_missing = false;
 };
 
 // Scans `message` without building anything, so that the recursive parser behind it is safe from

@@ -66,6 +66,36 @@ TEST_F(SessionTest, ReplyCarriesWhatTheRpcElementHad) {
   EXPECT_EQ(client.Receive(), "CLOSED");
 }
 
+// Some clients leave namespaces out where there is no doubt; some begin with a byte order mark.
+TEST_F(SessionTest, NamespacesMayBeLeftOutWhereThereIsNoDoubt) {
+  Start();
+  TestClient client(server_options_.socket_path);
+  client.Open(std::string("\xef\xbb\xbf") + kHello11);
+  const auto rpc = [&client](const std::string& operation) {
+    client.SendMessage(
+        "\xef\xbb\xbf<nc:rpc xmlns:nc='urn:ietf:params:xml:ns:netconf:base:1.0' message-id='1'>" +
+        operation + "</nc:rpc>");
+    return client.Receive();
+  };
+  const std::string start = "<nc:edit-config><nc:target><nc:running/></nc:target><config>",
+                    list = "<config xmlns='urn:acl-app:acl'><access-list>",
+                    end = "</access-list></config></config></nc:edit-config>";
+  const auto interface = [](const std::string& name, const std::string& attribute = "") {
+    return "<interface" + attribute + "><interface-name>" + name + "</interface-name></interface>";
+  };
+  EXPECT_THAT(rpc(start + list + interface("e0") + interface("e1") + end), HasSubstr("<ok xmlns="));
+  EXPECT_THAT(rpc(start + list + interface("e0", " operation='remove'") +
+                  interface("e1", " operation=\"create\"") + end),
+              AllOf(HasSubstr("<error-tag>data-exists<"), HasSubstr("interface-name='e1'")));
+  EXPECT_THAT(rpc(start + list + interface("e0", " operation='remove'") + end), HasSubstr("<ok "));
+  for (const char* get : {"<get-config><source><running/></source></get-config>",
+                          "<nc:get><filter type='subtree'><config/></filter></nc:get>"}) {
+    EXPECT_THAT(rpc(get),
+                AllOf(HasSubstr(">e1<"), Not(HasSubstr(">e0<")), Not(HasSubstr("status"))))
+        << get;
+  }
+}
+
 TEST_F(SessionTest, EditsShowInGetConfig) {
   Start();
   TestClient client(server_options_.socket_path);
@@ -147,7 +177,23 @@ const ErrorCase kErrors[] = {
     {"RpcOfOtherNamespace",
      "<rpc xmlns='urn:x' message-id='1'><get/></rpc>",
      {"<error-tag>unknown-namespace<", "<bad-namespace>urn:x<"}},
-    {"NoOperation", Rpc(""), {"<error-tag>missing-element<", "message-id='1'"}},
+    {"NoOperation",
+     Rpc(""),
+     {"<error-type>rpc<", "<error-tag>missing-element<", "<bad-element>rpcOperation<",
+      "message-id='1'"}},
+    {"RpcWithoutNamespace",
+     "<rpc message-id='1'><get/></rpc>",
+     {"<error-tag>unknown-namespace<", "<bad-element>rpc<", "has no namespace"}},
+    {"OperationOfAPrefixThatIsNone",
+     Rpc("<x:get/>"),
+     {"<error-tag>operation-not-supported<", "no operation &quot;get&quot;"}},
+    {"ParameterOfAPrefixThatIsNone",
+     Rpc("<get-config><source><running/></source><x:filter/></get-config>"),
+     {"<error-tag>unknown-namespace<", "<bad-element>filter<"}},
+    {"DataWithoutNamespace",
+     "<n:rpc xmlns:n='urn:ietf:params:xml:ns:netconf:base:1.0' message-id='1'><edit-config><target>"
+     "<running/></target><config><top><x/></top></config></edit-config></n:rpc>",
+     {"<error-tag>unknown-namespace<", "<bad-element>top<", "top has no namespace"}},
     {"TwoOperations", Rpc("<get/><lock/>"), {"<error-tag>unknown-element<", "<bad-element>lock<"}},
     {"UnknownOperation", Rpc("<frob/>"), {"<error-tag>operation-not-supported<"}},
     {"OperationOfUnknownNamespace",
@@ -186,9 +232,9 @@ const ErrorCase kErrors[] = {
     {"UnknownAttribute",
      Rpc(EditEntry("<vlan nc:foo='1'>5</vlan>")),
      {"<error-tag>unknown-attribute<", kEntryPath, "<bad-attribute>foo<", "<bad-element>vlan<"}},
-    {"OperationWithoutNamespace",
-     Rpc(EditEntry("<vlan operation='delete'>5</vlan>")),
-     {"<error-tag>unknown-attribute<", "<bad-attribute>operation<", "<bad-element>vlan<"}},
+    {"AttributeWithoutNamespace",
+     Rpc(EditEntry("<vlan operations='delete'>5</vlan>")),
+     {"<error-tag>unknown-attribute<", "<bad-attribute>operations<", "<bad-element>vlan<"}},
     {"OperationOfOtherNamespaceInASource",
      Rpc("<validate><source><config><config xmlns='urn:acl-app:acl'><access-list><interface "
          "xmlns:n='urn:ietf:params:xml:ns:netconf:base:1.1' n:operation='delete'><interface-name>"
@@ -268,7 +314,7 @@ TEST_P(ErrorTest, IsAnsweredAndChangesNothing) {
   client.SendMessage(GetParam().message);
   const std::string reply = client.Receive();
   EXPECT_THAT(reply, AllOf(HasSubstr("<rpc-error"), HasSubstr("<error-severity>error<"),
-                           HasSubstr("<error-message"), EndsWith("</rpc-reply>")));
+                           HasSubstr("<error-message"), EndsWith("rpc-reply>")));
   size_t errors = 0;
   for (size_t at = 0; (at = reply.find("<rpc-error ", at)) != std::string::npos; ++at) ++errors;
   EXPECT_LE(errors, kMaxErrors + 1);

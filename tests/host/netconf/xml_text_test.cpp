@@ -99,6 +99,32 @@ TEST(ScanXmlTest, NoticesForeignAttributes) {
   EXPECT_FALSE(ScanXml("<a><b><filter type='x'><c k='1'/></filter></b></a>", 8).foreign_attributes);
 }
 
+TEST(CompleteNamespacesTest, PutsThemWhereTheyAreMissing) {
+  const std::string base = std::string("=\"") + kNetconfNamespace + "\"";
+  const std::string none = std::string("=\"") + kNoNamespace + "\"";
+  const std::string rpc = "<n:rpc xmlns:n='u'>", own = " xmlns:acl-app-netconf" + base;
+  const std::pair<std::string, std::string> cases[] = {
+      {rpc + "<a k='1'><b/><n:c><d/></n:c></a></n:rpc>",
+       rpc + "<a xmlns" + base + " k='1'><b/><n:c><d/></n:c></a></n:rpc>"},
+      {rpc + "<n:a><filter><x/><y:z/></filter><b/></n:a></n:rpc>",
+       rpc + "<n:a><filter xmlns" + base + "><x xmlns" + none + "/><y:z xmlns:y" + none +
+           "/></filter><b xmlns" + base + "/></n:a></n:rpc>"},
+      {rpc + "<n:a><config ><c xmlns='v' operation='x'><d operation = \"y\"/></c></config></n:a>"
+             "</n:rpc>",
+       rpc + "<n:a><config xmlns" + base + own +
+           " ><c xmlns='v' acl-app-netconf:operation='x'><d acl-app-netconf:operation = \"y\"/>"
+           "</c></config></n:a></n:rpc>"},
+      {"<rpc><get/></rpc>", "<rpc xmlns" + none + "><get xmlns" + base + "/></rpc>"},
+  };
+  for (const auto& [xml, completed] : cases) {
+    EXPECT_TRUE(ScanXml(xml, 8).namespaces_missing) << xml;
+    EXPECT_EQ(CompleteNamespaces(xml), completed);
+    EXPECT_FALSE(ScanXml(completed, 8).namespaces_missing) << completed;
+  }
+  const std::string many = rpc + Repeat("<y:z/>", kMaxParameterElements + 1) + "</n:rpc>";
+  EXPECT_EQ(CompleteNamespaces(many), many);
+}
+
 TEST(XmlEscapeTest, LeavesNoMarkupAndNoControlCharacters) {
   EXPECT_EQ(XmlEscape("a<b>&\"c\" 100%\n\x01"), "a&lt;b&gt;&amp;&quot;c&quot; 100%\n?");
   EXPECT_EQ(XmlEscape("\u00e9\u20ac\U0001f600"), "\u00e9\u20ac\U0001f600");
