@@ -4,6 +4,7 @@
 #include <limits>
 #include <utility>
 
+#include "host/runtime/log_text.h"
 #include "host/runtime/middleware.h"
 
 namespace host {
@@ -20,8 +21,9 @@ void LogResult(const RpcMessage& message, const OperationResult& result,
     const RpcError& error = result.errors.front();
     Log(LogLevel::kWarning,
         "netconf: session %u (%s): %s refused with %zu error(s), first: %s %s: %s", session.id,
-        session.user.c_str(), name, result.errors.size(), error.tag.c_str(), error.path.c_str(),
-        error.message.c_str());
+        session.user.c_str(), name, result.errors.size(), error.tag.c_str(),
+        CutText(error.path, kMaxOutsideText).c_str(),
+        CutText(error.message, kMaxOutsideText).c_str());
   } else {
     Log(LogLevel::kInfo, "netconf: session %u (%s): %s %s", session.id, session.user.c_str(), name,
         result.note.empty() ? "done" : result.note.c_str());

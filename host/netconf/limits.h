@@ -12,6 +12,8 @@ struct NetconfLimits {
   size_t sessions = 512;
   // Of which those who may only read leave so many to the others.
   size_t reserved_sessions = 32;
+  // One user who may only read has so many, so that some leave room to the others.
+  size_t user_sessions = 64;
   // One message. A whole configuration of 65,536 entries in each group takes some 80 MB.
   size_t message_bytes = size_t{128} << 20;
   // The same for those who may only read.
@@ -26,6 +28,8 @@ struct NetconfLimits {
   size_t all_page_bytes = size_t{256} << 20;
   int depth = 64;  // nesting of elements
   // To the peer's hello; without a byte of a message that has begun; without reading from a reply.
+  // To the name of a peer's account; then its number has to do until the name is known.
+  std::chrono::milliseconds name_timeout{1000};
   std::chrono::seconds hello_timeout{30};
   std::chrono::seconds stall_timeout{60};
 };

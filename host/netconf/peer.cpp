@@ -1,11 +1,10 @@
 // Peer credentials: see peer.h.
 #include "host/netconf/peer.h"
 
-#include <grp.h>
-#include <pwd.h>
 #include <sys/socket.h>
 
-#include <array>
+#include <cerrno>
+#include <utility>
 
 namespace host {
 
@@ -16,21 +15,16 @@ std::optional<Peer> PeerOf(int fd) {
   Peer peer;
   peer.uid = credentials.uid;
   peer.pid = credentials.pid;
-  peer.user = "uid " + std::to_string(credentials.uid);
-  peer.groups = {credentials.gid};
-  passwd entry{};
-  passwd* found = nullptr;
-  std::array<char, 16384> buffer;
-  if (getpwuid_r(credentials.uid, &entry, buffer.data(), buffer.size(), &found) == 0 &&
-      found != nullptr) {
-    peer.user = found->pw_name;
-    int count = 256;
-    std::vector<gid_t> groups(count);
-    if (getgrouplist(found->pw_name, credentials.gid, groups.data(), &count) >= 0) {
-      groups.resize(count);
-      peer.groups = std::move(groups);
-    }
+  std::vector<gid_t> groups;
+  size = 0;
+  // Tells the size where there is too little room.
+  while (getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size) != 0) {
+    if (errno != ERANGE) return std::nullopt;
+    groups.resize(size / sizeof(gid_t));
   }
+  groups.resize(size / sizeof(gid_t));
+  groups.push_back(credentials.gid);
+  peer.groups = std::move(groups);
   return peer;
 }
 

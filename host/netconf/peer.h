@@ -5,7 +5,6 @@
 #include <sys/types.h>
 
 #include <optional>
-#include <string>
 #include <vector>
 
 namespace host {
@@ -13,12 +12,12 @@ namespace host {
 struct Peer {
   uid_t uid = 0;
   pid_t pid = 0;
-  std::string user;           // name of the account, "uid 1234" when it has none
-  std::vector<gid_t> groups;  // all groups of the account
+  std::vector<gid_t> groups;  // all groups of the process
 };
 
-// The peer of a connected UNIX socket, from the kernel (SO_PEERCRED, unix(7)); nullopt with errno
-// set when the kernel does not tell.
+// The peer of a connected UNIX socket, as it was when it connected, from the kernel alone
+// (SO_PEERCRED and SO_PEERGROUPS, unix(7)): no name service is asked. nullopt with errno set when
+// the kernel does not tell.
 std::optional<Peer> PeerOf(int fd);
 
 }  // namespace host

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -53,6 +54,13 @@ std::unique_ptr<NetconfServer> NetconfServer::Create(const NetconfServerOptions&
     }
     server->write_group_ = entry->gr_gid;
   }
+  server->user_names_ = UserNames::Create(
+      *server->loop_, options.user_name,
+      [server = server.get()](uid_t user, const std::string& name) {
+        server->OnUserName(user, name);
+      },
+      error);
+  if (server->user_names_ == nullptr) return nullptr;
   const int fd = ListenAt(options.socket_path, options.socket_mode, options.socket_group, error);
   if (fd < 0) return nullptr;
   server->listener_ = fd;
@@ -134,7 +142,10 @@ void NetconfServer::Accept() {
   const std::string why = WhyRefused(peer);
   if (!why.empty()) {
     Log(LogLevel::kWarning, "netconf: session of user %s refused: %s",
-        peer.has_value() ? peer->user.c_str() : "?", why.c_str());
+        peer.has_value()
+            ? user_names_->Find(peer->uid).value_or(UserNames::NumberAsName(peer->uid)).c_str()
+            : "?",
+        why.c_str());
     Refuse(fd, why);
     close(fd);
     return;
@@ -145,18 +156,32 @@ void NetconfServer::Accept() {
   if (next_id_ == 0) next_id_ = 1;
   const Session::Environment environment{*loop_,          dispatcher_, *xml_,   pacer_,
                                          options_.limits, usage_,      *pages_, counters_};
-  sessions_[id] =
-      std::make_unique<Session>(id, fd, std::move(*peer), may_write, capabilities_, environment,
-                                [this](uint32_t ended) { OnSessionEnd(ended); });
+  const std::optional<std::string> name = user_names_->Find(peer->uid);
+  std::unique_ptr<Session>& session = sessions_[id];
+  session = std::make_unique<Session>(id, fd, std::move(*peer), may_write, capabilities_,
+                                      environment, [this](uint32_t ended) { OnSessionEnd(ended); });
+  if (name.has_value()) session->Begin(*name);
+}
+
+void NetconfServer::OnUserName(uid_t user, const std::string& name) {
+  for (const auto& [id, session] : sessions_) {
+    if (session->user() == user) session->Begin(name);
+  }
 }
 
 // Why a peer gets no session; empty when it does.
 std::string NetconfServer::WhyRefused(const std::optional<Peer>& peer) const {
   if (!peer.has_value()) return "the kernel does not tell who it is";
   const NetconfLimits& limits = options_.limits;
-  const size_t reserved = MayWrite(*peer, write_group_) ? 0 : limits.reserved_sessions;
-  if (sessions_.size() + reserved < limits.sessions) return "";
-  return "too many sessions, " + std::to_string(sessions_.size()) + " are open";
+  const bool may_write = MayWrite(*peer, write_group_);
+  if (sessions_.size() + (may_write ? 0 : limits.reserved_sessions) >= limits.sessions) {
+    return "too many sessions, " + std::to_string(sessions_.size()) + " are open";
+  }
+  const auto own = std::count_if(sessions_.begin(), sessions_.end(), [&](const auto& entry) {
+    return entry.second->user() == peer->uid;
+  });
+  if (may_write || static_cast<size_t>(own) < limits.user_sessions) return "";
+  return "too many sessions of this user, " + std::to_string(own) + " are open";
 }
 
 void NetconfServer::BeforeCommit(const lyd_node* diff) {

@@ -24,6 +24,7 @@
 #include "host/netconf/pacer.h"
 #include "host/netconf/session.h"
 #include "host/netconf/tree_pages.h"
+#include "host/netconf/user_names.h"
 #include "host/runtime/event_loop.h"
 #include "host/runtime/state_providers.h"
 
@@ -35,6 +36,7 @@ struct NetconfServerOptions {
   std::string socket_group;  // empty: the process's own
   std::string write_group;   // see access.h; empty: none
   NetconfLimits limits;
+  UserNames::LookUp user_name;  // empty: the system's
 };
 
 class NetconfServer : private SessionControl, private CommitObserver {
@@ -69,6 +71,7 @@ class NetconfServer : private SessionControl, private CommitObserver {
   void WatchListener();
   void Accept();
   std::string WhyRefused(const std::optional<Peer>& peer) const;
+  void OnUserName(uid_t user, const std::string& name);
   void OnSessionEnd(uint32_t id);
 
   const NetconfServerOptions options_;
@@ -84,7 +87,8 @@ class NetconfServer : private SessionControl, private CommitObserver {
   Pacer pacer_;
   NetconfUsage usage_;
   ServerCounters counters_;
-  std::optional<gid_t> write_group_;
+  std::optional<gid_t> write_group_;  // looked up once, before anybody is served
+  std::unique_ptr<UserNames> user_names_;
   std::vector<StateProviders::Registration> shown_;
 
   int listener_ = -1;

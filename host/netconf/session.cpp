@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "host/netconf/hello.h"
+#include "host/netconf/user_names.h"
 #include "host/runtime/middleware.h"
 
 namespace host {
@@ -27,7 +28,7 @@ constexpr size_t kEnoughOutput = size_t{32} << 10;
 Session::Session(uint32_t id, int fd, Peer peer, bool may_write,
                  const std::vector<std::string>& capabilities, const Environment& environment,
                  std::function<void(uint32_t id)> on_end)
-    : info_{id, peer.user, may_write},
+    : info_{id, UserNames::NumberAsName(peer.uid), may_write},
       fd_(fd),
       peer_(std::move(peer)),
       env_(environment),
@@ -35,10 +36,19 @@ Session::Session(uint32_t id, int fd, Peer peer, bool may_write,
       decoder_(may_write ? environment.limits.message_bytes
                          : std::min(environment.limits.message_bytes,
                                     environment.limits.reader_message_bytes)) {
-  Log(LogLevel::kInfo, "netconf: session %u of user %s (uid %u, pid %d%s) begins", id,
-      peer_.user.c_str(), peer_.uid, peer_.pid, may_write ? "" : ", may only read");
-  // Written by the loop's next turn, so that on_end is never called from here.
+  // Written by the loop's next turn at the earliest, so that on_end is never called from here.
   Send(ServerHello(id, capabilities));
+  time_watch_ = env_.loop.After(env_.limits.name_timeout, [this] { Begin(info_.user); });
+  if (time_watch_ == nullptr) Begin(info_.user);
+}
+
+void Session::Begin(const std::string& user) {
+  if (phase_ == Phase::kEnded) return;
+  info_.user = user;
+  if (begun_) return;
+  begun_ = true;
+  Log(LogLevel::kInfo, "netconf: session %u of user %s (uid %u, pid %d%s) begins", info_.id,
+      user.c_str(), peer_.uid, peer_.pid, info_.may_write ? "" : ", may only read");
   WatchSocket();
   WatchTime();
 }

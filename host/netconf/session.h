@@ -47,7 +47,8 @@ class Session : private Pacer::Task {
     ServerCounters& counters;
   };
 
-  // Takes over `fd`. `on_end` is called once, when the session is over, and not from the
+  // Takes over `fd`. The session begins when the name of its user is known (Begin()), or
+  // when that takes too long. `on_end` is called once, when the session is over, and not from the
   // constructor; the session is then to be destroyed, though not within the call.
   Session(uint32_t id, int fd, Peer peer, bool may_write,
           const std::vector<std::string>& capabilities, const Environment& environment,
@@ -56,6 +57,10 @@ class Session : private Pacer::Task {
   Session& operator=(const Session&) = delete;
   ~Session() override;
 
+  // Begins the session, of a user of that name. Later it only changes the name.
+  void Begin(const std::string& user);
+
+  uid_t user() const { return peer_.uid; }
   SessionState State() const { return {info_.id, info_.user, login_, counters_}; }
   // Ends the session for the reason given, with what is unsent.
   void Abort(const std::string& reason);
@@ -92,6 +97,7 @@ class Session : private Pacer::Task {
   RpcCounters counters_;
 
   Phase phase_ = Phase::kHello;
+  bool begun_ = false;
   bool base_1_1_ = false;
   bool input_ended_ = false;
   FrameDecoder decoder_;

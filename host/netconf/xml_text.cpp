@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "host/runtime/utf8.h"
+
 namespace host {
 namespace {
 
@@ -39,20 +41,10 @@ size_t SkipOther(std::string_view text, size_t pos) {
 // Bytes of the character that `text`, which is not empty, starts with; 0 when it is no UTF-8 or no
 // character of XML 1.0 (section 2.2).
 size_t CharacterSize(std::string_view text) {
-  const auto byte = [text](size_t i) { return static_cast<unsigned char>(text[i]); };
-  if (byte(0) < 0x80)
-    return byte(0) >= 0x20 || kBlanks.find(text[0]) != std::string_view::npos ? 1 : 0;
-  const size_t size = byte(0) >= 0xf0 ? 4 : byte(0) >= 0xe0 ? 3 : 2;
-  if (byte(0) < 0xc2 || byte(0) > 0xf4 || text.size() < size) return 0;
-  char32_t code = byte(0) & (0xff >> (size + 1));
-  for (size_t i = 1; i < size; ++i) {
-    if ((byte(i) & 0xc0) != 0x80) return 0;
-    code = code << 6 | (byte(i) & 0x3f);
-  }
-  static constexpr char32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
-  const bool surrogate = code >= 0xd800 && code <= 0xdfff;
-  if (code < kSmallest[size] || code > 0x10ffff || surrogate || (code & ~1u) == 0xfffe) return 0;
-  return size;
+  char32_t code = 0;
+  const size_t size = ReadUtf8(text, &code);
+  if (code < 0x20 && kBlanks.find(text[0]) == std::string_view::npos) return 0;
+  return (code & ~1u) == 0xfffe ? 0 : size;
 }
 
 void ReadRoot(std::string_view tag, XmlOutline* outline) {

@@ -16,6 +16,7 @@
 
 #include "host/runtime/error_watch.h"
 #include "host/runtime/log_output.h"
+#include "host/runtime/log_text.h"
 
 namespace host {
 namespace {
@@ -78,23 +79,6 @@ spdlog::level::level_enum SpdlogLevel(LogLevel level) {
   return kLevels[static_cast<size_t>(level)];
 }
 
-bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
-
-std::string Escaped(const std::string& line) {
-  static constexpr const char* kDigits = "0123456789abcdef";
-  std::string result;
-  for (const char c : line) {
-    if (IsControl(c)) {
-      result += "\\x";
-      result += kDigits[static_cast<unsigned char>(c) >> 4];
-      result += kDigits[c & 0xf];
-    } else {
-      result += c;
-    }
-  }
-  return result;
-}
-
 }  // namespace
 
 bool OpenLog(const std::string& name, const std::string& target, const std::string& level,
@@ -119,13 +103,7 @@ void LogLine(LogLevel level, const std::string& line) {
   if (level >= LogLevel::kError && ErrorWatch::Current() != nullptr) {
     ErrorWatch::Current()->Add(line);
   }
-  for (const char c : line) {
-    if (IsControl(c)) {
-      Logger()->log(SpdlogLevel(level), spdlog::string_view_t(Escaped(line)));
-      return;
-    }
-  }
-  Logger()->log(SpdlogLevel(level), spdlog::string_view_t(line));
+  Logger()->log(SpdlogLevel(level), spdlog::string_view_t(LogText(line)));
 }
 
 void Log(LogLevel level, const char* format, ...) {

@@ -1,9 +1,10 @@
 // The process's one log: faults, the log service, trace lines and the platform's own lines all end
 // up in the same sink, the journal or stderr. Until OpenLog() it is stderr, at level "info".
 //
-// A line is written as it is, never used as a format; control characters in it are escaped, so that
-// nothing a peer sends can forge another line. Writing never waits: what finds no room is dropped,
-// counted, and told of by a later line (log_output.h).
+// A line is written as it is, never used as a format; it is cut where it is too long, and
+// characters that act on a terminal are escaped (log_text.h), so that nothing a peer sends can
+// forge another line or fill the disk. Writing never waits: what finds no room is dropped, counted,
+// and told of by a later line (log_output.h).
 #ifndef HOST_RUNTIME_LOG_H_
 #define HOST_RUNTIME_LOG_H_
 

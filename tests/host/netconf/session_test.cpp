@@ -1,8 +1,13 @@
 // Sessions over a real socket: the exchange, the operations and what hostile peers try.
 #include <gmock/gmock.h>
+#include <grp.h>
+#include <sys/syscall.h>
 
 #include <chrono>
 #include <fstream>
+#include <functional>
+#include <future>
+#include <thread>
 #include <vector>
 
 #include "tests/host/netconf/server_fixture.h"
@@ -496,6 +501,65 @@ TEST_F(SessionTest, SessionsAreCounted) {
     usleep(1000);
   }
   EXPECT_THAT(hello, StartsWith("<hello"));
+}
+
+// What runs as another user, in a group of his, on a thread that has given up being root.
+void AsOther(uid_t user, gid_t group, const std::function<void()>& run) {
+  std::thread([&] {
+    ASSERT_EQ(syscall(SYS_setgroups, 1, &group), 0);
+    ASSERT_EQ(syscall(SYS_setresuid, user, user, user), 0);
+    run();
+  }).join();
+}
+
+TEST_F(SessionTest, ReadersHaveSoManySessionsAndGroupsComeFromTheKernel) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can be somebody else";
+  constexpr gid_t kGroup = 3;  // sys, in Debian and elsewhere
+  server_options_.limits.user_sessions = 2;
+  server_options_.socket_mode = 0666;
+  server_options_.write_group = getgrgid(kGroup)->gr_name;
+  chmod(directory_.c_str(), 0755);
+  Start();
+  std::vector<std::unique_ptr<TestClient>> clients;
+  const auto hello = [&] {
+    clients.push_back(std::make_unique<TestClient>(server_options_.socket_path));
+    return clients.back()->Open();
+  };
+  AsOther(54321, 54321, [&] {
+    EXPECT_THAT(hello(), HasSubstr("<hello"));
+    EXPECT_THAT(hello(), HasSubstr("<hello"));
+    EXPECT_THAT(clients[0]->Rpc(EditInterface("e0")), HasSubstr("access-denied"));
+    EXPECT_THAT(hello(), HasSubstr("too many sessions of this user"));
+  });
+  AsOther(54322, 54321, [&] { EXPECT_THAT(hello(), HasSubstr("<hello")); });
+  AsOther(54323, kGroup, [&] {
+    for (int i = 0; i < 3; ++i) EXPECT_THAT(hello(), HasSubstr("<hello"));
+    EXPECT_THAT(clients.back()->Rpc(EditInterface("e0")), HasSubstr(kOk));
+  });
+}
+
+TEST_F(SessionTest, NobodyWaitsForASlowNameService) {
+  std::promise<void> answer;
+  std::shared_future<void> answered = answer.get_future();
+  server_options_.user_name = [answered](uid_t) {
+    answered.wait();
+    return std::string("somebody");
+  };
+  server_options_.limits.name_timeout = std::chrono::milliseconds(300);
+  Start();
+  const std::string sessions =
+      "<get><filter><netconf-state xmlns='urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring'>"
+      "<sessions/></netconf-state></filter></get>";
+  TestClient early(server_options_.socket_path);
+  EXPECT_THAT(early.Open(), HasSubstr("<hello")) << "after the time-out";
+  TestClient waiting(server_options_.socket_path);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_THAT(early.Rpc(sessions), HasSubstr("<username>uid "));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(250));
+  answer.set_value();
+  EXPECT_THAT(waiting.Open(), HasSubstr("<hello"));
+  EXPECT_THAT(early.Rpc(sessions),
+              AllOf(HasSubstr("<username>somebody<"), Not(HasSubstr("<username>uid"))));
 }
 
 TEST_F(SessionTest, SocketMustBeFreeAndItsPlaceThere) {

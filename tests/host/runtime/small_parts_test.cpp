@@ -1,10 +1,11 @@
-// The parts of the platform that are a function or two: interface ids, the registry of state
-// providers.
+// The parts of the platform that are a function or two: interface ids, what is logged of a text,
+// the registry of state providers.
 #include <gmock/gmock.h>
 
 #include <string>
 
 #include "host/limid/limid.h"
+#include "host/runtime/log_text.h"
 #include "host/runtime/state_providers.h"
 #include "platform/limid/limid.h"
 
@@ -33,6 +34,23 @@ TEST(LimidTest, EachNameKeepsItsOwnId) {
   EXPECT_EQ(77U, untouched);
   EXPECT_EQ("", InterfaceNameOf(0));
   EXPECT_EQ("", InterfaceNameOf(0xffffffff));
+}
+
+TEST(LogTextTest, CutsAndEscapesWhatCouldMislead) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"plain 100%", "plain 100%"},
+      {"a\nb\x1b[31m\x7f", "a\\x0ab\\x1b[31m\\x7f"},
+      {"\u00e9\u20ac\U0001f600", "\u00e9\u20ac\U0001f600"},
+      {"\u009b1m", "\\xc2\\x9b1m"},
+      {"\u202egnp.\u2066\u061c\u2028",
+       "\\xe2\\x80\\xaegnp.\\xe2\\x81\\xa6\\xd8\\x9c\\xe2\\x80\\xa8"},
+      {"\x9b|\xe2\x82", "\\x9b|\\xe2\\x82"},
+  };
+  for (const auto& [text, logged] : cases) EXPECT_EQ(LogText(text), logged);
+  const std::string start(kMaxLogLine - 1, 'x');
+  EXPECT_EQ(LogText(start + "y"), start + "y");
+  EXPECT_EQ(LogText(start + "\u00e9" + std::string(900000, 'z')),
+            start + "... (and 900002 octets)");
 }
 
 TEST(StateProvidersTest, RegistrationsEndWithTheirOwnersInAnyOrder) {
