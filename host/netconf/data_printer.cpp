@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "host/cdb/list_order.h"
 #include "host/netconf/xml_text.h"
 
 namespace host {
@@ -23,12 +24,12 @@ bool DataPrinter::Print(const ViewPart& part, std::string* xml) {
     case ViewPart::Kind::kEnd:
       End(xml);
       return true;
-    case ViewPart::Kind::kPage:
+    case ViewPart::Kind::kNodes:
       break;
   }
   if (part.page->lost()) return false;
-  for (const lyd_node* node : part.page->nodes()) {
-    if (!PrintNode(node, part.filter.get(), xml)) return false;
+  for (size_t at = part.first; at < part.first + part.count; ++at) {
+    if (!PrintNode(part.page->InOrder(at), part.filter.get(), xml)) return false;
   }
   return true;
 }
@@ -86,8 +87,10 @@ bool DataPrinter::PrintNode(const lyd_node* node, const SubtreeFilter::NodeRefs*
     part = SubtreeFilter::Select(*filter, node, &whole);
     if (part == nullptr && !whole) return true;
   }
+  const lyd_node* shown = part != nullptr ? part.get() : node;
+  const Tree ordered = InKeyOrder(shown);
   char* raw = nullptr;
-  if (lyd_print_mem(&raw, part != nullptr ? part.get() : node, LYD_XML,
+  if (lyd_print_mem(&raw, ordered != nullptr ? ordered.get() : shown, LYD_XML,
                     options_ | LYD_PRINT_SHRINK) != LY_SUCCESS) {
     return false;
   }

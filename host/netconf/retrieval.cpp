@@ -8,6 +8,7 @@
 #include <optional>
 #include <utility>
 
+#include "host/cdb/list_order.h"
 #include "host/cdb/operational_store.h"
 #include "host/netconf/data_printer.h"
 #include "host/netconf/generic_xml.h"
@@ -42,9 +43,11 @@ class ViewStream : public DataStream {
 
   Progress Next(std::string* xml) override {
     ViewPart part;
+    size_t nodes = 0;
     while (view_.has_value() && view_->Next(&part)) {
       if (!printer_.Print(part, xml)) return Progress::kFailed;
-      if (part.kind == ViewPart::Kind::kPage) return Progress::kMore;
+      nodes += part.count;
+      if (nodes >= memory_->page_nodes) return Progress::kMore;
     }
     view_.reset();
     if (with_state_ && NextState()) return Progress::kMore;
@@ -147,6 +150,8 @@ class XPathStream : public DataStream {
   }
 
   bool Print(const lyd_node* node) {
+    const Tree ordered = InKeyOrder(node);
+    if (ordered != nullptr) node = ordered.get();
     char* text = nullptr;
     if (lyd_print_mem(&text, node, LYD_XML, print_options_ | LYD_PRINT_SHRINK) != LY_SUCCESS) {
       return false;

@@ -3,7 +3,10 @@
 
 #include <algorithm>
 #include <new>
+#include <numeric>
 #include <utility>
+
+#include "host/cdb/list_order.h"
 
 namespace host {
 namespace {
@@ -27,7 +30,19 @@ void SetPage(const lyd_node* node, TreePage* page) { const_cast<lyd_node*>(node)
 TreePage::TreePage(Nodes nodes, std::shared_ptr<PageMemory> memory)
     : memory_(std::move(memory)), nodes_(std::move(nodes)) {
   for (const lyd_node* node : nodes_) SetPage(node, this);
-  bytes_ = nodes_.capacity() * sizeof(void*);
+  const auto before = [this](uint32_t a, uint32_t b) {
+    return CompareKeys(nodes_[a], nodes_[b]) < 0;
+  };
+  if (IsShownByKey(nodes_.front()->schema)) {
+    order_.resize(nodes_.size());
+    std::iota(order_.begin(), order_.end(), 0);
+    if (std::is_sorted(order_.begin(), order_.end(), before)) {
+      order_ = {};
+    } else {
+      std::sort(order_.begin(), order_.end(), before);
+    }
+  }
+  bytes_ = nodes_.capacity() * sizeof(void*) + order_.capacity() * sizeof(uint32_t);
   memory_->used += bytes_;
 }
 

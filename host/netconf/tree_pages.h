@@ -47,7 +47,8 @@ class TreePage : public std::enable_shared_from_this<TreePage> {
  public:
   using Nodes = std::vector<const lyd_node*>;
 
-  // The nodes have no page yet; they live until the page is detached or gone.
+  // The nodes, one at least, have no page yet, and are entries of one list or none that is shown by
+  // key; they live until the page is detached or gone.
   TreePage(Nodes nodes, std::shared_ptr<PageMemory> memory);
   TreePage(const TreePage&) = delete;
   TreePage& operator=(const TreePage&) = delete;
@@ -58,6 +59,8 @@ class TreePage : public std::enable_shared_from_this<TreePage> {
 
   // The nodes in their order; detached ones have no parent.
   const Nodes& nodes() const { return nodes_; }
+  // Node number `at` in the order in which they are shown (list_order.h).
+  const lyd_node* InOrder(size_t at) const { return nodes_[order_.empty() ? at : order_[at]]; }
   // True when there was no memory for the copies. The page has no nodes then, and whoever still
   // needs it has to give up.
   bool lost() const { return lost_; }
@@ -72,6 +75,7 @@ class TreePage : public std::enable_shared_from_this<TreePage> {
 
   const std::shared_ptr<PageMemory> memory_;
   Nodes nodes_;
+  std::vector<uint32_t> order_;  // empty: as they are
   std::vector<Tree> copies_;
   size_t bytes_ = 0;  // accounted in memory_
   bool kept_ = false;

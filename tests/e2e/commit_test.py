@@ -122,7 +122,7 @@ class CommitTest(DaemonTest):
         self.assertEqual(s.used()["l2"], len(names))
         self.assertEqual({e["port"][0] for e in s.groups()["l2"]}, {f"if-{n}" for n in names})
         bound = s.get_config().findall("acl:config/acl:access-list/acl:interface", NAMESPACES)
-        self.assertEqual([b.findtext("acl:ingress", None, NAMESPACES) for b in bound], names)
+        self.assertEqual([b.findtext("acl:ingress", None, NAMESPACES) for b in bound], sorted(names))
         s.edit(others="".join(interface(f"if-{n}", operation="delete") for n in names))
         self.assertEqual(s.used()["l2"], 0)
         self.assertEqual(self.running.stop(), 0)

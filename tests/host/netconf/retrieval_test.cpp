@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <list>
 
+#include "host/cdb/list_order.h"
 #include "host/cdb/operational_store.h"
 #include "host/netconf/candidate.h"
 #include "host/netconf/generic_xml.h"
@@ -73,6 +74,14 @@ class RetrievalTest : public testing::Test {
   std::unique_ptr<Candidate> candidate_;
 };
 
+std::string PrintByKey(const lyd_node* tree) {
+  const Tree ordered = InKeyOrder(tree);
+  char* text = nullptr;
+  lyd_print_mem(&text, ordered != nullptr ? ordered.get() : tree, LYD_XML, LYD_PRINT_SHRINK);
+  const std::unique_ptr<char, decltype(&std::free)> owner(text, &std::free);
+  return text != nullptr ? text : "";
+}
+
 struct Reader {
   std::unique_ptr<DataStream> stream;
   std::string expected, text;
@@ -94,6 +103,9 @@ TEST_F(RetrievalTest, ReadersSeeTheStateInWhichTheyBegan) {
       const bool of_candidate = edits.Below(2) == 0;
       const std::string& filter = kFilters[edits.Below(3)];
       const std::string now = ReadAll(Open(of_candidate, filter).get());
+      if (of_candidate && filter.empty()) {
+        ASSERT_EQ(now, PrintByKey(candidate_->Content())) << "step " << step;
+      }
       readers.push_back({Open(of_candidate, filter), now, ""});
     }
     const Tree edit = edits.Next();

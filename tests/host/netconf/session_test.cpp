@@ -124,6 +124,56 @@ TEST_F(SessionTest, EditsShowInGetConfig) {
   EXPECT_THAT(client.Rpc(kGetRunning), Not(HasSubstr("interface-name")));
 }
 
+TEST_F(SessionTest, ListsAreShownByKeyWhateverTheirHistory) {
+  std::string shown, reversed;
+  const auto entry = [](int priority) {
+    return "<access-list-entry><ace-priority>" + std::to_string(priority) +
+           "</ace-priority></access-list-entry>";
+  };
+  for (const int priority : {2, 9, 10, 100, 1000}) {
+    shown += entry(priority);
+    reversed.insert(0, entry(priority));
+  }
+  const auto list = [](const std::string& name, const std::string& entries) {
+    return "<access-list><acl-type>l3</acl-type><acl-name>" + name +
+           "</acl-name><acl-priority-l3>"
+           "<priority>" +
+           std::to_string(name.size()) + "</priority></acl-priority-l3>" + entries +
+           "</access-list>";
+  };
+  std::string many;  // so that the list is read in pages
+  for (int i = 0; i < 200; ++i) many += entry((i * 77) % 200 + 2000);
+  const auto edit = [](const std::string& lists, const std::string& interfaces) {
+    return "<edit-config><target><running/></target><config><config xmlns='urn:acl-app:acl'>"
+           "<access-list><acl-profile><ingress>" +
+           lists + "</ingress></acl-profile>" + interfaces +
+           "</access-list></config></config></edit-config>";
+  };
+  const auto interface = [](const std::string& name, const std::string& bound) {
+    return "<interface><interface-name>" + name + "</interface-name>" + bound + "</interface>";
+  };
+  const std::string b = "<ingress>b</ingress>", bb = "<ingress>bb</ingress>";
+  Start();
+  EXPECT_THAT(Ask(edit(list("bb", reversed) + list("b", reversed) + list("bbb", many),
+                       interface("e2", bb + b) + interface("e1", "") + interface("e10", ""))),
+              HasSubstr(kOk));
+  EXPECT_THAT(Ask(edit(list("aaaa", "") + list("bbb", reversed), interface("e0", ""))),
+              HasSubstr(kOk));
+  const std::string running = Ask(kGetRunning);
+  EXPECT_THAT(running, AllOf(HasSubstr(list("aaaa", "") + list("b", shown) + list("bb", shown)),
+                             HasSubstr(shown + entry(2000) + entry(2001) + entry(2002)),
+                             HasSubstr(interface("e0", "") + interface("e1", "") +
+                                       interface("e10", "") + interface("e2", b + bb))));
+  const std::string evaluated =
+      "<get-config><source><running/></source><filter type='xpath' select='(/*)'/></get-config>";
+  EXPECT_EQ(Ask(evaluated), running);
+  Stop();
+  server_.reset();
+  datastore_.reset();
+  Start();
+  EXPECT_EQ(Ask(kGetRunning), running) << "after a restart";
+}
+
 std::string EditEntry(const std::string& match, const std::string& profile = "l3") {
   return "<edit-config><target><running/></target><config xmlns:nc="
          "'urn:ietf:params:xml:ns:netconf:base:1.0'><config xmlns='urn:acl-app:acl'><access-list>"
