@@ -192,6 +192,8 @@ class Server {
     host::NetconfServerOptions server_options;
     server_options.socket_path = scratch_.directory() + "/netconf.sock";
     server_options.socket_mode = 0666;
+    // One user stands for as many as it takes to have so many sessions.
+    server_options.limits.user_sessions = server_options.limits.sessions;
     auto providers = std::make_shared<host::StateProviders>();
     if (datastore_ == nullptr) std::abort();
     datastore_->Operational().SetProviders(providers);

@@ -217,6 +217,44 @@ Subsystem netconf {BRIDGE} --socket {self.running.socket}
         self.assertIn(f"user {getpass.getuser()} (", log)
         self.assertIn(f"session {other_id}", log)
 
+    @unittest.skipIf(shutil.which("ansible-playbook") is None, "ansible is not installed")
+    def test_the_playbook_of_the_examples(self):
+        example = pathlib.Path(__file__).parents[2] / "examples" / "ansible.yml"
+        bad = config("bad", operation="merge").replace("</interface-name>",
+                                                       "</interface-name><ingress>none</ingress>")
+        playbook = self.write(
+            "playbook.yml",
+            f"""
+- import_playbook: {example}
+- hosts: all
+  gather_facts: false
+  connection: ansible.netcommon.netconf
+  tasks:
+    - ansible.builtin.assert: {{that: '"no-telnet" in running.output'}}
+    - ansible.netcommon.netconf_config: {{content: '{bad}'}}
+      check_mode: true
+      ignore_errors: true
+      register: refused
+    - ansible.builtin.assert: {{that: 'refused is failed and "none" in refused.msg'}}
+    - ansible.netcommon.netconf_config: {{content: '{config("good")}'}}
+      check_mode: true
+      register: tested
+    - ansible.builtin.assert: {{that: tested is changed}}
+    - ansible.builtin.meta: reset_connection
+""",
+        )
+        m = self.connect()
+        m.edit_config(target="running", config=config("spare"))
+        done = subprocess.run(
+            ["ansible-playbook", "-i", "127.0.0.1,", "-u", getpass.getuser(), "--private-key",
+             self.directory / "user_key", "-e", f"ansible_port={self.port}", playbook],
+            env={**os.environ, "HOME": str(self.directory), "ANSIBLE_HOST_KEY_CHECKING": "False",
+                 "ANSIBLE_HOME": str(self.directory / "ansible"), "LC_ALL": "C.UTF-8"},
+            capture_output=True, text=True, timeout=200,
+        )
+        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+        self.assert_config(m, ["no-telnet", "uplink"], ["spare", "bad", "good"])
+
     def test_a_large_configuration_passes(self):
         m = self.connect()
         names = [f"interface-{i}" for i in range(5000)]
