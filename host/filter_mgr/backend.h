@@ -45,6 +45,9 @@ class Backend {
  public:
   virtual ~Backend() = default;
   virtual const char* name() const = 0;
+  // Ports on which filters of an earlier process are in force. To be called before the first
+  // Apply().
+  virtual size_t Left() const { return 0; }
   // Makes an empty group known. What an earlier run left in force for it stays in force until the
   // group's first Apply().
   virtual FilterMgrError Create(const FiltersCommon::FiltersGroup& group) = 0;

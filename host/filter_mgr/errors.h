@@ -14,6 +14,7 @@ enum FilterMgrError : int {
   FILTER_MGR_ERR_PRIVILEGE = 5,      // the process may not change the packet filter
   FILTER_MGR_ERR_KERNEL = 6,         // the kernel refused; the log names the port and the entry
   FILTER_MGR_ERR_NETLINK = 7,        // no answer, or none that makes sense, from the kernel
+  FILTER_MGR_ERR_HELD = 8,           // held back: the stored configuration is in doubt
 };
 
 // The code in words, for messages.
@@ -27,6 +28,7 @@ inline const char* FilterMgrErrorText(FilterMgrError error) {
       "the daemon may not change the packet filter",
       "the kernel refused",
       "no usable answer from the kernel",
+      "held back, for the stored configuration is in doubt",
   };
   return kTexts[error];
 }

@@ -4,6 +4,8 @@
 #include <sys/epoll.h>
 
 #include <algorithm>
+#include <map>
+#include <utility>
 #include <vector>
 
 #include "host/filter_mgr/group_state.h"
@@ -73,6 +75,7 @@ class KernelWatch {
 
 class FilterMgrClient::Impl {
  public:
+  ~Impl() { submissions_->OnRelease(nullptr); }
   explicit Impl(qzmw_t* mw)
       : loop_(host::LoopOf(mw)),
         backend_(MakeBackend()),
@@ -81,6 +84,10 @@ class FilterMgrClient::Impl {
     if (auto* kernel = dynamic_cast<host::NftablesBackend*>(backend_.get())) {
       watch_.emplace(kernel, loop_);
     }
+    submissions_->SetLeftInForce(backend_->Left());
+    submissions_->OnRelease([this] {
+      for (const auto& [type, group] : std::exchange(held_, {})) Update(group);
+    });
     registration_ = host::StateProvidersOf(mw)->Add(
         {"acl-app-filters", "filters",
          [this](const ly_ctx* context) {
@@ -90,10 +97,20 @@ class FilterMgrClient::Impl {
   }
 
   int Create(const FiltersGroup& group) { return Answer(table_.Create(group)); }
+  // A group that is held back is taken all the same, for after a refusal the core sends no other:
+  // the record of the commit tells that it is not in force.
   int Update(const FiltersGroup& group) {
+    const char* const type = group.getType() == FiltersCommon::FILTERS_GROUP_TYPE_L2 ? "l2" : "l3";
+    const size_t entries = group.getEntriesRef().size();
+    if (!submissions_->held().empty()) {
+      held_.insert_or_assign(group.getType(), group);
+      submissions_->Add({type, entries, host::FILTER_MGR_ERR_HELD,
+                         host::FilterMgrErrorText(host::FILTER_MGR_ERR_HELD)});
+      return host::FILTER_MGR_OK;
+    }
+    table_.Accept(group.getType(), submissions_->accepted(type));
     const host::FilterMgrError result = table_.Update(group);
-    const bool l2 = group.getType() == FiltersCommon::FILTERS_GROUP_TYPE_L2;
-    submissions_->Add({l2 ? "l2" : "l3", group.getEntriesRef().size(), result,
+    submissions_->Add({type, entries, result,
                        result == host::FILTER_MGR_OK ? "" : host::FilterMgrErrorText(result)});
     return Answer(result);
   }
@@ -118,6 +135,7 @@ class FilterMgrClient::Impl {
   std::unique_ptr<host::Backend> backend_;
   host::GroupTable table_;
   std::shared_ptr<host::Submissions> submissions_;
+  std::map<FiltersCommon::filtersGroupType_t, FiltersGroup> held_;  // not to be put in force yet
   std::optional<KernelWatch> watch_;
   std::unique_ptr<host::Watch> idle_;
   std::shared_ptr<const void> alive_ = std::make_shared<char>();

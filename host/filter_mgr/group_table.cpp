@@ -37,7 +37,8 @@ FilterMgrError GroupTable::Check(const FiltersGroup& group) const {
     return FILTER_MGR_ERR_INVALID_GROUP;
   }
   const size_t need = group.getEntriesRef().size();
-  if (need > capacity_) {
+  const auto accepted = accepted_.find(group.getType());
+  if (need > capacity_ && (accepted == accepted_.end() || need > accepted->second)) {
     Log(LogLevel::kError,
         "filter group %d (%s, stage %d) is refused: it needs %zu entries and has room for %u",
         group.getId(), type, group.getStage(), need, capacity_);

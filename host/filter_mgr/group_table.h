@@ -24,6 +24,8 @@ class GroupTable {
 
   // Makes a group known. FILTER_MGR_ERR_EXISTS when a group of its id and stage is.
   FilterMgrError Create(const FiltersCommon::FiltersGroup& group);
+  // Lets the group have so many entries, whatever the capacity.
+  void Accept(FiltersCommon::filtersGroupType_t type, size_t entries) { accepted_[type] = entries; }
   // Replaces the group of the same id and stage whole. A group that is not known, for instance as
   // its creation failed, is made known: the content is what counts.
   FilterMgrError Update(const FiltersCommon::FiltersGroup& group);
@@ -38,6 +40,7 @@ class GroupTable {
 
   Backend* backend_;
   unsigned int capacity_;
+  std::map<FiltersCommon::filtersGroupType_t, size_t> accepted_;
   Groups groups_;
 };
 

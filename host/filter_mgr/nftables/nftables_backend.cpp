@@ -109,6 +109,15 @@ int NftablesBackend::Connect() {
   return error == 0 ? reader_->ReadTables(&held_) : error;
 }
 
+size_t NftablesBackend::Left() const {
+  return static_cast<size_t>(std::count_if(held_.begin(), held_.end(), [](const auto& held) {
+    const auto& groups = held.second.groups;
+    return std::any_of(groups.begin(), groups.end(), [](const HeldGroup& group) {
+      return !group.chunks.empty() || !group.base.rules.empty();
+    });
+  }));
+}
+
 FilterMgrError NftablesBackend::Apply(const FiltersGroup& group) {
   const GroupSlot slot = SlotOf(group.getType());
   CompileError error;

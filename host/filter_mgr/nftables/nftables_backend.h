@@ -45,6 +45,7 @@ class NftablesBackend : public Backend {
   static std::unique_ptr<NftablesBackend> Open(const NftablesOptions& options, std::string* reason);
 
   const char* name() const override { return "kernel"; }
+  size_t Left() const override;
   FilterMgrError Create(const FiltersCommon::FiltersGroup&) override { return FILTER_MGR_OK; }
   FilterMgrError Apply(const FiltersCommon::FiltersGroup& group) override;
   std::unique_ptr<HitsReading> ReadHits(const FiltersCommon::FiltersGroup& group) override;
