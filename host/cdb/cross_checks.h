@@ -40,7 +40,7 @@ class CrossChecks {
  private:
   DatastoreErrors CheckCapacity(const GroupNeeds& before) const;
 
-  const std::optional<uint32_t> capacity_;
+  std::optional<uint32_t> capacity_;
   ConfigIndex index_;
 };
 

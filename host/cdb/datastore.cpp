@@ -14,7 +14,7 @@
 #include "host/cdb/load.h"
 #include "host/cdb/operational_store.h"
 #include "host/cdb/schema.h"
-#include "host/cdb/storage.h"
+#include "host/cdb/state_directory.h"
 #include "host/cdb/yang_tree.h"
 #include "host/runtime/memory.h"
 
@@ -53,13 +53,12 @@ class LibyangDatastore : public Datastore {
   DatastoreErrors Start(const DatastoreOptions& options) {
     DatastoreErrors errors;
     if (!options.state_directory.empty()) {
-      const std::string path = options.state_directory + "/configuration.db";
-      storage_ = Storage::Open(path, options.history, &errors);
-      if (storage_ == nullptr) return errors;
+      state_ = StateDirectory::Open(options, &errors);
+      if (state_ == nullptr) return errors;
     }
-    if (storage_ != nullptr && storage_->LastId() != 0) {
-      errors = LoadStored();
-    } else if (!options.startup_file.empty()) {
+    if (state_ != nullptr && state_->LastId() != 0) {
+      LoadStored();
+    } else if (!options.startup_file.empty() && Doubt().reasons.empty()) {
       errors = LoadStartup(options.startup_file);
     }
     GiveBackMemory();
@@ -95,22 +94,24 @@ class LibyangDatastore : public Datastore {
   std::optional<uint32_t> GroupCapacity() const override { return capacity_; }
 
   std::vector<CommitInfo> History(size_t most) const override {
-    return storage_ != nullptr ? storage_->History(most) : std::vector<CommitInfo>();
+    return storage() != nullptr ? storage()->History(most) : std::vector<CommitInfo>();
   }
 
   std::optional<CommitInfo> CommitOf(uint64_t id) const override {
-    return storage_ != nullptr ? storage_->CommitOf(id) : std::nullopt;
+    return storage() != nullptr ? storage()->CommitOf(id) : std::nullopt;
   }
 
   lyd_node* DifferenceOf(uint64_t id, DatastoreErrors* errors) const override {
-    const std::string text = storage_ != nullptr ? storage_->DifferenceOf(id) : "";
-    if (text.empty()) {
+    const std::optional<std::string> text =
+        storage() != nullptr ? storage()->DifferenceOf(id) : std::nullopt;
+    if (!text.has_value()) {
       *errors = Refusal("invalid-value", "the history has no commit " + std::to_string(id));
       return nullptr;
     }
+    if (text->empty()) return nullptr;
     lyd_node* diff = nullptr;
-    if (lyd_parse_data_mem(context_.get(), text.c_str(), LYD_XML, LYD_PARSE_ONLY | LYD_PARSE_STRICT,
-                           0, &diff) != LY_SUCCESS) {
+    if (lyd_parse_data_mem(context_.get(), text->c_str(), LYD_XML,
+                           LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &diff) != LY_SUCCESS) {
       lyd_free_all(diff);
       TakeErrors(context_.get(), nullptr, errors);
       return nullptr;
@@ -127,6 +128,8 @@ class LibyangDatastore : public Datastore {
       DatastoreErrors errors;
       undone.push_back(ReverseOf(next, &errors));
       if (!errors.empty()) return errors;
+      if (undone.back() == nullptr) undone.pop_back();
+      if (undone.empty()) continue;
       TreeBuilder builder(&touched);
       if (lyd_merge_siblings(builder, undone.back().get(), 0) != LY_SUCCESS) throw std::bad_alloc();
     }
@@ -146,14 +149,54 @@ class LibyangDatastore : public Datastore {
   }
 
   DatastoreErrors SetCheckpoint() override {
-    if (storage_ == nullptr)
+    if (state_ == nullptr)
       return Refusal("operation-failed", "there is no state directory to note the way back in");
-    return storage_->SetCheckpoint(transaction_id_);
+    return state_->SetCheckpoint(transaction_id_);
   }
   DatastoreErrors ClearCheckpoint() override {
-    return Checkpoint() == 0 ? DatastoreErrors() : storage_->SetCheckpoint(0);
+    return Checkpoint() == 0 ? DatastoreErrors() : state_->SetCheckpoint(0);
   }
-  uint64_t Checkpoint() const override { return storage_ != nullptr ? storage_->Checkpoint() : 0; }
+  uint64_t Checkpoint() const override {
+    return storage() != nullptr ? storage()->Checkpoint() : 0;
+  }
+
+  StateDoubt Doubt() const override { return state_ != nullptr ? state_->Doubt() : StateDoubt(); }
+
+  DatastoreErrors Recover(const Recovery& recovery, const Origin& origin) override {
+    const StateDoubt doubt = Doubt();
+    if (doubt.reasons.empty())
+      return Refusal("operation-failed", "the stored configuration is not in doubt");
+    const bool accept = recovery.accept != 0;
+    if (accept && recovery.accept != doubt.found) {
+      return Refusal("invalid-value", doubt.found == 0
+                                          ? "no configuration could be read that could be accepted"
+                                          : "what was found is the configuration of commit " +
+                                                std::to_string(doubt.found));
+    }
+    Tree before, after, diff;
+    DatastoreErrors errors;
+    if (!accept) {
+      EditOptions replace;
+      replace.default_operation = DefaultOperation::kReplace;
+      errors = Apply(recovery.config, replace, &before, &after);
+      if (errors.empty()) errors = Validate(&after);
+      if (!errors.empty()) return errors;
+      diff = Difference(context_.get(), before.get(), after.get());
+      errors = checks_.Check(diff.get(), true);
+      if (!errors.empty()) return errors;
+    }
+    const lyd_node* const now = accept ? running_.get() : after.get();
+    Tree nothing;
+    Normalize(context_.get(), &nothing);
+    const Tree whole = Difference(context_.get(), nothing.get(), now);
+    CommitInfo info{std::max(state_->LastId(), transaction_id_) + 1, NowMicroseconds(), origin,
+                    CountChanges(diff.get())};
+    info.origin.comment = accept ? "recovery: commit " + std::to_string(doubt.found) + " accepted"
+                                 : "recovery: replaced";
+    errors = state_->Recover(info, diff.get(), whole.get(), now);
+    if (errors.empty()) Adopt(diff.get(), info, &CommitObserver::OnRecovery);
+    return errors;
+  }
 
   void AddObserver(CommitObserver* observer) override { observers_.push_back(observer); }
   void RemoveObserver(CommitObserver* observer) override {
@@ -161,15 +204,21 @@ class LibyangDatastore : public Datastore {
   }
 
  private:
-  DatastoreErrors LoadStored() {
+  // What the database has; nothing when that cannot be used.
+  void LoadStored() {
+    transaction_id_ = state_->LastId();
+    if (state_->storage() == nullptr) return;
     Tree tree;
-    DatastoreErrors errors = storage_->Load(context_.get(), &tree);
+    DatastoreErrors errors = state_->storage()->Load(context_.get(), &tree);
     if (errors.empty()) errors = Validate(&tree);
     if (errors.empty()) errors = checks_.Load(tree.get());
-    if (!errors.empty()) return InFile("the stored configuration", std::move(errors));
-    running_ = std::move(tree);
-    transaction_id_ = storage_->LastId();
-    return {};
+    if (errors.empty()) {
+      running_ = std::move(tree);
+      transaction_id_ = std::max<uint64_t>(state_->storage()->LastId(), 1);
+      return;
+    }
+    checks_ = CrossChecks(capacity_);
+    state_->DoubtContent(InFile("the stored configuration", std::move(errors)));
   }
 
   DatastoreErrors LoadStartup(const std::string& path) {
@@ -202,19 +251,29 @@ class LibyangDatastore : public Datastore {
     errors = checks_.Check(diff.get(), with_capacity);
     if (!errors.empty() || diff == nullptr || test == TestOption::kTestOnly) return errors;
     const CommitInfo info{transaction_id_ + 1, NowMicroseconds(), origin, CountChanges(diff.get())};
-    if (storage_ != nullptr) {
-      errors = storage_->Write(info, diff.get(), after.get());
+    if (state_ != nullptr) {
+      errors = state_->Write(info, diff.get(), after.get());
       if (!errors.empty()) return errors;
     }
     after.reset();
-    checks_.Apply(diff.get());
-    const std::vector<CommitObserver*> observers = observers_;
-    for (CommitObserver* observer : observers) observer->BeforeCommit(diff.get());
-    if (!ApplyDifference(diff.get(), &running_)) Die("cannot apply a commit to running");
-    ++transaction_id_;
-    for (CommitObserver* observer : observers) observer->OnCommit(diff.get(), info);
+    Adopt(diff.get(), info, &CommitObserver::OnCommit);
     return {};
   }
+
+  // Changes running, by a commit that is persistent, and tells.
+  void Adopt(const lyd_node* diff, const CommitInfo& info,
+             void (CommitObserver::*tell)(const lyd_node*, const CommitInfo&)) {
+    const std::vector<CommitObserver*> observers = observers_;
+    if (diff != nullptr) {
+      checks_.Apply(diff);
+      for (CommitObserver* observer : observers) observer->BeforeCommit(diff);
+      if (!ApplyDifference(diff, &running_)) Die("cannot apply a commit to running");
+    }
+    transaction_id_ = info.id;
+    for (CommitObserver* observer : observers) (observer->*tell)(diff, info);
+  }
+
+  Storage* storage() const { return state_ != nullptr ? state_->storage() : nullptr; }
 
   // The difference that takes the commit `id` back.
   Tree ReverseOf(uint64_t id, DatastoreErrors* errors) const {
@@ -242,7 +301,7 @@ class LibyangDatastore : public Datastore {
   const std::optional<uint32_t> capacity_;
   Tree running_;
   CrossChecks checks_;
-  std::unique_ptr<Storage> storage_;  // null: nothing is kept
+  std::unique_ptr<StateDirectory> state_;  // null: nothing is kept
   std::unique_ptr<OperationalStore> operational_;
   uint64_t transaction_id_ = 1;
   std::vector<CommitObserver*> observers_;

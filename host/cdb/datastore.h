@@ -8,7 +8,8 @@
 // of a validation and replacement of the whole tree, at a cost that does not grow with it.
 //
 // A commit is on disk (storage.h) before running changes and before anyone is told of it; what was
-// acknowledged survives any end of the process.
+// acknowledged survives any end of the process. Where the disk does not keep it, that is noticed
+// (state_directory.h), and running is read only until an operator has settled it.
 //
 // Invariants:
 //  - running is always valid, and has no part of a commit that was refused;
@@ -80,6 +81,22 @@ struct EditPreview {
   GroupNeeds then;  // empty when the edit fails before that is known
 };
 
+// Why the stored configuration cannot be taken for the last one that was acknowledged
+// (state_directory.h). Nothing can be committed while there is doubt.
+struct StateDoubt {
+  std::vector<std::string> reasons;  // for people; empty: there is no doubt
+  uint64_t found = 0;                // commit that running was read as; 0: nothing could be read
+  uint64_t acknowledged = 0;         // the last commit that is known of; 0: none is
+  bool sound = true;                 // running is what it was after the commit `found`, exactly
+};
+
+// What an operator makes of a state that is in doubt.
+struct Recovery {
+  // Take what was found, which must be of the commit `accept`; 0: replace it.
+  uint64_t accept = 0;
+  const lyd_node* config = nullptr;  // by this, or by nothing
+};
+
 // Told of every commit that changes running.
 class CommitObserver {
  public:
@@ -89,6 +106,10 @@ class CommitObserver {
   // `diff` is the difference in libyang's form (nodes with yang:operation), owned by the datastore
   // and valid during the call; running already has the new content.
   virtual void OnCommit(const lyd_node* diff, const CommitInfo& info) = 0;
+  // A commit ended the doubt about the state; `diff` is null when running stays as it is.
+  virtual void OnRecovery(const lyd_node* diff, const CommitInfo& info) {
+    if (diff != nullptr) OnCommit(diff, info);
+  }
 };
 
 // How much of the history is kept: so many commits, and so many octets of differences. The last
@@ -106,6 +127,8 @@ struct DatastoreOptions {
   // with nothing. A configuration that was committed is never replaced by it.
   std::string startup_file;
   HistoryBound history;
+  // Ports on which filters of an earlier process are in force: evidence that there was a state.
+  size_t filters_in_force = 0;
   // Filter entries that each group holds; none: any number. A commit is refused that would make a
   // group need more. What is stored is loaded all the same.
   std::optional<uint32_t> group_capacity;
@@ -141,7 +164,8 @@ class Datastore {
   // The last `most` commits, the latest first. Without a state directory there is no history.
   virtual std::vector<CommitInfo> History(size_t most) const = 0;
   // The difference that a commit made, in libyang's form; the caller frees it (lyd_free_all). Null
-  // with the reason in `errors` when the history does not (or no more) have it.
+  // with the reason in `errors` when the history does not (or no more) have it, and without when it
+  // changed nothing.
   virtual lyd_node* DifferenceOf(uint64_t id, DatastoreErrors* errors) const = 0;
   // The commit `id` as the history has it; none when it does not.
   virtual std::optional<CommitInfo> CommitOf(uint64_t id) const = 0;
@@ -158,6 +182,12 @@ class Datastore {
   virtual DatastoreErrors ClearCheckpoint() = 0;
   // Id of the commit that was noted, 0 when there is no note.
   virtual uint64_t Checkpoint() const = 0;
+
+  // Whether the state is in doubt, as it is now: at the start, or since somebody touched its files.
+  virtual StateDoubt Doubt() const = 0;
+  // Ends the doubt by a commit, which makes running what the recovery says. Refused, and the doubt
+  // stays, like any edit, or when there is no doubt or no such commit was found.
+  virtual DatastoreErrors Recover(const Recovery& recovery, const Origin& origin) = 0;
 
   // Observers are called in the order of their registration. Not owned.
   virtual void AddObserver(CommitObserver* observer) = 0;

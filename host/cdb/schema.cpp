@@ -26,6 +26,7 @@ constexpr Module kModules[] = {
     {"acl-app-filters", {nullptr}},
     {"acl-app-history", {nullptr}},
     {"acl-app-netconf", {nullptr}},
+    {"acl-app-status", {nullptr}},
 };
 
 DatastoreError Failure(std::string message) {

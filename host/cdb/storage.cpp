@@ -1,8 +1,6 @@
 // The configuration and its history on disk.
 #include "host/cdb/storage.h"
 
-#include <sys/stat.h>
-
 #include <cstdlib>
 #include <utility>
 
@@ -11,77 +9,11 @@
 namespace host {
 namespace {
 
-constexpr int64_t kApplicationId = 0x41434c31;  // says in the file's header that it is ours
-constexpr int64_t kFormat = 1;                  // of the tables; in the header as user_version
-
-constexpr char kMakeTables[] =
-    "CREATE TABLE unit(place TEXT NOT NULL, list TEXT NOT NULL, keys TEXT NOT NULL,"
-    " content TEXT NOT NULL, PRIMARY KEY(place, list, keys)) WITHOUT ROWID;"
-    "CREATE TABLE txn(id INTEGER PRIMARY KEY, time_us INTEGER NOT NULL, user TEXT NOT NULL,"
-    " session INTEGER NOT NULL, comment TEXT NOT NULL, changes INTEGER NOT NULL,"
-    " size INTEGER NOT NULL, diff TEXT NOT NULL);";
-constexpr char kMakeCheckpoint[] = "CREATE TABLE IF NOT EXISTS checkpoint(id INTEGER NOT NULL)";
-
 DatastoreErrors Refusal(const std::string& path, const std::string& why) {
   DatastoreError error;
   error.tag = "operation-failed";
   error.message = "cannot use the configuration database " + path + ": " + why;
   return {error};
-}
-
-// The first value that a statement gives; 0 or empty where it is NULL. False on an error.
-bool ReadText(sqlite3* database, const char* sql, std::string* text) {
-  SqlStatement statement(database, sql);
-  const bool found = statement.Step();
-  if (found) *text = statement.Text(0);
-  return found;
-}
-bool ReadNumber(sqlite3* database, const char* sql, int64_t* number) {
-  SqlStatement statement(database, sql);
-  const bool found = statement.Step();
-  if (found) *number = statement.Number(0);
-  return found;
-}
-
-// What SQLite's last error means for the operator.
-std::string Reason(sqlite3* database) {
-  switch (sqlite3_errcode(database)) {
-    case SQLITE_NOTADB:
-      return "it is no database";
-    case SQLITE_CORRUPT:
-      return "it is damaged; restore it or move it away";
-    case SQLITE_BUSY:
-    case SQLITE_LOCKED:
-      return "another process uses it";
-    default:
-      return sqlite3_errmsg(database);
-  }
-}
-
-// Makes the tables in an empty database, or finds out that it is not one of ours. Empty on success.
-std::string CheckFormat(sqlite3* database) {
-  int64_t tables = 0, application = 0, format = 0;
-  if (!ReadNumber(database, "SELECT count(*) FROM sqlite_schema", &tables) ||
-      !ReadNumber(database, "PRAGMA application_id", &application) ||
-      !ReadNumber(database, "PRAGMA user_version", &format)) {
-    return Reason(database);
-  }
-  if (tables == 0 && application == 0 && format == 0) {
-    const std::string header = "PRAGMA application_id = " + std::to_string(kApplicationId) +
-                               "; PRAGMA user_version = " + std::to_string(kFormat) + ";";
-    SqlTransaction transaction(database);
-    const bool made = transaction.begun() && Execute(database, kMakeTables) &&
-                      Execute(database, header.c_str()) && transaction.Commit();
-    return made ? "" : Reason(database);
-  }
-  if (application != kApplicationId) return "it is a database of another program";
-  if (format != kFormat) {
-    return "its format " + std::to_string(format) + " is not the one of this version (" +
-           std::to_string(kFormat) + ")";
-  }
-  std::string check;
-  if (!ReadText(database, "PRAGMA quick_check(1)", &check)) return Reason(database);
-  return check == "ok" ? "" : "it is damaged (" + check + "); restore it or move it away";
 }
 
 // The commit of a row with the columns id, time_us, user, session, comment, changes.
@@ -96,37 +28,17 @@ CommitInfo InfoOf(const SqlStatement& row) {
   return info;
 }
 
-// One process at a time: with the exclusive mode the first access takes a lock that stays.
-constexpr const char* kSettings[] = {
-    "PRAGMA locking_mode = EXCLUSIVE",  "PRAGMA journal_mode = WAL", "PRAGMA synchronous = FULL",
-    "PRAGMA wal_autocheckpoint = 1000", "BEGIN EXCLUSIVE",           "COMMIT",
-};
-
 }  // namespace
 
 std::unique_ptr<Storage> Storage::Open(const std::string& path, const HistoryBound& bound,
-                                       DatastoreErrors* errors) {
-  sqlite3* raw = nullptr;
-  const mode_t mask = umask(077);  // the configuration is for the daemon's user only
-  const int opened =
-      sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
-  SqlDatabase database(raw);
-  std::string why = opened == SQLITE_OK ? "" : Reason(raw);
-  for (const char* setting : kSettings) {
-    if (why.empty() && !Execute(raw, setting)) why = Reason(raw);
-  }
-  std::string journal;
-  if (why.empty() && !ReadText(raw, "PRAGMA journal_mode", &journal)) why = Reason(raw);
-  if (why.empty() && journal != "wal") why = "it cannot be written";
-  if (why.empty()) why = CheckFormat(raw);
-  umask(mask);
-  std::unique_ptr<Storage> storage;
-  if (why.empty()) {
-    storage.reset(new Storage(path, bound, std::move(database)));
-    if (!storage->Prepare()) why = Reason(raw);
-  }
-  if (why.empty()) return storage;
-  *errors = Refusal(path, why);
+                                       bool* begin, StorageProblem* problem) {
+  SqlDatabase database = OpenStorage(path, begin, problem);
+  if (database == nullptr) return nullptr;
+  sqlite3* const raw = database.get();
+  std::unique_ptr<Storage> storage(new Storage(path, bound, std::move(database)));
+  if (!ExamineStorage(raw, &storage->content_, problem)) return nullptr;
+  if (storage->Prepare()) return storage;
+  *problem = ProblemOf(raw, path);
   return nullptr;
 }
 
@@ -135,27 +47,22 @@ Storage::Storage(std::string path, const HistoryBound& bound, SqlDatabase databa
 
 bool Storage::Prepare() {
   sqlite3* database = database_.get();
-  if (!Execute(database, kMakeCheckpoint)) return false;
-  put_unit_ = SqlStatement(database, "INSERT OR REPLACE INTO unit VALUES(?1, ?2, ?3, ?4)");
-  delete_unit_ =
-      SqlStatement(database, "DELETE FROM unit WHERE place = ?1 AND list = ?2 AND keys = ?3");
+  make_unit_ = SqlStatement(database, "INSERT INTO unit VALUES(?1, ?2, ?3, ?4, ?5)");
+  put_unit_ = SqlStatement(database, "REPLACE INTO unit VALUES(?1, ?2, ?3, ?4, ?5)");
+  unit_digest_ = SqlStatement(
+      database, "SELECT digest FROM unit WHERE place = ?1 AND list = ?2 AND keys = ?3");
+  delete_unit_ = SqlStatement(
+      database, "DELETE FROM unit WHERE place = ?1 AND list = ?2 AND keys = ?3 RETURNING digest");
   // All places below a path: '0' follows '/' in the order of bytes.
-  delete_within_ = SqlStatement(
-      database, "DELETE FROM unit WHERE place = ?1 OR (place > ?1 || '/' AND place < ?1 || '0')");
-  put_txn_ = SqlStatement(database, "INSERT INTO txn VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)");
+  delete_within_ = SqlStatement(database,
+                                "DELETE FROM unit WHERE place = ?1 OR"
+                                " (place > ?1 || '/' AND place < ?1 || '0') RETURNING digest");
+  put_txn_ = SqlStatement(database,
+                          "INSERT INTO txn VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11)");
   delete_txn_ = SqlStatement(database, "DELETE FROM txn WHERE id = ?1");
-  oldest_ = SqlStatement(database, "SELECT id, size FROM txn ORDER BY id LIMIT 1");
-  int64_t last = 0, checkpoint = 0;
-  if (!ReadNumber(database, "SELECT max(id) FROM txn", &last) ||
-      !ReadNumber(database, "SELECT max(id) FROM checkpoint", &checkpoint) ||
-      !ReadNumber(database, "SELECT count(*) FROM txn", &kept_.commits) ||
-      !ReadNumber(database, "SELECT sum(size) FROM txn", &kept_.bytes)) {
-    return false;
-  }
-  last_id_ = static_cast<uint64_t>(last);
-  checkpoint_ = static_cast<uint64_t>(checkpoint);
-  return put_unit_.ok() && delete_unit_.ok() && delete_within_.ok() && put_txn_.ok() &&
-         delete_txn_.ok() && oldest_.ok();
+  oldest_ = SqlStatement(database, "SELECT id, size, digest FROM txn ORDER BY id LIMIT 1");
+  return make_unit_.ok() && put_unit_.ok() && unit_digest_.ok() && delete_unit_.ok() &&
+         delete_within_.ok() && put_txn_.ok() && delete_txn_.ok() && oldest_.ok();
 }
 
 DatastoreErrors Storage::Load(const ly_ctx* context, Tree* tree) {
@@ -178,7 +85,7 @@ DatastoreErrors Storage::Load(const ly_ctx* context, Tree* tree) {
     if (!contents.empty()) contents += ',';
     contents += rows.Text(2);
   }
-  if (rows.failed()) return Refusal(path_, Reason(database_.get()));
+  if (rows.failed()) return Refusal(path_, ProblemOf(database_.get(), path_).why);
   flush();
   if (good) return {};
   DatastoreErrors errors = Refusal(path_, "its content at " + place + " cannot be read");
@@ -194,19 +101,17 @@ DatastoreErrors Storage::Write(const CommitInfo& info, const lyd_node* diff,
     return Refusal(path_, "out of memory");
   }
   const std::unique_ptr<char, decltype(&std::free)> owner(text, &std::free);
-  const std::string_view difference = text;
+  const std::string_view difference = diff != nullptr ? text : "";
   std::vector<UnitChange> units;
   if (!CollectUnitChanges(diff, after, &units))
     return Refusal(path_, "the commit changes something that is in no list entry");
-  HistoryBound kept;
+  StorageContent content;
   DatastoreErrors errors = Transact("the commit", [&] {
-    kept = {kept_.commits + 1, kept_.bytes + static_cast<int64_t>(difference.size())};
-    return WriteUnits(units) && WriteTransaction(info, difference) && Prune(&kept);
+    content = content_;
+    return WriteUnits(units, &content) && WriteTransaction(info, difference, &content);
   });
-  if (!errors.empty()) return errors;
-  last_id_ = info.id;
-  kept_ = kept;
-  return {};
+  if (errors.empty()) content_ = std::move(content);
+  return errors;
 }
 
 DatastoreErrors Storage::Transact(const char* what, const std::function<bool()>& write) {
@@ -242,7 +147,7 @@ bool Storage::TryTransact(const std::function<bool()>& write) {
 // certain.
 bool Storage::Settle() {
   // Writes the first page as it is.
-  const std::string touch = "PRAGMA user_version = " + std::to_string(kFormat);
+  const std::string touch = "PRAGMA user_version = " + std::to_string(kStorageFormat);
   SqlTransaction transaction(database_.get());
   in_doubt_ =
       !transaction.begun() || !Execute(database_.get(), touch.c_str()) || !transaction.Commit();
@@ -250,52 +155,87 @@ bool Storage::Settle() {
   return !in_doubt_;
 }
 
-bool Storage::WriteTransaction(const CommitInfo& info, std::string_view difference) {
-  put_txn_.Bind(1, static_cast<int64_t>(info.id)).Bind(2, info.time_us).Bind(3, info.origin.user);
-  put_txn_.Bind(4, static_cast<int64_t>(info.origin.session_id)).Bind(5, info.origin.comment);
-  put_txn_.Bind(6, static_cast<int64_t>(info.changes));
-  put_txn_.Bind(7, static_cast<int64_t>(difference.size())).Bind(8, difference);
+bool Storage::WriteTransaction(const CommitInfo& info, std::string_view difference,
+                               StorageContent* content) {
+  const auto number = [](auto value) { return static_cast<int64_t>(value); };
+  ++content->commits;
+  content->history_bytes += number(difference.size());
+  if (!Prune(content)) return false;
+  RowDigest digest;
+  digest.Add(number(info.id)).Add(info.time_us).Add(info.origin.user);
+  digest.Add(number(info.origin.session_id)).Add(info.origin.comment).Add(number(info.changes));
+  digest.Add(number(difference.size())).Add(difference);
+  digest.Add(content->units.value()).Add(content->history.value());
+  put_txn_.Bind(1, number(info.id)).Bind(2, info.time_us).Bind(3, info.origin.user);
+  put_txn_.Bind(4, number(info.origin.session_id)).Bind(5, info.origin.comment);
+  put_txn_.Bind(6, number(info.changes));
+  put_txn_.Bind(7, number(difference.size())).Bind(8, difference);
+  put_txn_.Bind(9, content->units.value()).Bind(10, content->history.value());
+  put_txn_.Bind(11, digest.value());
+  content->history.Add(digest.value());
+  content->last_id = info.id;
   return put_txn_.Run();
 }
 
-bool Storage::WriteUnits(const std::vector<UnitChange>& changes) {
+bool Storage::WriteUnits(const std::vector<UnitChange>& changes, StorageContent* content) {
   for (const UnitChange& change : changes) {
     const UnitKey& key = change.key;
-    if (!change.content.empty()) {
-      put_unit_.Bind(1, key.place).Bind(2, key.list).Bind(3, key.keys).Bind(4, change.content);
-      if (!put_unit_.Run()) return false;
+    if (change.content.empty()) {
+      if (!DeleteUnit(key, content)) return false;
       continue;
     }
-    delete_unit_.Bind(1, key.place).Bind(2, key.list).Bind(3, key.keys);
-    const std::string path = key.Path();
-    delete_within_.Bind(1, path);
-    if (!delete_unit_.Run() || !delete_within_.Run()) return false;
+    if (!change.is_new) {
+      unit_digest_.Bind(1, key.place).Bind(2, key.list).Bind(3, key.keys);
+      if (unit_digest_.Step()) content->units.Remove(unit_digest_.Number(0));
+      unit_digest_.Reset();
+    }
+    RowDigest digest;
+    digest.Add(key.place).Add(key.list).Add(key.keys).Add(change.content);
+    SqlStatement& put = change.is_new ? make_unit_ : put_unit_;
+    put.Bind(1, key.place).Bind(2, key.list).Bind(3, key.keys).Bind(4, change.content);
+    if (!put.Bind(5, digest.value()).Run()) return false;
+    content->units.Add(digest.value());
+  }
+  return true;
+}
+
+// Deletes a unit, and all units within it.
+bool Storage::DeleteUnit(const UnitKey& key, StorageContent* content) {
+  const std::string path = key.Path();
+  delete_unit_.Bind(1, key.place).Bind(2, key.list).Bind(3, key.keys);
+  delete_within_.Bind(1, path);
+  for (SqlStatement* statement : {&delete_unit_, &delete_within_}) {
+    while (statement->Step()) content->units.Remove(statement->Number(0));
+    const bool failed = statement->failed();
+    statement->Reset();
+    if (failed) return false;
   }
   return true;
 }
 
 DatastoreErrors Storage::SetCheckpoint(uint64_t id) {
-  const std::string insert = "INSERT INTO checkpoint VALUES(" + std::to_string(id) + ")";
-  DatastoreErrors errors = Transact("the way back", [&] {
-    return Execute(database_.get(), "DELETE FROM checkpoint") &&
-           (id == 0 || Execute(database_.get(), insert.c_str()));
-  });
-  if (errors.empty()) checkpoint_ = id;
+  const std::string update = "UPDATE checkpoint SET id = " + std::to_string(id) + ", digest = " +
+                             std::to_string(RowDigest().Add(static_cast<int64_t>(id)).value());
+  DatastoreErrors errors =
+      Transact("the way back", [&] { return Execute(database_.get(), update.c_str()); });
+  if (errors.empty()) content_.checkpoint = id;
   return errors;
 }
 
-// Deletes the oldest commits until `kept`, which counts the new one, is within the bound, or only
-// what the checkpoint needs is left.
-bool Storage::Prune(HistoryBound* kept) {
-  while (kept->commits > 1 && (kept->commits > bound_.commits || kept->bytes > bound_.bytes)) {
+// Deletes the oldest commits until `content`, which counts one that is about to come, is within the
+// bound, or only what the checkpoint needs is left.
+bool Storage::Prune(StorageContent* content) {
+  while (content->commits > 1 &&
+         (content->commits > bound_.commits || content->history_bytes > bound_.bytes)) {
     if (!oldest_.Step()) return false;
     const int64_t id = oldest_.Number(0);
-    if (checkpoint_ != 0 && id > static_cast<int64_t>(checkpoint_)) {
+    if (content->checkpoint != 0 && id > static_cast<int64_t>(content->checkpoint)) {
       oldest_.Reset();
       return true;
     }
-    kept->commits -= 1;
-    kept->bytes -= oldest_.Number(1);
+    content->commits -= 1;
+    content->history_bytes -= oldest_.Number(1);
+    content->history.Remove(oldest_.Number(2));
     oldest_.Reset();
     if (!delete_txn_.Bind(1, id).Run()) return false;
   }
@@ -336,10 +276,11 @@ std::optional<CommitInfo> Storage::CommitOf(uint64_t id) {
   return InfoOf(row);
 }
 
-std::string Storage::DifferenceOf(uint64_t id) {
+std::optional<std::string> Storage::DifferenceOf(uint64_t id) {
   SqlStatement row(database_.get(), "SELECT diff FROM txn WHERE id = ?1");
   row.Bind(1, static_cast<int64_t>(id));
-  return row.Step() ? row.Text(0) : "";
+  if (!row.Step()) return std::nullopt;
+  return row.Text(0);
 }
 
 }  // namespace host

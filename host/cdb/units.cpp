@@ -57,7 +57,8 @@ class UnitCollector {
         if (!Collect(lyd_child(node), now != nullptr ? lyd_child(now) : nullptr, operation))
           return false;
       } else if (operation == DiffOperation::kDelete) {
-        changes_->insert(changes_->begin() + static_cast<ptrdiff_t>(removed_++), {KeyOf(node), ""});
+        changes_->insert(changes_->begin() + static_cast<ptrdiff_t>(removed_++),
+                         {KeyOf(node), "", false});
       } else if (!CollectEntry(node, FindSame(after, node), operation)) {
         return false;
       }
@@ -68,10 +69,11 @@ class UnitCollector {
  private:
   bool CollectEntry(const lyd_node* node, const lyd_node* now, DiffOperation operation) {
     if (now == nullptr) return false;
-    bool own = operation == DiffOperation::kCreate;
+    const bool is_new = operation == DiffOperation::kCreate;
+    bool own = is_new;
     const lyd_node* child;
     LY_LIST_FOR(lyd_child(node), child) own = own || (!IsKey(child) && !HoldsUnits(child));
-    if (own) changes_->push_back({KeyOf(now), ContentOf(now)});
+    if (own) changes_->push_back({KeyOf(now), ContentOf(now), is_new});
     LY_LIST_FOR(lyd_child(node), child) {
       if (HoldsUnits(child)) return Collect(child, lyd_child(now), operation);
     }

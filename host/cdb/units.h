@@ -27,6 +27,7 @@ struct UnitKey {
 struct UnitChange {
   UnitKey key;
   std::string content;
+  bool is_new = false;  // whether the unit comes with this change
 };
 
 // The units that `diff` changes; `after` is the configuration after it, or the part of it that the

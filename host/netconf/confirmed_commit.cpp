@@ -14,7 +14,7 @@ constexpr std::chrono::seconds kRetryDelay{10};
 }  // namespace
 
 void ConfirmedCommit::Recover() {
-  if (datastore_.Checkpoint() == 0) return;
+  if (datastore_.Checkpoint() == 0 || !datastore_.Doubt().reasons.empty()) return;
   const std::optional<CommitInfo> commit = datastore_.CommitOf(datastore_.Checkpoint() + 1);
   if (commit.has_value()) user_ = commit->origin.user;
   const DatastoreErrors errors = GoBack("the daemon ended before it was confirmed");

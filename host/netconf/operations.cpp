@@ -11,6 +11,7 @@ namespace {
 constexpr char kNetconf[] = "ietf-netconf";
 constexpr char kMonitoring[] = "ietf-netconf-monitoring";
 constexpr char kHistory[] = "acl-app-history";
+constexpr char kStatus[] = "acl-app-status";
 
 constexpr Operation kOperations[] = {
     {kNetconf, "get", OperationKind::kQuery, RunGet},
@@ -32,6 +33,7 @@ constexpr Operation kOperations[] = {
     {kHistory, "rollback", OperationKind::kChange, RunRollback},
     {kHistory, "compare", OperationKind::kChange, RunCompare},
     {kHistory, "check", OperationKind::kChange, RunCheck},
+    {kStatus, "recover", OperationKind::kChange, RunRecover},
 };
 
 }  // namespace

@@ -101,6 +101,7 @@ OperationResult RunGetSchema(const OperationContext& context, const OperationCal
 OperationResult RunGetHistory(const OperationContext& context, const OperationCall& call);
 OperationResult RunGetCommit(const OperationContext& context, const OperationCall& call);
 OperationResult RunRollback(const OperationContext& context, const OperationCall& call);
+OperationResult RunRecover(const OperationContext& context, const OperationCall& call);
 OperationResult RunCompare(const OperationContext& context, const OperationCall& call);
 OperationResult RunCheck(const OperationContext& context, const OperationCall& call);
 

@@ -17,6 +17,7 @@
 #include "host/netconf/server.h"
 #include "host/qzconfd/commit_outcomes.h"
 #include "host/qzconfd/commit_state.h"
+#include "host/qzconfd/daemon_state.h"
 #include "host/qzconfd/diff_iteration.h"
 #include "host/runtime/error_watch.h"
 #include "host/runtime/event_loop.h"
@@ -38,21 +39,39 @@ constexpr char kFile[] = "app_interface";
 constexpr size_t kBulkNodes = 10000;
 constexpr std::chrono::milliseconds kTrimDelay{200};
 
-// The capacity may have been lowered since the configuration was committed. The filters that are in
-// force stay so; the update will be refused, and the operator has to reduce the configuration.
-void WarnOfCapacity(const Datastore& datastore) {
+// The capacity may have been lowered since the configuration was committed. What was accepted is
+// enforced all the same, for the other choice were to enforce nothing; the operator has to reduce
+// it.
+void AcceptStored(const Datastore& datastore, host::Submissions* submissions) {
   const std::optional<uint32_t> capacity = datastore.GroupCapacity();
   for (const auto& [group, entries] : datastore.Needs()) {
     if (!capacity.has_value() || entries <= *capacity) continue;
+    submissions->Accept(group, static_cast<size_t>(entries));
     host::Log(host::LogLevel::kWarning,
               "the stored configuration needs %" PRId64
               " entries in the %s group, which has room "
-              "for %" PRIu32 " (filter_capacity): the filters stay as they are until it fits",
+              "for %" PRIu32
+              " (filter_capacity): it is enforced, and can only be made smaller until it fits",
               entries, group.c_str(), *capacity);
   }
 }
 
-std::unique_ptr<Datastore> OpenDatastore() {
+// Says what is in doubt. What was left in force stays so then, and damaged content is not put in
+// force at all; but an older configuration is better than none.
+void Doubt(const host::StateDoubt& doubt, host::Submissions* submissions) {
+  for (const std::string& reason : doubt.reasons)
+    host::Log(host::LogLevel::kError, "the stored configuration is in doubt: %s", reason.c_str());
+  const bool hold = submissions->left_in_force() != 0 || !doubt.sound || doubt.found == 0;
+  if (hold) submissions->Hold("the stored configuration is in doubt: " + doubt.reasons.front());
+  host::Log(host::LogLevel::kError,
+            "nothing can be changed until an operator has settled that (aclctl show status, aclctl "
+            "recover); %s",
+            !hold                               ? "what was found is enforced meanwhile"
+            : submissions->left_in_force() != 0 ? "the filters in force stay as they are"
+                                                : "no filters are in force");
+}
+
+std::unique_ptr<Datastore> OpenDatastore(host::Submissions* submissions) {
   const host::Settings& settings = host::ProcessSettings();
   host::DatastoreOptions options;
   options.yang_directory = settings.yang_directory;
@@ -60,12 +79,17 @@ std::unique_ptr<Datastore> OpenDatastore() {
   options.state_directory = settings.state_directory;
   options.history.commits = settings.history_commits;
   options.group_capacity = settings.filter_capacity;
+  options.filters_in_force = submissions->left_in_force();
   host::DatastoreErrors errors;
   std::unique_ptr<Datastore> datastore = Datastore::Open(options, &errors);
   if (datastore != nullptr) {
-    host::Log(host::LogLevel::kInfo, "configuration of transaction %" PRIu64 " loaded",
-              datastore->TransactionId());
-    WarnOfCapacity(*datastore);
+    const host::StateDoubt doubt = datastore->Doubt();
+    if (!doubt.reasons.empty()) {
+      Doubt(doubt, submissions);
+    } else {
+      host::Log(host::LogLevel::kInfo, "configuration of transaction %" PRIu64 " loaded",
+                datastore->TransactionId());
+    }
     return datastore;
   }
   std::string reason;
@@ -138,7 +162,8 @@ class AppInterface::Impl : private host::CommitObserver {
        const std::vector<BaseHandler*>& handlers, ELEM_CONFD_PHASE_ET phase)
       : loop_(host::LoopOf(mw)),
         submissions_(host::SubmissionsOf(mw)),
-        datastore_(OpenDatastore()),
+        board_(host::StatusBoardOf(mw)),
+        datastore_(OpenDatastore(submissions_.get())),
         service_(datastore_.get()),
         interface_(service_.OpenSession(CDB_RUNNING)) {
     const auto providers = host::StateProvidersOf(mw);
@@ -147,6 +172,12 @@ class AppInterface::Impl : private host::CommitObserver {
                                return host::BuildCommitState(context, datastore_->TransactionId(),
                                                              outcomes_);
                              }});
+    board_->Show("storage", [this] { return host::StorageLine(*datastore_); });
+    board_->Show("commits", [this] { return outcomes_.Line(); });
+    status_ =
+        providers->Add({"acl-app-status", "daemon", [this](const ly_ctx*) {
+                          return host::BuildDaemonState(*datastore_, *board_, submissions_->held());
+                        }});
     for (ConfigHandler* handler : config_handlers)
       subscriptions_.emplace_back(handler, service_.schema());
     server_ = Listen(*datastore_, mw);
@@ -157,10 +188,14 @@ class AppInterface::Impl : private host::CommitObserver {
     initial_load_ = loop_->Soon([this] { LoadInitial(); });
   }
 
-  ~Impl() override { datastore_->RemoveObserver(this); }
+  ~Impl() override {
+    datastore_->RemoveObserver(this);
+    for (const char* part : {"storage", "commits"}) board_->Show(part, nullptr);
+  }
 
  private:
   void LoadInitial() {
+    AcceptStored(*datastore_, submissions_.get());
     const std::vector<host::CommitInfo> last = datastore_->History(1);
     host::CommitInfo commit;
     if (!last.empty()) commit = last.front();
@@ -202,15 +237,29 @@ class AppInterface::Impl : private host::CommitObserver {
       trim_ = loop_->After(kTrimDelay, [] { host::GiveBackMemory(); });
   }
 
+  // What was held back can be put in force now, and with it the commit that ended the doubt.
+  void OnRecovery(const lyd_node* diff, const host::CommitInfo& commit) override {
+    Watched(commit, /*at_start=*/false, [this, diff](host::CommitFacts* facts) {
+      for (HandlerSubscriptions& subscriptions : subscriptions_) {
+        if (diff != nullptr) subscriptions.OnCommit(diff, facts);
+      }
+      if (submissions_->held().empty()) return;
+      submissions_->Take();  // was held back
+      facts->handled = true;
+      submissions_->Release();
+    });
+  }
+
   const std::shared_ptr<host::EventLoop> loop_;
   const std::shared_ptr<host::Submissions> submissions_;
+  const std::shared_ptr<host::StatusBoard> board_;
   host::CommitOutcomes outcomes_;
   const std::unique_ptr<Datastore> datastore_;
   host::CdbService service_;
   QzConfdInterface interface_;
   std::vector<HandlerSubscriptions> subscriptions_;
   std::unique_ptr<host::NetconfServer> server_;
-  host::StateProviders::Registration shown_;
+  host::StateProviders::Registration shown_, status_;
   std::unique_ptr<host::Watch> initial_load_;
   std::unique_ptr<host::Watch> trim_;
 };

@@ -58,6 +58,14 @@ void CommitOutcomes::Add(const CommitInfo& commit, bool at_start, CommitFacts fa
   outcomes_.push_back(std::move(outcome));
 }
 
+StatusLine CommitOutcomes::Line() const {
+  if (outcomes_.empty()) return {StatusLine::kWarning, "the configuration is being loaded"};
+  const CommitOutcome& last = outcomes_.back();
+  const std::string commit = CommitText(last.commit);
+  if (last.applied) return {StatusLine::kOk, commit + " is applied: " + InForceText(false)};
+  return {StatusLine::kError, commit + " is not applied: " + last.reason};
+}
+
 std::string CommitOutcomes::WhyNotApplied(const CommitFacts& facts, bool at_start) const {
   const std::string said = facts.errors.empty() ? "" : ": " + facts.errors.front();
   for (const Submission& sent : facts.sent) {

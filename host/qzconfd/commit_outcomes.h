@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "host/cdb/datastore.h"
+#include "host/runtime/status_board.h"
 #include "host/runtime/submissions.h"
 
 namespace host {
@@ -54,6 +55,9 @@ class CommitOutcomes {
   // there are more than kMost.
   void Add(const CommitInfo& commit, bool at_start, CommitFacts facts,
            std::chrono::microseconds took);
+
+  // How the last commit stands, for the board.
+  StatusLine Line() const;
 
   // By time, the latest last.
   const std::deque<CommitOutcome>& all() const { return outcomes_; }

@@ -23,6 +23,7 @@ struct Shared {
   std::shared_ptr<EventLoop> loop;
   StateProviders state_providers;
   Submissions submissions;
+  StatusBoard status_board;
   std::vector<std::unique_ptr<Watch>> signal_watches;
 };
 
@@ -86,6 +87,10 @@ std::shared_ptr<StateProviders> StateProvidersOf(qzmw_t* mw) {
 
 std::shared_ptr<Submissions> SubmissionsOf(qzmw_t* mw) {
   return {mw->shared, &mw->shared->submissions};
+}
+
+std::shared_ptr<StatusBoard> StatusBoardOf(qzmw_t* mw) {
+  return {mw->shared, &mw->shared->status_board};
 }
 
 void NotifyReady() { sd_notify(0, "READY=1"); }

@@ -43,8 +43,10 @@ def send(port, count=1):
 
 
 class KernelTest(DaemonTest):
-    def tearDown(self):
-        subprocess.run(["nft", "flush", "ruleset"], check=True)
+    def setUp(self):
+        super().setUp()
+        # After the daemons have ended, which may own their tables.
+        self.addCleanup(subprocess.run, ["nft", "flush", "ruleset"], check=True)
 
     def start(self, **settings):
         return self.daemon(filter_backend="kernel", **settings).start()
@@ -131,6 +133,50 @@ class KernelTest(DaemonTest):
         before = self.hits(daemon)[0]
         send(80)
         self.assert_hits(daemon, [before + 1])
+
+    def rules(self):
+        listed = subprocess.run(["nft", "-s", "list", "ruleset"], capture_output=True, text=True)
+        return listed.stdout
+
+    def test_damage_to_the_state_takes_no_filters_away(self):
+        state = self.directory / "state"
+        log, database = state / "configuration.db-wal", state / "configuration.db"
+
+        with_file = ("with", self.directory / "config.xml")
+
+        def flip():
+            octets = bytearray(log.read_bytes())
+            octets[40] ^= 4
+            log.write_bytes(octets)
+
+        for damage, ended, said, way_out, entries in (
+            (flip, signal.SIGKILL, "in doubt", with_file, 2),
+            (log.unlink, signal.SIGKILL, "in doubt", ("empty",), 0),
+            (lambda: database.write_bytes(b""), signal.SIGTERM, "is empty", ("empty",), 0),
+            (database.unlink, signal.SIGTERM, "is missing", with_file, 2),
+            (lambda: [file.unlink() for file in state.iterdir()], signal.SIGKILL,
+             "nothing was ever committed", with_file, 2),
+        ):
+            with self.subTest(said, ended=ended):
+                daemon = self.start()
+                self.apply(daemon, (1, 80))
+                self.apply(daemon, (1, 80), (2, 443))
+                daemon.stop(ended)
+                before = self.rules()
+                damage()
+                daemon = self.start()
+                self.assertRegex(self.aclctl(daemon, "show", "status").stdout, f"storage +error.*{said}")
+                self.assertRegex(daemon.log(), said)
+                refused = self.aclctl(daemon, "apply", self.directory / "config.xml")
+                self.assertEqual(refused.returncode, 5)
+                self.assertIn("aclctl recover", refused.stderr)
+                subprocess.run("ip link set port0 down; ip link set port0 up", shell=True, check=True)
+                self.assertEqual(self.rules(), before)
+                done = self.aclctl(daemon, "recover", *way_out)
+                self.assertEqual(done.returncode, 0, done.stderr)
+                self.assertEqual(self.rules().count("drop"), entries)
+                self.apply(daemon, (1, 80))
+                self.assertEqual(daemon.stop(), 0)
 
     def test_without_the_privilege_the_start_is_refused(self):
         result = subprocess.run(

@@ -25,6 +25,12 @@ Failure Apply(const Arguments& arguments);
 Failure ShowConfig(const Arguments& arguments);
 Failure ShowResources(const Arguments& arguments);
 Failure ShowGroups(const Arguments& arguments);
+// How the daemon is: what to look at first.
+Failure ShowStatus(const Arguments& arguments);
+// What a stored configuration that is in doubt is to be: what was found, nothing, or a file's.
+Failure RecoverAccept(const Arguments& arguments);
+Failure RecoverEmpty(const Arguments& arguments);
+Failure RecoverWith(const Arguments& arguments);
 // What became of the commits, and what is in force.
 Failure ShowCommits(const Arguments& arguments);
 // The history of the configuration, and the way back.

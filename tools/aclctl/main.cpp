@@ -30,10 +30,14 @@ const Command kCommands[] = {
     {{"history"}, 0, kMost | kJson, History},
     {{"show", "commit"}, 1, kJson, ShowCommit},
     {{"rollback"}, 1, kJson, Rollback},
+    {{"recover", "accept"}, 1, 0, RecoverAccept},
+    {{"recover", "empty"}, 0, 0, RecoverEmpty},
+    {{"recover", "with"}, 1, 0, RecoverWith},
     {{"show", "commits"}, 0, kJson | kXml, ShowCommits},
     {{"show", "config"}, 0, kJson | kXml, ShowConfig},
     {{"show", "resources"}, 0, kJson | kXml, ShowResources},
     {{"show", "groups"}, 0, kJson | kXml | kHits, ShowGroups},
+    {{"show", "status"}, 0, kJson | kXml, ShowStatus},
     {{"flush"}, 0, 0, Flush},
 };
 
@@ -48,6 +52,11 @@ constexpr char kHelp[] =
     "  history         the last commits (-n N: how many, default 20)\n"
     "  show commit N   what commit N changed\n"
     "  rollback N      make the configuration what it was after commit N\n"
+    "  show status     how the daemon is: what to look at first\n"
+    "  recover ...     go on when the stored configuration is in doubt (show status tells):\n"
+    "    accept N        with what was found, the configuration of commit N\n"
+    "    with FILE       with the configuration in a file (.json or .xml)\n"
+    "    empty           with no configuration, and no filters\n"
     "  show commits    what is in force, and what became of the last commits\n"
     "  show config     the running configuration (--json, the default, or --xml)\n"
     "  show resources  filter entries: capacity and use\n"

@@ -95,9 +95,10 @@ class DiskFaultTest : public testing::TestWithParam<Fault> {
                               const ly_ctx* context) {
     const ScratchDirectory copy;
     for (const auto& [name, content] : disk) copy.Write(name, content);
-    DatastoreErrors errors;
-    const auto storage = Storage::Open(copy.path() + "/configuration.db", {}, &errors);
-    EXPECT_EQ("", ToText(errors));
+    bool begin = false;
+    StorageProblem problem;
+    const auto storage = Storage::Open(copy.path() + "/configuration.db", {}, &begin, &problem);
+    EXPECT_EQ("", problem.why);
     if (storage == nullptr) return "";
     Tree tree;
     EXPECT_EQ("", ToText(storage->Load(context, &tree)));

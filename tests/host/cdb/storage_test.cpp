@@ -7,6 +7,7 @@
 
 #include "host/cdb/sqlite.h"
 #include "tests/host/cdb/edit_maker.h"
+#include "tests/host/cdb/fault_vfs.h"
 #include "tests/host/cdb/support.h"
 
 namespace host {
@@ -119,49 +120,51 @@ TEST_F(StorageTest, OneProcessOwnsTheDatabase) {
   EXPECT_NE(std::string::npos, why.find(Database())) << why;
 }
 
-TEST_F(StorageTest, WhatIsNoDatabaseOfOursIsLeftAlone) {
-  {
-    scratch_.Write("configuration.db", std::string(8192, 'x'));
-    EXPECT_NE(std::string::npos, WhyNot().find("no database"));
-    std::filesystem::remove(Database());
-  }
-  const auto make = [this](const char* sql) {
-    std::filesystem::remove(Database());
-    sqlite3* raw = nullptr;
-    ASSERT_EQ(SQLITE_OK, sqlite3_open(Database().c_str(), &raw));
-    const SqlDatabase database(raw);
-    ASSERT_TRUE(Execute(raw, sql)) << sqlite3_errmsg(raw);
+// Content that is at fault, with what is said of it. Nothing is enforced of it, nothing written.
+TEST_F(StorageTest, WhatCannotBeUsedIsInDoubtAndLeftAlone) {
+  const struct {
+    const char* sql;  // null: the file is overwritten
+    const char* said;
+  } kCases[] = {
+      {nullptr, "no database"},
+      {"PRAGMA application_id = 7", "another program"},
+      {"PRAGMA user_version = 99", "format 99"},
+      {"UPDATE unit SET content = replace(content, '7', '9')", "2 of 3 stored entries are damaged"},
+      {"DELETE FROM unit WHERE list = 'access-list-entry'", "not those of its last commit"},
+      {"UPDATE txn SET comment = 'x' WHERE id = 2", "1 of 2 commits of the history are damaged"},
+      {"DELETE FROM txn WHERE id = 2", "commits of its history are missing"},
+      {"DELETE FROM txn WHERE id = 3", "commit 3 was acknowledged, but cannot be found"},
+      {"UPDATE checkpoint SET id = 2", "checkpoint is damaged"},
+      {"UPDATE identity SET database = randomblob(16)", "identity or its checkpoint"},
+      {"DROP TABLE txn", "no such table"},
   };
-  make("CREATE TABLE theirs(a)");
-  EXPECT_NE(std::string::npos, WhyNot().find("another program"));
-  make("PRAGMA application_id = 1094929457; PRAGMA user_version = 99; CREATE TABLE t(a)");
-  EXPECT_NE(std::string::npos, WhyNot().find("format 99"));
+  for (const auto& [sql, said] : kCases) {
+    SCOPED_TRACE(said);
+    const ScratchDirectory scratch;
+    options_.state_directory = scratch.path();
+    const std::string path = scratch.path() + "/configuration.db";
+    { ASSERT_EQ("", ToText(Edit(Open().get(), Vlans(8)))); }
+    { ASSERT_EQ("", ToText(Edit(Open().get(), Vlans(7)))); }
+    if (sql != nullptr) {
+      sqlite3* raw = nullptr;
+      ASSERT_EQ(SQLITE_OK, sqlite3_open(path.c_str(), &raw));
+      const SqlDatabase database(raw);
+      ASSERT_TRUE(Execute(raw, sql)) << sqlite3_errmsg(raw);
+    } else {
+      scratch.Write("configuration.db", std::string(8192, 'x'));
+    }
+    const std::string before = ReadWhole(path);
+    auto datastore = Open();
+    std::string reasons;
+    for (const std::string& reason : datastore->Doubt().reasons) reasons += reason + "\n";
+    EXPECT_NE(std::string::npos, reasons.find(said)) << reasons;
+    const std::string refusal = ToText(Edit(datastore.get(), Vlans(5)));
+    EXPECT_NE(std::string::npos, refusal.find("aclctl recover")) << refusal;
+    datastore.reset();
+    EXPECT_EQ(before, ReadWhole(path));
+  }
   options_.state_directory += "/missing";
   EXPECT_NE(std::string::npos, WhyNot().find("unable to open"));
-}
-
-TEST_F(StorageTest, DamageIsFoundAtTheStart) {
-  {
-    auto datastore = Open();
-    for (int i = 0; i < 40; ++i) Edit(datastore.get(), Config(Interface("e" + std::to_string(i))));
-  }
-  const auto size = std::filesystem::file_size(Database());
-  std::fstream file(Database(), std::ios::in | std::ios::out | std::ios::binary);
-  file.seekp(static_cast<std::streamoff>(4096));
-  file << std::string(size - 4096, '\x5a');
-  file.close();
-  const std::string why = WhyNot();
-  EXPECT_NE(std::string::npos, why.find("damaged")) << why;
-}
-
-TEST_F(StorageTest, ContentThatTheSchemaRefusesIsAnError) {
-  { ASSERT_EQ("", ToText(Edit(Open().get(), Vlans(7)))); }
-  sqlite3* raw = nullptr;
-  ASSERT_EQ(SQLITE_OK, sqlite3_open(Database().c_str(), &raw));
-  ASSERT_TRUE(Execute(raw, "UPDATE unit SET content = replace(content, '7', '7000')"));
-  sqlite3_close(raw);
-  const std::string why = WhyNot();
-  EXPECT_NE(std::string::npos, why.find("7000")) << why;
 }
 
 TEST_F(StorageTest, RollbackMakesANewCommitOfAnOldState) {
