@@ -7,8 +7,8 @@ namespace host::classifier {
 namespace {
 
 constexpr size_t kSample = 384;      // rules that a candidate is judged by
-constexpr size_t kSeeds = 32;        // masks of the sample that candidates are made from
-constexpr size_t kMaxCoarser = 256;  // candidates made from one of them
+constexpr size_t kSeeds = 16;        // masks of the sample that candidates are made from
+constexpr size_t kMaxCoarser = 192;  // candidates made from one of them
 constexpr int kMaxJudged = 300;      // candidates looked at closely
 constexpr double kWelcomeMates =
     1.5;  // rules beside a rule in its bucket that cost next to nothing

@@ -203,7 +203,110 @@ class Model {
 TEST(ClassifierTest, DecidesAsALinearSearchDoes) {
   for (uint64_t seed = 0; seed < 12 && !HasFailure(); ++seed) {
     SCOPED_TRACE(seed);
-    Model(seed).Run(150);
+    Model(seed).Run(100);
+  }
+}
+
+// Searches run beside updates that never change their outcome: in each generation one of two roots
+// denies the frame, and the other lets it pass.
+TEST(ClassifierTest, SwitchesAllRootsAtOnceUnderRunningSearches) {
+  if (sizeof(void*) < 8) GTEST_SKIP() << "a generation takes two stores on this machine";
+  HeapMemory memory;
+  for (int array = 0; array < CLS_ARRAYS; ++array) {  // arrays must not move
+    ASSERT_TRUE(memory.Grow(static_cast<cls_array>(array), 1U << 16));
+  }
+  Classifier classifier(&memory);
+  ASSERT_TRUE(classifier.Format());
+  std::mt19937_64 random(1);
+  Refusal refusal;
+  Rule deny;
+  deny.mask.word[2] = deny.value.word[2] = 0xffff0000;
+  deny.action = CLS_DENY;
+  EntryId denying = classifier.Insert(0, kNoEntry, deny, &refusal);
+  classifier.Publish();
+
+  std::atomic<bool> stop{false};
+  std::atomic<int> wrong{0};
+  std::atomic<uint64_t> begun{0};  // even: the searcher is between two searches
+  std::thread searcher([&] {
+    const auto denies = [&](uint32_t root, uint64_t generation) {
+      const uint32_t hit = Search(memory, root, {{0, 0, 0xffff0000, 0}}, generation);
+      return hit == CLS_FAILED || memory.At<cls_entry>(CLS_ENTRIES, hit)->action == CLS_DENY;
+    };
+    while (!stop) {
+      ++begun;
+      const uint64_t generation = __atomic_load_n(&memory.control()->generation, __ATOMIC_ACQUIRE);
+      if (denies(0, generation) == denies(1, generation)) ++wrong;
+      ++begun;
+    }
+  });
+  for (int i = 0; i < 600; ++i) {
+    const uint32_t from = i % 2;
+    ASSERT_TRUE(classifier.Remove(denying, &refusal));
+    EntryId last = kNoEntry;
+    for (int j = 0; j < 3; ++j) {  // beside it, so that tables and chains change
+      Rule other = RandomRule(Kind::kNested, random);
+      other.mask.word[3] |= 0xffff;
+      other.value.word[3] |= 1;
+      last = classifier.Insert(random() % 2, kNoEntry, other, &refusal);
+    }
+    if (i % 3 == 0) classifier.Remove(last, &refusal);
+    denying = classifier.Insert(1 - from, kNoEntry, deny, &refusal);
+    ASSERT_NE(denying, kNoEntry) << refusal.text;
+    if (i % 50 == 0) {
+      const uint32_t root = i / 50 % 2;
+      if (root == from) classifier.Replace(root, nullptr, 0, nullptr, &refusal);
+    }
+    classifier.Publish();
+    const uint64_t ticket = classifier.TakeTicket();
+    const uint64_t then = begun;
+    while (then % 2 != 0 && begun == then) std::this_thread::yield();
+    classifier.GracePassed(ticket);
+  }
+  stop = true;
+  searcher.join();
+  EXPECT_EQ(wrong, 0);
+  EXPECT_GT(begun, 1000U);
+}
+
+// What does not fit is refused with its numbers, and what was in force stays.
+TEST(ClassifierTest, RefusesWhatItCannotHold) {
+  std::mt19937_64 random(1);
+  struct Case {
+    uint32_t limit;  // elements of each array
+    size_t rules;
+    Refusal::Kind refused;
+  };
+  for (const Case& c :
+       {Case{512, 3000, Refusal::kNoRoom}, Case{1U << 18, 4000, Refusal::kTooComplex}}) {
+    HeapMemory memory(c.limit);
+    Classifier classifier(&memory);
+    ASSERT_TRUE(classifier.Format());
+    Refusal refusal;
+    Rule all;
+    ASSERT_NE(classifier.Insert(0, kNoEntry, all, &refusal), kNoEntry);
+    classifier.Publish();
+    // Masks without order that all meet in one key: no table but the coarsest holds two.
+    std::vector<Rule> rules(c.rules);
+    for (Rule& rule : rules) rule.mask.word[2] = random();
+    EXPECT_FALSE(classifier.Replace(0, rules.data(), rules.size(), nullptr, &refusal));
+    EXPECT_EQ(refusal.kind, c.refused);
+    EXPECT_GT(refusal.wanted, 0U);
+    classifier.Publish();  // leaves it out
+    EXPECT_EQ(classifier.UsageOf(0).entries, 1U);
+    if (c.refused == Refusal::kTooComplex) continue;
+    EntryId last = kNoEntry;
+    for (const Rule& rule : rules) {  // one by one: as many as fit
+      const EntryId id = classifier.Insert(0, last, rule, &refusal);
+      if (id == kNoEntry) break;
+      last = id;
+      classifier.Publish();
+    }
+    classifier.Publish();
+    EXPECT_EQ(classifier.Check(), "");
+    EXPECT_LT(classifier.UsageOf(0).entries, c.rules);
+    EXPECT_GT(classifier.UsageOf(0).entries, 100U);
+    EXPECT_NE(Search(memory, 0, {{0, 0, ~0ULL, 0}}, classifier.generation()), 0U);
   }
 }
 
