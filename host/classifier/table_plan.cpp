@@ -9,9 +9,8 @@ namespace {
 constexpr size_t kSample = 384;      // rules that a candidate is judged by
 constexpr size_t kSeeds = 16;        // masks of the sample that candidates are made from
 constexpr size_t kMaxCoarser = 192;  // candidates made from one of them
+constexpr uint32_t kShortChain = 4;  // longer ones are allowed only when tables are short
 constexpr int kMaxJudged = 300;      // candidates looked at closely
-constexpr double kWelcomeMates =
-    1.5;  // rules beside a rule in its bucket that cost next to nothing
 
 // How a field's mask is made coarser: it keeps so many of its upper bits, or all it has.
 struct FieldSteps {
@@ -121,7 +120,7 @@ class Planner {
       : masks_(masks),
         rules_(rules),
         chain_(chain),
-        welcome_mates_((chain - 1) / 2.0),
+        welcome_mates_(chain > kShortChain ? chain - 1.0 : (chain - 1) / 2.0),
         left_(masks.size()),
         left_count_(rules.size()) {
     for (uint32_t i = 0; i < rules.size(); ++i) left_[rules[i].mask].push_back(i);
@@ -213,7 +212,8 @@ class Planner {
       if (!Covers(candidate.mask, masks_[rules_[rule].mask])) continue;
       pairs += counter_[Hash(*rules_[rule].value & candidate.mask)]++;
     }
-    const double covered = candidate.covered;
+    // One rule of a part of all is covered just because the candidate was made from it.
+    const double covered = candidate.covered - (sample_.size() < left_count_ ? 1.0 : 0.0);
     if (covered < 2) return covered;
     const double at_full =
         covered / static_cast<double>(sample_.size()) * static_cast<double>(left_count_);
