@@ -78,8 +78,8 @@ void RunUpdates(Memory* memory, std::vector<Content>* contents) {
       if (random() % 3 == 0) classifier.Remove(classifier.First(root), &refusal);
     }
     if (update % 8 == 3) {
-      std::vector<Rule> rules;
-      for (int i = 0; i < 6; ++i) rules.push_back(RandomRule(Kind::kEqual, random));
+      std::vector<Rule> rules(6);
+      for (Rule& made : rules) made = RandomRule(Kind::kEqual, random);
       classifier.Replace(1, rules.data(), rules.size(), nullptr, &refusal);
     }
     if (update % 8 == 2) classifier.DiscardAll();

@@ -16,7 +16,11 @@ inline Rule RandomRule(Kind kind, std::mt19937_64& random) {
   Rule rule;
   cls_key& mask = rule.mask;
   cls_key value{};
-  for (auto& word : value.word) word = random() & random() & random();  // collisions welcome
+  for (auto& word : value.word) {  // few bits are set, so that values meet
+    word = random();
+    word &= random();
+    word &= random();
+  }
   switch (kind) {
     case Kind::kMixed:
       mask.word[2] = uint64_t{prefix(bits(2) * 8)} << 32 | prefix(32 - bits(3));
@@ -24,7 +28,10 @@ inline Rule RandomRule(Kind kind, std::mt19937_64& random) {
       mask.word[1] = bits(4) == 0 ? 0xfff : 0;
       break;
     case Kind::kAnyMask:
-      for (auto& word : mask.word) word = random() & random();
+      for (auto& word : mask.word) {
+        word = random();
+        word &= random();
+      }
       break;
     case Kind::kNested:
       value.word[2] = 0x0a0a0a0a0b0b0b0bULL;
