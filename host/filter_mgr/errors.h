@@ -11,10 +11,10 @@ enum FilterMgrError : int {
   FILTER_MGR_ERR_INVALID_GROUP = 2,  // no valid type or stage, or a second group of a type
   FILTER_MGR_ERR_CAPACITY = 3,       // more entries than a group holds
   FILTER_MGR_ERR_UNSUPPORTED = 4,    // an entry that cannot be enforced exactly; the log names it
-  FILTER_MGR_ERR_PRIVILEGE = 5,      // the process may not change the packet filter
+  FILTER_MGR_ERR_PRIVILEGE = 5,      // the process may not change the kernel's filters
   FILTER_MGR_ERR_KERNEL = 6,         // the kernel refused; the log names the port and the entry
-  FILTER_MGR_ERR_NETLINK = 7,        // no answer, or none that makes sense, from the kernel
-  FILTER_MGR_ERR_HELD = 8,           // held back: the stored configuration is in doubt
+  FILTER_MGR_ERR_NO_ANSWER = 7,      // the kernel could not be asked
+  FILTER_MGR_ERR_WITHDRAWN = 8,      // the other group of the same submission was refused
 };
 
 // The code in words, for messages.
@@ -25,10 +25,10 @@ inline const char* FilterMgrErrorText(FilterMgrError error) {
       "no valid type or stage, or a second group of its type",
       "more entries than a group holds",
       "an entry that cannot be enforced exactly",
-      "the daemon may not change the packet filter",
+      "the daemon may not change the kernel's filters",
       "the kernel refused",
-      "no usable answer from the kernel",
-      "held back, for the stored configuration is in doubt",
+      "the kernel could not be asked",
+      "the other group of its submission was refused",
   };
   return kTexts[error];
 }

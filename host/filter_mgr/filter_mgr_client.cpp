@@ -4,14 +4,11 @@
 #include <sys/epoll.h>
 
 #include <algorithm>
-#include <map>
-#include <utility>
 #include <vector>
 
+#include "host/filter_mgr/backends.h"
 #include "host/filter_mgr/group_state.h"
 #include "host/filter_mgr/group_table.h"
-#include "host/filter_mgr/memory_backend.h"
-#include "host/filter_mgr/nftables/nftables_backend.h"
 #include "host/limid/limid.h"
 #include "host/runtime/middleware.h"
 #include "host/runtime/settings.h"
@@ -21,41 +18,47 @@ namespace {
 
 using FiltersCommon::FiltersGroup;
 
-std::unique_ptr<host::NftablesBackend> OpenNftablesBackend() {
-  host::NftablesOptions options;
-  options.names = host::InterfaceNameOf;
-  std::vector<std::string> missing;
-  options.features = host::ProbeKernel(&missing);
-  for (const std::string& line : missing) Log(host::LogLevel::kWarning, "%s", line.c_str());
-  std::string reason;
-  auto backend = host::NftablesBackend::Open(options, &reason);
-  if (backend == nullptr) {
-    host::FailStart(reason + " (\"filter_backend = memory\" does without)");
+host::OpenedBackend OpenBackend() {
+  const std::string& setting = host::ProcessSettings().filter_backend;
+  host::OpenedBackend opened = host::OpenBackend(setting, host::InterfaceNameOf);
+  if (opened.backend == nullptr) {
+    host::FailStart(opened.why +
+                    " (\"filter_backend = memory\" filters nothing and needs no privileges)");
   }
-  return backend;
+  Log(host::LogLevel::kInfo, "filters are enforced by %s: %s", opened.backend->name(),
+      opened.why.c_str());
+  return opened;
 }
 
 // Lets the back end hear what the kernel announces, and try again what failed.
-class KernelWatch {
+class BackendWatch {
  public:
-  KernelWatch(host::NftablesBackend* backend, std::shared_ptr<host::EventLoop> loop)
-      : backend_(backend), loop_(std::move(loop)) {
-    for (int fd : backend->fds()) {
+  // Neither is owned but the loop. `on_changed` hears how the groups stand that were taken last.
+  BackendWatch(host::GroupTable* table, std::shared_ptr<host::EventLoop> loop,
+               std::function<void(const host::Standing&)> on_changed)
+      : table_(table), loop_(std::move(loop)), on_changed_(std::move(on_changed)) {
+    for (int fd : table->backend().fds()) {
       watches_.push_back(loop_->OnIo(fd, EPOLLIN, [this](uint32_t) { Poll(); }));
     }
   }
 
   // To be called after each update.
   void AfterUpdate() {
-    if (backend_->Pending() && retry_ == nullptr) Retry();
+    if (retry_ != nullptr || !table_->backend().Pending()) return;
+    delay_ = kFirstDelay;
+    Retry();
   }
 
  private:
-  static constexpr std::chrono::seconds kFirstDelay{1}, kLongestDelay{60};
+  // What stands in the way of an update is often gone at once; and a port may be open meanwhile.
+  static constexpr std::chrono::milliseconds kFirstDelay{10}, kLongestDelay{5000};
 
   void Poll() {
     retry_.reset();
-    if (!backend_->Poll()) return Retry();
+    std::optional<host::Standing> changed;
+    const bool done = table_->Poll(&changed);
+    if (changed) on_changed_(*changed);
+    if (!done) return Retry();
     delay_ = kFirstDelay;
   }
 
@@ -64,79 +67,95 @@ class KernelWatch {
     delay_ = std::min(2 * delay_, kLongestDelay);
   }
 
-  host::NftablesBackend* backend_;
+  host::GroupTable* table_;
   std::shared_ptr<host::EventLoop> loop_;
+  std::function<void(const host::Standing&)> on_changed_;
   std::vector<std::unique_ptr<host::Watch>> watches_;
   std::unique_ptr<host::Watch> retry_;
-  std::chrono::seconds delay_ = kFirstDelay;  // until the next attempt after a failure
+  std::chrono::milliseconds delay_ = kFirstDelay;  // until the next attempt after a failure
 };
 
 }  // namespace
 
-class FilterMgrClient::Impl {
+class FilterMgrClient::Impl : private host::FilterControl {
  public:
-  ~Impl() { submissions_->OnRelease(nullptr); }
   explicit Impl(qzmw_t* mw)
       : loop_(host::LoopOf(mw)),
-        backend_(MakeBackend()),
-        table_(backend_.get(), host::ProcessSettings().filter_capacity),
-        submissions_(host::SubmissionsOf(mw)) {
-    if (auto* kernel = dynamic_cast<host::NftablesBackend*>(backend_.get())) {
-      watch_.emplace(kernel, loop_);
-    }
-    submissions_->SetLeftInForce(backend_->Left());
-    submissions_->OnRelease([this] {
-      for (const auto& [type, group] : std::exchange(held_, {})) Update(group);
-    });
+        opened_(OpenBackend()),
+        table_(opened_.backend.get(), host::ProcessSettings().filter_capacity, opened_.why),
+        submissions_(host::SubmissionsOf(mw)),
+        watch_(&table_, loop_,
+               [this](const host::Standing& standing) { submissions_->Settle(standing); }) {
     registration_ = host::StateProvidersOf(mw)->Add(
         {"acl-app-filters", "filters",
          [this](const ly_ctx* context) {
            return host::BuildGroupState(context, table_, host::InterfaceNameOf);
          },
          [this] { return host::OpenGroupState(table_, host::InterfaceNameOf, alive_); }});
+    submissions_->SetLeftInForce(opened_.backend->Left());
+    submissions_->SetControl(this);
+  }
+  ~Impl() override { submissions_->SetControl(nullptr); }
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
+
+  int Create(const FiltersGroup& group) {
+    const host::FilterMgrError result = table_.Create(group);
+    Afterwards();
+    return result;
   }
 
-  int Create(const FiltersGroup& group) { return Answer(table_.Create(group)); }
-  // A group that is held back is taken all the same, for after a refusal the core sends no other:
-  // the record of the commit tells that it is not in force.
+  // A group that is taken and not in force yet is answered as taken: nothing that the client could
+  // do would help, and what it tells its users of the group's size holds as soon as the group is in
+  // force. What it is not told stands in the record of the commit, which says "pending" until then.
   int Update(const FiltersGroup& group) {
-    const char* const type = group.getType() == FiltersCommon::FILTERS_GROUP_TYPE_L2 ? "l2" : "l3";
-    const size_t entries = group.getEntriesRef().size();
-    if (!submissions_->held().empty()) {
-      held_.insert_or_assign(group.getType(), group);
-      submissions_->Add({type, entries, host::FILTER_MGR_ERR_HELD,
-                         host::FilterMgrErrorText(host::FILTER_MGR_ERR_HELD)});
-      return host::FILTER_MGR_OK;
-    }
+    const char* const type = TypeOf(group);
+    submissions_->Add({type, group.getEntriesRef().size(), {}});
     table_.Accept(group.getType(), submissions_->accepted(type));
-    const host::FilterMgrError result = table_.Update(group);
-    submissions_->Add({type, entries, result,
-                       result == host::FILTER_MGR_OK ? "" : host::FilterMgrErrorText(result)});
-    return Answer(result);
+    if (!submissions_->held().empty()) table_.Hold(submissions_->held());
+    const std::optional<host::Standing> standing = table_.Update(group);
+    Resolve(standing);
+    Afterwards();
+    return standing ? standing->error : host::FILTER_MGR_OK;
   }
 
  private:
-  static std::unique_ptr<host::Backend> MakeBackend() {
-    const std::string& name = host::ProcessSettings().filter_backend;
-    if (name == "memory") return std::make_unique<host::MemoryBackend>();
-    if (name == "kernel") return OpenNftablesBackend();
-    host::FatalFault(__func__, "filter_mgr", __LINE__, "unknown filter_backend \"%s\"",
-                     name.c_str());
+  // FilterControl.
+  void Finish() override { Resolve(table_.Finish()); }
+  void Release() override {
+    for (const auto& [key, group] : table_.pending()) {
+      submissions_->Add({TypeOf(group), group.getEntriesRef().size(), {}});
+    }
+    Resolve(table_.Release());
+    Afterwards();
   }
 
-  int Answer(host::FilterMgrError result) {
-    if (watch_) watch_->AfterUpdate();
-    idle_ = loop_->Soon([this] { backend_->Idle(); });
-    return result;
+  static const char* TypeOf(const FiltersGroup& group) {
+    return group.getType() == FiltersCommon::FILTERS_GROUP_TYPE_L2 ? "l2" : "l3";
+  }
+
+  void Resolve(const std::optional<host::Standing>& standing) {
+    if (!standing) return;
+    constexpr host::FilterMgrError kWithdrawn = host::FILTER_MGR_ERR_WITHDRAWN;
+    submissions_->Resolve(
+        *standing, {host::Standing::kRefused, kWithdrawn, host::FilterMgrErrorText(kWithdrawn)});
+    watch_.AfterUpdate();
+  }
+
+  void Afterwards() {
+    watch_.AfterUpdate();
+    idle_ = loop_->Soon([this] {
+      Finish();
+      opened_.backend->Idle();
+    });
   }
 
   std::shared_ptr<host::EventLoop> loop_;
   // Destroyed in reverse: what is shown goes before what it shows, watches before their back end.
-  std::unique_ptr<host::Backend> backend_;
+  host::OpenedBackend opened_;
   host::GroupTable table_;
   std::shared_ptr<host::Submissions> submissions_;
-  std::map<FiltersCommon::filtersGroupType_t, FiltersGroup> held_;  // not to be put in force yet
-  std::optional<KernelWatch> watch_;
+  BackendWatch watch_;
   std::unique_ptr<host::Watch> idle_;
   std::shared_ptr<const void> alive_ = std::make_shared<char>();
   host::StateProviders::Registration registration_;

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/filter_mgr/entry_order.h"
 #include "host/filter_mgr/entry_text.h"
 #include "host/runtime/middleware.h"
 
@@ -73,6 +74,7 @@ class GroupStateBuilder {
     writer_.emplace(module);
     lyd_node* top = writer_->Inner(nullptr, "filters");
     writer_->Leaf(top, "backend", table_.backend().name());
+    if (!table_.why().empty()) writer_->Leaf(top, "backend-reason", table_.why().c_str());
     writer_->Leaf(top, "capacity", table_.capacity());
     Add(top, most);
     if (writer_->ok()) return top;
@@ -97,41 +99,32 @@ class GroupStateBuilder {
       return;
     }
     if (!group_ && !Begin()) return;
-    if (reading_ != nullptr) return ReadHits();
     AddGroup(top, most);
   }
 
-  // Takes the group whose turn it is as it is now.
+  // Reads the hits of the group whose turn it is, and takes it as it is when that is done. False
+  // while it is not.
   bool Begin() {
     const auto it = table_.groups().find(groups_[next_group_]);
     if (it == table_.groups().end()) {
       ++next_group_;
       return false;
     }
-    group_ = it->second;
-    entries_.clear();
-    next_entry_ = 0;
-    entries_.reserve(group_->getEntriesRef().size());
-    for (const auto& [id, entry] : group_->getEntriesRef()) entries_.push_back(&entry);
-    const auto before = [](const auto* a, const auto* b) {
-      return a->getPriority() < b->getPriority();
-    };
-    if (!std::is_sorted(entries_.begin(), entries_.end(), before)) {
-      std::stable_sort(entries_.begin(), entries_.end(), before);
+    if (!reading_started_) {
+      reading_ = table_.backend().ReadHits(SlotOf(it->second.getType()));
+      reading_started_ = true;
     }
     hits_.reset();
-    reading_ = table_.backend().ReadHits(*group_);
-    return true;
-  }
-
-  // Goes on reading; starts anew, with the group as it is then, when it has changed.
-  void ReadHits() {
-    constexpr int kAttempts = 5;
-    const HitsReading::Progress progress = reading_->Next();
-    if (progress == HitsReading::Progress::kMore) return;
-    if (progress == HitsReading::Progress::kDone) hits_ = std::move(reading_->hits);
+    if (reading_ != nullptr) {
+      if (reading_->Next() == HitsReading::Progress::kMore) return false;
+      hits_ = std::move(reading_->hits);
+    }
     reading_.reset();
-    if (progress == HitsReading::Progress::kFailed && ++failures_ < kAttempts) group_.reset();
+    reading_started_ = false;
+    group_ = it->second;
+    next_entry_ = 0;
+    entries_ = EntriesInOrder(*group_);
+    return true;
   }
 
   void AddGroup(lyd_node* top, size_t most) {
@@ -147,7 +140,6 @@ class GroupStateBuilder {
     }
     if (next_entry_ < entries_.size()) return;
     group_.reset();
-    failures_ = 0;
     ++next_group_;
   }
 
@@ -197,9 +189,9 @@ class GroupStateBuilder {
   std::optional<FiltersGroup> group_;         // the one at work
   std::vector<const FiltersEntry*> entries_;  // its entries by priority
   size_t next_entry_ = 0;
-  std::unique_ptr<HitsReading> reading_;  // of its hits, while it goes on
+  std::unique_ptr<HitsReading> reading_;  // of the next one's hits, where they are counted
+  bool reading_started_ = false;
   std::optional<std::vector<Hits>> hits_;
-  int failures_ = 0;
   bool done_ = false;
 };
 

@@ -29,12 +29,14 @@ FilterMgrError GroupTable::Check(const FiltersGroup& group) const {
         group.getId());
     return FILTER_MGR_ERR_INVALID_GROUP;
   }
-  for (const auto& [key, held] : groups_) {
-    const bool same = key == KeyOf(group);
-    if (same == (held.getType() == group.getType())) continue;
-    Log(LogLevel::kError, "filter group %d is refused: group %d of stage %d is the %s group",
-        group.getId(), held.getId(), held.getStage(), GroupTypeName(held.getType()));
-    return FILTER_MGR_ERR_INVALID_GROUP;
+  for (const Groups* const groups : {&groups_, &pending_, &prepared_}) {
+    for (const auto& [key, held] : *groups) {
+      const bool same = key == KeyOf(group);
+      if (same == (held.getType() == group.getType())) continue;
+      Log(LogLevel::kError, "filter group %d is refused: group %d of stage %d is the %s group",
+          group.getId(), held.getId(), held.getStage(), GroupTypeName(held.getType()));
+      return FILTER_MGR_ERR_INVALID_GROUP;
+    }
   }
   const size_t need = group.getEntriesRef().size();
   const auto accepted = accepted_.find(group.getType());
@@ -49,18 +51,77 @@ FilterMgrError GroupTable::Check(const FiltersGroup& group) const {
 
 FilterMgrError GroupTable::Create(const FiltersGroup& group) {
   if (groups_.count(KeyOf(group)) != 0) return FILTER_MGR_ERR_EXISTS;
-  FilterMgrError result = Check(group);
-  if (result != FILTER_MGR_OK) return result;
-  result = group.getEntriesRef().empty() ? backend_->Create(group) : backend_->Apply(group);
+  if (!group.getEntriesRef().empty()) {
+    const std::optional<Standing> waits = Update(group);
+    const Standing standing = waits ? *waits : *Finish();
+    return static_cast<FilterMgrError>(standing.error);
+  }
+  const FilterMgrError result = Check(group);
   if (result == FILTER_MGR_OK) groups_.emplace(KeyOf(group), group);
   return result;
 }
 
-FilterMgrError GroupTable::Update(const FiltersGroup& group) {
+std::optional<Standing> GroupTable::Update(const FiltersGroup& group) {
   FilterMgrError result = Check(group);
-  if (result == FILTER_MGR_OK) result = backend_->Apply(group);
-  if (result == FILTER_MGR_OK) groups_.insert_or_assign(KeyOf(group), group);
-  return result;
+  if (result == FILTER_MGR_OK) result = backend_->Prepare(group);
+  if (result != FILTER_MGR_OK) return Refuse(result);
+  prepared_.insert_or_assign(KeyOf(group), group);
+  if (SlotOf(group.getType()) != kSlots.back()) return std::nullopt;
+  return Publish();
+}
+
+std::optional<Standing> GroupTable::Finish() {
+  if (prepared_.empty()) return std::nullopt;
+  return Publish();
+}
+
+Standing GroupTable::Refuse(FilterMgrError error) {
+  backend_->Discard();
+  prepared_.clear();
+  // What is held back was prepared, too.
+  if (!hold_.empty()) {
+    for (const auto& [key, group] : pending_) backend_->Prepare(group);
+  }
+  return {Standing::kRefused, error, FilterMgrErrorText(error)};
+}
+
+Standing GroupTable::Publish() {
+  const Standing standing =
+      hold_.empty() ? backend_->Publish() : Standing{Standing::kPending, FILTER_MGR_OK, hold_};
+  Note(standing);
+  return standing;
+}
+
+std::optional<Standing> GroupTable::Release() {
+  hold_.clear();
+  if (pending_.empty() && prepared_.empty()) return std::nullopt;
+  const Standing standing = Publish();
+  if (!standing.taken()) pending_.clear();
+  return standing;
+}
+
+bool GroupTable::Poll(std::optional<Standing>* changed) {
+  const Standing before = backend_->standing();
+  const bool done = backend_->Poll();
+  const Standing& now = backend_->standing();
+  if (now == before) return done;
+  Groups waiting = std::move(prepared_);
+  prepared_.clear();
+  Note(now);
+  if (!now.taken()) pending_.clear();
+  prepared_ = std::move(waiting);
+  *changed = now;
+  return done;
+}
+
+void GroupTable::Note(const Standing& standing) {
+  Groups& to = standing.state == Standing::kPending ? pending_ : groups_;
+  if (standing.taken()) {
+    if (&to == &groups_) prepared_.merge(pending_);
+    for (auto& [key, group] : prepared_) to.insert_or_assign(key, std::move(group));
+    if (&to == &groups_) pending_.clear();
+  }
+  prepared_.clear();
 }
 
 }  // namespace host

@@ -1,11 +1,19 @@
-// The filter groups that the Filter Manager holds: what a client sent and a back end took.
+// The filter groups of the Filter Manager: what clients send, and what of it is in force.
 //
-// Every change is checked here first (known type and stage, capacity), then put in force by the
-// back end, and only then held; so the table always shows what is in force.
+// Every group is checked first (known type and stage, capacity) and prepared by the back end. A
+// submission brings the L2 group and then the L3 group, so the L3 group has both put in force in
+// one switch, and its answer is that of both: when either cannot be put in force, neither is. A
+// group that comes alone waits for Finish(), which is called before the process next waits.
+//
+// A group that the back end has taken and not yet put in force (Standing::kPending) is answered as
+// taken: nobody has to send it again, nothing but newer content takes its place, and it will be
+// what the capacity was reckoned with. groups() tells only what is in force.
 #ifndef HOST_FILTER_MGR_GROUP_TABLE_H_
 #define HOST_FILTER_MGR_GROUP_TABLE_H_
 
 #include <map>
+#include <optional>
+#include <string>
 #include <utility>
 
 #include "host/filter_mgr/backend.h"
@@ -19,29 +27,54 @@ class GroupTable {
   using Key = std::pair<FiltersCommon::filtersGroupStage_t, unsigned short>;  // stage, id
   using Groups = std::map<Key, FiltersCommon::FiltersGroup>;
 
-  // `backend` is not owned. `capacity` is the number of entries that one group holds at most.
-  GroupTable(Backend* backend, unsigned int capacity) : backend_(backend), capacity_(capacity) {}
+  // `backend` is not owned; `why` says, for people, why it is that one. `capacity` is the number of
+  // entries that one group holds at most.
+  GroupTable(Backend* backend, unsigned int capacity, std::string why = "")
+      : backend_(backend), capacity_(capacity), why_(std::move(why)) {}
 
-  // Makes a group known. FILTER_MGR_ERR_EXISTS when a group of its id and stage is.
+  // Makes a group known, and puts its entries in force if it has any. FILTER_MGR_ERR_EXISTS when a
+  // group of its id and stage is known.
   FilterMgrError Create(const FiltersCommon::FiltersGroup& group);
   // Lets the group have so many entries, whatever the capacity.
   void Accept(FiltersCommon::filtersGroupType_t type, size_t entries) { accepted_[type] = entries; }
   // Replaces the group of the same id and stage whole. A group that is not known, for instance as
-  // its creation failed, is made known: the content is what counts.
-  FilterMgrError Update(const FiltersCommon::FiltersGroup& group);
+  // its creation failed, is made known: the content is what counts. No value while the group waits
+  // for the other one of its submission.
+  std::optional<Standing> Update(const FiltersCommon::FiltersGroup& group);
+  // Puts in force what waits; no value when nothing does.
+  std::optional<Standing> Finish();
 
+  // Puts nothing in force any more: what is sent is taken, and pending for `reason`.
+  void Hold(const std::string& reason) { hold_ = reason; }
+  // Ends that; how what was taken stands now, no value when nothing was.
+  std::optional<Standing> Release();
+  // Has the back end do what there is to do (Backend::Poll). `changed` gets how what was taken last
+  // stands, when that has changed.
+  bool Poll(std::optional<Standing>* changed);
+
+  // The groups that are taken and not in force yet.
+  const Groups& pending() const { return pending_; }
+  // The groups in force.
   const Groups& groups() const { return groups_; }
   unsigned int capacity() const { return capacity_; }
   Backend& backend() const { return *backend_; }
+  const std::string& why() const { return why_; }
 
  private:
   // Whether the group can be held at all; logs why not.
   FilterMgrError Check(const FiltersCommon::FiltersGroup& group) const;
+  // Drops what is prepared.
+  Standing Refuse(FilterMgrError error);
+  Standing Publish();
+  // Notes what became of the prepared groups and the pending ones.
+  void Note(const Standing& standing);
 
   Backend* backend_;
   unsigned int capacity_;
+  const std::string why_;
   std::map<FiltersCommon::filtersGroupType_t, size_t> accepted_;
-  Groups groups_;
+  Groups groups_, prepared_, pending_;
+  std::string hold_;  // why nothing is put in force; empty: no such reason
 };
 
 // "L2" or "L3", "?" for no valid type.

@@ -7,18 +7,22 @@
 #include <string>
 
 #include "host/filter_mgr/backend.h"
+#include "host/filter_mgr/backend_names.h"
 
 namespace host {
 
 class MemoryBackend : public Backend {
  public:
-  const char* name() const override { return "memory"; }
-  FilterMgrError Create(const FiltersCommon::FiltersGroup&) override { return FILTER_MGR_OK; }
-  FilterMgrError Apply(const FiltersCommon::FiltersGroup&) override { return FILTER_MGR_OK; }
-  std::unique_ptr<HitsReading> ReadHits(const FiltersCommon::FiltersGroup&) override {
-    return nullptr;
-  }
+  const char* name() const override { return kMemoryBackend; }
+  FilterMgrError Prepare(const FiltersCommon::FiltersGroup&) override { return FILTER_MGR_OK; }
+  Standing Publish() override { return {}; }
+  void Discard() override {}
+  const Standing& standing() const override { return standing_; }
+  std::unique_ptr<HitsReading> ReadHits(GroupSlot) override { return nullptr; }
   std::map<std::string, PortState> Ports() const override { return {}; }
+
+ private:
+  const Standing standing_;
 };
 
 }  // namespace host

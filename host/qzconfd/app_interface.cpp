@@ -185,10 +185,14 @@ class AppInterface::Impl : private host::CommitObserver {
       handler->SetInterface(&interface_);
       handler->ConfdConnected(phase);
     }
+    submissions_->SetOnSettled([this](const host::Standing& standing) {
+      if (outcomes_.Settle(standing)) TellStatus();
+    });
     initial_load_ = loop_->Soon([this] { LoadInitial(); });
   }
 
   ~Impl() override {
+    submissions_->SetOnSettled(nullptr);
     datastore_->RemoveObserver(this);
     for (const char* part : {"storage", "commits"}) board_->Show(part, nullptr);
   }
@@ -223,9 +227,16 @@ class AppInterface::Impl : private host::CommitObserver {
     facts.errors = errors.lines();
     outcomes_.Add(commit, at_start, std::move(facts),
                   std::chrono::duration_cast<std::chrono::microseconds>(took));
-    const host::CommitOutcome& outcome = outcomes_.all().back();
-    host::NotifyStatus("commit " + std::to_string(commit.id) +
-                       (outcome.applied ? " applied" : " not applied: " + outcome.reason));
+    TellStatus();
+  }
+
+  // Tells the service manager what became of the last commit.
+  void TellStatus() const {
+    const host::CommitOutcome& last = outcomes_.all().back();
+    std::string what = " not applied: " + last.reason;
+    if (last.result == host::CommitOutcome::kApplied) what = " applied";
+    if (last.result == host::CommitOutcome::kPending) what = " pending: " + last.reason;
+    host::NotifyStatus("commit " + std::to_string(last.commit.id) + what);
   }
 
   void OnCommit(const lyd_node* diff, const host::CommitInfo& commit) override {

@@ -1,6 +1,7 @@
 // What became of each commit: see commit_outcomes.h.
 #include "host/qzconfd/commit_outcomes.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "host/runtime/log.h"
@@ -31,6 +32,11 @@ std::string CommitText(const CommitInfo& commit) {
   return details.empty() ? text : text + " (" + details + ")";
 }
 
+// A group is refused last: nothing is sent after it.
+bool AllTaken(const std::vector<Submission>& sent) {
+  return sent.empty() || sent.back().standing.taken();
+}
+
 int64_t NowMicroseconds() {
   const auto since_1970 = std::chrono::system_clock::now().time_since_epoch();
   return std::chrono::duration_cast<std::chrono::microseconds>(since_1970).count();
@@ -41,18 +47,22 @@ int64_t NowMicroseconds() {
 void CommitOutcomes::Add(const CommitInfo& commit, bool at_start, CommitFacts facts,
                          std::chrono::microseconds took) {
   if (facts.not_taken != 0 && out_of_step_ == 0) out_of_step_ = commit.id;
+  const bool taken = !facts.sent.empty() && AllTaken(facts.sent);
+  if (taken) Correct(CommitOutcome::kSuperseded, "a later commit took its place");
   for (const Submission& sent : facts.sent) {
-    if (sent.error == 0) in_force_[sent.group] = {commit.id, sent.entries};
+    if (!taken) break;
+    const bool waits = sent.standing.state == Standing::kPending;
+    (waits ? waiting_ : in_force_)[sent.group] = {commit.id, sent.entries};
+    if (!waits) waiting_.erase(sent.group);
   }
   CommitOutcome outcome;
   outcome.commit = commit;
   outcome.at_start = at_start;
-  outcome.reason = WhyNotApplied(facts, at_start);
-  outcome.applied = outcome.reason.empty();
   outcome.facts = std::move(facts);
   outcome.time_us = NowMicroseconds();
   outcome.took = took;
-  if (outcome.applied) applied_ = commit.id;
+  Judge(&outcome);
+  if (outcome.result == CommitOutcome::kApplied) applied_ = commit.id;
   LogOutcome(outcome);
   if (outcomes_.size() == kMost) outcomes_.pop_front();
   outcomes_.push_back(std::move(outcome));
@@ -62,22 +72,86 @@ StatusLine CommitOutcomes::Line() const {
   if (outcomes_.empty()) return {StatusLine::kWarning, "the configuration is being loaded"};
   const CommitOutcome& last = outcomes_.back();
   const std::string commit = CommitText(last.commit);
-  if (last.applied) return {StatusLine::kOk, commit + " is applied: " + InForceText(false)};
-  return {StatusLine::kError, commit + " is not applied: " + last.reason};
+  switch (last.result) {
+    case CommitOutcome::kApplied:
+      return {StatusLine::kOk, commit + " is applied: " + InForceText(false)};
+    case CommitOutcome::kPending:
+      return {StatusLine::kWarning, commit + " is not in force yet: " + last.reason};
+    default:
+      return {StatusLine::kError, commit + " is not applied: " + last.reason};
+  }
+}
+
+void CommitOutcomes::Judge(CommitOutcome* outcome) const {
+  const CommitFacts& facts = outcome->facts;
+  if (!facts.handled && facts.not_taken == 0) {  // as the one before, for it changes nothing
+    if (outcomes_.empty()) return;
+    outcome->result = outcomes_.back().result;
+    outcome->reason = outcomes_.back().reason;
+    return;
+  }
+  outcome->reason = WhyNotApplied(facts, outcome->at_start);
+  if (!outcome->reason.empty()) {
+    outcome->result = CommitOutcome::kFailed;
+    return;
+  }
+  for (const Submission& sent : facts.sent) {
+    if (sent.standing.state == Standing::kInForce) continue;
+    outcome->result = CommitOutcome::kPending;
+    outcome->reason = sent.standing.reason;
+  }
+}
+
+bool CommitOutcomes::Settle(const Standing& standing) {
+  if (standing.state == Standing::kInForce || standing.state == Standing::kPartial) {
+    for (const auto& [type, group] : waiting_) in_force_[type] = group;
+  }
+  if (standing.state != Standing::kPending) waiting_.clear();
+  const bool concerned = std::any_of(outcomes_.begin(), outcomes_.end(), [](const auto& outcome) {
+    return outcome.result == CommitOutcome::kPending;
+  });
+  switch (standing.state) {
+    case Standing::kInForce:
+      Correct(CommitOutcome::kApplied, "");
+      break;
+    case Standing::kPartial:
+    case Standing::kPending:
+      Correct(CommitOutcome::kPending, standing.reason);
+      break;
+    case Standing::kRefused:
+      Correct(CommitOutcome::kFailed, "the Filter Manager refused the groups (filtMgrErr " +
+                                          std::to_string(standing.error) + "): " + standing.reason);
+      break;
+  }
+  return concerned;
+}
+
+void CommitOutcomes::Correct(CommitOutcome::Result result, const std::string& reason) {
+  for (CommitOutcome& outcome : outcomes_) {
+    if (outcome.result != CommitOutcome::kPending) continue;
+    outcome.reason = reason;
+    if (result == CommitOutcome::kPending) continue;
+    const int64_t now = NowMicroseconds();
+    outcome.took += std::chrono::microseconds(now - outcome.time_us);
+    outcome.time_us = now;
+    outcome.result = result;
+    if (result == CommitOutcome::kApplied) applied_ = outcome.commit.id;
+    if (result != CommitOutcome::kSuperseded) LogOutcome(outcome);
+  }
 }
 
 std::string CommitOutcomes::WhyNotApplied(const CommitFacts& facts, bool at_start) const {
   const std::string said = facts.errors.empty() ? "" : ": " + facts.errors.front();
-  for (const Submission& sent : facts.sent) {
-    if (sent.error == 0) continue;
+  // The last one has the reason; those before it were taken back for its sake.
+  if (!AllTaken(facts.sent)) {
+    const Submission& sent = facts.sent.back();
     return "the Filter Manager refused the " + GroupName(sent.group) + " group (filtMgrErr " +
-           std::to_string(sent.error) + ", " + sent.reason + ")" + said;
+           std::to_string(sent.standing.error) + ", " + sent.standing.reason + ")" + said;
   }
   if (facts.not_taken != 0) {
     return Counted(facts.not_taken, "change") + " could not be taken over, first " +
            facts.first_not_taken + said;
   }
-  if (!facts.handled) return outcomes_.empty() ? "" : outcomes_.back().reason;
   if (facts.sent.empty()) return "no groups were sent to the Filter Manager" + said;
   // A load goes on after what it cannot read, and says so in the log alone.
   if (at_start && !facts.errors.empty()) return "not all of it could be loaded" + said;
@@ -90,7 +164,10 @@ std::string CommitOutcomes::WhyNotApplied(const CommitFacts& facts, bool at_star
 
 void CommitOutcomes::LogOutcome(const CommitOutcome& outcome) const {
   const std::string text = CommitText(outcome.commit) + (outcome.at_start ? " at the start" : "");
-  if (outcome.applied) {
+  if (outcome.result == CommitOutcome::kPending) {
+    Log(LogLevel::kWarning, "%s: it stands, and is not in force yet: %s; in force: %s",
+        text.c_str(), outcome.reason.c_str(), InForceText(true).c_str());
+  } else if (outcome.result == CommitOutcome::kApplied) {
     Log(LogLevel::kInfo, "%s: applied in %.1f ms; %s", text.c_str(),
         static_cast<double>(outcome.took.count()) / 1000, InForceText(false).c_str());
   } else {

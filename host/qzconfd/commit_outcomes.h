@@ -6,6 +6,9 @@
 // was logged as an error. A submission carries the whole configuration, so the next one that
 // succeeds makes good for those that failed before. A change that a handler did not take is not
 // made good: until the next start, which loads everything anew, no commit counts as applied.
+//
+// Groups may be taken and come into force later, or not at all. Until that is known the commit is
+// pending; then its outcome is corrected.
 #ifndef HOST_QZCONFD_COMMIT_OUTCOMES_H_
 #define HOST_QZCONFD_COMMIT_OUTCOMES_H_
 
@@ -34,10 +37,16 @@ struct CommitFacts {
 struct CommitOutcome {
   CommitInfo commit;
   bool at_start = false;  // the initial load, which puts all commits so far in force
-  bool applied = false;
+  enum Result {
+    kApplied,
+    kPending,  // taken, and not or not everywhere in force yet
+    kFailed,
+    kSuperseded,  // was pending when a later commit took its place
+  };
+  Result result = kApplied;
   std::string reason;  // why it is not applied; empty when it is
   CommitFacts facts;
-  int64_t time_us = 0;  // when the handlers had done, microseconds since 1970
+  int64_t time_us = 0;  // when its result was known, microseconds since 1970
   std::chrono::microseconds took{0};
 };
 
@@ -56,6 +65,10 @@ class CommitOutcomes {
   void Add(const CommitInfo& commit, bool at_start, CommitFacts facts,
            std::chrono::microseconds took);
 
+  // Notes how the groups stand now that the Filter Manager took last; whether this concerns any
+  // outcome. Those that were pending are corrected, with a line in the log.
+  bool Settle(const Standing& standing);
+
   // How the last commit stands, for the board.
   StatusLine Line() const;
 
@@ -69,13 +82,17 @@ class CommitOutcomes {
 
  private:
   std::string WhyNotApplied(const CommitFacts& facts, bool at_start) const;
+  // Sets the result and the reason by the facts.
+  void Judge(CommitOutcome* outcome) const;
+  // Sets the result of those that are pending.
+  void Correct(CommitOutcome::Result result, const std::string& reason);
   void LogOutcome(const CommitOutcome& outcome) const;
   std::string InForceText(bool with_commits) const;
 
   std::deque<CommitOutcome> outcomes_;
   uint64_t applied_ = 0;
   uint64_t out_of_step_ = 0;  // the first commit of which a change was not taken; 0: none
-  std::map<std::string, GroupInForce> in_force_;
+  std::map<std::string, GroupInForce> in_force_, waiting_;  // the latter were taken, and are not
 };
 
 }  // namespace host

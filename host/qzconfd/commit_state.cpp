@@ -14,6 +14,8 @@ namespace host {
 namespace {
 
 constexpr char kModule[] = "acl-app-commits";
+// By CommitOutcome::Result.
+constexpr const char* kResults[] = {"applied", "pending", "failed", "superseded"};
 
 // RFC 3339, in UTC, with milliseconds.
 std::string DateAndTime(int64_t time_us) {
@@ -71,13 +73,14 @@ void AddCommit(const CommitOutcome& outcome, lyd_node* top, Writer* writer) {
   writer->Leaf(node, "time", DateAndTime(outcome.time_us));
   writer->Leaf(node, "duration",
                std::to_string(std::min<int64_t>(outcome.took.count(), UINT32_MAX)));
-  writer->Leaf(node, "result", outcome.applied ? "applied" : "failed");
+  writer->Leaf(node, "result", kResults[outcome.result]);
   writer->Text(node, "reason", outcome.reason);
   for (const std::string& error : outcome.facts.errors) writer->Text(node, "error", error);
   for (const Submission& sent : outcome.facts.sent) {
     lyd_node* group = writer->Entry(node, "group", sent.group);
     writer->Leaf(group, "entries", std::to_string(sent.entries));
-    if (sent.error != 0) writer->Leaf(group, "error", std::to_string(sent.error));
+    const int error = sent.standing.error;
+    if (error != 0) writer->Leaf(group, "error", std::to_string(error));
   }
 }
 

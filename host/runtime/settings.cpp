@@ -8,10 +8,13 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include "host/filter_mgr/backend_names.h"
 
 namespace host {
 namespace {
@@ -86,7 +89,8 @@ const std::map<std::string, Setter, std::less<>>& Setters() {
       {"netconf_write_group", Text(&Settings::netconf_write_group)},
       {"startup_file", OptionalPath(&Settings::startup_file)},
       {"yang_directory", Path(&Settings::yang_directory)},
-      {"filter_backend", OneOf(&Settings::filter_backend, {"kernel", "memory"})},
+      {"filter_backend", OneOf(&Settings::filter_backend,
+                               {std::begin(kBackendSettings), std::end(kBackendSettings)})},
       {"filter_capacity", Number(&Settings::filter_capacity, 10, 0, 65536,
                                  "must be a number of entries from 0 to 65536")},
       {"log_target", OneOf(&Settings::log_target, {"journal", "stderr"})},

@@ -29,7 +29,8 @@ struct Settings {
   unsigned int history_commits = 1000;
   // Where the YANG modules are.
   std::string yang_directory = ACL_APP_YANG_DIRECTORY;
-  // "kernel" or "memory".
+  // "kernel" for the best back end that enforces the filters here, or one by its name
+  // (host/filter_mgr/backend_names.h).
   std::string filter_backend = "kernel";
   // Entries that one filter group holds at most.
   unsigned int filter_capacity = 65536;

@@ -1,13 +1,11 @@
 // aclctl flush.
-#include "host/filter_mgr/nftables/flush.h"
-
-#include <linux/netlink.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
+#include "host/filter_mgr/flush.h"
 #include "host/netconf/listener.h"
 #include "tools/aclctl/commands.h"
 
@@ -35,10 +33,8 @@ Failure Flush(const Arguments& arguments) {
                 " is running: " + std::strerror(errno),
             {}};
   }
-  int error = 0;
-  const auto socket = host::OpenNetlink({NETLINK_NETFILTER, 0, 0}, &error);
   size_t ports = 0;
-  if (error == 0) error = host::FlushTables(*socket, &ports);
+  const int error = host::FlushBackends("", &ports);
   if (error != 0) return KernelFailure(error);
   std::printf("Filters of %zu %s removed.\n", ports, ports == 1 ? "port" : "ports");
   return {};

@@ -1,5 +1,7 @@
 #include "host/filter_mgr/nftables/flush.h"
 
+#include <linux/netlink.h>
+
 #include <cerrno>
 
 #include "host/filter_mgr/nftables/kernel/batch.h"
@@ -7,24 +9,26 @@
 
 namespace host {
 
-int FlushTables(NetlinkSocket& socket, size_t* ports) {
-  constexpr int kAttempts = 8;  // others may change the packet filter meanwhile
-  KernelReader reader(&socket);
-  BatchResult result;
+int FlushNftables(size_t* ports) {
+  constexpr int kAttempts = 64;  // others may change the packet filter meanwhile
+  int error = 0;
+  const auto socket = OpenNetlink({NETLINK_NETFILTER, 0, 0}, &error);
+  if (socket == nullptr) return error;
+  KernelReader reader(socket.get());
   for (int i = 0; i < kAttempts; ++i) {
     uint32_t generation = 0;
-    HeldTables tables;
-    int error = reader.ReadGeneration(&generation);
-    if (error == 0) error = reader.ReadTables(&tables);
+    std::vector<std::string> names;
+    error = reader.ReadGeneration(&generation);
+    if (error == 0) error = reader.ReadPorts(&names);
     if (error != 0) return error;
-    *ports = tables.size();
-    if (tables.empty()) return 0;
-    NftBatch batch(generation);
-    for (const auto& [port, table] : tables) batch.DeleteTable(TableName(port));
-    result = batch.Commit(socket);
-    if (result.error != -ERESTART) break;
+    *ports = names.size();
+    if (names.empty()) return 0;
+    NftBatch batch;
+    for (const std::string& port : names) batch.DeleteTable(TableName(port));
+    error = batch.Commit(*socket, generation).error;
+    if (error != -ERESTART) break;
   }
-  return result.error;
+  return error;
 }
 
 }  // namespace host

@@ -4,14 +4,12 @@
 
 #include <cstddef>
 
-#include "host/filter_mgr/linux/netlink.h"
-
 namespace host {
 
 // Removes all tables of the Filter Manager from the kernel's packet filter, in one transaction. 0
 // with the number of ports in `*ports`, or a negative errno: -EPERM without CAP_NET_ADMIN, or while
 // a running daemon owns a table.
-int FlushTables(NetlinkSocket& socket, size_t* ports);
+int FlushNftables(size_t* ports);
 
 }  // namespace host
 

@@ -1,26 +1,19 @@
 #include "host/filter_mgr/nftables/nftables_backend.h"
 
-#include <libmnl/libmnl.h>
-#include <linux/netfilter.h>
-#include <linux/netfilter/nf_tables.h>
-#include <linux/netfilter/nfnetlink.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "host/filter_mgr/entry_text.h"
-#include "host/filter_mgr/group_table.h"
 #include "host/filter_mgr/nftables/kernel/hits.h"
 #include "host/runtime/middleware.h"
 
 namespace host {
 namespace {
 
+using FiltersCommon::FiltersEntry;
 using FiltersCommon::FiltersGroup;
-
-constexpr std::array<GroupSlot, kGroupSlots> kSlots = {kL2, kL3};
-constexpr int kAttempts = 8;
 
 const std::vector<RulePtr>& NoRules() {
   static const std::vector<RulePtr> kNone;
@@ -36,46 +29,48 @@ const PortEntry& EntryOfRule(const PortRules& port, int64_t rule) {
   return port.entries.back();
 }
 
-// Whether two readings of a chain are of the same rules. One that is not understood is the same as
-// long as its handle is.
-bool SameRules(const HeldChain& a, const HeldChain& b) {
-  return std::equal(a.rules.begin(), a.rules.end(), b.rules.begin(), b.rules.end(),
-                    [](const HeldRule& x, const HeldRule& y) {
-                      return SameRule(*x.rule, *y.rule) ||
-                             (x.rule->foreign && y.rule->foreign && x.handle == y.handle);
-                    });
+// Whether the groups have the same entries in the same places. Content is shared between a group
+// and the next where nobody changed it, so that this is mostly told by identity.
+bool SameEntries(const FiltersGroup& a, const FiltersGroup& b) {
+  const auto& ours = a.getEntriesRef();
+  const auto& others = b.getEntriesRef();
+  return &ours == &others ||
+         (ours.size() == others.size() &&
+          std::equal(ours.begin(), ours.end(), others.begin(), [](const auto& x, const auto& y) {
+            return x.first == y.first && x.second.getPriority() == y.second.getPriority() &&
+                   x.second.contentIdentity() == y.second.contentIdentity();
+          }));
 }
 
-// Takes over what the kernel's counters do not have, for chunks that are as they were.
-void CarryOn(const HeldTable& before, HeldTable* now) {
-  for (const GroupSlot slot : kSlots) {
-    for (auto& [number, chunk] : now->groups[slot].chunks) {
-      const auto it = before.groups[slot].chunks.find(number);
-      if (it == before.groups[slot].chunks.end() || !SameRules(it->second, chunk)) continue;
-      for (size_t i = 0; i < chunk.rules.size(); ++i) {
-        chunk.rules[i].carried = it->second.rules[i].carried;
-      }
-    }
+// Whether what failed may succeed later without anyone changing the groups.
+bool IsPassing(const BatchResult& result) {
+  switch (-result.error) {
+    case ERESTART:
+    case ESTALE:
+    case EAGAIN:
+    case EINTR:
+    case EBUSY:
+    case ENOBUFS:
+    case ENOMEM:
+      return true;
+    case EMSGSIZE:
+    case EPERM:
+    case EACCES:
+      return false;
+    default:
+      return !result.refused;  // no answer, or a socket that fails
   }
 }
 
-// The table that an announcement of the packet filter is about; empty for none of this family.
-std::string TableOf(const nlmsghdr* message) {
-  constexpr uint16_t kTableName = 1;  // the same attribute in tables, chains, rules and sets
-  static_assert(NFTA_TABLE_NAME == kTableName && NFTA_CHAIN_TABLE == kTableName &&
-                NFTA_RULE_TABLE == kTableName && NFTA_SET_TABLE == kTableName &&
-                NFTA_SET_ELEM_LIST_TABLE == kTableName);
-  if (NFNL_SUBSYS_ID(message->nlmsg_type) != NFNL_SUBSYS_NFTABLES ||
-      NFNL_MSG_TYPE(message->nlmsg_type) == NFT_MSG_NEWGEN ||
-      static_cast<const nfgenmsg*>(mnl_nlmsg_get_payload(message))->nfgen_family !=
-          NFPROTO_NETDEV) {
-    return {};
-  }
-  std::string name;
-  ForEachAttribute(message, sizeof(nfgenmsg), [&name](const nlattr* attribute) {
-    if (mnl_attr_get_type(attribute) == kTableName) name = mnl_attr_get_str(attribute);
-  });
-  return name;
+FilterMgrError CodeOf(const BatchResult& result) {
+  if (result.error == -EPERM || result.error == -EACCES) return FILTER_MGR_ERR_PRIVILEGE;
+  return result.refused ? FILTER_MGR_ERR_KERNEL : FILTER_MGR_ERR_NO_ANSWER;
+}
+
+// Whether the table holds anything that filters.
+bool HasRules(const HeldTable& table) {
+  return std::any_of(table.groups.begin(), table.groups.end(),
+                     [](const HeldGroup& group) { return !group.order.empty(); });
 }
 
 }  // namespace
@@ -83,10 +78,14 @@ std::string TableOf(const nlmsghdr* message) {
 std::unique_ptr<NftablesBackend> NftablesBackend::Open(const NftablesOptions& options,
                                                        std::string* reason) {
   std::unique_ptr<NftablesBackend> backend(new NftablesBackend(options));
-  const int error = backend->Connect();
+  const int error = backend->kernel_.Open(options.open, options.features.ownership);
   if (error == 0) {
-    const size_t ports = backend->held_.size();
-    if (ports != 0) Log(LogLevel::kInfo, "an earlier run has left filters on %zu ports", ports);
+    const HeldTables& held = backend->kernel_.held();
+    backend->left_ = static_cast<size_t>(std::count_if(
+        held.begin(), held.end(), [](const auto& table) { return HasRules(table.second); }));
+    if (backend->left_ != 0) {
+      Log(LogLevel::kInfo, "an earlier run has left filters on %zu ports", backend->left_);
+    }
     return backend;
   }
   if (error == -EPERM || error == -EACCES) {
@@ -97,250 +96,253 @@ std::unique_ptr<NftablesBackend> NftablesBackend::Open(const NftablesOptions& op
   return nullptr;
 }
 
-int NftablesBackend::Connect() {
-  int error = 0;
-  commands_ = options_.open({NETLINK_NETFILTER, 0, 0}, &error);
-  if (commands_ == nullptr) return error;
-  // From before the first reading, so that no change is missed.
-  events_ = options_.open({NETLINK_NETFILTER, NFNLGRP_NFTABLES, commands_->port_id()}, &error);
-  if (events_ == nullptr) return error;
-  reader_.emplace(commands_.get());
-  error = links_.Open(options_.open);
-  return error == 0 ? reader_->ReadTables(&held_) : error;
-}
-
-size_t NftablesBackend::Left() const {
-  return static_cast<size_t>(std::count_if(held_.begin(), held_.end(), [](const auto& held) {
-    const auto& groups = held.second.groups;
-    return std::any_of(groups.begin(), groups.end(), [](const HeldGroup& group) {
-      return !group.chunks.empty() || !group.base.rules.empty();
-    });
-  }));
-}
-
-FilterMgrError NftablesBackend::Apply(const FiltersGroup& group) {
+FilterMgrError NftablesBackend::Prepare(const FiltersGroup& group) {
   const GroupSlot slot = SlotOf(group.getType());
+  prepared_[slot].reset();
+  const std::optional<CompiledGroup>& before = pending_[slot] ? pending_[slot] : groups_[slot];
+  if (!pending_[slot] && before && SameEntries(group, before->source)) return FILTER_MGR_OK;
   CompileError error;
-  auto compiled = CompileGroup(group, groups_[slot] ? &*groups_[slot] : nullptr,
-                               {options_.names, options_.features.set_pcp}, &error);
-  if (!compiled) {
-    Log(LogLevel::kError, "filter group %d (%s) is refused: entry %d cannot be enforced: %s",
-        group.getId(), GroupTypeName(group.getType()), error.entry, error.reason.c_str());
-    return FILTER_MGR_ERR_UNSUPPORTED;
-  }
-  Targets targets{};
-  targets[slot] = &*compiled;
-  const size_t before = writes_;
-  const FilterMgrError result = Program(targets);
-  if (result != FILTER_MGR_OK) return result;
-  Log(LogLevel::kDebug, "filter group %d (%s): %zu entries in force, %zu changes written",
-      group.getId(), GroupTypeName(group.getType()), group.getEntriesRef().size(),
-      writes_ - before);
-  Idle();  // in case nobody else has called it
-  ++version_;
-  if (groups_[slot]) retired_.push_back(std::move(*groups_[slot]));
-  groups_[slot] = std::move(compiled);
-  return FILTER_MGR_OK;
+  prepared_[slot] = CompileGroup(group, before ? &*before : nullptr,
+                                 {options_.names, options_.features.set_pcp}, &error);
+  if (prepared_[slot]) return FILTER_MGR_OK;
+  Log(LogLevel::kError, "filter group %d (%s) is refused: entry %d cannot be enforced: %s",
+      group.getId(), SlotName(slot), error.entry, error.reason.c_str());
+  return FILTER_MGR_ERR_UNSUPPORTED;
 }
 
-FilterMgrError NftablesBackend::Program(const Targets& targets) {
+void NftablesBackend::Discard() {
+  for (auto& group : prepared_) group.reset();
+}
+
+Standing NftablesBackend::Publish() {
+  Targets targets{};
+  for (const GroupSlot slot : kSlots) {
+    const auto& group = prepared_[slot] ? prepared_[slot] : pending_[slot];
+    if (group) targets[slot] = &*group;
+  }
+  const size_t before = writes_;
+  const BatchResult result = Program(targets);
+  if (result.error == 0) {
+    Log(LogLevel::kDebug, "filter groups in force, %zu changes written", writes_ - before);
+    Idle();  // in case nobody else has called it
+    Enforce(&pending_);
+    Enforce(&prepared_);
+    return standing_ = StandingInForce();
+  }
+  const std::string what = Describe(result, targets);
+  if (!IsPassing(result)) {
+    Log(LogLevel::kError, "%s", what.c_str());
+    Discard();
+    return {Standing::kRefused, CodeOf(result), FilterMgrErrorText(CodeOf(result))};
+  }
+  Log(LogLevel::kWarning, "%s; it is tried again", what.c_str());
+  for (const GroupSlot slot : kSlots) {
+    if (prepared_[slot]) pending_[slot] = std::exchange(prepared_[slot], std::nullopt);
+  }
+  return standing_ = {Standing::kPending, FILTER_MGR_OK, what};
+}
+
+void NftablesBackend::Enforce(Groups* groups) {
+  for (const GroupSlot slot : kSlots) {
+    auto& group = (*groups)[slot];
+    if (!group) continue;
+    if (groups_[slot]) retired_.push_back(std::move(*groups_[slot]));
+    groups_[slot] = std::exchange(group, std::nullopt);
+  }
+}
+
+Standing NftablesBackend::StandingInForce() const {
+  for (const auto& [port, status] : kernel_.ports()) {
+    if (!status.failed) continue;
+    return {Standing::kPartial, FILTER_MGR_OK,
+            "port " + port + " is not filtered as it should be: the packet filter's table " +
+                TableName(port) + " is another process's"};
+  }
+  return {};
+}
+
+bool NftablesBackend::Pending() const {
+  const auto& ports = kernel_.ports();
+  return kernel_.Unsettled() || pending_[kL2] || pending_[kL3] ||
+         std::any_of(ports.begin(), ports.end(),
+                     [](const auto& port) { return port.second.failed; });
+}
+
+bool NftablesBackend::Poll() {
+  Listen();
+  if (!Pending()) return true;
+  for (auto& [port, status] : kernel_.ports()) status.stale = status.stale || status.failed;
+  Targets targets{};
+  for (const GroupSlot slot : kSlots) {
+    if (pending_[slot]) targets[slot] = &*pending_[slot];
+  }
+  const bool waiting = pending_[kL2] || pending_[kL3];
+  const BatchResult result = Program(targets);
+  if (result.error == 0) {
+    if (waiting) Log(LogLevel::kInfo, "the filter groups that had to wait are in force");
+    trouble_.clear();
+    Enforce(&pending_);
+    if (waiting || standing_.state == Standing::kPartial) standing_ = StandingInForce();
+    return !Pending();
+  }
+  const std::string what = Describe(result, targets);
+  if (waiting && !IsPassing(result)) {
+    Log(LogLevel::kError, "%s", what.c_str());
+    for (auto& group : pending_) group.reset();
+    standing_ = {Standing::kRefused, CodeOf(result), what};
+    return !Pending();
+  }
+  if (what != trouble_) Log(LogLevel::kError, "%s; it is tried again", what.c_str());
+  trouble_ = what;
+  for (const auto& [port, state] : Ports()) {
+    if (kernel_.IsDoubtful(port)) kernel_.ports()[port].failed = true;
+  }
+  return false;
+}
+
+BatchResult NftablesBackend::Program(const Targets& targets) {
+  constexpr int kAttempts = 8;
   BatchResult result;
   bool again = true;
   for (int i = 0; i < kAttempts && again; ++i) {
     again = false;
     result = TryProgram(targets, &again);
   }
-  return result.error == 0 ? FILTER_MGR_OK : Report(result, targets);
+  return result;
 }
 
 BatchResult NftablesBackend::TryProgram(const Targets& targets, bool* again) {
+  Listen();
   BatchResult result;
-  uint32_t generation = 0;
-  result.error = reader_->ReadGeneration(&generation);
-  if (result.error == 0) result.error = Refresh();
+  result.error = kernel_.Refresh();
   if (result.error != 0) return result;
 
-  const std::set<std::string> ports = PortsOf(targets);
   const std::vector<std::string> damaged = Damaged();
+  const std::set<std::string> ports = PortsOf(targets);  // outlives the updates
   std::vector<TableUpdate> updates;
   for (const std::string& port : ports) {
-    if (IsStray(port, targets)) {
-      // It would only have the whole update refused.
-      if (strays_.insert(port).second) {
-        Log(LogLevel::kWarning, "the packet filter's table %s is another process's; left alone",
-            TableName(port).c_str());
-      }
-      continue;
-    }
-    const auto held = held_.find(port);
-    TableUpdate update(port, held == held_.end() ? nullptr : &held->second,
+    if (IsForeign(port, targets)) continue;
+    const auto held = kernel_.held().find(port);
+    TableUpdate update(port, held == kernel_.held().end() ? nullptr : &held->second,
                        DesiredOf(port, targets));
-    result.error = ReadHandles(update);
-    if (result.error == -ESTALE) {
-      stale_.insert(port);
-      *again = true;
-    }
+    result.error = kernel_.ReadHandles(update);
+    *again = result.error == -ESTALE;
     if (result.error != 0) return result;
     updates.push_back(std::move(update));
   }
 
-  NftBatch batch(generation);
+  NftBatch batch;
   for (const TableUpdate& update : updates) update.Encode(&batch);
-  if (batch.size() != 0) result = Send(&batch, generation);
+  if (batch.size() != 0) result = kernel_.Send(&batch);
   if (result.error == 0) {
-    if (batch.size() != 0) ++version_;
-    for (const TableUpdate& update : updates) update.Commit(result, &held_);
-    for (const std::string& port : ports) {
-      verified_.erase(port);
-      failed_.erase(port);
-    }
-    expected_.clear();
-    writes_ += batch.size();
-    for (const std::string& port : damaged) {
-      Log(LogLevel::kWarning, "the packet filter of port %s was not as it should be; put right",
-          port.c_str());
-    }
+    Note(updates, result, batch.size(), damaged);
     return result;
   }
-  // Someone else's change came first; or an interface went, and with it what was planned for it.
-  *again = result.error == -ERESTART || (result.error == -ENOENT && ReadLinks());
-  if (result.unknown || result.error == -ENOENT) {
+  *again = result.error == -ESTALE;
+  // An interface went, and with it what was planned for it; or a table has got an owner.
+  const bool gone = result.error == -ENOENT;
+  if (result.error == -EPERM && !result.port.empty()) {
+    PortStatus& port = kernel_.ports()[result.port];
+    *again = !std::exchange(port.stale, true) && !port.suspect;
+  }
+  if (result.unknown || gone) {
     // The next attempt finds out what the kernel made of this one.
-    for (const TableUpdate& update : updates) {
-      if (update.empty()) continue;
-      stale_.insert(update.port());
-      expected_.insert(update.port());
-    }
+    for (const TableUpdate& update : updates) kernel_.Doubt(update);
     *again = true;
   }
   return result;
 }
 
-// As long as anyone listens, the kernel writes an announcement of every rule that it takes, even if
-// it then drops them all: a third of the cost of a large update. So nobody listens meanwhile;
-// whether anyone else came in between shows in the generation.
-BatchResult NftablesBackend::Send(NftBatch* batch, uint32_t generation) {
-  constexpr size_t kLarge = 500;  // messages
-  if (batch->size() < kLarge) return batch->Commit(*commands_);
-  events_->SetMember(NFNLGRP_NFTABLES, false);
-  BatchResult result = batch->Commit(*commands_);
-  uint32_t now = 0;
-  const uint32_t expected = result.error == 0 ? generation + 1 : generation;
-  if (events_->SetMember(NFNLGRP_NFTABLES, true) != 0 || reader_->ReadGeneration(&now) != 0 ||
-      now != expected) {
-    all_stale_ = true;
+void NftablesBackend::Note(const std::vector<TableUpdate>& updates, const BatchResult& result,
+                           size_t messages, const std::vector<std::string>& damaged) {
+  for (const TableUpdate& update : updates) {
+    update.Commit(result, kernel_.mutable_held());
+    const auto port = kernel_.ports().find(update.port());
+    if (port != kernel_.ports().end()) port->second.failed = false;
   }
-  return result;
-}
-
-// Brings `held_` up to date with what others have done.
-int NftablesBackend::Refresh() {
-  ReadLinks();
-  ReadEvents();
-  if (all_stale_ || !stale_.empty()) ++version_;
-  if (all_stale_) {
-    HeldTables tables;
-    const int error = reader_->ReadTables(&tables);
-    if (error != 0) return error;
-    for (const auto& [port, table] : held_) {
-      verified_.insert(port);
-      const auto now = tables.find(port);
-      if (now != tables.end()) CarryOn(table, &now->second);
-    }
-    held_ = std::move(tables);
-    for (const auto& [port, table] : held_) verified_.insert(port);
-    for (const GroupSlot slot : kSlots) {
-      if (!groups_[slot]) continue;
-      for (const auto& [port, rules] : groups_[slot]->ports) verified_.insert(port);
-    }
-    all_stale_ = false;
-    stale_.clear();
-  }
-  while (!stale_.empty()) {
-    const std::string port = *stale_.begin();
-    std::optional<HeldTable> table;
-    const int error = reader_->ReadTable(port, &table);
-    if (error != 0) return error;
-    if (table) {
-      const auto before = held_.find(port);
-      if (before != held_.end()) CarryOn(before->second, &*table);
-      held_[port] = std::move(*table);
-    } else {
-      held_.erase(port);
-    }
-    verified_.insert(port);
-    stale_.erase(port);
-  }
-  return 0;
-}
-
-void NftablesBackend::ReadEvents() {
-  std::vector<char> buffer(1 << 16);
-  for (;;) {
-    const ssize_t size = events_->Receive(buffer.data(), buffer.size(), /*wait=*/false);
-    if (size < 0 && size != -EAGAIN && size != -EINTR) all_stale_ = true;
-    if (size == -ENOBUFS || size == -EINTR) continue;
-    if (size < 0) return;
-    auto remaining = static_cast<int>(size);
-    const auto* message = reinterpret_cast<const nlmsghdr*>(buffer.data());
-    for (; mnl_nlmsg_ok(message, remaining); message = mnl_nlmsg_next(message, &remaining)) {
-      const auto port = PortOfTable(TableOf(message));
-      if (port) stale_.insert(*port);
-    }
+  kernel_.Settle();
+  writes_ += messages;
+  for (const std::string& port : damaged) {
+    Log(LogLevel::kWarning, "the packet filter of port %s was not as it should be; put right",
+        port.c_str());
   }
 }
 
-bool NftablesBackend::ReadLinks() {
-  const std::set<std::string> changed = links_.Update();
-  for (const std::string& name : changed) {
-    const bool ours = Ports().count(name) != 0 || held_.count(name) != 0;
+void NftablesBackend::Listen() {
+  for (const std::string& name : kernel_.ReadLinks()) {
+    const bool ours = Ports().count(name) != 0 || kernel_.held().count(name) != 0;
     if (!ours) continue;
     Log(LogLevel::kInfo, "interface %s %s", name.c_str(),
-        links_.Has(name) ? "appeared" : "vanished");
+        kernel_.HasLink(name) ? "appeared" : "vanished");
     if (options_.features.hooks_by_name) continue;
-    stale_.insert(name);
-    expected_.insert(name);
+    PortStatus& status = kernel_.ports()[name];
+    status.stale = status.expected = true;
   }
-  return !changed.empty();
+  kernel_.ReadEvents();
 }
 
 std::vector<std::string> NftablesBackend::Damaged() const {
   std::vector<std::string> damaged;
-  for (const std::string& port : verified_) {
-    if (expected_.count(port) != 0 || IsStray(port, {})) continue;
-    const auto held = held_.find(port);
-    const TableUpdate repair(port, held == held_.end() ? nullptr : &held->second,
+  for (const std::string& port : PortsOf({})) {
+    const auto status = kernel_.ports().find(port);
+    if ((status != kernel_.ports().end() && status->second.expected) || IsForeign(port)) continue;
+    const auto held = kernel_.held().find(port);
+    const TableUpdate repair(port, held == kernel_.held().end() ? nullptr : &held->second,
                              DesiredOf(port, {}));
     if (!repair.empty()) damaged.push_back(port);
   }
   return damaged;
 }
 
-bool NftablesBackend::IsStray(const std::string& port, const Targets& targets) const {
-  const auto held = held_.find(port);
-  if (held == held_.end() || !held->second.of_another) return false;
-  return std::none_of(kSlots.begin(), kSlots.end(), [&](GroupSlot slot) {
-    const CompiledGroup* const groups[] = {targets[slot], SettledGroup(slot)};
-    return std::any_of(std::begin(groups), std::end(groups), [&port](const CompiledGroup* group) {
-      return group != nullptr && group->ports.count(port) != 0;
-    });
+bool NftablesBackend::IsForeign(const std::string& port) const {
+  const auto held = kernel_.held().find(port);
+  return held != kernel_.held().end() && held->second.of_another;
+}
+
+bool NftablesBackend::IsForeign(const std::string& port, const Targets& targets) {
+  if (!IsForeign(port)) return false;
+  PortStatus& status = kernel_.ports()[port];
+  if (!std::exchange(status.reported, true)) {
+    Log(LogLevel::kWarning, "the packet filter's table %s is another process's; left alone",
+        TableName(port).c_str());
+  }
+  status.failed = Names(targets, port) || Names(InForce(), port);
+  return true;
+}
+
+bool NftablesBackend::Names(const Targets& targets, const std::string& port) const {
+  return std::any_of(targets.begin(), targets.end(), [&port](const CompiledGroup* group) {
+    return group != nullptr && group->ports.count(port) != 0;
   });
 }
 
-const CompiledGroup* NftablesBackend::SettledGroup(GroupSlot slot) const {
-  return groups_[slot] ? &*groups_[slot] : nullptr;
+NftablesBackend::Targets NftablesBackend::InForce() const {
+  Targets targets{};
+  for (const GroupSlot slot : kSlots) {
+    if (groups_[slot]) targets[slot] = &*groups_[slot];
+  }
+  return targets;
 }
 
 bool NftablesBackend::CanProgram(const std::string& port) const {
-  return options_.features.hooks_by_name ? IsInterfaceName(port) : links_.Has(port);
+  return options_.features.hooks_by_name ? IsInterfaceName(port) : kernel_.HasLink(port);
 }
 
+// The ports that have to be looked at: those that are suspect, and all that an update may concern.
 std::set<std::string> NftablesBackend::PortsOf(const Targets& targets) const {
-  std::set<std::string> ports = verified_;
+  std::set<std::string> ports;
+  for (const auto& [port, status] : kernel_.ports()) {
+    if (status.suspect) ports.insert(port);
+  }
+  const auto add = [&ports](const auto& by_port) {
+    for (const auto& [port, value] : by_port) ports.insert(port);
+  };
   for (const CompiledGroup* group : targets) {
-    if (group == nullptr) continue;
-    for (const auto& [port, rules] : group->ports) ports.insert(port);
-    for (const auto& [port, table] : held_) ports.insert(port);
+    if (group != nullptr) add(group->ports);
+  }
+  if (targets != Targets{} || kernel_.all_suspect()) add(kernel_.held());
+  for (const CompiledGroup* group : InForce()) {
+    if (group != nullptr && kernel_.all_suspect()) add(group->ports);
   }
   return ports;
 }
@@ -348,11 +350,11 @@ std::set<std::string> NftablesBackend::PortsOf(const Targets& targets) const {
 DesiredTable NftablesBackend::DesiredOf(const std::string& port, const Targets& targets) const {
   DesiredTable desired;
   if (options_.features.ownership) desired.flags = kTableOwner | kTablePersist;
-  const bool whole = verified_.count(port) != 0;
+  const Targets in_force = InForce();
   for (const GroupSlot slot : kSlots) {
     const CompiledGroup* group = targets[slot];
     // A group that is not being changed needs no comparing, unless its table was read again.
-    if (group == nullptr && whole) group = SettledGroup(slot);
+    if (group == nullptr && kernel_.IsSuspect(port)) group = in_force[slot];
     if (group == nullptr) continue;
     const auto it = group->ports.find(port);
     desired.rules[slot] =
@@ -361,89 +363,55 @@ DesiredTable NftablesBackend::DesiredOf(const std::string& port, const Targets& 
   return desired;
 }
 
-int NftablesBackend::ReadHandles(const TableUpdate& update) {
-  for (const ChainRef& ref : update.ChainsToRead()) {
-    HeldGroup& group = held_.at(update.port()).groups[ref.slot];
-    HeldChain& known = ref.chunk ? group.chunks.at(*ref.chunk) : group.base;
-    HeldChain now{known.guard, {}};
-    const int error = reader_->ReadChain(update.port(), ref.slot, ref.Name(), &now);
-    if (error != 0) return error;
-    if (!SameRules(known, now)) return -ESTALE;
-    for (size_t i = 0; i < now.rules.size(); ++i) {
-      known.rules[i].handle = now.rules[i].handle;
-      known.rules[i].hits = now.rules[i].hits;
-    }
-  }
-  return 0;
-}
-
-FilterMgrError NftablesBackend::Report(const BatchResult& result, const Targets& targets) const {
-  std::string what = "the filter";
-  for (const CompiledGroup* group : targets) {
-    if (group == nullptr) continue;
-    what = "filter group " + std::to_string(group->source.getId()) + " (" +
-           GroupTypeName(group->source.getType()) + ")";
+std::string NftablesBackend::Describe(const BatchResult& result, const Targets& targets) const {
+  const bool both = targets[kL2] != nullptr && targets[kL3] != nullptr;
+  std::string what = both ? "the filter groups" : "the filter";
+  for (const GroupSlot slot : kSlots) {
+    const CompiledGroup* group = targets[slot];
+    if (group == nullptr || (both && (result.port.empty() || result.slot != slot))) continue;
+    what = "filter group " + std::to_string(group->source.getId()) + " (" + SlotName(slot) + ")";
   }
   std::string where;
   if (!result.port.empty()) where = " on port " + result.port;
   const CompiledGroup* group =
-      targets[result.slot] != nullptr ? targets[result.slot] : SettledGroup(result.slot);
+      targets[result.slot] != nullptr ? targets[result.slot] : InForce()[result.slot];
   if (result.rule >= 0 && group != nullptr) {
     const unsigned short id = EntryOfRule(group->ports.at(result.port), result.rule).id;
     where += " at entry " + std::to_string(id) + " (" +
              EntryText(group->source.getEntriesRef().at(id)) + ")";
   }
-  const char* const reason = strerror(-result.error);
+  const std::string reason = strerror(-result.error);
   if (result.error == -EPERM || result.error == -EACCES) {
-    Log(LogLevel::kError, "%s cannot be programmed%s: the process may not (%s)", what.c_str(),
-        where.c_str(), reason);
-    return FILTER_MGR_ERR_PRIVILEGE;
+    return what + " cannot be programmed" + where + ": the process may not (" + reason + ")";
   }
-  if (result.refused) {
-    Log(LogLevel::kError, "the kernel refused %s%s: %s", what.c_str(), where.c_str(), reason);
-    return FILTER_MGR_ERR_KERNEL;
+  if (result.error == -ERESTART || result.error == -ESTALE) {
+    return what + " could not be programmed: others change the packet filter all the time";
   }
+  if (result.refused) return "the kernel refused " + what + where + ": " + reason;
   // A send buffer of any size takes CAP_NET_ADMIN in the initial user namespace.
   const char* const hint =
       result.error == -EMSGSIZE ? " (net.core.wmem_max limits the size of an update here)" : "";
-  Log(LogLevel::kError, "%s could not be sent to the kernel: %s%s", what.c_str(), reason, hint);
-  return FILTER_MGR_ERR_NETLINK;
-}
-
-bool NftablesBackend::Pending() const {
-  return all_stale_ || !stale_.empty() || !verified_.empty() || !links_.complete();
-}
-
-bool NftablesBackend::Poll() {
-  ReadLinks();
-  ReadEvents();
-  if (!Pending()) return true;
-  if (Program({}) == FILTER_MGR_OK) return !Pending();
-  failed_.insert(stale_.begin(), stale_.end());
-  failed_.insert(verified_.begin(), verified_.end());
-  if (all_stale_) {
-    for (const auto& [port, state] : Ports()) failed_.insert(port);
-  }
-  return false;
+  return what + " could not be sent to the kernel: " + reason + hint;
 }
 
 std::map<std::string, PortState> NftablesBackend::Ports() const {
   std::map<std::string, PortState> ports;
-  for (const GroupSlot slot : kSlots) {
-    if (!groups_[slot]) continue;
-    for (const auto& [port, rules] : groups_[slot]->ports) {
-      ports[port] = failed_.count(port) != 0 ? PortState::kFailed
-                    : links_.Has(port)       ? PortState::kEnforced
-                                             : PortState::kAbsent;
+  for (const CompiledGroup* group : InForce()) {
+    if (group == nullptr) continue;
+    for (const auto& [port, rules] : group->ports) {
+      const auto status = kernel_.ports().find(port);
+      const bool failed = status != kernel_.ports().end() && status->second.failed;
+      ports[port] = failed                  ? PortState::kFailed
+                    : kernel_.HasLink(port) ? PortState::kEnforced
+                                            : PortState::kAbsent;
     }
   }
   return ports;
 }
 
-std::unique_ptr<HitsReading> NftablesBackend::ReadHits(const FiltersGroup& group) {
-  const GroupSlot slot = SlotOf(group.getType());
+std::unique_ptr<HitsReading> NftablesBackend::ReadHits(GroupSlot slot) {
   if (!groups_[slot]) return nullptr;
-  return std::make_unique<KernelHits>(*groups_[slot], held_, slot, &version_, &*reader_);
+  return std::make_unique<KernelHits>(&groups_[slot], &kernel_, slot);
 }
 
 }  // namespace host

@@ -1,22 +1,20 @@
 // The back end that enforces the groups by the kernel's packet filter, on the ingress hook of each
 // port.
 //
-// An update is compiled, compared with what the kernel holds, and what differs is written in one
-// transaction over all ports: the kernel takes all of it or nothing. What the kernel holds is read
-// once at the start, so that a restart finds what the run before left, and is kept up from there;
-// chains are read again before they are edited. Each transaction carries the generation that it
-// is based on: when anyone else has changed the packet filter in between, the kernel refuses it,
-// and it is planned anew.
+// A group is compiled when it is prepared. To publish, what the groups should be is compared with
+// what the kernel holds (watched_tables.h), and what differs is written in one transaction over
+// both groups and all ports: the kernel takes all of it or nothing.
+//
+// A port whose table belongs to another process is left out of the transaction: it holds up nothing
+// but itself, and is tried again.
 //
 // Filters outlive the process. Only an update, the loss of an entry's last port, or flushing them
 // on purpose (flush.h) removes them.
-//
-// Changes of others to the Filter Manager's tables, and interfaces that come and go, are announced
-// by the kernel; Poll() takes them in and puts right what they concern.
 #ifndef HOST_FILTER_MGR_NFTABLES_NFTABLES_BACKEND_H_
 #define HOST_FILTER_MGR_NFTABLES_NFTABLES_BACKEND_H_
 
 #include <array>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -24,10 +22,9 @@
 #include <vector>
 
 #include "host/filter_mgr/backend.h"
-#include "host/filter_mgr/linux/link_table.h"
+#include "host/filter_mgr/backend_names.h"
 #include "host/filter_mgr/nftables/kernel/features.h"
-#include "host/filter_mgr/nftables/kernel/reader.h"
-#include "host/filter_mgr/nftables/kernel/table_update.h"
+#include "host/filter_mgr/nftables/kernel/watched_tables.h"
 #include "host/filter_mgr/nftables/plan/compiler.h"
 
 namespace host {
@@ -44,71 +41,66 @@ class NftablesBackend : public Backend {
   // when that is not possible.
   static std::unique_ptr<NftablesBackend> Open(const NftablesOptions& options, std::string* reason);
 
-  const char* name() const override { return "kernel"; }
-  size_t Left() const override;
-  FilterMgrError Create(const FiltersCommon::FiltersGroup&) override { return FILTER_MGR_OK; }
-  FilterMgrError Apply(const FiltersCommon::FiltersGroup& group) override;
-  std::unique_ptr<HitsReading> ReadHits(const FiltersCommon::FiltersGroup& group) override;
+  const char* name() const override { return kNftablesBackend; }
+  size_t Left() const override { return left_; }
+  FilterMgrError Prepare(const FiltersCommon::FiltersGroup& group) override;
+  Standing Publish() override;
+  void Discard() override;
+  const Standing& standing() const override { return standing_; }
+  std::vector<int> fds() const override { return kernel_.fds(); }
+  bool Poll() override;
+  bool Pending() const override;
+  std::unique_ptr<HitsReading> ReadHits(GroupSlot slot) override;
   void Idle() override { retired_.clear(); }
   std::map<std::string, PortState> Ports() const override;
 
-  // Descriptors to wait on for Poll().
-  std::vector<int> fds() const { return {links_.fd(), events_->fd()}; }
-  // Takes in what the kernel has announced and puts right what it concerns. False when something
-  // could not be put right: Poll() should then be called again after a while.
-  bool Poll();
-  // Whether something waits for Poll() that no descriptor tells of: an update that fails may have
-  // heard of changes, or have no answer from the kernel.
-  bool Pending() const;
-
   // Messages that changed the packet filter since the start; for tests.
   size_t writes() const { return writes_; }
-  // What the kernel holds, as far as is known; for tests.
-  const HeldTables& held() const { return held_; }
 
  private:
+  // A group by its slot, or null.
   using Targets = std::array<const CompiledGroup*, kGroupSlots>;
+  using Groups = std::array<std::optional<CompiledGroup>, kGroupSlots>;
 
   explicit NftablesBackend(const NftablesOptions& options) : options_(options) {}
-  int Connect();
 
-  FilterMgrError Program(const Targets& targets);
+  // Makes the kernel hold the targets, and all else that is suspect what is in force. The groups
+  // are not noted as in force. Reports nothing.
+  BatchResult Program(const Targets& targets);
   // One attempt. `again` tells that the state has changed in between and another one may succeed.
   BatchResult TryProgram(const Targets& targets, bool* again);
-  // Commits the batch, whose base is `generation`.
-  BatchResult Send(NftBatch* batch, uint32_t generation);
-  // Takes in what became of the interfaces; whether anything did.
-  bool ReadLinks();
-  void ReadEvents();
-  int Refresh();
+  // Notes a transaction that the kernel took.
+  void Note(const std::vector<TableUpdate>& updates, const BatchResult& result, size_t messages,
+            const std::vector<std::string>& damaged);
+  // Takes in what the kernel has announced.
+  void Listen();
   // Ports whose table somebody else has changed away from the groups in force.
   std::vector<std::string> Damaged() const;
-  // Whether the port's table is another process's, and no group names the port.
-  bool IsStray(const std::string& port, const Targets& targets) const;
+  // Whether the port's table is another process's, which is noted.
+  bool IsForeign(const std::string& port, const Targets& targets);
+  bool IsForeign(const std::string& port) const;
+  bool Names(const Targets& targets, const std::string& port) const;
   DesiredTable DesiredOf(const std::string& port, const Targets& targets) const;
   std::set<std::string> PortsOf(const Targets& targets) const;
   bool CanProgram(const std::string& port) const;
-  const CompiledGroup* SettledGroup(GroupSlot slot) const;
-  // Reads the chains that the update edits. -ESTALE when they are not what they should be.
-  int ReadHandles(const TableUpdate& update);
-  FilterMgrError Report(const BatchResult& result, const Targets& targets) const;
+  Targets InForce() const;
+  // Notes the groups, which are now in force; those in `groups` are empty afterwards.
+  void Enforce(Groups* groups);
+  // How the groups stand that are in force.
+  Standing StandingInForce() const;
+  // What went wrong, for people.
+  std::string Describe(const BatchResult& result, const Targets& targets) const;
 
   NftablesOptions options_;
-  std::unique_ptr<NetlinkSocket> commands_, events_;
-  std::optional<KernelReader> reader_;
-  LinkTable links_;
-  HeldTables held_;
-  std::array<std::optional<CompiledGroup>, kGroupSlots> groups_;  // in force; none before an update
+  WatchedTables kernel_;
+  // Groups in force, those that wait for a passing reason, and those that Publish() is to take. A
+  // slot is without a value where there is none.
+  Groups groups_, pending_, prepared_;
   std::vector<CompiledGroup> retired_;  // were in force; to be given back when there is time
-  std::set<std::string> stale_;         // ports whose table has to be read again
-  std::set<std::string> verified_;      // ports whose table was, and has to be compared whole
-  bool all_stale_ = false;
-  std::set<std::string>
-      expected_;                  // of these, ports whose table differs for a reason that is known
-  std::set<std::string> failed_;  // ports that could not be put right
-  std::set<std::string> strays_;  // ports of stray tables, reported
+  Standing standing_;
+  std::string trouble_;  // that Poll() has logged last, and still has
+  size_t left_ = 0;
   size_t writes_ = 0;
-  size_t version_ = 0;  // goes up whenever groups_ or held_ change
 };
 
 }  // namespace host

@@ -18,41 +18,43 @@ using ::testing::HasSubstr;
 
 class ScriptedHits : public HitsReading {
  public:
-  explicit ScriptedHits(int* failures) : failures_(failures) {}
-  // Fails as often as told to, otherwise takes two steps.
+  // Takes two steps.
   Progress Next() override {
-    if (*failures_ > 0) return --*failures_, Progress::kFailed;
     if (!hits.empty()) return Progress::kDone;
     hits = {{11, 1100}};
     return Progress::kMore;
   }
-
- private:
-  int* failures_;
 };
 
 class ScriptedBackend : public Backend {
  public:
-  const char* name() const override { return "kernel"; }
-  FilterMgrError Create(const FiltersGroup& group) override {
-    calls.push_back("create " + std::to_string(group.getId()));
+  const char* name() const override { return "nftables"; }
+  FilterMgrError Prepare(const FiltersGroup& group) override {
+    calls.push_back("prepare " + std::to_string(group.getId()));
+    return prepares;
+  }
+  Standing Publish() override {
+    calls.emplace_back("publish");
+    if (answer.taken()) stands = answer;
     return answer;
   }
-  FilterMgrError Apply(const FiltersGroup& group) override {
-    calls.push_back("apply " + std::to_string(group.getId()));
-    return answer;
+  void Discard() override { calls.emplace_back("discard"); }
+  const Standing& standing() const override { return stands; }
+  bool Poll() override {
+    stands = answer;
+    return answer.state == Standing::kInForce;
   }
-  std::unique_ptr<HitsReading> ReadHits(const FiltersGroup& group) override {
-    if (group.getType() != FILTERS_GROUP_TYPE_L2) return nullptr;
-    return std::make_unique<ScriptedHits>(&failures);
+  std::unique_ptr<HitsReading> ReadHits(GroupSlot slot) override {
+    if (slot != kL2) return nullptr;
+    return std::make_unique<ScriptedHits>();
   }
   std::map<std::string, PortState> Ports() const override {
     return {{"eth0", PortState::kEnforced}, {"eth1", PortState::kAbsent}};
   }
 
   std::vector<std::string> calls;
-  FilterMgrError answer = FILTER_MGR_OK;
-  int failures = 0;  // of readings of hits
+  FilterMgrError prepares = FILTER_MGR_OK;
+  Standing answer, stands;
 };
 
 FiltersGroup MakeGroup(unsigned short id, filtersGroupType_t type, int entries = 0) {
@@ -78,51 +80,105 @@ class GroupTableTest : public ::testing::Test {
  protected:
   void SetUp() override { CapturedLog().clear(); }
 
-  size_t Held(unsigned short id) {
-    return table_.groups().at({FILTERS_GROUP_STAGE_PRE_INGRESS, id}).getEntriesRef().size();
+  // Entries of both groups in force: "2+3"; "-" for a group that is not known.
+  std::string Held() {
+    std::string held;
+    for (const unsigned short id : {0, 1}) {
+      const auto it = table_.groups().find({FILTERS_GROUP_STAGE_PRE_INGRESS, id});
+      held +=
+          (id == 0 ? "" : "+") +
+          (it == table_.groups().end() ? "-" : std::to_string(it->second.getEntriesRef().size()));
+    }
+    return held;
+  }
+  // Sends groups of so many entries; the calls that the back end got, and what it answered last.
+  std::string Send(int l2, int l3) {
+    backend_.calls.clear();
+    const auto first = l2 < 0 ? std::nullopt : table_.Update(MakeGroup(0, kL2Type, l2));
+    std::string text = first ? "L2 " + std::to_string(first->error) + ": " : "";
+    if (!first && l3 >= 0) {
+      text = "L3 " + std::to_string(table_.Update(MakeGroup(1, kL3Type, l3))->error) + ": ";
+    }
+    for (const std::string& call : backend_.calls) text += call + ", ";
+    return text + Held();
   }
 
+  static constexpr filtersGroupType_t kL2Type = FILTERS_GROUP_TYPE_L2,
+                                      kL3Type = FILTERS_GROUP_TYPE_L3;
+  const Standing kPending{Standing::kPending, 0, "busy"};
+  const Standing kRefused{Standing::kRefused, FILTER_MGR_ERR_KERNEL, "no"};
+
   ScriptedBackend backend_;
-  GroupTable table_{&backend_, 3};
+  GroupTable table_{&backend_, 3, "best"};
 };
 
-TEST_F(GroupTableTest, HoldsWhatTheBackEndTook) {
-  EXPECT_EQ(FILTER_MGR_OK, table_.Create(MakeGroup(0, FILTERS_GROUP_TYPE_L2)));
-  EXPECT_EQ(FILTER_MGR_ERR_EXISTS, table_.Create(MakeGroup(0, FILTERS_GROUP_TYPE_L2)));
-  EXPECT_EQ(FILTER_MGR_OK, table_.Create(MakeGroup(1, FILTERS_GROUP_TYPE_L3, 1)));
-  EXPECT_EQ(FILTER_MGR_OK, table_.Update(MakeGroup(0, FILTERS_GROUP_TYPE_L2, 2)));
-  backend_.answer = FILTER_MGR_ERR_KERNEL;
-  EXPECT_EQ(FILTER_MGR_ERR_KERNEL, table_.Update(MakeGroup(0, FILTERS_GROUP_TYPE_L2, 1)));
-  EXPECT_EQ(2u, Held(0));
-  EXPECT_THAT(backend_.calls, ElementsAre("create 0", "apply 1", "apply 0", "apply 0"));
-}
-
-TEST_F(GroupTableTest, AnUpdateMakesGoodAFailedCreation) {
-  backend_.answer = FILTER_MGR_ERR_NETLINK;
-  EXPECT_EQ(FILTER_MGR_ERR_NETLINK, table_.Create(MakeGroup(0, FILTERS_GROUP_TYPE_L2)));
-  backend_.answer = FILTER_MGR_OK;
-  EXPECT_EQ(FILTER_MGR_OK, table_.Update(MakeGroup(0, FILTERS_GROUP_TYPE_L2, 1)));
-  EXPECT_EQ(1u, Held(0));
-}
-
-TEST_F(GroupTableTest, RefusesAnUpdateBeyondItsCapacityWhole) {
-  ASSERT_EQ(FILTER_MGR_OK, table_.Update(MakeGroup(1, FILTERS_GROUP_TYPE_L3, 3)));
-  EXPECT_EQ(FILTER_MGR_ERR_CAPACITY, table_.Update(MakeGroup(1, FILTERS_GROUP_TYPE_L3, 4)));
-  EXPECT_EQ(3u, Held(1));
-  EXPECT_THAT(backend_.calls, ElementsAre("apply 1"));
+TEST_F(GroupTableTest, BothGroupsComeIntoForceTogetherOrNeither) {
+  EXPECT_EQ(FILTER_MGR_OK, table_.Create(MakeGroup(0, kL2Type)));
+  EXPECT_EQ(FILTER_MGR_ERR_EXISTS, table_.Create(MakeGroup(0, kL2Type)));
+  EXPECT_TRUE(backend_.calls.empty()) << "what an earlier run left stays";
+  EXPECT_EQ("L3 0: prepare 0, prepare 1, publish, 2+1", Send(2, 1)) << "makes the L3 group known";
+  backend_.answer = kRefused;
+  EXPECT_EQ("L3 6: prepare 0, prepare 1, publish, 2+1", Send(3, 3));
+  backend_.answer = {};
+  EXPECT_EQ("L3 3: prepare 0, discard, 2+1", Send(3, 4));  // capacity
   EXPECT_THAT(CapturedLog(), ElementsAre("filter group 1 (L3, stage 1) is refused: it needs 4 "
                                          "entries and has room for 3"));
+  EXPECT_EQ(std::nullopt, table_.Finish());
+  backend_.prepares = FILTER_MGR_ERR_UNSUPPORTED;
+  EXPECT_EQ("L2 4: prepare 0, discard, 2+1", Send(1, 1));
+  backend_.prepares = FILTER_MGR_OK;
+  EXPECT_EQ("prepare 0, 2+1", Send(1, -1)) << "alone, it waits";
+  EXPECT_EQ(Standing(), *table_.Finish());
+  EXPECT_EQ("1+1", Held());
+  EXPECT_EQ(FILTER_MGR_ERR_EXISTS, table_.Create(MakeGroup(1, kL3Type, 2)));
+}
+
+TEST_F(GroupTableTest, WhatIsPendingIsTakenAndShownOnceInForce) {
+  std::optional<Standing> changed;
+  Send(1, 1);
+  backend_.answer = kPending;
+  EXPECT_EQ("L3 0: prepare 0, prepare 1, publish, 1+1", Send(2, 2));
+  EXPECT_FALSE(table_.Poll(&changed));
+  EXPECT_EQ(std::nullopt, changed);
+  backend_.answer = kRefused;  // a later one does not take the place of what is pending
+  EXPECT_EQ("L3 6: prepare 0, prepare 1, publish, 1+1", Send(3, 3));
+  backend_.answer = {};
+  Send(3, -1);  // waits for its L3 group; the pending one is another
+  EXPECT_TRUE(table_.Poll(&changed));
+  EXPECT_EQ(Standing(), changed);
+  EXPECT_EQ("2+2", Held());
+  table_.Finish();
+  EXPECT_EQ("3+2", Held());
+
+  backend_.answer = kPending;
+  Send(0, 0);
+  backend_.answer = kRefused;
+  table_.Poll(&changed);
+  EXPECT_EQ(kRefused, changed);
+  backend_.answer = {};
+  Send(1, -1);
+  table_.Finish();
+  EXPECT_EQ("1+2", Held()) << "what was refused is forgotten";
+}
+
+TEST_F(GroupTableTest, HoldsBackWhatIsSentUntilReleased) {
+  table_.Hold("in doubt");
+  EXPECT_EQ("L3 0: prepare 0, prepare 1, -+-", Send(2, 2));
+  EXPECT_EQ("L3 3: prepare 0, discard, prepare 0, prepare 1, -+-", Send(1, 4));
+  EXPECT_EQ(Standing(), *table_.Release());
+  EXPECT_EQ("2+2", Held());
+  EXPECT_EQ(std::nullopt, table_.Release());
 }
 
 TEST_F(GroupTableTest, RefusesGroupsItCannotPlace) {
   EXPECT_EQ(FILTER_MGR_ERR_INVALID_GROUP, table_.Create(MakeGroup(0, FILTERS_GROUP_TYPE_NONE)));
   FiltersGroup no_stage(0);
   no_stage.setType(FILTERS_GROUP_TYPE_L2);
-  EXPECT_EQ(FILTER_MGR_ERR_INVALID_GROUP, table_.Update(no_stage));
+  EXPECT_EQ(FILTER_MGR_ERR_INVALID_GROUP, table_.Update(no_stage)->error);
   ASSERT_EQ(FILTER_MGR_OK, table_.Create(MakeGroup(0, FILTERS_GROUP_TYPE_L2)));
   EXPECT_EQ(FILTER_MGR_ERR_INVALID_GROUP, table_.Create(MakeGroup(2, FILTERS_GROUP_TYPE_L2)));
-  EXPECT_EQ(FILTER_MGR_ERR_INVALID_GROUP, table_.Update(MakeGroup(0, FILTERS_GROUP_TYPE_L3)));
-  EXPECT_THAT(backend_.calls, ElementsAre("create 0"));
+  EXPECT_EQ(FILTER_MGR_ERR_INVALID_GROUP,
+            table_.Update(MakeGroup(0, FILTERS_GROUP_TYPE_L3))->error);
 }
 
 FiltersEntry EntryWithEverything() {
@@ -152,7 +208,8 @@ TEST_F(GroupTableTest, ShowsGroupsAsOperationalData) {
   second.setMatch(MatchToS(255));
   second.setAction(ActionDeny());
   group.insertEntry(second);
-  ASSERT_EQ(FILTER_MGR_OK, table_.Update(group));
+  table_.Update(group);
+  table_.Finish();
   ASSERT_EQ(FILTER_MGR_OK, table_.Create(MakeGroup(1, FILTERS_GROUP_TYPE_L3)));
 
   const Context context = MakeContext(true);
@@ -164,7 +221,7 @@ TEST_F(GroupTableTest, ShowsGroupsAsOperationalData) {
   char* text = nullptr;
   lyd_print_mem(&text, tree, LYD_JSON, LYD_PRINT_SHRINK | LYD_PRINT_KEEPEMPTYCONT);
   EXPECT_STREQ(
-      R"({"acl-app-filters:filters":{"backend":"kernel","capacity":3,"group":[)"
+      R"({"acl-app-filters:filters":{"backend":"nftables","backend-reason":"best","capacity":3,"group":[)"
       R"({"id":0,"stage":1,"type":"l2","priority":0,"entries":2,"entry":[)"
       R"({"id":0,"priority":0,"port":["eth0","eth1"],"match":{)"
       R"("destination-mac-address":"02:00:00:00:00:01",)"
@@ -185,45 +242,41 @@ TEST_F(GroupTableTest, ShowsGroupsAsOperationalData) {
 
 TEST_F(GroupTableTest, ShowsLargeGroupsInPieces) {
   GroupTable table(&backend_, 1000);
-  ASSERT_EQ(FILTER_MGR_OK, table.Update(MakeGroup(0, FILTERS_GROUP_TYPE_L2, 300)));
-  ASSERT_EQ(FILTER_MGR_OK, table.Update(MakeGroup(1, FILTERS_GROUP_TYPE_L3, 200)));
+  table.Update(MakeGroup(0, FILTERS_GROUP_TYPE_L2, 300));
+  ASSERT_EQ(FILTER_MGR_OK, table.Update(MakeGroup(1, FILTERS_GROUP_TYPE_L3, 200))->error);
   const Context context = MakeContext(true);
-  // A group that changes while its hits are read is read anew; one that never stops has no hits.
-  for (const int failures : {0, 2, 1000}) {
-    backend_.failures = failures;
-    auto alive = std::make_shared<int>();
-    const auto pieces = OpenGroupState(
-        table, [](limid_t) { return ""; }, alive);
-    std::vector<std::string> entries;
-    size_t ports = 0, hits = 0;
-    while (lyd_node* piece = pieces->Next(context.get())) {
-      const size_t before = entries.size();
-      const lyd_node* node;
-      LYD_TREE_DFS_BEGIN(piece, node) {
-        const std::string name = node->schema->name;
-        if (name == "entry") {
-          entries.push_back(std::string(lyd_get_value(lyd_child(lyd_parent(node)))) + "." +
-                            lyd_get_value(lyd_child(node)));
-        }
-        ports += name == "port" ? 1 : 0;
-        hits += name == "hits" ? 1 : 0;
-        LYD_TREE_DFS_END(piece, node);
+  auto alive = std::make_shared<int>();
+  const auto pieces = OpenGroupState(
+      table, [](limid_t) { return ""; }, alive);
+  std::vector<std::string> entries;
+  size_t ports = 0, hits = 0;
+  while (lyd_node* piece = pieces->Next(context.get())) {
+    const size_t before = entries.size();
+    const lyd_node* node;
+    LYD_TREE_DFS_BEGIN(piece, node) {
+      const std::string name = node->schema->name;
+      if (name == "entry") {
+        entries.push_back(std::string(lyd_get_value(lyd_child(lyd_parent(node)))) + "." +
+                          lyd_get_value(lyd_child(node)));
       }
-      EXPECT_LE(entries.size() - before, 200u);
-      lyd_free_all(piece);
+      ports += name == "port" ? 1 : 0;
+      hits += name == "hits" ? 1 : 0;
+      LYD_TREE_DFS_END(piece, node);
     }
-    std::vector<std::string> want(500);
-    for (int i = 0; i < 500; ++i) {
-      want[i] = (i < 300 ? "0." : "1.") + std::to_string(i < 300 ? i : i - 300);
-    }
-    EXPECT_EQ(want, entries);
-    EXPECT_EQ(2u, ports);
-    EXPECT_EQ(failures == 1000 ? 0u : 300u, hits);
-    const auto more = OpenGroupState(
-        table, [](limid_t) { return ""; }, alive);
-    alive.reset();
-    EXPECT_EQ(nullptr, more->Next(context.get()));
+    EXPECT_LE(entries.size() - before, 200u);
+    lyd_free_all(piece);
   }
+  std::vector<std::string> want(500);
+  for (int i = 0; i < 500; ++i) {
+    want[i] = (i < 300 ? "0." : "1.") + std::to_string(i < 300 ? i : i - 300);
+  }
+  EXPECT_EQ(want, entries);
+  EXPECT_EQ(2u, ports);
+  EXPECT_EQ(300u, hits) << "of the group whose hits are counted";
+  const auto more = OpenGroupState(
+      table, [](limid_t) { return ""; }, alive);
+  alive.reset();
+  EXPECT_EQ(nullptr, more->Next(context.get()));
 }
 
 TEST_F(GroupTableTest, SaysWhyGroupsCannotBeShown) {

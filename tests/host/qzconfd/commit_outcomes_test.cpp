@@ -28,8 +28,8 @@ class CommitOutcomesTest : public testing::Test {
 };
 
 TEST_F(CommitOutcomesTest, EachKindOfFailureHasItsReason) {
-  const Submission l2{"l2", 9, 0, ""}, l3{"l3", 20, 0, ""};
-  const Submission refused{"l3", 21, 6, "the kernel refused"};
+  const Submission l2{"l2", 9, {}}, l3{"l3", 20, {}};
+  const Submission refused{"l3", 21, {Standing::kRefused, 6, "the kernel refused"}};
   const struct {
     CommitFacts facts;
     bool at_start;
@@ -52,21 +52,19 @@ TEST_F(CommitOutcomesTest, EachKindOfFailureHasItsReason) {
        false,
        "commit 3 by alice (session 4): applied in 1.5 ms; L2 9 entries, L3 20 entries",
        3},
-      {{true, 0, "", {{"l2", 1, 0, ""}, refused}, {"port eth0: no", "later"}},
+      {{true, 0, "", {{"l2", 1, {Standing::kRefused, 8, ""}}, refused}, {"port eth0: no", "later"}},
        false,
        "commit 4 by alice (session 4): it stands, but is not applied: the Filter Manager refused "
        "the "
-       "L3 group (filtMgrErr 6, the kernel refused): port eth0: no; in force: L2 1 entry of commit "
-       "4, "
-       "L3 20 entries of commit 3",
+       "L3 group (filtMgrErr 6, the kernel refused): port eth0: no; in force: L2 9 entries of "
+       "commit 3, L3 20 entries of commit 3",
        3},
       {{},
        false,
        "commit 5 by alice (session 4): it stands, but is not applied: the Filter Manager refused "
        "the "
-       "L3 group (filtMgrErr 6, the kernel refused): port eth0: no; in force: L2 1 entry of commit "
-       "4, "
-       "L3 20 entries of commit 3",
+       "L3 group (filtMgrErr 6, the kernel refused): port eth0: no; in force: L2 9 entries of "
+       "commit 3, L3 20 entries of commit 3",
        3},
       {{true, 0, "", {l2, l3}, {"an error that did no harm"}},
        false,
@@ -95,9 +93,9 @@ TEST_F(CommitOutcomesTest, EachKindOfFailureHasItsReason) {
 }
 
 TEST_F(CommitOutcomesTest, TheStateIsBoundedAndWhatItsModuleSays) {
-  const Submission refused{"l2", 70000, 3, "more entries than a group holds"};
+  const Submission refused{"l2", 70000, {Standing::kRefused, 3, "more entries than a group holds"}};
   for (size_t i = 0; i < CommitOutcomes::kMost + 10; ++i) {
-    Add({true, 0, "", {{"l2", 1, 0, ""}, {"l3", 2, 0, ""}}, {}}, i == 0);
+    Add({true, 0, "", {{"l2", 1, {}}, {"l3", 2, {}}}, {}}, i == 0);
   }
   Add({true, 0, "", {refused}, {"a line with a \x01 in it", "another"}});
   DatastoreErrors errors;

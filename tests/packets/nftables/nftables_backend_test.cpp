@@ -4,7 +4,7 @@
 #include <linux/netfilter/nf_tables.h>
 #include <linux/netfilter/nfnetlink.h>
 
-#include "tests/packets/kernel_fixture.h"
+#include "tests/packets/nftables/nftables_fixture.h"
 
 namespace host {
 namespace {
@@ -34,10 +34,10 @@ Frame FrameTo(uint32_t address) {
 // What a port's table takes without its chunks: the table, two sets with their values, two chains.
 constexpr size_t kTableWrites = 1 + 2 * 2 + 2;
 
-class NftablesBackendTest : public KernelTest {
+class NftablesBackendTest : public NftablesTest {
  protected:
   void SetUp() override {
-    KernelTest::SetUp();
+    NftablesTest::SetUp();
     if (lab_ == nullptr) return;
     for (const std::string& port : ports_) PacketLab::AddPair(port);
     Open();
@@ -99,7 +99,7 @@ TEST_F(NftablesBackendTest, ARestartAdoptsWhatItFinds) {
   const size_t claims = options_.features.ownership ? 1 : 0;  // taking over the table, no more
 
   Open();
-  backend_->Create(GroupOf(kL2Type, {}));
+  EXPECT_EQ(1u, backend_->Left());
   ExpectInKernel({&l2, &l3});  // nothing is torn down before the first update
   EXPECT_EQ(claims, Apply(l2));
   ExpectInKernel({&l3});
@@ -167,14 +167,15 @@ TEST_F(NftablesBackendTest, OwnTablesAreClosedToOthers) {
   PacketLab::Run("nft flush ruleset");
   ExpectInKernel({&group});
 
-  // Another process's table for a port that no group names is no reason to refuse an update.
+  // Another process's table is no reason to refuse an update: where no group names its port it is
+  // left alone, elsewhere it holds up that port until it goes.
   int error = 0;
-  const auto another = OpenNetlink({NETLINK_NETFILTER, 0, 0}, &error);
+  auto another = OpenNetlink({NETLINK_NETFILTER, 0, 0}, &error);
   uint32_t generation = 0;
   ASSERT_EQ(0, KernelReader(another.get()).ReadGeneration(&generation));
-  NftBatch batch(generation);
+  NftBatch batch;
   batch.AddTable(TableName("p2"), kTableOwner);
-  ASSERT_EQ(0, batch.Commit(*another).error);
+  ASSERT_EQ(0, batch.Commit(*another, generation).error);
   for (const uint32_t first : {1, 2}) {  // noticed while running, found at the start
     CapturedLog().clear();
     Apply(GroupOf(kL2Type, Denying(first, 3)));
@@ -182,7 +183,17 @@ TEST_F(NftablesBackendTest, OwnTablesAreClosedToOthers) {
     EXPECT_EQ(1u, ReadKernel().count("p2"));
     Open();
   }
-  EXPECT_EQ(FILTER_MGR_ERR_PRIVILEGE, backend_->Apply(GroupOf(kL2Type, {{DenyTo(1), {1, 2}}})));
+  const FiltersGroup both = GroupOf(kL2Type, {{DenyTo(1), {1, 2}}});
+  EXPECT_EQ(Standing::kPartial, Try(both).state);
+  EXPECT_THAT(backend_->standing().reason, HasSubstr("table acl-app/p2 is another process's"));
+  EXPECT_EQ(PortState::kEnforced, backend_->Ports().at("p1"));
+  EXPECT_EQ(PortState::kFailed, backend_->Ports().at("p2"));
+  EXPECT_FALSE(backend_->Poll());
+  another.reset();
+  EXPECT_TRUE(backend_->Poll());
+  EXPECT_EQ(Standing(), backend_->standing());
+  EXPECT_EQ(PortState::kEnforced, backend_->Ports().at("p2"));
+  ExpectInKernel({&both});
 }
 
 TEST_F(NftablesBackendTest, ChangesOfOthersAreNoticedAndPutRight) {
@@ -282,18 +293,9 @@ TEST_F(NftablesBackendTest, RefusesWholeAndSaysWhere) {
   Apply(group);
   std::vector<PlacedEntry> bad = Denying(20, 10);
   bad[5].ports.clear();
-  EXPECT_EQ(FILTER_MGR_ERR_UNSUPPORTED, backend_->Apply(GroupOf(kL2Type, bad)));
+  EXPECT_EQ(FILTER_MGR_ERR_UNSUPPORTED, Try(GroupOf(kL2Type, bad)).error);
   EXPECT_THAT(CapturedLog(), Contains(HasSubstr("entry 5 cannot be enforced: it names no ingress "
                                                 "port")));
-  ExpectInKernel({&group});
-
-  // A table of this name that belongs to another process: the kernel refuses.
-  if (!options_.features.ownership) return;
-  std::string reason;
-  const auto second = NftablesBackend::Open(options_, &reason);
-  ASSERT_NE(nullptr, second);
-  EXPECT_EQ(FILTER_MGR_ERR_PRIVILEGE, second->Apply(GroupOf(kL2Type, Denying(0, 11))));
-  EXPECT_THAT(CapturedLog(), Contains(HasSubstr("on port p1")));
   ExpectInKernel({&group});
 }
 
@@ -367,34 +369,43 @@ class FaultTest : public NftablesBackendTest {
   FaultPlan plan;
 };
 
-TEST_F(FaultTest, AFailingCallLeavesTheOldContentOrTheNew) {
+// An entry moves from one group to the other: never are both without it, or both with it.
+TEST_F(FaultTest, AFailingCallLeavesTheOldContentOrTheNewOfBothGroups) {
   // Small changes, and one for which the back end stops listening.
   for (const uint32_t count : {400, 700}) {
-    const FiltersGroup before = GroupOf(kL3Type, Denying(0, count));
+    const FiltersGroup l2[] = {GroupOf(kL2Type, {{DenyTo(7777)}}), GroupOf(kL2Type, {})};
     std::vector<PlacedEntry> entries = Denying(count == 400 ? 0 : 1000, count);
     entries.insert(entries.begin() + 10, {DenyTo(7777)});
     entries.erase(entries.begin() + 300);
     entries.push_back({DenyTo(8888), {2}});
-    const FiltersGroup after = GroupOf(kL3Type, entries);
-    Apply(before);
+    const FiltersGroup l3[] = {GroupOf(kL3Type, Denying(0, count)), GroupOf(kL3Type, entries)};
+    const auto prepare = [&](int which) {
+      EXPECT_EQ(FILTER_MGR_OK, backend_->Prepare(l2[which]));
+      EXPECT_EQ(FILTER_MGR_OK, backend_->Prepare(l3[which]));
+    };
     for (const bool keep_failing : {false, true}) {
       bool reached = true;
       for (int fail_at = 0; reached; ++fail_at) {
-        ASSERT_LT(fail_at, 100);
+        ASSERT_LT(fail_at, 200);
+        prepare(0);
+        ASSERT_EQ(Standing(), backend_->Publish());
+        prepare(1);
         plan = {0, fail_at, keep_failing};
-        const FilterMgrError result = backend_->Apply(after);
+        const Standing standing = backend_->Publish();
         reached = plan.calls > fail_at;
         plan = {};
-        if (result == FILTER_MGR_OK) {
-          ExpectInKernel({&after});
-          Apply(before);
+        if (standing.state == Standing::kPending) {
+          EXPECT_TRUE(backend_->Pending());
+          const bool old = ReadKernel().at("p1").groups[kL2].order.size() == 1;
+          ExpectInKernel({&l2[old ? 0 : 1], &l3[old ? 0 : 1]});  // also where the answer was lost
+          EXPECT_TRUE(backend_->Poll());
         } else {
-          EXPECT_EQ(FILTER_MGR_ERR_NETLINK, result);
-          // With the answer lost the kernel may have taken it; what was reported is made true.
+          EXPECT_EQ(Standing(), standing);
           EXPECT_TRUE(!backend_->Pending() || backend_->Poll());
         }
-        ExpectInKernel({&before});
-        if (HasFatalFailure()) return;
+        EXPECT_EQ(Standing(), backend_->standing());
+        ExpectInKernel({&l2[1], &l3[1]});
+        if (HasFailure()) return;
       }
     }
   }
@@ -419,7 +430,7 @@ TEST_F(FaultTest, NamesTheEntryThatTheKernelRefuses) {
   for (int rule = 0; rule < 4; ++rule) {
     CapturedLog().clear();
     plan.spoiled_rule = rule;
-    EXPECT_EQ(FILTER_MGR_ERR_KERNEL, backend_->Apply(GroupOf(kL3Type, entries)));
+    EXPECT_EQ(FILTER_MGR_ERR_KERNEL, Try(GroupOf(kL3Type, entries)).error);
     EXPECT_THAT(CapturedLog(), Contains(HasSubstr(kNamed[rule])));
     ExpectInKernel({&before});
   }
@@ -438,7 +449,7 @@ TEST_F(FaultTest, DamageHeardOfByAFailingUpdateIsPutRightLater) {
       CapturedLog().clear();
       PacketLab::Run("nft delete table netdev acl-app/p1");
       plan = {0, 2, /*keep_failing=*/true, dropped};  // reads the announcements, then fails
-      EXPECT_EQ(FILTER_MGR_ERR_NETLINK, backend_->Apply(after));
+      EXPECT_EQ(Standing::kPending, Try(after).state);
       EXPECT_TRUE(backend_->Pending());
       EXPECT_FALSE(backend_->Poll());
       EXPECT_EQ(PortState::kFailed, backend_->Ports().at("p1"));
@@ -448,7 +459,7 @@ TEST_F(FaultTest, DamageHeardOfByAFailingUpdateIsPutRightLater) {
       } else {
         EXPECT_TRUE(backend_->Poll());
       }
-      ExpectInKernel({by_update ? &after : &before});
+      ExpectInKernel({&after});
       EXPECT_THAT(CapturedLog(), Contains(HasSubstr("port p1 was not as it should be")));
       EXPECT_EQ(PortState::kEnforced, backend_->Ports().at("p1"));
       EXPECT_FALSE(backend_->Pending());

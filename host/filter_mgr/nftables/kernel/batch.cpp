@@ -7,6 +7,7 @@
 #include <linux/netfilter/nfnetlink.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include "host/filter_mgr/nftables/kernel/codec.h"
 #include "host/filter_mgr/nftables/kernel/objects.h"
@@ -46,9 +47,10 @@ RuleObjectPtr MakeRule(const std::string& table, const std::string& chain) {
 
 }  // namespace
 
-NftBatch::NftBatch(uint32_t generation) : begin_sequence_(NextBatchSequence()) {
+NftBatch::NftBatch() : begin_sequence_(NextBatchSequence()) {
   nlmsghdr* begin = nftnl_batch_begin(Room(), begin_sequence_);
-  mnl_attr_put_u32(begin, NFNL_BATCH_GENID, htonl(generation));
+  generation_ = static_cast<nlattr*>(mnl_nlmsg_get_payload_tail(begin));
+  mnl_attr_put_u32(begin, NFNL_BATCH_GENID, 0);
   Append(begin);
 }
 
@@ -166,11 +168,14 @@ void NftBatch::AddRule(const std::string& table, const std::string& chain, const
   Finish(message);
 }
 
-BatchResult NftBatch::Commit(NetlinkSocket& socket) {
+BatchResult NftBatch::Commit(NetlinkSocket& socket, uint32_t generation) {
+  const uint32_t in_network_order = htonl(generation);
+  memcpy(mnl_attr_get_payload(generation_), &in_network_order, sizeof(in_network_order));
   // One acknowledgement, of the last message, tells of the whole: the kernel sends it after the
   // commit. (The end of a batch is acknowledged by newer kernels only.)
   last_->nlmsg_flags |= NLM_F_ACK;
-  Append(nftnl_batch_end(Room(), NextBatchSequence()));
+  if (!ended_) Append(nftnl_batch_end(Room(), NextBatchSequence()));
+  ended_ = true;
   std::vector<iovec> parts;
   for (const Page& page : pages_) parts.push_back({page.data.get(), page.used});
   BatchResult result;

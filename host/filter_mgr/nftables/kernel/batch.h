@@ -39,8 +39,7 @@ struct BatchResult {
 
 class NftBatch {
  public:
-  // The transaction is refused (-ERESTART) unless the packet filter's generation is `generation`.
-  explicit NftBatch(uint32_t generation);
+  NftBatch();
 
   // Messages from here on are about this.
   void SetOrigin(const MessageOrigin& origin) { origin_ = origin; }
@@ -64,8 +63,9 @@ class NftBatch {
 
   // Number of messages, begin and end aside.
   size_t size() const { return origins_.size(); }
-  // Ends the batch, sends it and reads what the kernel says.
-  BatchResult Commit(NetlinkSocket& socket);
+  // Ends the batch, sends it and reads what the kernel says: -ERESTART unless the packet filter's
+  // generation is `generation`. It may then be committed again.
+  BatchResult Commit(NetlinkSocket& socket, uint32_t generation);
 
  private:
   static constexpr size_t kPageSize = 1 << 20;
@@ -84,15 +84,18 @@ class NftBatch {
   void Append(nlmsghdr* message);
   void ReadAnswers(NetlinkSocket& socket, BatchResult* result) const;
 
-  std::vector<Page> pages_;
-  std::vector<MessageOrigin> origins_;  // per message
   // Flag for a removal of so many rules at most that are to be told of.
   uint16_t Tell(bool tell, size_t rules);
+
+  std::vector<Page> pages_;
+  std::vector<MessageOrigin> origins_;  // per message
 
   MessageOrigin origin_;
   size_t told_ = 0;  // rules whose removal the kernel tells of, at most
   uint32_t begin_sequence_ = 0;
+  nlattr* generation_ = nullptr;  // in the begin
   nlmsghdr* last_ = nullptr;
+  bool ended_ = false;
 };
 
 }  // namespace host

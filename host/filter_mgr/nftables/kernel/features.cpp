@@ -50,9 +50,9 @@ int Commit(NetlinkSocket& socket, const std::function<void(NftBatch*)>& fill) {
   uint32_t generation = 0;
   const int error = KernelReader(&socket).ReadGeneration(&generation);
   if (error != 0) return error;
-  NftBatch batch(generation);
+  NftBatch batch;
   fill(&batch);
-  return batch.Commit(socket).error;
+  return batch.Commit(socket, generation).error;
 }
 
 // The rules of a group with one entry that sets the PCP of that frame.

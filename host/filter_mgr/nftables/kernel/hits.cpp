@@ -3,68 +3,66 @@
 #include <vector>
 
 namespace host {
-namespace {
-
-size_t RulesIn(const HeldGroup& held) {
-  size_t count = 0;
-  for (uint32_t number : held.order) count += held.chunks.at(number).rules.size();
-  return count;
-}
-
-}  // namespace
-
-KernelHits::KernelHits(const CompiledGroup& group, const HeldTables& tables, GroupSlot slot,
-                       const size_t* version, KernelReader* reader)
-    : group_(group),
-      tables_(tables),
-      slot_(slot),
-      version_(version),
-      started_(*version),
-      reader_(reader),
-      port_(group.ports.begin()) {
-  const auto& entries = group.source.getEntriesRef();
-  if (!entries.empty()) hits.resize(entries.rbegin()->first + size_t{1});
-}
 
 HitsReading::Progress KernelHits::Next() {
-  constexpr int kRulesAtOnce = 400;  // some 2 ms
-  if (*version_ != started_) return Progress::kFailed;
-  for (int rules = 0; port_ != group_.ports.end();) {
-    const auto table = tables_.find(port_->first);
-    const HeldGroup* const held = table == tables_.end() ? nullptr : &table->second.groups[slot_];
-    if (held == nullptr || chunk_ == held->order.size()) {
-      ++port_;
-      chunk_ = entry_ = 0;
-      rule_ = 0;
-      continue;
+  constexpr size_t kRulesAtOnce = 400;  // some 2 ms
+  HeldTables& tables = *kernel_->mutable_held();
+  size_t rules = 0;
+  for (auto table = tables.lower_bound(port_); table != tables.end(); ++table) {
+    if (table->first != port_) chunk_ = 0;
+    port_ = table->first;
+    HeldGroup& held = table->second.groups[slot_];
+    for (; chunk_ < held.order.size(); ++chunk_) {
+      if (rules >= kRulesAtOnce) return Progress::kMore;
+      rules += ReadChunk(&held, held.order[chunk_]);
     }
-    if (rules >= kRulesAtOnce) return Progress::kMore;
-    // Otherwise someone else has changed the table, which will be put right.
-    if (chunk_ == 0 && RulesIn(*held) != port_->second.rules.size()) return Progress::kFailed;
-    const int read = ReadChunk(*held);
-    if (read < 0) return Progress::kFailed;
-    rules += read;
   }
+  Sum();
   return Progress::kDone;
 }
 
-int KernelHits::ReadChunk(const HeldGroup& held) {
-  const uint32_t number = held.order[chunk_++];
-  const std::vector<HeldRule>& rules = held.chunks.at(number).rules;
+size_t KernelHits::ReadChunk(HeldGroup* held, uint32_t number) {
+  std::vector<HeldRule>& rules = held->chunks.at(number).rules;
   std::vector<Hits> read;
-  if (reader_->ReadHits(port_->first, slot_, number, &read) != 0 || read.size() != rules.size()) {
-    return -1;
+  const int error = kernel_->reader()->ReadHits(port_, slot_, number, &read);
+  // Otherwise someone else has changed the chunk, which will be put right.
+  if (error == 0 && read.size() == rules.size()) {
+    for (size_t i = 0; i < read.size(); ++i) rules[i].hits = read[i];
   }
-  for (size_t i = 0; i < read.size(); ++i) Add(read[i] + rules[i].carried);
-  return static_cast<int>(read.size());
+  return rules.size();
 }
 
-void KernelHits::Add(const Hits& more) {
-  const std::vector<PortEntry>& entries = port_->second.entries;
-  for (; rule_ == entries[entry_].rule_count; ++entry_) rule_ = 0;
-  Hits& sum = hits[entries[entry_].id];
-  sum = sum + more;
-  ++rule_;
+void KernelHits::Sum() {
+  hits.clear();
+  if (!*group_) return;
+  const auto& entries = (*group_)->source.getEntriesRef();
+  if (!entries.empty()) hits.resize(entries.rbegin()->first + size_t{1});
+  for (const auto& [port, rules] : (*group_)->ports) {
+    const auto table = kernel_->held().find(port);
+    if (table != kernel_->held().end()) SumPort(rules, table->second.groups[slot_]);
+  }
+}
+
+void KernelHits::SumPort(const PortRules& port, const HeldGroup& held) {
+  std::vector<const HeldRule*> before;
+  std::vector<const Rule*> there, wanted;
+  for (uint32_t number : held.order) {
+    for (const HeldRule& rule : held.chunks.at(number).rules) {
+      before.push_back(&rule);
+      there.push_back(rule.rule.get());
+    }
+  }
+  for (const RulePtr& rule : port.rules) wanted.push_back(rule.get());
+  // The same rules, unless someone else has changed the table.
+  const std::vector<int> places = MatchRules(there, wanted);
+  size_t next = 0;
+  for (const PortEntry& entry : port.entries) {
+    for (int i = 0; i < entry.rule_count; ++i, ++next) {
+      if (places[next] < 0) continue;
+      const HeldRule& rule = *before[static_cast<size_t>(places[next])];
+      hits[entry.id] = hits[entry.id] + rule.hits + rule.carried;
+    }
+  }
 }
 
 }  // namespace host

@@ -1,41 +1,40 @@
 // The hits of a group's entries, read from the kernel bit by bit: the kernel tells them only with
 // the rules, which takes it about 4 us each.
+//
+// What is read is noted with the rules that the kernel holds; a rule that stays through an update
+// keeps it. So a reading goes on through updates, and ends with what was last read of each rule.
 #ifndef HOST_FILTER_MGR_NFTABLES_KERNEL_HITS_H_
 #define HOST_FILTER_MGR_NFTABLES_KERNEL_HITS_H_
 
-#include <map>
+#include <optional>
 #include <string>
 
 #include "host/filter_mgr/backend.h"
-#include "host/filter_mgr/nftables/kernel/reader.h"
+#include "host/filter_mgr/nftables/kernel/watched_tables.h"
 #include "host/filter_mgr/nftables/plan/compiler.h"
 
 namespace host {
 
 class KernelHits : public HitsReading {
  public:
-  // What is programmed: `group`, held in `tables`. All of it must stay as it is, and exist, until
-  // `*version` changes; that and `reader` must outlive this.
-  KernelHits(const CompiledGroup& group, const HeldTables& tables, GroupSlot slot,
-             const size_t* version, KernelReader* reader);
+  // `group`, which is the one in force whenever Next() is called, and `kernel` must outlive this.
+  KernelHits(const std::optional<CompiledGroup>* group, WatchedTables* kernel, GroupSlot slot)
+      : group_(group), kernel_(kernel), slot_(slot) {}
 
   Progress Next() override;
 
  private:
-  // Reads the next chunk of the port; the number of its rules, or -1.
-  int ReadChunk(const HeldGroup& held);
-  void Add(const Hits& hits);
+  // Reads a chunk of the port; the number of its rules.
+  size_t ReadChunk(HeldGroup* held, uint32_t number);
+  // Sums up, by entry, what is noted.
+  void Sum();
+  void SumPort(const PortRules& port, const HeldGroup& held);
 
-  const CompiledGroup& group_;
-  const HeldTables& tables_;
+  const std::optional<CompiledGroup>* const group_;
+  WatchedTables* const kernel_;
   const GroupSlot slot_;
-  const size_t* const version_;
-  const size_t started_;
-  KernelReader* const reader_;
-  std::map<std::string, PortRules>::const_iterator port_;
-  size_t chunk_ = 0;  // next, in the order of the port's chunks
-  size_t entry_ = 0;  // of the port, that the next rule may belong to
-  int rule_ = 0;      // rules of that entry so far
+  std::string port_;  // the next one that is read is this or the first behind it
+  size_t chunk_ = 0;  // next of it, in the order of the port's chunks
 };
 
 }  // namespace host

@@ -15,18 +15,10 @@
 #include <utility>
 #include <vector>
 
+#include "host/filter_mgr/group_slot.h"
 #include "host/filter_mgr/nftables/plan/rule.h"
-#include "platform/filters_common/filters_types.h"
 
 namespace host {
-
-// Groups by their place in the evaluation.
-enum GroupSlot : size_t { kL2 = 0, kL3 = 1 };
-constexpr size_t kGroupSlots = 2;
-
-inline GroupSlot SlotOf(FiltersCommon::filtersGroupType_t type) {
-  return type == FiltersCommon::FILTERS_GROUP_TYPE_L2 ? kL2 : kL3;
-}
 
 // "l2" or "l3".
 const char* BaseChainName(GroupSlot slot);

@@ -281,6 +281,21 @@ int KernelReader::ReadFiltered(const std::string* only_port, HeldTables* tables)
   return 0;
 }
 
+int KernelReader::ReadPorts(std::vector<std::string>* ports) {
+  std::vector<std::string> result;
+  const int error = Dump(
+      NFT_MSG_GETTABLE, [](nlmsghdr*) {}, [&result] { result.clear(); },
+      [&](const nlmsghdr* message) {
+        const TablePtr table(nftnl_table_alloc());
+        if (nftnl_table_nlmsg_parse(message, table.get()) < 0) return false;
+        const auto port = PortOfTable(Text(nftnl_table_get_str(table.get(), NFTNL_TABLE_NAME)));
+        if (port) result.push_back(*port);
+        return true;
+      });
+  if (error == 0) *ports = std::move(result);
+  return error;
+}
+
 int KernelReader::ReadTables(HeldTables* tables) { return ReadFiltered(nullptr, tables); }
 
 int KernelReader::ReadTable(const std::string& port, std::optional<HeldTable>* table) {

@@ -38,6 +38,8 @@ class KernelReader {
 
   // The number of the packet filter's last transaction.
   int ReadGeneration(uint32_t* generation);
+  // The ports that have a table of the Filter Manager.
+  int ReadPorts(std::vector<std::string>* ports);
   // All tables of the Filter Manager.
   int ReadTables(HeldTables* tables);
   // One port's table; no value when there is none.

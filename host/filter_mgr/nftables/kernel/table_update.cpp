@@ -6,8 +6,6 @@
 namespace host {
 namespace {
 
-constexpr std::array<GroupSlot, kGroupSlots> kSlots = {kL2, kL3};
-
 const HeldGroup& NoGroup() {
   static const HeldGroup kNone;
   return kNone;
@@ -37,28 +35,23 @@ std::vector<RulePtr> Jumps(const Layout& layout) {
   return jumps;
 }
 
+std::vector<const Rule*> Pointers(const std::vector<RulePtr>& rules) {
+  std::vector<const Rule*> pointers;
+  for (const RulePtr& rule : rules) pointers.push_back(rule.get());
+  return pointers;
+}
+
+std::vector<const Rule*> Pointers(const HeldChain& chain) {
+  std::vector<const Rule*> pointers;
+  for (const HeldRule& held : chain.rules) pointers.push_back(held.rule.get());
+  return pointers;
+}
+
 // Chunks that rules are moved from.
 std::set<uint32_t> MovedFrom(const Layout& layout) {
   std::set<uint32_t> chunks;
   for (const auto& [index, place] : layout.moved) chunks.insert(place.chunk);
   return chunks;
-}
-
-// Notes, by index, the carried hits of the rules that stay in an edited chunk.
-void NoteCarried(const HeldChain& held, const ChunkPlan& chunk, const std::vector<RulePtr>& rules,
-                 std::map<size_t, Hits>* carried) {
-  if (std::all_of(held.rules.begin(), held.rules.end(),
-                  [](const HeldRule& rule) { return rule.carried.packets == 0; })) {
-    return;
-  }
-  std::vector<const Rule*> before, now;
-  for (const HeldRule& rule : held.rules) before.push_back(rule.rule.get());
-  for (size_t i = chunk.begin; i < chunk.end; ++i) now.push_back(rules[i].get());
-  const std::vector<int> places = MatchRules(before, now);
-  for (size_t i = 0; i < places.size(); ++i) {
-    if (places[i] < 0) continue;
-    (*carried)[chunk.begin + i] = held.rules[static_cast<size_t>(places[i])].carried;
-  }
 }
 
 // Only a table made to persist can be taken over, and only one that nobody owns needs to be.
@@ -186,7 +179,9 @@ const HeldRule* TableUpdate::MovedRule(GroupSlot slot, size_t index) const {
 
 void TableUpdate::EncodeChunk(GroupSlot slot, const ChunkPlan& chunk, NftBatch* batch) const {
   const std::string name = ChunkName(slot, chunk.number);
-  const ChainEdit edit = EditChain(HeldChunk(slot, chunk), RulesOf(slot, chunk));
+  const std::vector<int> none(chunk.end - chunk.begin, -1);
+  const ChainEdit edit =
+      EditChain(HeldChunk(slot, chunk), RulesOf(slot, chunk), chunk.is_new ? none : chunk.places);
   batch->SetOrigin({port_, slot, -1});
   if (chunk.is_new) batch->AddChain(table_, name);
   if (edit.flush) batch->FlushChain(table_, name);
@@ -203,7 +198,9 @@ void TableUpdate::EncodeChunk(GroupSlot slot, const ChunkPlan& chunk, NftBatch* 
 
 void TableUpdate::EncodeJumps(GroupSlot slot, NftBatch* batch) const {
   const std::string base = BaseChainName(slot);
-  const ChainEdit edit = EditChain(HeldOf(slot).base, Jumps(groups_[slot].layout));
+  const HeldChain& held = HeldOf(slot).base;
+  const std::vector<RulePtr> jumps = Jumps(groups_[slot].layout);
+  const ChainEdit edit = EditChain(held, jumps, MatchRules(Pointers(held), Pointers(jumps)));
   if (edit.flush) batch->FlushChain(table_, base);
   for (uint64_t handle : edit.deletes) batch->DeleteRule(table_, base, handle);
   for (const RuleInsert& insert : edit.inserts) {
@@ -212,50 +209,50 @@ void TableUpdate::EncodeJumps(GroupSlot slot, NftBatch* batch) const {
 }
 
 void TableUpdate::Commit(const BatchResult& result, HeldTables* tables) const {
-  switch (action_) {
-    case Action::kNone:
-      break;
-    case Action::kRemove:
-      tables->erase(*port_);
-      return;
-    case Action::kBuild:
-      (*tables)[*port_] = HeldTable{flags_, false, true, {}};
-      break;
-    case Action::kEdit:
-      if (claim_) tables->at(*port_).flags = flags_;
-      break;
+  if (action_ == Action::kNone) return;
+  if (action_ == Action::kRemove) {
+    tables->erase(*port_);
+    return;
   }
-  const auto it = tables->find(*port_);
-  if (it == tables->end()) return;
+  HeldTable built{flags_, false, true, {}};
+  HeldTable* const table = action_ == Action::kBuild ? &built : &tables->at(*port_);
+  if (claim_) table->flags = flags_;
   for (const GroupSlot slot : kSlots) {
-    if (groups_[slot].rules != nullptr) CommitGroup(slot, result, &it->second.groups[slot]);
+    if (groups_[slot].rules != nullptr) CommitGroup(slot, result, &table->groups[slot]);
   }
+  if (action_ == Action::kBuild) (*tables)[*port_] = std::move(built);
+}
+
+HeldRule TableUpdate::NewRule(GroupSlot slot, size_t index, const BatchResult& result) const {
+  const HeldRule* const old = MovedRule(slot, index);
+  if (old == nullptr) return {};
+  HeldRule rule;
+  rule.hits = old->hits + old->carried;
+  const auto last = result.last_hits.find({table_, old->handle});
+  if (action_ == Action::kEdit && last != result.last_hits.end()) {
+    rule.carried = last->second.Since(old->hits);
+  }
+  return rule;
 }
 
 void TableUpdate::CommitGroup(GroupSlot slot, const BatchResult& result, HeldGroup* held) const {
   const Layout& layout = groups_[slot].layout;
   const std::vector<RulePtr>& rules = *groups_[slot].rules;
-  std::map<size_t, Hits> carried;  // by index of the rule
-  for (const auto& [index, place] : layout.moved) {
-    if (action_ == Action::kBuild) break;
-    const HeldRule& old = *MovedRule(slot, index);
-    const auto last = result.last_hits.find({table_, old.handle});
-    if (last != result.last_hits.end()) carried[index] = last->second.Since(old.hits);
-  }
+  // By chunk number; made first, for rules may move from chunks that change or go.
+  std::map<uint32_t, std::vector<HeldRule>> changed;
   for (const ChunkPlan& chunk : layout.chunks) {
-    if (chunk.is_new || !chunk.changed) continue;
-    NoteCarried(held->chunks.at(chunk.number), chunk, rules, &carried);
+    if (!chunk.changed) continue;
+    std::vector<HeldRule>& now = changed[chunk.number];
+    for (size_t i = chunk.begin; i < chunk.end; ++i) {
+      const int place = chunk.is_new ? -1 : chunk.places[i - chunk.begin];
+      now.push_back(place < 0 ? NewRule(slot, i, result)
+                              : held->chunks.at(chunk.number).rules[static_cast<size_t>(place)]);
+    }
   }
   for (uint32_t number : layout.removed) held->chunks.erase(number);
   for (const ChunkPlan& chunk : layout.chunks) {
     HeldChain& chain = held->chunks[chunk.number];
-    if (chunk.changed) {
-      chain = {chunk.guard, std::vector<HeldRule>(chunk.end - chunk.begin)};
-      for (size_t i = chunk.begin; i < chunk.end; ++i) {
-        const auto hits = carried.find(i);
-        if (hits != carried.end()) chain.rules[i - chunk.begin].carried = hits->second;
-      }
-    }
+    if (chunk.changed) chain = {chunk.guard, std::move(changed.at(chunk.number))};
     // Equal rules become the same one, which later comparisons see at a glance.
     for (size_t i = 0; i < chain.rules.size(); ++i) {
       if (chain.rules[i].rule != rules[chunk.begin + i]) {

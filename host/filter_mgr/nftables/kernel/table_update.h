@@ -74,6 +74,8 @@ class TableUpdate {
   void EncodeJumps(GroupSlot slot, NftBatch* batch) const;
   // The rule, as held, that the group's rule `index` is moved from; null if it is not moved.
   const HeldRule* MovedRule(GroupSlot slot, size_t index) const;
+  // What the kernel holds for the group's rule `index`, which was added.
+  HeldRule NewRule(GroupSlot slot, size_t index, const BatchResult& result) const;
   void CommitGroup(GroupSlot slot, const BatchResult& result, HeldGroup* held) const;
 
   const std::string* port_;

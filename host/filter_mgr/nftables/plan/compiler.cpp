@@ -7,6 +7,7 @@
 #include <cstring>
 #include <type_traits>
 
+#include "host/filter_mgr/entry_order.h"
 #include "host/filter_mgr/entry_text.h"
 
 namespace host {
@@ -263,51 +264,6 @@ std::optional<std::vector<RulePtr>> CompileEntry(const FiltersEntry& entry, bool
 
 namespace {
 
-// The group's entries by ascending priority. In a large group every step from one to the next waits
-// for memory, so several stretches of it are walked abreast.
-std::vector<const FiltersEntry*> InOrder(const FiltersGroup& group) {
-  constexpr size_t kStretches = 8;
-  const auto& entries = group.getEntriesRef();
-  std::vector<const FiltersEntry*> result;
-  result.reserve(entries.size());
-  if (entries.empty()) return result;
-  struct Stretch {
-    std::remove_reference_t<decltype(entries)>::const_iterator next, end;
-    std::vector<const FiltersEntry*> found;
-  };
-  std::array<Stretch, kStretches> stretches;
-  const size_t first = entries.begin()->first, span = entries.rbegin()->first - first + 1U;
-  for (size_t i = 0; i < kStretches; ++i) {
-    const auto bound = [&](size_t n) {
-      return n == kStretches
-                 ? entries.end()
-                 : entries.lower_bound(static_cast<unsigned short>(first + span * n / kStretches));
-    };
-    stretches[i] = {bound(i), bound(i + 1), {}};
-    stretches[i].found.reserve(entries.size() / kStretches + 1);
-  }
-  for (bool more = true; more;) {
-    more = false;
-    for (Stretch& stretch : stretches) {
-      if (stretch.next == stretch.end) continue;
-      stretch.found.push_back(&stretch.next->second);
-      ++stretch.next;
-      more = true;
-    }
-  }
-  for (const Stretch& stretch : stretches) {
-    result.insert(result.end(), stretch.found.begin(), stretch.found.end());
-  }
-  const auto before = [](const auto* a, const auto* b) {
-    return a->getPriority() < b->getPriority();
-  };
-  // Ids and priorities mostly ascend together.
-  if (!std::is_sorted(result.begin(), result.end(), before)) {
-    std::stable_sort(result.begin(), result.end(), before);
-  }
-  return result;
-}
-
 // Compiles a group entry by entry, each for every port that it names.
 class GroupCompiler {
  public:
@@ -316,7 +272,7 @@ class GroupCompiler {
       : previous_(previous), options_(options), error_(error), result_(group) {}
 
   std::optional<CompiledGroup> Compile() {
-    for (const FiltersEntry* entry : InOrder(result_.source)) {
+    for (const FiltersEntry* entry : EntriesInOrder(result_.source)) {
       if (!Add(*entry)) return std::nullopt;
     }
     return std::move(result_);

@@ -5,16 +5,8 @@
 // An entry becomes one rule; an entry that sets the PCP of tagged and untagged frames becomes two,
 // as an untagged frame has nothing to write; an entry that no frame can match becomes none.
 //
-// What the fields mean, for frames that carry none, one or two tags (a tag is what follows a TPID
-// of 0x8100 or 0x88a8 behind the source MAC address):
-//  - the TPID match compares the 16 bits behind the source MAC address, whatever they are;
-//  - VLAN id and PCP are those of the outer tag; a frame without a tag has neither;
-//  - IPv4 addresses, the ToS byte and the IP protocol are those of an IPv4 header that follows the
-//    EtherType of a frame with at most one tag; behind two tags there is none;
-//  - the destination port is TCP's or UDP's, over IPv4 or IPv6, in a first fragment of a packet
-//  that
-//    fits into its frame: one that claims to be longer has none, nor has a header that ends, with
-//    the frame, right behind the port.
+// What the fields mean is every back end's contract (backend.h).
+//
 // An entry's tests are a conjunction, so their order is free: the rarest comes first, as most rules
 // are left at their first test, and those for the IP protocol and IPv4 last, as neighbours often
 // share them (see Guard). The link layer's fields are packed into one test of up to 16 bytes.

@@ -161,8 +161,19 @@ class Planner {
         std::count_if(places_.begin() + static_cast<ptrdiff_t>(begin),
                       places_.begin() + static_cast<ptrdiff_t>(end), [](int p) { return p >= 0; }));
     const bool changed = kept != end - begin || kept != chunk.rules.size();
-    layout_.chunks.push_back({*range.number, begin, end, false, changed, chunk.guard});
+    layout_.chunks.push_back({*range.number, begin, end, false, changed, chunk.guard, {}});
+    if (changed) layout_.chunks.back().places = PlacesWithin(begin, end);
     PlaceNew(end, range.end);
+  }
+
+  // Where rules [begin, end) stand in their chunks.
+  std::vector<int> PlacesWithin(size_t begin, size_t end) const {
+    std::vector<int> places(places_.begin() + static_cast<ptrdiff_t>(begin),
+                            places_.begin() + static_cast<ptrdiff_t>(end));
+    for (int& place : places) {
+      if (place >= 0) place -= static_cast<int>(starts_[ordinal_[static_cast<size_t>(place)]]);
+    }
+    return places;
   }
 
   bool Fits(size_t rule, const Guard& guard) const {
@@ -238,12 +249,8 @@ Layout PlanLayout(const HeldGroup& held, const std::vector<RulePtr>& rules, bool
   return Planner(held, rules, anew).Plan();
 }
 
-ChainEdit EditChain(const HeldChain& held, const std::vector<RulePtr>& rules) {
-  std::vector<const Rule*> before, now;
-  for (const HeldRule& rule : held.rules) before.push_back(rule.rule.get());
-  for (const RulePtr& rule : rules) now.push_back(rule.get());
-  const std::vector<int> places = MatchRules(before, now);
-
+ChainEdit EditChain(const HeldChain& held, const std::vector<RulePtr>& rules,
+                    const std::vector<int>& places) {
   ChainEdit edit;
   std::vector<bool> kept(held.rules.size(), false);
   for (int place : places) {

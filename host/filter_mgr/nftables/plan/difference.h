@@ -38,11 +38,11 @@ constexpr size_t kFillChunk = 192;
 struct HeldRule {
   RulePtr rule;
   uint64_t handle = 0;  // 0 while not known
-  Hits hits;            // as of when the handle was read
+  Hits hits;            // the kernel's counter, as it was last read
   Hits carried;         // hits that the kernel's counter of the rule does not have
 };
 
-// A chain in the kernel. Handles and hits are read anew before each edit of the chain.
+// A chain in the kernel. Handles are read anew, with the counters, before each edit of the chain.
 struct HeldChain {
   Guard guard;  // of the jump to it
   std::vector<HeldRule> rules;
@@ -63,6 +63,9 @@ struct ChunkPlan {
   bool is_new = false;
   bool changed = false;  // holds other rules than now
   Guard guard;
+  // For a changed chunk that is not new: for each of its rules the place among those that it holds
+  // now, or -1.
+  std::vector<int> places;
 };
 
 // Where a rule stands in what is held.
@@ -107,8 +110,10 @@ struct ChainEdit {
   bool empty() const { return !flush && deletes.empty() && inserts.empty(); }
 };
 
-// The edit from `held`, with its handles as of now, to `rules`. What is kept is not touched.
-ChainEdit EditChain(const HeldChain& held, const std::vector<RulePtr>& rules);
+// The edit from `held`, with its handles as of now, to `rules`, whose places in `held` are `places`
+// (as MatchRules gives them). What is kept is not touched.
+ChainEdit EditChain(const HeldChain& held, const std::vector<RulePtr>& rules,
+                    const std::vector<int>& places);
 
 }  // namespace host
 

@@ -40,8 +40,11 @@ class ModelKernel {
       if (!chunk.changed) continue;
       const HeldChain before = chunk.is_new ? HeldChain{} : held_.chunks.at(chunk.number);
       EXPECT_EQ(chunk.is_new, held_.chunks.count(chunk.number) == 0);
-      const ChainEdit edit = EditChain(before, {rules.begin() + static_cast<ptrdiff_t>(chunk.begin),
-                                                rules.begin() + static_cast<ptrdiff_t>(chunk.end)});
+      const ChainEdit edit =
+          EditChain(before,
+                    {rules.begin() + static_cast<ptrdiff_t>(chunk.begin),
+                     rules.begin() + static_cast<ptrdiff_t>(chunk.end)},
+                    chunk.is_new ? std::vector<int>(chunk.end - chunk.begin, -1) : chunk.places);
       messages += ApplyEdit(edit, layout, chunk, &after.chunks[chunk.number]);
     }
     for (uint32_t number : layout.removed) after.chunks.erase(number);

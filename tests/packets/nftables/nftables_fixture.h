@@ -1,9 +1,7 @@
-// A kernel back end in a network of its own.
-#ifndef TESTS_PACKETS_KERNEL_FIXTURE_H_
-#define TESTS_PACKETS_KERNEL_FIXTURE_H_
+// The nftables back end in a network of its own, and what the kernel holds of it.
+#ifndef TESTS_PACKETS_NFTABLES_NFTABLES_FIXTURE_H_
+#define TESTS_PACKETS_NFTABLES_NFTABLES_FIXTURE_H_
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <linux/netlink.h>
 
 #include <memory>
@@ -11,31 +9,22 @@
 #include <vector>
 
 #include "host/filter_mgr/nftables/nftables_backend.h"
-#include "tests/host/filter_mgr/captured_log.h"
-#include "tests/host/filter_mgr/groups_for_test.h"
-#include "tests/packets/frames.h"
-#include "tests/packets/packet_lab.h"
-#include "tests/packets/reference.h"
+#include "tests/packets/backend_fixture.h"
 
 namespace host {
 
-constexpr FiltersCommon::filtersGroupType_t kL2Type = FiltersCommon::FILTERS_GROUP_TYPE_L2;
-constexpr FiltersCommon::filtersGroupType_t kL3Type = FiltersCommon::FILTERS_GROUP_TYPE_L3;
-
-class KernelTest : public ::testing::Test {
+class NftablesTest : public BackendTest {
  protected:
   void SetUp() override {
-    std::string why_not;
-    lab_ = PacketLab::Create(&why_not);
-    if (lab_ == nullptr) GTEST_SKIP() << why_not;
+    BackendTest::SetUp();
+    if (lab_ == nullptr) return;
     std::vector<std::string> missing;
     options_.features = ProbeKernel(&missing);
     ASSERT_TRUE(options_.features.set_pcp) << ::testing::PrintToString(missing);
-    options_.names = [this](limid_t id) {
-      return id <= ports_.size() ? ports_[id - 1] : std::string();
-    };
-    CapturedLog().clear();
+    options_.names = Names();
   }
+
+  Backend* backend() override { return backend_.get(); }
 
   // (Re)starts the back end: closes what there is first.
   void Open() {
@@ -45,11 +34,17 @@ class KernelTest : public ::testing::Test {
     ASSERT_NE(nullptr, backend_) << reason;
   }
 
-  // Applies; the number of messages written. Fails the test unless it succeeds.
+  // Puts one group in force; the number of messages written. Fails the test unless it succeeds.
   size_t Apply(const FiltersCommon::FiltersGroup& group) {
     const size_t before = backend_->writes();
-    EXPECT_EQ(FILTER_MGR_OK, backend_->Apply(group)) << ::testing::PrintToString(CapturedLog());
+    BackendTest::Apply({&group});
     return backend_->writes() - before;
+  }
+
+  // Tries to put one group in force; how it stands then.
+  Standing Try(const FiltersCommon::FiltersGroup& group) {
+    const FilterMgrError error = backend_->Prepare(group);
+    return error == FILTER_MGR_OK ? backend_->Publish() : Standing{Standing::kRefused, error, ""};
   }
 
   // What the kernel holds, read by a reader of its own.
@@ -91,21 +86,13 @@ class KernelTest : public ::testing::Test {
 
   // Frames that the group's entry has decided so far.
   uint64_t HitsOf(const FiltersCommon::FiltersGroup& group, unsigned short id) {
-    const auto reading = backend_->ReadHits(group);
-    if (reading == nullptr) return ADD_FAILURE() << "hits are not counted", 0;
-    HitsReading::Progress progress;
-    while ((progress = reading->Next()) == HitsReading::Progress::kMore) {
-    }
-    EXPECT_EQ(HitsReading::Progress::kDone, progress);
-    return reading->hits.at(id).packets;
+    return BackendTest::HitsOf(SlotOf(group.getType()), id);
   }
 
-  std::unique_ptr<PacketLab> lab_;
-  std::vector<std::string> ports_ = {"p1", "p2", "p3"};  // by logical interface id, from 1
   NftablesOptions options_;
   std::unique_ptr<NftablesBackend> backend_;
 };
 
 }  // namespace host
 
-#endif  // TESTS_PACKETS_KERNEL_FIXTURE_H_
+#endif  // TESTS_PACKETS_NFTABLES_NFTABLES_FIXTURE_H_
