@@ -71,6 +71,24 @@ Bytes Ipv6Packet(const Bytes& extension, uint8_t next, unsigned int variant) {
   return bytes;
 }
 
+// The packet with another byte at `at`.
+Bytes With(Bytes packet, size_t at, uint8_t byte) {
+  packet[at] = byte;
+  return packet;
+}
+
+// An authentication header (RFC 4302) of 24 bytes, before a header of kind `next`.
+Bytes Authentication(uint8_t next) {
+  Bytes bytes = {next, 4};
+  bytes.resize(24, 0x51);
+  return bytes;
+}
+
+Bytes Then(Bytes bytes, const Bytes& more) {
+  Append(&bytes, more);
+  return bytes;
+}
+
 // An IP packet that claims to be longer than it is, by the high byte of its length.
 Bytes TooLong(Bytes packet, size_t length_at) {
   packet[length_at] += 4;
@@ -94,9 +112,16 @@ std::vector<std::pair<uint16_t, Bytes>> Payloads(unsigned int v) {
       {kIpv6, Ipv6Packet({kUdp, 0, 1, 4, 0, 0, 0, 0}, 0, v)},         // hop-by-hop options
       {kIpv6, Ipv6Packet({kUdp, 0, 0x00, 0x41, 0, 0, 0, 1}, 44, v)},  // a later fragment
       {kIpv6, Ipv6Packet({}, 58, v)},                                 // ICMPv6
-      {0x0806, Bytes(28, 0x06)},                                      // ARP
-      {0x0040, Bytes(64, 0x42)},                                      // a length
-      {0x88b5, Bytes(46, 0x11)},                                      // experimental
+      {kIpv6, Ipv6Packet(Authentication(kTcp), 51, v)},
+      {kIpv6, Ipv6Packet(Then(Authentication(60), {kUdp, 0, 1, 4, 0, 0, 0, 0}), 51, v)},
+      {kIpv4, With(Ipv4Packet(kUdp, v, 0, false), 0, 0x44)},  // a header shorter than headers are
+      {kIpv4, With(Ipv4Packet(kUdp, v, 0, false), 0, 0x65)},  // another version
+      {kIpv6, With(Ipv6Packet({}, kUdp, v), 0, 0x40)},
+      {kIpv4, With(Ipv4Packet(kUdp, v, 0, false), 3, 20)},  // its payload is the frame's padding
+      {kIpv4, With(Ipv4Packet(kUdp, v, 0, false), 3, 19)},  // its header is longer than itself
+      {0x0806, Bytes(28, 0x06)},                            // ARP
+      {0x0040, Bytes(64, 0x42)},                            // a length
+      {0x88b5, Bytes(46, 0x11)},                            // experimental
   };
 }
 

@@ -25,26 +25,34 @@ uint16_t At16(const Frame& frame, size_t at) {
 bool IsTag(uint16_t type) { return type == 0x8100 || type == 0x88a8; }
 
 std::optional<uint16_t> PortAt(const Frame& frame, uint8_t protocol, size_t header) {
-  if ((protocol != 6 && protocol != 17) || header + 4 > frame.size()) return std::nullopt;
+  // A header that ends with the frame right behind the port is too short to have one.
+  if ((protocol != 6 && protocol != 17) || header + 5 > frame.size()) return std::nullopt;
   return At16(frame, header + 2);
 }
 
 // RFC 791: internet header length in words, fragment offset in the low 13 bits of bytes 6 and 7. A
-// packet that does not fit into its frame has no port.
+// packet that does not fit into its frame has no port, nor has one whose header is not valid.
 std::optional<uint16_t> Ipv4Port(const Frame& frame, size_t ip) {
-  const size_t header = static_cast<size_t>(frame[ip] & 0xf) * 4;
-  if (ip + At16(frame, ip + 2) > frame.size()) return std::nullopt;
+  if (ip + 20 > frame.size() || frame[ip] >> 4 != 4) return std::nullopt;
+  const size_t header = static_cast<size_t>(frame[ip] & 0xf) * 4, total = At16(frame, ip + 2);
+  if (header < 20 || header > total || ip + total > frame.size()) return std::nullopt;
   if ((At16(frame, ip + 6) & 0x1fff) != 0) return std::nullopt;
   return PortAt(frame, frame[ip + 9], ip + header);
 }
 
-// RFC 8200: extension headers up to one that is none.
+// RFC 8200, RFC 4302: extension headers up to one that is none.
 std::optional<uint16_t> Ipv6Port(const Frame& frame, size_t ip) {
-  uint8_t next = frame[ip + 6];
   size_t at = ip + 40;
+  if (at > frame.size() || frame[ip] >> 4 != 6) return std::nullopt;
   if (at + At16(frame, ip + 4) > frame.size()) return std::nullopt;
+  uint8_t next = frame[ip + 6];
   for (;;) {
-    if (next == 0 || next == 43 || next == 60) {
+    const bool extension = next == 0 || next == 43 || next == 60 || next == 51 || next == 44;
+    if (extension && at + 8 > frame.size()) return std::nullopt;
+    if (next == 51) {
+      next = frame.at(at);
+      at += (static_cast<size_t>(frame.at(at + 1)) + 2) * 4;
+    } else if (next == 0 || next == 43 || next == 60) {
       next = frame.at(at);
       at += (static_cast<size_t>(frame.at(at + 1)) + 1) * 8;
     } else if (next == 44) {
@@ -63,6 +71,7 @@ Fields Parse(const Frame& frame) {
   uint16_t type = fields.after_source;
   size_t payload = 14;
   if (IsTag(type)) {
+    if (frame.size() < 18) return fields;
     fields.tci = At16(frame, 14);
     type = At16(frame, 16);
     payload = 18;
@@ -88,11 +97,16 @@ bool MacMatches(const M& match, const Frame& frame, size_t at) {
 
 template <class M>
 bool Ipv4Matches(const M& match, const Frame& frame, std::optional<size_t> ip, size_t at) {
-  if (!ip) return false;
+  if (!ip || *ip + at + sizeof(in_addr) > frame.size()) return false;
   in_addr address;
   memcpy(&address, &frame[*ip + at], sizeof(address));
   const uint32_t compared = match.mask() ? match.mask()->s_addr : ~uint32_t{0};
   return ((address.s_addr ^ match.address().s_addr) & compared) == 0;
+}
+
+// A byte of the IPv4 header; beyond all bytes where there is none.
+int Ipv4Byte(const Frame& frame, const Fields& fields, size_t at) {
+  return fields.ipv4 && *fields.ipv4 + at < frame.size() ? frame[*fields.ipv4 + at] : 0x1000;
 }
 
 bool MatchHolds(const Match& match, const Frame& frame, const Fields& fields) {
@@ -108,10 +122,10 @@ bool MatchHolds(const Match& match, const Frame& frame, const Fields& fields) {
     return fields.tci && *fields.tci / 8192 == m->value();
   }
   if (const auto* m = dynamic_cast<const MatchDSCP*>(&match)) {
-    return fields.ipv4 && frame[*fields.ipv4 + 1] / 4 == m->value();
+    return Ipv4Byte(frame, fields, 1) / 4 == m->value();
   }
   if (const auto* m = dynamic_cast<const MatchToS*>(&match)) {
-    return fields.ipv4 && frame[*fields.ipv4 + 1] == m->value();
+    return Ipv4Byte(frame, fields, 1) == m->value();
   }
   if (const auto* m = dynamic_cast<const MatchSrcIPv4*>(&match)) {
     return Ipv4Matches(*m, frame, fields.ipv4, 12);
@@ -120,7 +134,7 @@ bool MatchHolds(const Match& match, const Frame& frame, const Fields& fields) {
     return Ipv4Matches(*m, frame, fields.ipv4, 16);
   }
   if (const auto* m = dynamic_cast<const MatchIpProtocol*>(&match)) {
-    return fields.ipv4 && frame[*fields.ipv4 + 9] == m->value();
+    return Ipv4Byte(frame, fields, 9) == m->value();
   }
   if (const auto* m = dynamic_cast<const MatchDstL4Port*>(&match)) {
     return fields.l4_port == m->value();

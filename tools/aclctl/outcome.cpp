@@ -42,9 +42,13 @@ std::string InForce(const lyd_node* commits, const std::string& commit) {
 }
 
 Failure NotApplied(const lyd_node* commit, const std::string& id, const std::string& in_force) {
-  Failure failure{kNotApplied,
-                  "commit " + id + " stands, but is not applied: " + ChildText(commit, "reason"),
-                  {}};
+  const bool pending = ChildText(commit, "result") == "pending";
+  Failure failure{
+      kNotApplied,
+      "commit " + id + " stands, " +
+          (pending ? "and is tried again until it is applied: " : "but is not applied: ") +
+          ChildText(commit, "reason"),
+      {}};
   failure.details.push_back("in force: " + in_force);
   const std::vector<const lyd_node*> errors = Children(commit, "error");
   for (size_t i = 1; i < errors.size(); ++i) {  // the reason has the first

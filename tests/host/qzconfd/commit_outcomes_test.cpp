@@ -92,6 +92,41 @@ TEST_F(CommitOutcomesTest, EachKindOfFailureHasItsReason) {
   }
 }
 
+TEST_F(CommitOutcomesTest, WhatIsPendingIsCorrected) {
+  const Standing pending{Standing::kPending, 0, "busy"}, partial{Standing::kPartial, 0, "port a"},
+      refused{Standing::kRefused, 6, "no"};
+  const auto send = [this](const Standing& standing) {
+    return Add({true, 0, "", {{"l2", 1, standing}, {"l3", 2, standing}}, {}});
+  };
+  const auto results = [this] {
+    std::string text = std::to_string(outcomes_.applied()) + ":";
+    for (const CommitOutcome& outcome : outcomes_.all()) text += "APFS"[outcome.result];
+    const auto group = outcomes_.in_force().find("l3");
+    return text + (group == outcomes_.in_force().end() ? "" : std::to_string(group->second.commit));
+  };
+  EXPECT_EQ(
+      "commit 1 by alice (session 4): it stands, and is not in force yet: busy; in force: what was "
+      "before the start",
+      send(pending));
+  EXPECT_EQ("0:P", results());
+  EXPECT_TRUE(outcomes_.Settle(Standing()));
+  EXPECT_EQ("1:A1", results());
+  EXPECT_FALSE(outcomes_.Settle(Standing())) << "nothing waits any more";
+  send(pending);
+  Add({});  // changes nothing, and so stands as the one before
+  EXPECT_EQ("1:APP1", results());
+  send(refused);  // does not take the place of what is pending
+  EXPECT_EQ("1:APPF1", results());
+  send(pending);
+  EXPECT_EQ("1:ASSFP1", results());
+  outcomes_.Settle(refused);
+  EXPECT_EQ("1:ASSFF1", results());
+  send(partial);
+  EXPECT_EQ("1:ASSFFP6", results()) << "in force, but for a port";
+  outcomes_.Settle(Standing());
+  EXPECT_EQ("6:ASSFFA6", results());
+}
+
 TEST_F(CommitOutcomesTest, TheStateIsBoundedAndWhatItsModuleSays) {
   const Submission refused{"l2", 70000, {Standing::kRefused, 3, "more entries than a group holds"}};
   for (size_t i = 0; i < CommitOutcomes::kMost + 10; ++i) {

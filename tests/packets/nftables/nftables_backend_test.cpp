@@ -4,6 +4,9 @@
 #include <linux/netfilter/nf_tables.h>
 #include <linux/netfilter/nfnetlink.h>
 
+#include <atomic>
+#include <thread>
+
 #include "tests/packets/nftables/nftables_fixture.h"
 
 namespace host {
@@ -355,6 +358,39 @@ class FaultySocket : public NetlinkSocket {
   const bool announces_;
   FaultPlan* plan_;
 };
+
+// Another program that changes the packet filter all the time, and cannot be stopped by ownership.
+TEST_F(NftablesBackendTest, UpdatesSucceedWhileOthersChangeThePacketFilter) {
+  Without(/*ownership=*/false, /*hooks_by_name=*/true);
+  std::atomic<bool> stop{false};
+  std::atomic<int> changes{0};
+  std::thread others([&] {  // in the namespace that the process is in by now
+    int error = 0;
+    const auto socket = OpenNetlink({NETLINK_NETFILTER, 0, 0}, &error);
+    KernelReader reader(socket.get());
+    for (int i = 0; !stop; ++i, usleep(20000)) {
+      uint32_t generation = 0;
+      reader.ReadGeneration(&generation);
+      NftBatch batch;
+      if (i % 2 == 0) batch.AddTable("other", 0);
+      if (i % 2 != 0) batch.DeleteTable("other");
+      changes += batch.Commit(*socket, generation).error == 0 ? 1 : 0;
+    }
+  });
+  for (const uint32_t first : {0, 20000}) {
+    const FiltersGroup group = GroupOf(kL3Type, Denying(first, 20000));
+    Standing standing = Try(group);
+    for (int i = 0; i < 100 && standing.state == Standing::kPending; ++i) {
+      backend_->Poll();
+      standing = backend_->standing();
+    }
+    EXPECT_EQ(Standing(), standing) << standing.reason;
+    ExpectInKernel({&group});
+  }
+  stop = true;
+  others.join();
+  EXPECT_GT(changes, 10);
+}
 
 class FaultTest : public NftablesBackendTest {
  protected:

@@ -4,6 +4,7 @@
 #include <libnftnl/rule.h>
 #include <linux/netfilter.h>
 #include <linux/netfilter/nf_tables.h>
+#include <netinet/in.h>
 
 #include <algorithm>
 #include <cstring>
@@ -25,7 +26,9 @@ constexpr uint8_t kPcpShiftInByte = 5, kKeepBits = 0x1f;
 // The kernel's fast path for aligned loads of 1, 2 and 4 bytes takes the bytes of a later fragment
 // for a header. So a byte more is read than is compared.
 uint32_t LoadLength(Source source, uint32_t compared) {
-  return source == Source::kTransport ? compared + 1 : compared;
+  const bool transport =
+      source == Source::kTransport || source == Source::kIpv6Tcp || source == Source::kIpv6Udp;
+  return transport ? compared + 1 : compared;
 }
 
 constexpr struct {
@@ -35,6 +38,14 @@ constexpr struct {
     {Source::kLink, NFT_PAYLOAD_LL_HEADER},
     {Source::kNetwork, NFT_PAYLOAD_NETWORK_HEADER},
     {Source::kTransport, NFT_PAYLOAD_TRANSPORT_HEADER},
+};
+// Headers that the kernel finds by their number, behind whatever extension headers there are.
+constexpr struct {
+  Source source;
+  uint8_t protocol;
+} kIpv6Headers[] = {
+    {Source::kIpv6Tcp, IPPROTO_TCP},
+    {Source::kIpv6Udp, IPPROTO_UDP},
 };
 constexpr struct {
   Source source;
@@ -113,6 +124,14 @@ class Encoder {
       if (payload.source != test.source) continue;
       LoadPayload(payload.base, test.offset, LoadLength(test.source, test.length));
     }
+    for (const auto& header : kIpv6Headers) {
+      if (header.source != test.source) continue;
+      nftnl_expr* load = Add("exthdr");
+      nftnl_expr_set_u32(load, NFTNL_EXPR_EXTHDR_DREG, kRegister);
+      nftnl_expr_set_u8(load, NFTNL_EXPR_EXTHDR_TYPE, header.protocol);
+      nftnl_expr_set_u32(load, NFTNL_EXPR_EXTHDR_OFFSET, test.offset);
+      nftnl_expr_set_u32(load, NFTNL_EXPR_EXTHDR_LEN, LoadLength(test.source, test.length));
+    }
     for (const auto& meta : kMetaKeys) {
       if (meta.source != test.source) continue;
       nftnl_expr* load = Add("meta");
@@ -177,7 +196,7 @@ class Decoder {
   Decoder& operator=(const Decoder&) = delete;
 
   bool Read(Rule* rule, Hits* hits) {
-    while (expr_ != nullptr && (Is("payload") || Is("meta"))) {
+    while (expr_ != nullptr && (Is("payload") || Is("meta") || Is("exthdr"))) {
       FieldTest test;
       if (!ReadTest(&test)) return false;
       rule->tests.push_back(test);
@@ -254,6 +273,7 @@ class Decoder {
       }
       return false;
     }
+    if (Is("exthdr")) return ReadIpv6Load(test);
     if (!Has(NFTNL_EXPR_PAYLOAD_DREG, kRegister)) return false;
     const uint32_t offset = Get(NFTNL_EXPR_PAYLOAD_OFFSET), length = Get(NFTNL_EXPR_PAYLOAD_LEN);
     for (const auto& payload : kPayloadBases) {
@@ -264,6 +284,22 @@ class Decoder {
       test->offset = static_cast<uint8_t>(offset);
       test->length = static_cast<uint8_t>(length - extra);
       return true;
+    }
+    return false;
+  }
+
+  bool ReadIpv6Load(FieldTest* test) const {
+    const uint32_t offset = Get(NFTNL_EXPR_EXTHDR_OFFSET), length = Get(NFTNL_EXPR_EXTHDR_LEN);
+    if (!Has(NFTNL_EXPR_EXTHDR_DREG, kRegister) || Get(NFTNL_EXPR_EXTHDR_OP) != 0 ||
+        Get(NFTNL_EXPR_EXTHDR_FLAGS) != 0 || offset > 255 || length > FieldTest::kMaxLength) {
+      return false;
+    }
+    for (const auto& header : kIpv6Headers) {
+      if (nftnl_expr_get_u8(expr_, NFTNL_EXPR_EXTHDR_TYPE) != header.protocol) continue;
+      test->source = header.source;
+      test->offset = static_cast<uint8_t>(offset);
+      test->length = static_cast<uint8_t>(length - LoadLength(header.source, 0));
+      return length > LoadLength(header.source, 0);
     }
     return false;
   }

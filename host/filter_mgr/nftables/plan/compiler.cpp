@@ -19,7 +19,7 @@ using namespace FiltersCommon;  // NOLINT: the classes of one library, used thro
 constexpr uint8_t kDstMac = 0, kSrcMac = 6, kTpid = 12, kTci = 14, kLinkEnd = 16;  // IEEE 802.1Q
 constexpr uint8_t kTos = 1, kProtocol = 9, kSrcIpv4 = 12, kDstIpv4 = 16;           // RFC 791
 constexpr uint8_t kDstPort = 2;  // RFC 768, RFC 9293
-constexpr uint16_t kEtherTypeIpv4 = 0x0800;
+constexpr uint16_t kEtherTypeIpv4 = 0x0800, kEtherTypeIpv6 = 0x86dd;
 constexpr uint16_t kVidBits = 0x0fff;
 constexpr int kPcpShift = 13;
 
@@ -52,8 +52,11 @@ class EntryTests {
   }
   bool TaggedOnly() const { return tag_fields_ || (tpid_ && IsTagTpid(*tpid_)); }
   bool UntaggedOnly() const { return tpid_ && !IsTagTpid(*tpid_); }
-  // The tests in the order of evaluation; with `tagged`, for tagged frames only.
-  std::vector<FieldTest> Build(bool tagged) const;
+  // Whether the port may stand behind an authentication header of IPv6.
+  bool AskForIpv6Port() const { return port_ && !ipv4_; }
+  // The tests in the order of evaluation; with `tagged`, for tagged frames only. `port_source` is
+  // where the port is looked for.
+  std::vector<FieldTest> Build(bool tagged, Source port_source) const;
 
  private:
   template <class M>
@@ -199,15 +202,22 @@ FieldTest MakeExact(Source source, uint8_t offset, uint8_t length, unsigned int 
   return test;
 }
 
-std::vector<FieldTest> EntryTests::Build(bool tagged) const {
+std::vector<FieldTest> EntryTests::Build(bool tagged, Source port_source) const {
   std::vector<FieldTest> tests = upper_;
+  for (FieldTest& test : tests) {
+    if (test.source == Source::kTransport) test.source = port_source;
+  }
   PackLink(&tests);
   std::stable_sort(tests.begin(), tests.end(),
                    [](const FieldTest& a, const FieldTest& b) { return Rarity(a) > Rarity(b); });
   if ((tagged || tag_fields_) && !tpid_) {
     tests.push_back(MakeSetTest(Source::kLink, kTpid, 2, ValueSet::kTpids));
   }
-  if (port_ && !protocol_) {
+  const bool behind_authentication = port_source != Source::kTransport;
+  if (behind_authentication) {
+    tests.push_back(MakeExact(Source::kL4Protocol, 0, 1, IPPROTO_AH));
+    tests.push_back(MakeExact(Source::kEtherType, 0, 2, kEtherTypeIpv6));
+  } else if (port_ && !protocol_) {
     tests.push_back(MakeSetTest(Source::kL4Protocol, 0, 1, ValueSet::kPortCarriers));
   }
   // These can become a guard, which takes them to be the last and in this order.
@@ -223,25 +233,34 @@ RulePtr MakeRule(std::vector<FieldTest> tests, const Outcome& outcome) {
   return rule;
 }
 
-std::vector<RulePtr> RulesOf(const FiltersEntry& entry, const EntryTests& tests) {
-  if (tests.Contradictory()) return {};
-  Outcome outcome;
-  if (entry.findAction(FILTERS_ACTION_DENY) != nullptr) {
-    outcome.verdict = Verdict::kDrop;
-    return {MakeRule(tests.Build(false), outcome)};
-  }
-  const auto* set_pcp = entry.getAction<ActionSetPcpAndQueue>();
-  if (set_pcp == nullptr) return {MakeRule(tests.Build(false), outcome)};
+// Adds the rules that give the frames of the tests the outcome.
+void AddRules(const EntryTests& tests, bool tagged, const Outcome& outcome,
+              std::vector<RulePtr>* rules) {
+  rules->push_back(MakeRule(tests.Build(tagged, Source::kTransport), outcome));
+  if (!tests.AskForIpv6Port()) return;
+  rules->push_back(MakeRule(tests.Build(tagged, Source::kIpv6Tcp), outcome));
+  rules->push_back(MakeRule(tests.Build(tagged, Source::kIpv6Udp), outcome));
+}
 
+std::vector<RulePtr> RulesOf(const FiltersEntry& entry, const EntryTests& tests) {
   std::vector<RulePtr> rules;
+  if (tests.Contradictory()) return rules;
+  Outcome outcome;
+  const bool deny = entry.findAction(FILTERS_ACTION_DENY) != nullptr;
+  const auto* set_pcp = entry.getAction<ActionSetPcpAndQueue>();
+  if (deny) outcome.verdict = Verdict::kDrop;
+  if (deny || set_pcp == nullptr) {
+    AddRules(tests, false, outcome, &rules);
+    return rules;
+  }
   outcome.queue = set_pcp->pcp();
   if (!tests.UntaggedOnly()) {
     Outcome writing = outcome;
     writing.tag_pcp = set_pcp->pcp();
-    rules.push_back(MakeRule(tests.Build(true), writing));
+    AddRules(tests, true, writing, &rules);
   }
-  // Tagged frames do not get here: the rule before has decided them.
-  if (!tests.TaggedOnly()) rules.push_back(MakeRule(tests.Build(false), outcome));
+  // Tagged frames do not get here: the rules before have decided them.
+  if (!tests.TaggedOnly()) AddRules(tests, false, outcome, &rules);
   return rules;
 }
 

@@ -3,7 +3,10 @@
 // The compiler is a pure function: it knows nothing of what the kernel holds. For every port that
 // the group's entries name it gives the rules in evaluation order (entries by ascending priority).
 // An entry becomes one rule; an entry that sets the PCP of tagged and untagged frames becomes two,
-// as an untagged frame has nothing to write; an entry that no frame can match becomes none.
+// as an untagged frame has nothing to write; an entry that no frame can match becomes none. For
+// the packet filter an authentication header of IPv6 is no extension header but what the packet
+// carries; so an entry that asks for a destination port, and nothing of IPv4, becomes three rules:
+// two look for TCP and UDP behind such a header.
 //
 // What the fields mean is every back end's contract (backend.h).
 //
@@ -67,7 +70,7 @@ std::optional<CompiledGroup> CompileGroup(const FiltersCommon::FiltersGroup& gro
                                           const CompiledGroup* previous,
                                           const CompilerOptions& options, CompileError* error);
 
-// The rules of one entry, ports aside; at most two. No value, with the reason, when the entry
+// The rules of one entry, ports aside; at most six. No value, with the reason, when the entry
 // cannot be enforced exactly.
 std::optional<std::vector<RulePtr>> CompileEntry(const FiltersCommon::FiltersEntry& entry,
                                                  bool can_set_pcp, std::string* reason);

@@ -21,9 +21,12 @@ namespace host {
 enum class Source : uint8_t {
   kLink,        // from the destination MAC address, with the outer tag where it was on the wire
   kNetwork,     // from the first byte behind the EtherType; behind one tag at most
-  kTransport,   // from the header behind the IP header, in a first fragment only
+  kTransport,   // from the header behind the IP header and the extension headers of IPv6 up to an
+                // authentication header, in a first fragment only
+  kIpv6Tcp,     // from the TCP header behind all extension headers of IPv6, likewise
+  kIpv6Udp,     // from the UDP header there
   kEtherType,   // 2 bytes: the EtherType behind one tag at most
-  kL4Protocol,  // 1 byte: what the IP header says follows it
+  kL4Protocol,  // 1 byte: the protocol of that header, for a packet that fits into its frame
 };
 
 // Fixed sets of values that no mask can express, held in every table.

@@ -136,7 +136,7 @@ TEST(RuleCodecTest, ReadsBackWhatItWrites) {
   std::vector<RulePtr> rules = {JumpTo(12, {}),
                                 JumpTo(12, GuardOf(*Compile(Entry(MatchIpProtocol(6)))[0]))};
   for (const FiltersEntry& entry :
-       {Entry(), Entry(ActionDeny()), Entry(ActionSetPcpAndQueue(7)),
+       {Entry(), Entry(ActionDeny()), Entry(ActionSetPcpAndQueue(7)), Entry(MatchDstL4Port(53)),
         Entry(MatchDstMac(mac), MatchSrcMac(mac, ignored), MatchExternalVlanId(0), MatchPcp(7)),
         Entry(MatchTPID(0x88a8), MatchToS(3), MatchSrcIPv4(Ipv4(1), Netmask(31)), ActionDeny()),
         Entry(MatchDstIPv4(Ipv4(1), Ipv4(0x00ff00ff)), MatchDstL4Port(65535), MatchDSCP(1))}) {
