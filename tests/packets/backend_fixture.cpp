@@ -17,7 +17,7 @@ std::unique_ptr<Backend> OpenNftables(const PortNames& names, std::string* why_n
 }  // namespace
 
 const std::vector<BackendUnderTest>& BackendsUnderTest() {
-  static const std::vector<BackendUnderTest> kBackends = {{"nftables", OpenNftables}};
+  static const std::vector<BackendUnderTest> kBackends = {{"nftables", OpenNftables, true}};
   return kBackends;
 }
 
