@@ -4,11 +4,13 @@
 
 namespace host {
 
+constexpr char kBpfBackend[] = "bpf";
 constexpr char kNftablesBackend[] = "nftables";
 constexpr char kMemoryBackend[] = "memory";
 // For the setting filter_backend: the best one that enforces anything.
 constexpr char kBestBackend[] = "kernel";
-constexpr const char* kBackendSettings[] = {kBestBackend, kNftablesBackend, kMemoryBackend};
+constexpr const char* kBackendSettings[] = {kBestBackend, kBpfBackend, kNftablesBackend,
+                                            kMemoryBackend};
 
 }  // namespace host
 

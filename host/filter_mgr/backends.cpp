@@ -3,12 +3,19 @@
 #include <vector>
 
 #include "host/filter_mgr/backend_names.h"
+#include "host/filter_mgr/ebpf/ebpf_backend.h"
 #include "host/filter_mgr/memory_backend.h"
 #include "host/filter_mgr/nftables/nftables_backend.h"
 #include "host/runtime/log.h"
 
 namespace host {
 namespace {
+
+std::unique_ptr<Backend> OpenBpf(const PortNames& names, std::string* reason) {
+  EbpfOptions options;
+  options.names = names;
+  return EbpfBackend::Open(options, reason);
+}
 
 std::unique_ptr<Backend> OpenNftables(const PortNames& names, std::string* reason) {
   NftablesOptions options;
@@ -34,6 +41,7 @@ struct Kind {
 
 // The best one first.
 constexpr Kind kKinds[] = {
+    {kBpfBackend, OpenBpf, true},
     {kNftablesBackend, OpenNftables, true},
     {kMemoryBackend, OpenMemory, false},
 };

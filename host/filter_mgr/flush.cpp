@@ -1,6 +1,7 @@
 #include "host/filter_mgr/flush.h"
 
 #include "host/filter_mgr/backend_names.h"
+#include "host/filter_mgr/ebpf/flush.h"
 #include "host/filter_mgr/nftables/flush.h"
 
 namespace host {
@@ -11,6 +12,7 @@ constexpr struct {
   const char* backend;
   int (*flush)(size_t* ports);
 } kFlushes[] = {
+    {kBpfBackend, [](size_t* ports) { return FlushEbpf(ports); }},
     {kNftablesBackend, FlushNftables},
 };
 

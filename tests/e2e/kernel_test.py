@@ -48,8 +48,8 @@ class KernelTest(DaemonTest):
         # After the daemons have ended, which may own their tables.
         self.addCleanup(subprocess.run, ["nft", "flush", "ruleset"], check=True)
 
-    def start(self, **settings):
-        return self.daemon(filter_backend="kernel", **settings).start()
+    def start(self, filter_backend="nftables", **settings):
+        return self.daemon(filter_backend=filter_backend, **settings).start()
 
     def apply(self, daemon, *entries):
         config = self.write("config.xml", CONFIG % "".join(DENY % entry for entry in entries))
@@ -72,7 +72,16 @@ class KernelTest(DaemonTest):
         return subprocess.run(["nft", "list", "tables"], capture_output=True, text=True).stdout
 
     def test_commits_reach_frames_and_filters_outlive_the_daemon(self):
-        daemon = self.start()
+        self.commits_reach_frames("nftables")
+
+    def test_the_same_by_tables(self):
+        with open("/proc/self/uid_map") as ids:
+            if ids.read().split()[2] != "4294967295" or not os.path.ismount("/sys/fs/bpf"):
+                self.skipTest("no BPF file system, or in a user namespace")
+        self.commits_reach_frames("bpf")
+
+    def commits_reach_frames(self, backend):
+        daemon = self.start(backend)
         self.apply(daemon, (1, 80), (2, 443))
         send(80, 3)
         send(443)
@@ -85,9 +94,10 @@ class KernelTest(DaemonTest):
         self.assertIn("is running", refused.stderr)
 
         self.assertEqual(daemon.stop(signal.SIGKILL), -signal.SIGKILL)
-        self.assertIn("acl-app/port0", self.tables())
+        table = {"nftables": "acl-app/port0", "bpf": "acl-app-guard"}[backend]
+        self.assertIn(table, self.tables())
         send(443)  # still filtered
-        daemon = self.start(startup_file=self.directory / "config.xml")
+        daemon = self.start(backend, startup_file=self.directory / "config.xml")
         self.assert_hits(daemon, [3, 2])  # and counted on
         self.apply(daemon, (1, 80), (5, 22), (2, 443))
         self.assert_hits(daemon, [3, 2, 0])
@@ -183,7 +193,7 @@ class KernelTest(DaemonTest):
         result = subprocess.run(
             ["setpriv", "--bounding-set=-net_admin,-sys_admin", "--inh-caps=-all", DAEMON],
             env={**os.environ, "ACL_APP_SETTINGS": str(self.write("s", "\n".join(
-                f"{k} = {v}" for k, v in self.daemon(filter_backend="kernel").settings.items())))},
+                f"{k} = {v}" for k, v in self.daemon(filter_backend="nftables").settings.items())))},
             capture_output=True, text=True, timeout=30)
         self.assertEqual(result.returncode, 1)
         self.assertIn("it needs CAP_NET_ADMIN", result.stderr)

@@ -18,7 +18,7 @@
 namespace host {
 namespace {
 
-// An EtherType for experiments that no test frame has: it passes in front of all filters and, as
+// An EtherType for experiments that no test frame has: it passes beside the port under test and, as
 // frames keep their order on one processor, tells that those before it are through.
 constexpr uint16_t kSentinelType = 0x88b6;
 constexpr int kPatienceMs = 5000;
@@ -116,6 +116,7 @@ std::unique_ptr<PacketLab> PacketLab::Create(std::string* why_not) {
 
 PacketLab::~PacketLab() {
   if (sender_ >= 0) close(sender_);
+  if (side_ >= 0) close(side_);
   if (capture_ >= 0) close(capture_);
 }
 
@@ -139,27 +140,29 @@ std::string PacketLab::Connect(bool tags_in_metadata) {
     script += "ip link set " + name + " up; ip link set " + name + "-peer up" + UntilUp(name) +
               UntilUp(name + "-peer") + ";";
   };
-  const auto forward = [&script](const std::string& from, const std::string& to) {
-    const auto chain = [&](const std::string& name, int priority) {
-      script += "add chain netdev lab " + from + name + " { type filter hook ingress device \"" +
-                from + "\" priority " + std::to_string(priority) + "; };";
-    };
-    chain("-first", -300);
-    script += "add rule netdev lab " + from + "-first ether type 0x88b6 fwd to \"" + to + "\";";
-    chain("-last", 300);
-    script += "add rule netdev lab " + from + "-last fwd to \"" + to + "\";";
+  const auto chain = [&script](const std::string& from, const std::string& place, int priority,
+                               const std::string& rule) {
+    const std::string name = from + place;
+    script += "add chain netdev lab " + name + " { type filter hook ingress device \"" + from +
+              "\" priority " + std::to_string(priority) + "; };";
+    script += "add rule netdev lab " + name + " " + rule + ";";
   };
-  const std::string first = tags_in_metadata ? "front" : "in";
   if (tags_in_metadata) pair("front");
   pair("in");
+  pair("side");
   pair("out");
   script += "nft '";
   script += "add table netdev lab;";
-  if (tags_in_metadata) forward("front-peer", "in");
-  forward("in-peer", "out");
+  if (tags_in_metadata) {
+    chain("front-peer", "-first", -300, "ether type 0x88b6 fwd to \"side\"");
+    chain("front-peer", "-last", 300, "fwd to \"in\"");
+  }
+  chain("in-peer", "-last", 300, "fwd to \"out\"");
+  chain("side-peer", "-last", 300, "fwd to \"out\"");
   script += "'";
   Run("set -e;" + script);
-  sender_ = OpenPacketSocket(first.c_str());
+  sender_ = OpenPacketSocket(tags_in_metadata ? "front" : "in");
+  side_ = OpenPacketSocket(tags_in_metadata ? "front" : "side");
   capture_ = OpenPacketSocket("out-peer");
   AwaitPath();
   return "in-peer";
@@ -169,7 +172,7 @@ void PacketLab::AwaitPath() {
   constexpr int kTries = 100;
   for (int i = 0; i < kTries; ++i) {
     const uint32_t sentinel = next_sentinel_++;
-    SendOne(Sentinel(sentinel));
+    SendOne(side_, Sentinel(sentinel));
     pollfd ready{capture_, POLLIN, 0};
     while (poll(&ready, 1, 50) == 1) {
       Frame frame;
@@ -197,13 +200,13 @@ size_t PacketLab::Drain() {
   return count;
 }
 
-void PacketLab::SendOne(const Frame& frame) {
-  ASSERT_EQ(static_cast<ssize_t>(frame.size()), send(sender_, frame.data(), frame.size(), 0))
+void PacketLab::SendOne(int socket, const Frame& frame) {
+  ASSERT_EQ(static_cast<ssize_t>(frame.size()), send(socket, frame.data(), frame.size(), 0))
       << strerror(errno);
 }
 
 void PacketLab::Send(const std::vector<Frame>& frames) {
-  for (const Frame& frame : frames) SendOne(frame);
+  for (const Frame& frame : frames) SendOne(sender_, frame);
 }
 
 std::map<size_t, Frame> PacketLab::Pass(const std::vector<Frame>& frames) {
@@ -214,10 +217,10 @@ std::map<size_t, Frame> PacketLab::Pass(const std::vector<Frame>& frames) {
     for (size_t i = begin; i < end; ++i) {
       Frame frame = frames[i];
       PutId(&frame, static_cast<uint32_t>(i));
-      SendOne(frame);
+      SendOne(sender_, frame);
     }
     const uint32_t sentinel = next_sentinel_++;
-    SendOne(Sentinel(sentinel));
+    SendOne(side_, Sentinel(sentinel));
     for (;;) {
       Frame frame;
       if (!Capture(capture_, &frame)) {

@@ -4,8 +4,9 @@
 //   in ──► in-peer ─(fwd)► out ──► out-peer
 //
 // The port under test is in-peer; what its ingress hook lets through goes on to out and is captured
-// on out-peer. With tags in metadata, there is a pair in front, so that frames arrive at the port
-// under test as a VLAN-aware card would hand them over: the outer tag beside the bytes.
+// on out-peer. A pair beside it, `side`, leads past the port under test. With tags in metadata,
+// there is a pair in front, so that frames arrive at the port under test as a VLAN-aware card would
+// hand them over: the outer tag beside the bytes.
 #ifndef TESTS_PACKETS_PACKET_LAB_H_
 #define TESTS_PACKETS_PACKET_LAB_H_
 
@@ -50,12 +51,12 @@ class PacketLab {
 
  private:
   PacketLab() = default;
-  void SendOne(const Frame& frame);
+  static void SendOne(int socket, const Frame& frame);
   // Waits until a frame comes through: the kernel opens the queues of a new pair some time after
   // both its ends are up, and drops frames until then.
   void AwaitPath();
 
-  int sender_ = -1, capture_ = -1;
+  int sender_ = -1, side_ = -1, capture_ = -1;
   uint32_t next_sentinel_ = 0;
 };
 

@@ -103,6 +103,16 @@ int FilterMap::Map(size_t id) {
   return 0;
 }
 
+bool FilterMap::MoveTo(void* address) {
+  const int fixed = address == nullptr ? 0 : MAP_FIXED;
+  void* const base =
+      mmap(address, bytes_, PROT_READ | PROT_WRITE, MAP_SHARED | fixed, fd_.get(), 0);
+  if (base == MAP_FAILED) return false;
+  if (base_ != nullptr && base_ != base) munmap(base_, bytes_);
+  base_ = base;
+  return true;
+}
+
 FilterMap::~FilterMap() {
   if (base_ != nullptr) munmap(base_, bytes_);
 }

@@ -41,6 +41,12 @@ class FilterMap {
   FilterMap(const FilterMap&) = delete;
   FilterMap& operator=(const FilterMap&) = delete;
 
+  // Moves the mapping to `address`, over what is mapped there; null: to a place of its own. False,
+  // and nothing has changed, when that cannot be. Another map's mapping that was there has to
+  // Leave() it.
+  bool MoveTo(void* address);
+  void Leave() { base_ = nullptr; }
+
   int fd() const { return fd_.get(); }
   uint32_t capacity() const { return capacity_; }  // elements
   size_t bytes() const { return bytes_; }

@@ -21,7 +21,7 @@ struct TcxLinkInfo {
 };
 
 // A classifier's place: ahead of what others attach without asking for a priority.
-constexpr uint32_t kHandle = 1, kPriority = 1;
+constexpr uint32_t kHandle = 0xac1, kPriority = 1;
 
 bpf_tc_hook HookOf(int interface) {
   bpf_tc_hook hook{};
@@ -72,6 +72,23 @@ uint32_t ProgramId(int program) {
   bpf_prog_info info{};
   uint32_t size = sizeof(info);
   return bpf_obj_get_info_by_fd(program, &info, &size) == 0 ? info.id : 0;
+}
+
+bool AnyLinkAlive(const PinDirectory& links) {
+  for (const std::string& name : links.Pins()) {
+    int error = 0;
+    const Descriptor link = links.Get(name, &error);
+    TcxLinkInfo info{};
+    uint32_t size = sizeof(info);
+    const bool known = link && bpf_obj_get_info_by_fd(link.get(), &info, &size) == 0;
+    if (!known || info.interface != 0) return true;
+  }
+  return false;
+}
+
+PortHooks::PortHooks(const PinDirectory* links, Method method) : links_(links), method_(method) {
+  // It writes to the standard error what the callers here take as an answer.
+  libbpf_set_print(nullptr);
 }
 
 PortHooks::Method PortHooks::Probe(int program) {

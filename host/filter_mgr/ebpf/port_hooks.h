@@ -24,7 +24,7 @@ class PortHooks {
   enum class Method { kLink, kClassifier };
 
   // Hooks whose links are pinned in `links`, which must outlive this.
-  PortHooks(const PinDirectory* links, Method method) : links_(links), method_(method) {}
+  PortHooks(const PinDirectory* links, Method method);
   // What this kernel offers. Tries a link to an interface that cannot exist.
   static Method Probe(int program);
 
@@ -57,6 +57,9 @@ class PortHooks {
   std::map<int, uint32_t> attached_;
   std::map<int, Descriptor> held_;  // the links, by interface
 };
+
+// Whether at least one of the pinned links hangs on an interface that is there.
+bool AnyLinkAlive(const PinDirectory& links);
 
 // The id by which the kernel knows a program; 0 when it cannot be told.
 uint32_t ProgramId(int program);

@@ -1,6 +1,7 @@
 #include "host/filter_mgr/ebpf/store.h"
 
 #include <bpf/libbpf.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -15,10 +16,11 @@ namespace {
 
 constexpr char kEdition[] = "edition-";
 constexpr char kProgramPin[] = "program";
-constexpr char kLinks[] = "links";
 constexpr uint32_t kCacheSlice = 4096;    // lines, of 64 bytes
 constexpr uint32_t kLeastBytes = 4096;    // of a map: less would not take less memory
 constexpr uint32_t kFirstPortSlots = 64;  // twice the ports that fit
+// Addresses that each map may grow into.
+constexpr size_t kPlace = sizeof(void*) == 8 ? size_t{1} << 32 : size_t{1} << 26;
 
 std::string EditionName(uint64_t number) { return kEdition + std::to_string(number); }
 
@@ -40,9 +42,13 @@ std::unique_ptr<FilterStore> FilterStore::Open(const std::string& directory, std
   std::unique_ptr<FilterStore> store(new FilterStore);
   store->cpus_ = static_cast<uint32_t>(std::max(libbpf_num_possible_cpus(), 1));
   int error = 0;
+  if (!store->ReserveAddresses()) {
+    *reason = "there are no addresses for the maps";
+    return nullptr;
+  }
   store->root_ = PinDirectory::Make(directory, &error);
   if (store->root_ != nullptr) error = store->root_->Lock();
-  if (error == 0) store->links_ = PinDirectory::Make(store->root_->PathOf(kLinks), &error);
+  if (error == 0) store->links_ = PinDirectory::Make(store->root_->PathOf(kLinkPins), &error);
   if (error != 0) {
     *reason = directory + ": " +
               (error == -EINVAL        ? "this is in no BPF file system"
@@ -63,8 +69,35 @@ std::unique_ptr<FilterStore> FilterStore::Open(const std::string& directory, std
     break;
   }
   store->unsettled_ = numbers.size() > 1;
-  if (store->found_ == Found::kOurs) return store;
-  return store->Fresh(reason) ? std::move(store) : nullptr;
+  if (store->found_ == Found::kOurs || store->Fresh(reason)) return store;
+  if (numbers.empty()) RemovePins(directory);
+  return nullptr;
+}
+
+FilterStore::~FilterStore() {
+  maps_ = {};
+  for (void* place : place_) {
+    if (place != nullptr) munmap(place, kPlace);
+  }
+}
+
+bool FilterStore::ReserveAddresses() {
+  for (void*& place : place_) {
+    place = mmap(nullptr, kPlace, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (place == MAP_FAILED) {
+      place = nullptr;
+      return false;
+    }
+  }
+  return true;
+}
+
+bool FilterStore::Install(size_t id, std::shared_ptr<FilterMap> map) {
+  const std::shared_ptr<FilterMap> before = maps_[id];
+  if (map->bytes() > kPlace || !map->MoveTo(place_[id])) return false;
+  if (before != nullptr && before != map && before->base() == place_[id]) before->Leave();
+  maps_[id] = std::move(map);
+  return true;
 }
 
 // Takes the edition's maps and program. -EAGAIN when it is not complete, -EPROTO when it is of
@@ -86,7 +119,9 @@ int FilterStore::TakeEdition(const std::string& name) {
     if (config->layout != FILTER_LAYOUT_VERSION || config->cpus != cpus_) return -EPROTO;
   }
   if (maps[CLS_CONTROL]->As<cls_control>()->layout != CLS_LAYOUT_VERSION) return -EPROTO;
-  maps_ = std::move(maps);
+  for (size_t id = 0; id < kMapCount; ++id) {
+    if (!Install(id, std::move(maps[id]))) return -ENOMEM;
+  }
   // A program of another build has to make room for this one's; it works on the same maps.
   program_ = directory->Get(kProgramPin, &error);
   separate_ = false;
@@ -102,9 +137,9 @@ bool FilterStore::Fresh(std::string* reason) {
     if (id == kMapCounters) capacity = (cpus_ + 1) * (RoundUp(id, 1) / 2);
     if (id == kMapCache) capacity = cpus_ * kCacheSlice;
     int error = 0;
-    maps_[id] = FilterMap::Create(
+    auto map = FilterMap::Create(
         id, id == kMapPorts || id >= kMapCounters ? capacity : RoundUp(id, capacity), &error);
-    if (maps_[id] == nullptr) {
+    if (map == nullptr || !Install(id, std::move(map))) {
       *reason = std::string("the kernel gives no map: ") + strerror(-error);
       return false;
     }
@@ -139,7 +174,7 @@ void FilterStore::ShowAreas() {
 // Copies all maps, so that those in force are not changed any more. The counters go on to be
 // shared, and what was cached is of no use.
 bool FilterStore::BeginEdition() {
-  FilterMaps copies = maps_;
+  FilterMaps copies;
   for (size_t id = 0; id < kMapCount; ++id) {
     if (id == kMapCounters) continue;
     int error = 0;
@@ -147,10 +182,11 @@ bool FilterStore::BeginEdition() {
     if (copies[id] == nullptr) return false;
     if (id != kMapCache) memcpy(copies[id]->base(), maps_[id]->base(), maps_[id]->bytes());
   }
-  maps_ = std::move(copies);
+  for (size_t id = 0; id < kMapCount; ++id) {
+    if (copies[id] != nullptr && !Install(id, std::move(copies[id]))) return false;
+  }
   incomplete_ = separate_ = true;
   SetConfig();
-  ShowAreas();
   return true;
 }
 
@@ -158,10 +194,10 @@ bool FilterStore::GrowMap(size_t id, uint32_t capacity) {
   if (capacity <= maps_[id]->capacity()) return true;
   if (!separate_ && !BeginEdition()) return false;
   int error = 0;
-  const auto larger = FilterMap::Create(id, RoundUp(id, capacity), &error);
+  auto larger = FilterMap::Create(id, RoundUp(id, capacity), &error);
   if (larger == nullptr) return false;
   if (id != kMapPorts) memcpy(larger->base(), maps_[id]->base(), maps_[id]->bytes());
-  maps_[id] = larger;
+  if (!Install(id, std::move(larger))) return false;
   SetConfig();
   ShowAreas();
   return true;
@@ -173,14 +209,16 @@ bool FilterStore::GrowCounters(uint32_t slots) {
   uint32_t slice = counter_slots();
   while (slice < slots) slice *= 2;
   int error = 0;
-  const auto larger = FilterMap::Create(kMapCounters, slice * (cpus_ + 1), &error);
+  auto larger = FilterMap::Create(kMapCounters, slice * (cpus_ + 1), &error);
   if (larger == nullptr) return false;
+  const std::shared_ptr<FilterMap> before = maps_[kMapCounters];
+  const uint32_t slice_before = counter_slots();
+  if (!Install(kMapCounters, std::move(larger))) return false;
   // Nothing counts in the new ones before the program is on them; Settle() fetches the rest.
-  if (counters_before_ == nullptr && program_) {
-    counters_before_ = maps_[kMapCounters];
-    slice_before_ = counter_slots();
+  if (counters_before_ == nullptr && program_ && before->MoveTo(nullptr)) {
+    counters_before_ = before;
+    slice_before_ = slice_before;
   }
-  maps_[kMapCounters] = larger;
   SetConfig();
   return true;
 }
@@ -268,14 +306,6 @@ size_t FilterStore::bytes() const {
   size_t sum = 0;
   for (const auto& map : maps_) sum += map->bytes();
   return sum;
-}
-
-int RemoveStore(const std::string& directory) {
-  int error = 0;
-  const auto root = PinDirectory::Make(directory, &error);
-  if (root != nullptr) error = root->Lock();
-  if (error != 0) return error;
-  return RemovePins(directory);
 }
 
 }  // namespace host

@@ -12,12 +12,16 @@
 //     edition-1/          one map each, and "program"
 //     edition-2/          only while 2 takes the place of 1
 //
+// In this process each map keeps its address for good, so that a pointer into one stays valid while
+// any of them grows.
+//
 // An edition counts when its config says `complete`. A process that finds several, as another one
 // died, goes on with the latest that is complete and lets the others go. Maps of another layout,
 // or damaged ones, are left in force ("foreign") until new content replaces them whole.
 #ifndef HOST_FILTER_MGR_EBPF_STORE_H_
 #define HOST_FILTER_MGR_EBPF_STORE_H_
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -29,11 +33,16 @@
 
 namespace host {
 
+// Where links are pinned, below the store's directory.
+constexpr char kLinkPins[] = "links";
+
 class FilterStore final : public classifier::Memory {
  public:
   // Opens the directory, locks it, and takes over what is in there. Null, with a reason for people
   // in `reason`, when that cannot be.
   static std::unique_ptr<FilterStore> Open(const std::string& directory, std::string* reason);
+
+  ~FilterStore() override;
 
   // What Open() has found.
   enum class Found { kNothing, kOurs, kForeign };
@@ -76,6 +85,9 @@ class FilterStore final : public classifier::Memory {
 
  private:
   FilterStore() = default;
+  bool ReserveAddresses();
+  // Puts the map in the place of its kind. False when it is too large for that.
+  bool Install(size_t id, std::shared_ptr<FilterMap> map);
   bool Fresh(std::string* reason);
   int TakeEdition(const std::string& name);
   bool BeginEdition();
@@ -84,6 +96,7 @@ class FilterStore final : public classifier::Memory {
   void RemoveOthers();
 
   std::unique_ptr<PinDirectory> root_, links_;
+  std::array<void*, kMapCount> place_{};  // addresses that each map has for itself
   FilterMaps maps_;
   Descriptor program_;
   uint64_t edition_ = 0;  // number of the one in force, 0 before there is one
@@ -95,10 +108,6 @@ class FilterStore final : public classifier::Memory {
   uint32_t cpus_ = 1;
   Found found_ = Found::kNothing;
 };
-
-// Removes everything in the directory, the directory itself, and nothing else. 0 or a negative
-// errno: -EWOULDBLOCK when a daemon uses it.
-int RemoveStore(const std::string& directory);
 
 }  // namespace host
 

@@ -23,7 +23,7 @@ std::string PrivateBpfFs(std::string* why_not) {
   return kPath;
 }
 
-Outcome RunProgram(int program, int interface, const Frame& frame) {
+ProgramRun RunProgram(int program, int interface, const Frame& frame) {
   __sk_buff context{};
   context.ifindex = static_cast<uint32_t>(interface);
   Frame out(frame.size() + 64);

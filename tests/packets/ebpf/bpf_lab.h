@@ -16,13 +16,13 @@ namespace host {
 std::string PrivateBpfFs(std::string* why_not);
 
 // What a program made of a frame.
-struct Outcome {
+struct ProgramRun {
   bool passed = false;
   Frame frame;
   unsigned int priority = 0;
 };
 // Runs the program on a frame that enters through the interface. The tags are in the bytes.
-Outcome RunProgram(int program, int interface, const Frame& frame);
+ProgramRun RunProgram(int program, int interface, const Frame& frame);
 
 }  // namespace host
 

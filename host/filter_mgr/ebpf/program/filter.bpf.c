@@ -123,7 +123,10 @@ static __always_inline void make_key(const struct frame* f, struct cls_key* key)
   key->word[2] = (__u64)f->src_ip << 32 | f->dst_ip;
   key->word[3] = (__u64)f->protocol << 24 | (__u64)f->tos << 16 | f->dst_port;
   if (f->tagged) key->word[3] |= CLS_HAS_TAG;
-  if (f->has_ipv4) key->word[3] |= CLS_HAS_IPV4;
+  if (f->has_tos) key->word[3] |= FILTER_HAS_TOS;
+  if (f->has_protocol) key->word[3] |= FILTER_HAS_PROTOCOL;
+  if (f->has_src_ip) key->word[3] |= FILTER_HAS_SRC_IP;
+  if (f->has_dst_ip) key->word[3] |= CLS_HAS_IPV4;
   if (f->has_port) key->word[3] |= CLS_HAS_PORT;
 }
 

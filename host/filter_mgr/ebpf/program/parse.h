@@ -1,9 +1,10 @@
 // The filter program's parser: from a frame at the ingress hook to the fields that entries compare.
 //
 // What the fields mean, and which frames have them, is the back ends' common contract
-// (host/filter_mgr/backend.h). In short: one tag at most is looked behind; IPv4 fields are read
-// wherever a whole IPv4 header is, valid or not; a destination port is TCP's or UDP's, in a packet
-// whose IP header is valid, that fits into its frame and is no later fragment.
+// (host/filter_mgr/backend.h). In short: one tag at most is looked behind; a field of the IPv4
+// header is read where the frame has its bytes, whatever the header is like; a destination port is
+// TCP's or UDP's, in a packet whose IP header is valid, that fits into its frame and is no later
+// fragment.
 //
 // A tag can be in the frame's bytes or beside them: on its way to the hook the kernel moves the
 // outer tag into the buffer's metadata, unless there is no room for that. The bytes of a buffer can
@@ -22,7 +23,7 @@
 #define IPV4_BYTES 20
 #define IPV4_LONGEST 60
 #define IPV6_BYTES 40
-#define PORT_BYTES 4  // source and destination port, of TCP and UDP alike
+#define PORT_BYTES 5  // of TCP's or UDP's header: with less, there is no port
 // All that is read directly: link layer with one tag, the longest IPv4 header, the ports.
 #define PULLED_BYTES (ETH_HLEN + TAG_BYTES + IPV4_LONGEST + PORT_BYTES)
 // More extension headers than the longest IPv6 packet can hold.
@@ -40,7 +41,7 @@ struct frame {
   __u16 tci;
   __u16 dst_port;
   __u8 tos, protocol;
-  __u8 tagged, tag_in_bytes, has_ipv4, has_port;
+  __u8 tagged, tag_in_bytes, has_tos, has_protocol, has_src_ip, has_dst_ip, has_port;
 };
 
 static __always_inline __u16 get16(const void* p) { return bpf_ntohs(*(const __be16*)p); }
@@ -59,11 +60,17 @@ static __always_inline long gather(struct __sk_buff* skb) {
 static __always_inline void parse_ipv4(struct __sk_buff* skb, struct frame* f) {
   const __u8* ip = (const __u8*)(long)skb->data + f->header;
   const __u8* end = (const __u8*)(long)skb->data_end;
-  if (ip + IPV4_BYTES > end) return;
-  f->has_ipv4 = 1;
+  if (ip + 2 > end) return;
+  f->has_tos = 1;
   f->tos = ip[1];
+  if (ip + 10 > end) return;
+  f->has_protocol = 1;
   f->protocol = ip[9];
+  if (ip + 16 > end) return;
+  f->has_src_ip = 1;
   f->src_ip = get32(ip + 12);
+  if (ip + IPV4_BYTES > end) return;
+  f->has_dst_ip = 1;
   f->dst_ip = get32(ip + 16);
   if (f->protocol != IPPROTO_TCP && f->protocol != IPPROTO_UDP) return;
   __u32 header = (ip[0] & 15) * 4, room = skb->len - f->header;
@@ -126,9 +133,9 @@ static __always_inline void parse_ipv6(struct __sk_buff* skb, struct frame* f, _
     protocol = w.next;
     if (protocol != IPPROTO_TCP && protocol != IPPROTO_UDP) return;
   }
-  __be16 ports[2];
+  __u8 ports[PORT_BYTES];
   if (bpf_skb_load_bytes(skb, at, ports, sizeof(ports)) != 0) return;
-  f->dst_port = bpf_ntohs(ports[1]);
+  f->dst_port = ports[2] << 8 | ports[3];
   f->has_port = 1;
 }
 

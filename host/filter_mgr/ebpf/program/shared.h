@@ -10,6 +10,12 @@
 /* Changes whenever the meaning of any byte below does. */
 #define FILTER_LAYOUT_VERSION 1
 
+/* What a frame has, beside CLS_HAS_*: a field of the IPv4 header is there when its bytes are, and
+ * CLS_HAS_IPV4 says that all of the header's are. */
+#define FILTER_HAS_TOS (1ULL << 35)
+#define FILTER_HAS_PROTOCOL (1ULL << 36)
+#define FILTER_HAS_SRC_IP (1ULL << 37)
+
 /* One for all. */
 struct filter_config {
   __u32 zero;          /* 0, which the verifier does not know */

@@ -1,0 +1,115 @@
+// Interfaces that come, go and change names, with real frames: those of a port are filtered from
+// the first one on.
+#include <arpa/inet.h>
+#include <linux/if_packet.h>
+#include <sys/socket.h>
+
+#include "tests/packets/ebpf/ebpf_fixture.h"
+
+namespace host {
+namespace {
+
+using namespace FiltersCommon;  // NOLINT
+
+constexpr uint16_t kType = 0x88b5;
+
+// Frames of one type are denied on p1. Counts those that get through anyway.
+class PortsTest : public EbpfTest, public ::testing::WithParamInterface<bool> {
+ protected:
+  void SetUp() override {
+    EbpfTest::SetUp();
+    if (lab_ == nullptr) return;
+    options_.links = GetParam();
+    // A socket for one type gets frames behind the ingress hooks, of any interface.
+    socket_ = Descriptor(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(kType)));
+    ASSERT_TRUE(socket_);
+    FiltersEntry entry(0);
+    entry.setMatch(MatchTPID(kType));
+    entry.setAction(ActionDeny());
+    group_.emplace(GroupOf(kL2Type, {{entry}}));
+    Open();
+  }
+
+  // Whether a frame that is sent into the interface at whose other end `peer` is gets through.
+  // Tells by the peer's counterpart having received it that it is no longer on its way.
+  bool Passes(const std::string& peer) {
+    Frame frame(60);
+    frame[0] = frame[6] = 0x02;
+    frame[12] = kType >> 8;
+    frame[13] = kType & 0xff;
+    for (int i = 0; i < 5; ++i) {  // the kernel opens the queues of a new pair after a while
+      PacketLab::SendOn(peer, frame);
+      usleep(20000);
+    }
+    char buffer[128];
+    bool passed = false;
+    while (recv(socket_.get(), buffer, sizeof(buffer), MSG_DONTWAIT) > 0) passed = true;
+    return passed;
+  }
+
+  bool GuardsEveryFrame() const {
+    return ebpf_->guards() != nullptr && ebpf_->guards()->kind() == PortGuards::Kind::kIngress;
+  }
+
+  Descriptor socket_;
+  std::optional<FiltersGroup> group_;
+};
+
+TEST_P(PortsTest, AnInterfaceIsFilteredWheneverItIsThere) {
+  AddPort("p1");
+  EXPECT_TRUE(Passes("p1-peer"));
+  Apply({&*group_});
+  EXPECT_FALSE(Passes("p1-peer"));
+  EXPECT_EQ(PortState::kEnforced, ebpf_->Ports().at("p1"));
+  // Gone, and made anew: nobody has heard of it yet.
+  PacketLab::Run("ip link del p1");
+  ebpf_->Poll();
+  EXPECT_EQ(PortState::kAbsent, ebpf_->Ports().at("p1"));
+  AddPort("p1");
+  if (GuardsEveryFrame()) {
+    EXPECT_FALSE(Passes("p1-peer"));
+  }
+  EXPECT_TRUE(ebpf_->Poll());
+  EXPECT_FALSE(Passes("p1-peer"));
+  EXPECT_EQ(PortState::kEnforced, ebpf_->Ports().at("p1"));
+  // The same while nobody is there, and taken over.
+  ebpf_.reset();
+  PacketLab::Run("ip link del p1");
+  AddPort("p1");
+  Open();
+  EXPECT_FALSE(Passes("p1-peer"));
+  Apply({&*group_});
+  EXPECT_FALSE(Passes("p1-peer"));
+  EXPECT_EQ(PortState::kEnforced, ebpf_->Ports().at("p1"));
+  // Without entries it is anyone's.
+  const FiltersGroup empty = GroupOf(kL2Type, {});
+  Apply({&empty});
+  EXPECT_TRUE(Passes("p1-peer"));
+}
+
+TEST_P(PortsTest, ANameTakesItsFilterToAnotherInterface) {
+  AddPort("p1");
+  AddPort("other");
+  Apply({&*group_});
+  PacketLab::Run(
+      "ip link set p1 down; ip link set other down; ip link set p1 name old; "
+      "ip link set other name p1; ip link set p1 up; ip link set old up");
+  EXPECT_TRUE(ebpf_->Poll());
+  EXPECT_FALSE(Passes("other-peer")) << "this one is p1 now";
+  EXPECT_TRUE(Passes("p1-peer")) << "this one is no port";
+  // Moved to another namespace, and back.
+  PacketLab::Run("ip netns add elsewhere; ip link set p1 netns elsewhere");
+  EXPECT_TRUE(ebpf_->Poll());
+  EXPECT_EQ(PortState::kAbsent, ebpf_->Ports().at("p1"));
+  PacketLab::Run(
+      "ip netns exec elsewhere ip link set p1 netns $$; ip netns del elsewhere; "
+      "ip link set p1 up");
+  EXPECT_TRUE(ebpf_->Poll());
+  EXPECT_FALSE(Passes("other-peer"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Attached, PortsTest, ::testing::Bool(),
+                         [](const auto& info) { return info.param ? "ByLinks" : "ByClassifiers"; });
+
+}  // namespace
+}  // namespace host
