@@ -195,10 +195,9 @@ int Delete(int sock, std::string_view path) {
 }
 
 int MoveTo(int sock, std::string_view path) {
-  const Target target(sock, path);
-  if (target.steps == nullptr) return CONFD_ERR;
-  target.session->MoveTo(*target.steps, target.tree);
-  return CONFD_OK;
+  const Target target(sock);
+  if (target.session == nullptr) return CONFD_ERR;
+  return target.session->MoveTo(path, target.tree) ? CONFD_OK : CONFD_ERR;
 }
 
 }  // namespace
@@ -249,7 +248,7 @@ int cdb_cd(int sock, const char* fmt, ...) {
 int cdb_getcwd(int sock, size_t size, char* curdir) {
   const Target target(sock);
   if (target.session == nullptr) return CONFD_ERR;
-  const std::string& text = target.session->position();
+  const std::string& text = target.session->Position();
   if (text.size() + 1 > size) return host::Refuse("the position does not fit into the buffer");
   memcpy(curdir, text.c_str(), text.size() + 1);
   return CONFD_OK;

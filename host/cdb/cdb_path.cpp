@@ -130,6 +130,13 @@ const lyd_node* FindNode(const lyd_node* first, const lysc_node* schema) {
   return nullptr;
 }
 
+// The siblings among which the node of step `i` is or would be.
+const lyd_node* SiblingsAt(const PathSteps& steps, size_t i, const PathTree& tree) {
+  if (i == 0) return tree.first;
+  const lyd_node* parent = steps[i - 1].data;
+  return parent != nullptr ? lyd_child(parent) : nullptr;
+}
+
 }  // namespace
 
 const std::vector<const lyd_node*>& ListIndex::Entries(const CdbNode& list, const lyd_node* first) {
@@ -151,6 +158,13 @@ const std::vector<const lyd_node*>& ListIndex::Entries(const CdbNode& list, cons
 
 const PathSteps* PathResolver::Resolve(std::string_view path, const PathTree& tree,
                                        std::string* error) {
+  const PathSteps* steps = Read(path, tree, error);
+  if (steps != nullptr) Locate(steps->size(), tree);
+  return steps;
+}
+
+const PathSteps* PathResolver::Read(std::string_view path, const PathTree& tree,
+                                    std::string* error) {
   if (generation_ != tree.generation) {
     generation_ = tree.generation;
     steps_.clear();
@@ -170,7 +184,7 @@ const PathSteps* PathResolver::Resolve(std::string_view path, const PathTree& tr
 
 // Drops the steps that `path` does not begin with; returns where parsing goes on.
 size_t PathResolver::KeepCommonSteps(std::string_view path) {
-  if (steps_.empty()) return 0;
+  if (steps_.empty()) return located_ = 0;
   const size_t most = std::min(path.size(), path_.size());
   const size_t common =
       std::mismatch(path.begin(), path.begin() + static_cast<ptrdiff_t>(most), path_.begin())
@@ -181,6 +195,7 @@ size_t PathResolver::KeepCommonSteps(std::string_view path) {
     return step.end == path.size() || path[step.end] == '/';
   };
   while (!steps_.empty() && !fits(steps_.back())) steps_.pop_back();
+  located_ = std::min(located_, steps_.size());
   return steps_.empty() ? 0 : steps_.back().end;
 }
 
@@ -198,9 +213,7 @@ bool PathResolver::Parse(std::string_view path, size_t at, const PathTree& tree,
     if (path[at] == '{') {
       ++at;
       if (!AddKeys(path, &at, error)) return false;
-      PathStep& step = steps_.back();
-      step.end = at;
-      step.data = FindEntry(*step.node, step.keys, Siblings(tree));
+      steps_.back().end = at;
       continue;
     }
     size_t end = at;
@@ -209,19 +222,28 @@ bool PathResolver::Parse(std::string_view path, size_t at, const PathTree& tree,
     at = end;
     if (name == "..") {
       if (!steps_.empty()) steps_.pop_back();
+      located_ = std::min(located_, steps_.size());
       continue;
     }
-    if (!AddNode(name, tree, error)) return false;
+    if (!AddNode(name, error)) return false;
     steps_.back().end = at;
   }
   return true;
 }
 
-const lyd_node* PathResolver::Siblings(const PathTree& tree) const {
-  return SiblingsOf(steps_, tree);
+void PathResolver::Locate(size_t count, const PathTree& tree) {
+  for (; located_ < count; ++located_) {
+    PathStep& step = steps_[located_];
+    const lyd_node* siblings = SiblingsAt(steps_, located_, tree);
+    if (step.is_entry) {
+      step.data = FindEntry(*step.node, step.keys, siblings);
+    } else if (!step.node->is(LYS_LIST | LYS_LEAFLIST)) {
+      step.data = FindNode(siblings, step.node->schema);
+    }
+  }
 }
 
-bool PathResolver::AddNode(std::string_view name, const PathTree& tree, std::string* error) {
+bool PathResolver::AddNode(std::string_view name, std::string* error) {
   const CdbNode* parent = steps_.empty() ? schema_->root() : steps_.back().node;
   const CdbNode* node = parent->Child(name);
   if (node == nullptr || (!steps_.empty() && parent->is(LYS_LIST) && !steps_.back().is_entry)) {
@@ -233,8 +255,6 @@ bool PathResolver::AddNode(std::string_view name, const PathTree& tree, std::str
   PathStep step;
   step.node = node;
   steps_.push_back(std::move(step));
-  if (!node->is(LYS_LIST | LYS_LEAFLIST))
-    steps_.back().data = FindNode(Siblings(tree), node->schema);
   return true;
 }
 
@@ -269,7 +289,8 @@ bool PathResolver::AddPosition(std::string_view path, size_t* at, const PathTree
     return false;
   }
   PathStep& step = steps_.back();
-  const lyd_node* siblings = Siblings(tree);
+  Locate(steps_.size() - 1, tree);
+  const lyd_node* siblings = SiblingsOf(steps_, tree);
   const size_t count = siblings != nullptr ? tree.index->Entries(*step.node, siblings).size() : 0;
   if (position >= count) {
     *error = step.node->name + " has " + std::to_string(count) + " entries: " + std::string(path);
@@ -277,15 +298,14 @@ bool PathResolver::AddPosition(std::string_view path, size_t* at, const PathTree
   }
   step.data = tree.index->Entries(*step.node, siblings)[position];
   step.is_entry = true;
+  located_ = steps_.size();
   *at = static_cast<size_t>(parsed.ptr + 1 - path.data());
   step.end = *at;
   return true;
 }
 
 const lyd_node* SiblingsOf(const PathSteps& steps, const PathTree& tree) {
-  if (steps.size() == 1) return tree.first;
-  const lyd_node* parent = steps[steps.size() - 2].data;
-  return parent != nullptr ? lyd_child(parent) : nullptr;
+  return SiblingsAt(steps, steps.size() - 1, tree);
 }
 
 bool Exists(const PathSteps& steps, const PathTree& tree) {

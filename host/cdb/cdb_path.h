@@ -8,7 +8,9 @@
 // All between the braces of a list with one key is the key; a '/' in there separates nothing.
 //
 // Consecutive calls mostly share the front of their paths. A resolver keeps the steps of the last
-// path and goes on where the next one differs, so that a whole list is read in linear time.
+// path and goes on where the next one differs, so that a whole list is read in linear time. Reading
+// a path takes the schema alone, unless it has positions; where the steps lead in the data is only
+// looked up for those who ask (Resolve()), since most who move a session never do.
 #ifndef HOST_CDB_CDB_PATH_H_
 #define HOST_CDB_CDB_PATH_H_
 
@@ -73,20 +75,23 @@ class PathResolver {
   // Resolves an absolute path. Null with a reason in `error` when it is no path of the schema, or
   // names a position that is not there. The steps are valid until the next call.
   const PathSteps* Resolve(std::string_view path, const PathTree& tree, std::string* error);
+  // The same, but `data` of the steps means nothing, except of those that were named by position.
+  const PathSteps* Read(std::string_view path, const PathTree& tree, std::string* error);
 
  private:
   bool Parse(std::string_view path, size_t at, const PathTree& tree, std::string* error);
-  bool AddNode(std::string_view name, const PathTree& tree, std::string* error);
+  bool AddNode(std::string_view name, std::string* error);
   bool AddKeys(std::string_view path, size_t* at, std::string* error);
   bool AddPosition(std::string_view path, size_t* at, const PathTree& tree, std::string* error);
   size_t KeepCommonSteps(std::string_view path);
-  // First of the siblings among which the last step's node is.
-  const lyd_node* Siblings(const PathTree& tree) const;
+  // Looks up the data of the first `count` steps.
+  void Locate(size_t count, const PathTree& tree);
 
   const CdbSchema* schema_;
   std::string path_;
   bool goes_up_ = false;  // path_ has "..": its text does not tell its steps
   PathSteps steps_;
+  size_t located_ = 0;  // so many steps have their data
   uint64_t generation_ = 0;
 };
 

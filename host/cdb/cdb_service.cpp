@@ -21,32 +21,60 @@ std::string& LastError() {
 void SetCdbError(const std::string& text) { LastError() = text; }
 const std::string& CdbError() { return LastError(); }
 
+// Makes `path` absolute, and says who resolves it.
+PathResolver* CdbSession::ResolverOf(std::string_view* path) {
+  if (!path->empty() && path->front() == '/') return absolute_;
+  joined_.assign(Position()).append("/").append(*path);
+  *path = joined_;
+  return &relative_;
+}
+
 const PathSteps* CdbSession::Resolve(std::string_view path, const PathTree& tree) {
   std::string error;
-  const PathSteps* steps = nullptr;
-  if (!path.empty() && path.front() == '/') {
-    steps = absolute_.Resolve(path, tree, &error);
-  } else {
-    joined_.assign(position_).append("/").append(path);
-    steps = relative_.Resolve(joined_, tree, &error);
-  }
+  const PathSteps* steps = ResolverOf(&path)->Resolve(path, tree, &error);
   if (steps == nullptr) SetCdbError(error);
   return steps;
 }
 
-const PathSteps* CdbSession::PositionSteps(const PathTree& tree) {
-  if (position_generation_ == tree.generation) return &position_steps_;
-  return Resolve("", tree);
+const PathSteps* CdbSession::Read(std::string_view path, const PathTree& tree) {
+  std::string error;
+  const PathSteps* steps = ResolverOf(&path)->Read(path, tree, &error);
+  if (steps == nullptr) SetCdbError(error);
+  return steps;
 }
 
-void CdbSession::MoveTo(const PathSteps& steps, const PathTree& tree) {
-  position_steps_ = steps;
-  position_generation_ = tree.generation;
-  position_ = PrintSteps(steps);
+const std::string& CdbSession::Position() {
+  if (position_.empty()) position_ = PrintSteps(position_steps_);
+  return position_;
+}
+
+const PathSteps* CdbSession::PositionSteps(const PathTree& tree) {
+  if (position_generation_ == tree.generation) return &position_steps_;
+  return Read("", tree);
+}
+
+bool CdbSession::MoveTo(std::string_view path, const PathTree& tree) {
+  if (path == ".." && position_generation_ == tree.generation) {
+    if (!position_steps_.empty()) position_steps_.pop_back();
+  } else {
+    const PathSteps* steps = Read(path, tree);
+    if (steps == nullptr) return false;
+    position_steps_ = *steps;
+    position_generation_ = tree.generation;
+  }
+  position_.clear();
+  // The data tells the keys of these, and may change.
+  for (const PathStep& step : position_steps_) {
+    if (step.is_entry && step.keys.empty()) Position();
+  }
+  return true;
 }
 
 CdbService::CdbService(Datastore* datastore)
-    : datastore_(datastore), schema_(datastore->Context()) {
+    : datastore_(datastore),
+      schema_(datastore->Context()),
+      running_paths_(&schema_),
+      operational_paths_(&schema_) {
   instance = this;
 }
 
@@ -61,7 +89,8 @@ int CdbService::OpenSession(cdb_db_type db) {
   size_t slot = 0;
   while (slot < sessions_.size() && sessions_[slot] != nullptr) ++slot;
   if (slot == sessions_.size()) sessions_.emplace_back();
-  sessions_[slot] = std::make_unique<CdbSession>(&schema_, db);
+  sessions_[slot] = std::make_unique<CdbSession>(
+      &schema_, db, db == CDB_RUNNING ? &running_paths_ : &operational_paths_);
   return kFirstHandle + static_cast<int>(slot);
 }
 

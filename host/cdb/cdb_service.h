@@ -22,8 +22,10 @@ const std::string& CdbError();
 // One session: which datastore, and where in it.
 class CdbSession {
  public:
-  CdbSession(const CdbSchema* schema, cdb_db_type db)
-      : db_(db), absolute_(schema), relative_(schema) {}
+  // `absolute` resolves the absolute paths of all sessions with the same database, since they
+  // follow one another in the same places. It must outlive the session.
+  CdbSession(const CdbSchema* schema, cdb_db_type db, PathResolver* absolute)
+      : db_(db), absolute_(absolute), relative_(schema) {}
 
   cdb_db_type db() const { return db_; }
 
@@ -31,18 +33,24 @@ class CdbSession {
   const PathSteps* Resolve(std::string_view path, const PathTree& tree);
 
   // The position as a path, "/" at the top. It stays the same whatever is committed.
-  const std::string& position() const { return position_; }
-  // The steps of the position in the tree as it is now. Null after an error (SetCdbError).
+  const std::string& Position();
+  // The steps of the position in the tree as it is now; their data means nothing, except of those
+  // that were named by position. Null after an error (SetCdbError).
   const PathSteps* PositionSteps(const PathTree& tree);
-  void MoveTo(const PathSteps& steps, const PathTree& tree);
+  // Goes to `path`; whether there is such a node in the data makes no difference. False after an
+  // error (SetCdbError).
+  bool MoveTo(std::string_view path, const PathTree& tree);
 
  private:
+  const PathSteps* Read(std::string_view path, const PathTree& tree);
+  PathResolver* ResolverOf(std::string_view* path);
+
   cdb_db_type db_;
   // Apart, so that neither loses the steps that it goes on from to the other.
-  PathResolver absolute_;
+  PathResolver* absolute_;
   PathResolver relative_;
-  std::string position_ = "/";
-  PathSteps position_steps_;  // of the tree of position_generation_
+  std::string position_ = "/";  // empty: to be printed when it is asked for
+  PathSteps position_steps_;    // of the tree of position_generation_
   uint64_t position_generation_ = 0;
   std::string joined_;  // the last relative path's absolute form; a member to save allocations
 };
@@ -79,6 +87,8 @@ class CdbService {
 
   Datastore* datastore_;
   CdbSchema schema_;
+  PathResolver running_paths_;
+  PathResolver operational_paths_;
   std::vector<std::unique_ptr<CdbSession>> sessions_;  // by handle
   IndexOfTree running_index_;
   IndexOfTree operational_index_;

@@ -1,6 +1,7 @@
 // The confd_* calls: printing and releasing of what the cdb_* calls and the iterations hand out.
-#include <cstdio>
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 #include "host/cdb/cdb_path.h"
 #include "host/cdb/cdb_service.h"
@@ -13,7 +14,11 @@ int confd_pp_kpath(char* buf, int n, const confd_hkeypath_t* kp) {
   const host::CdbService* service = host::CdbService::Instance();
   const std::string text =
       host::PrintKeypath(service != nullptr ? &service->schema() : nullptr, *kp);
-  std::snprintf(buf, static_cast<size_t>(n), "%s", text.c_str());
+  if (n > 0) {
+    const size_t length = std::min(text.size(), static_cast<size_t>(n) - 1);
+    memcpy(buf, text.data(), length);
+    buf[length] = '\0';
+  }
   return static_cast<int>(text.size());
 }
 

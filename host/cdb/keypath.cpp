@@ -1,4 +1,5 @@
 // Keypaths: from steps, and as text.
+#include <algorithm>
 #include <cstring>
 
 #include "host/cdb/cdb_path.h"
@@ -15,7 +16,10 @@ std::string NameOfTag(uint32_t tag) {
 }
 
 bool NeedsQuotes(const std::string& key) {
-  return key.empty() || key.find_first_of(" {}\"\\") != std::string::npos;
+  const auto special = [](char c) {
+    return c == ' ' || c == '{' || c == '}' || c == '"' || c == '\\';
+  };
+  return key.empty() || std::any_of(key.begin(), key.end(), special);
 }
 
 void AppendKey(const std::string& key, std::string* text) {
