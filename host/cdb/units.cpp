@@ -2,6 +2,7 @@
 #include "host/cdb/units.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 #include "host/cdb/diff.h"
@@ -9,19 +10,118 @@
 namespace host {
 namespace {
 
-UnitKey KeyOf(const lyd_node* entry) {
-  UnitKey key;
-  key.place = PathOf(lyd_parent(entry));
-  key.list = LYD_NAME(entry);
-  key.keys = PathOf(entry).substr(key.place.size() + 1 + key.list.size());
-  return key;
+// The keys as a path's predicates, in libyang's form.
+std::string KeysText(const lyd_node* entry) {
+  std::string text;
+  for (const lyd_node* key = lyd_child(entry); key != nullptr && IsKey(key); key = key->next) {
+    const char quote = std::strchr(TextOf(key), '\'') == nullptr ? '\'' : '"';
+    text.append("[").append(LYD_NAME(key)).append("=");
+    text.append(1, quote).append(TextOf(key)).append(1, quote).append("]");
+  }
+  return text;
 }
+
+// Writes a list entry without the lists within as a JSON object, as libyang would print a copy of
+// it (RFC 7951), which takes a bulk edit much longer.
+class ContentWriter {
+ public:
+  // False for a type of value that is not known here; `text` then means nothing.
+  static bool Write(const lyd_node* entry, std::string* text) {
+    ContentWriter writer(text);
+    return writer.WriteChildren(entry);
+  }
+
+ private:
+  explicit ContentWriter(std::string* text) : text_(*text) {}
+
+  bool WriteChildren(const lyd_node* parent) {
+    text_ += '{';
+    const lyd_node* before = nullptr;  // the last one written
+    const lyd_node* child;
+    LY_LIST_FOR(lyd_child(parent), child) {
+      if (child->schema->nodetype == LYS_LIST) break;  // lists are last, and stand together
+      if (IsPlainContainer(child->schema) && !HoldsSomething(child)) continue;
+      const bool goes_on = before != nullptr && before->schema == child->schema;
+      if (before != nullptr) text_ += ',';
+      if (!goes_on) {
+        text_ += '"';
+        if (child->schema->module != parent->schema->module)
+          text_.append(child->schema->module->name).append(":");
+        text_.append(LYD_NAME(child)).append("\":");
+      }
+      if (!WriteNode(child, goes_on)) return false;
+      before = child;
+    }
+    text_ += '}';
+    return true;
+  }
+
+  // `goes_on`: the node is a further element of the leaf-list whose array was written last.
+  bool WriteNode(const lyd_node* node, bool goes_on) {
+    if ((node->schema->nodetype & LYD_NODE_INNER) != 0) return WriteChildren(node);
+    const lyd_value* value = &reinterpret_cast<const lyd_node_term*>(node)->value;
+    if (node->schema->nodetype != LYS_LEAFLIST) return WriteValue(node, value);
+    if (goes_on) {
+      // The array's end and the comma.
+      text_.resize(text_.size() - 2);
+      text_ += ',';
+    } else {
+      text_ += '[';
+    }
+    const bool known = WriteValue(node, value);
+    text_ += ']';
+    return known;
+  }
+
+  bool WriteValue(const lyd_node* node, const lyd_value* value) {
+    while (value->realtype->basetype == LY_TYPE_UNION) value = &value->subvalue->value;
+    switch (value->realtype->basetype) {
+      case LY_TYPE_INT8:
+      case LY_TYPE_INT16:
+      case LY_TYPE_INT32:
+      case LY_TYPE_UINT8:
+      case LY_TYPE_UINT16:
+      case LY_TYPE_UINT32:
+      case LY_TYPE_BOOL:
+        text_ += TextOf(node);
+        return true;
+      case LY_TYPE_EMPTY:
+        text_ += "[null]";
+        return true;
+      case LY_TYPE_ENUM:
+      case LY_TYPE_STRING:
+        WriteString(TextOf(node));
+        return true;
+      default:
+        return false;
+    }
+  }
+
+  void WriteString(const char* value) {
+    static constexpr const char* kDigits = "0123456789abcdef";
+    text_ += '"';
+    for (; *value != '\0'; ++value) {
+      const auto byte = static_cast<unsigned char>(*value);
+      if (byte < 0x20 || byte == 0x7f) {
+        text_ += "\\u00";
+        text_ += kDigits[byte >> 4];
+        text_ += kDigits[byte & 0xf];
+        continue;
+      }
+      if (byte == '"' || byte == '\\') text_ += '\\';
+      text_ += *value;
+    }
+    text_ += '"';
+  }
+
+  std::string& text_;
+};
 
 // Copies what is an entry's own below `parent`.
 void CopyOwn(const lyd_node* node, lyd_node* parent) {
   const lyd_node* child;
   LY_LIST_FOR(lyd_child(node), child) {
-    if (child->schema->nodetype == LYS_LIST) return;  // lists are last, and stand together
+    if (child->schema->nodetype == LYS_LIST) return;
     if (IsKey(child)) continue;
     lyd_node* copy = AddCopy(child, parent, 0, nullptr);
     if ((child->schema->nodetype & LYD_NODE_INNER) != 0) CopyOwn(child, copy);
@@ -30,6 +130,8 @@ void CopyOwn(const lyd_node* node, lyd_node* parent) {
 
 // The entry without the lists within, as a JSON object.
 std::string ContentOf(const lyd_node* entry) {
+  std::string content;
+  if (ContentWriter::Write(entry, &content)) return content;
   lyd_node* copy = nullptr;
   AddCopy(entry, nullptr, 0, &copy);
   const Tree own(copy);
@@ -67,6 +169,13 @@ class UnitCollector {
   }
 
  private:
+  UnitKey KeyOf(const lyd_node* entry) {
+    const lyd_node* parent = lyd_parent(entry);
+    if (parent != place_of_) place_ = PathOf(parent);
+    place_of_ = parent;
+    return {place_, LYD_NAME(entry), KeysText(entry)};
+  }
+
   bool CollectEntry(const lyd_node* node, const lyd_node* now, DiffOperation operation) {
     if (now == nullptr) return false;
     const bool is_new = operation == DiffOperation::kCreate;
@@ -86,6 +195,8 @@ class UnitCollector {
 
   std::vector<UnitChange>* changes_;
   size_t removed_ = 0;
+  const lyd_node* place_of_ = nullptr;
+  std::string place_;  // path of place_of_, the parent of the last entries
 };
 
 }  // namespace
