@@ -15,6 +15,7 @@
 #include "host/cdb/operational_store.h"
 #include "host/cdb/schema.h"
 #include "host/cdb/state_directory.h"
+#include "host/cdb/validation.h"
 #include "host/cdb/yang_tree.h"
 #include "host/runtime/memory.h"
 
@@ -45,6 +46,7 @@ class LibyangDatastore : public Datastore {
       : context_(std::move(context)),
         capacity_(group_capacity),
         checks_(group_capacity),
+        validator_(context_.get()),
         operational_(OperationalStore::Create(context_.get())) {
     Normalize(context_.get(), &running_);
   }
@@ -72,18 +74,19 @@ class LibyangDatastore : public Datastore {
 
   DatastoreErrors Edit(const lyd_node* edit, const EditOptions& options,
                        const Origin& origin) override {
-    Tree before, after;
-    DatastoreErrors errors = Apply(edit, options, &before, &after);
-    if (!errors.empty()) return errors;
-    return Commit(before.get(), std::move(after), options.test_option, origin);
+    return Edit(edit, nullptr, options, origin);
+  }
+
+  DatastoreErrors EditFrom(Tree edit, const EditOptions& options, const Origin& origin) override {
+    return Edit(edit.get(), &edit, options, origin);
   }
 
   EditPreview Preview(const lyd_node* edit, const EditOptions& options) override {
     EditPreview preview;
     preview.now = checks_.needs();
     Tree before, after;
-    preview.errors = Apply(edit, options, &before, &after);
-    if (preview.errors.empty()) preview.errors = Validate(&after);
+    preview.errors = Apply(edit, nullptr, options, &before, &after);
+    if (preview.errors.empty()) preview.errors = ValidateEdit(&after);
     if (!preview.errors.empty()) return preview;
     preview.difference = Difference(context_.get(), before.get(), after.get());
     preview.errors = checks_.Check(preview.difference.get(), true, &preview.then);
@@ -143,6 +146,8 @@ class LibyangDatastore : public Datastore {
     }
     Origin rollback = origin;
     if (rollback.comment.empty()) rollback.comment = "rollback to " + std::to_string(id);
+    DatastoreErrors errors = ValidateEdit(&after);
+    if (!errors.empty()) return errors;
     // The way back to a checkpoint is kept open: what is stored is taken, too, whatever it needs.
     const bool way_back = origin.session_id == 0 && Checkpoint() != 0 && id >= Checkpoint();
     return Commit(before.get(), std::move(after), TestOption::kTestThenSet, rollback, !way_back);
@@ -178,7 +183,7 @@ class LibyangDatastore : public Datastore {
     if (!accept) {
       EditOptions replace;
       replace.default_operation = DefaultOperation::kReplace;
-      errors = Apply(recovery.config, replace, &before, &after);
+      errors = Apply(recovery.config, nullptr, replace, &before, &after);
       if (errors.empty()) errors = Validate(&after);
       if (!errors.empty()) return errors;
       diff = Difference(context_.get(), before.get(), after.get());
@@ -226,12 +231,24 @@ class LibyangDatastore : public Datastore {
     DatastoreErrors errors = LoadConfiguration(context_.get(), path, &tree);
     if (!errors.empty()) return errors;
     const Origin origin{"startup", 0, "read from " + path};
-    errors = Commit(running_.get(), std::move(tree), TestOption::kTestThenSet, origin);
+    errors = Validate(&tree);
+    if (errors.empty())
+      errors = Commit(running_.get(), std::move(tree), TestOption::kTestThenSet, origin);
     return errors.empty() ? errors : InFile(path, std::move(errors));
   }
 
+  // `donor` (may be null) owns the edit, which is then taken apart and freed.
+  DatastoreErrors Edit(const lyd_node* edit, Tree* donor, const EditOptions& options,
+                       const Origin& origin) {
+    Tree before, after;
+    DatastoreErrors errors = Apply(edit, donor, options, &before, &after);
+    if (errors.empty()) errors = ValidateEdit(&after);
+    if (!errors.empty()) return errors;
+    return Commit(before.get(), std::move(after), options.test_option, origin);
+  }
+
   // Finds the part of running that the edit touches, and that part after it.
-  DatastoreErrors Apply(const lyd_node* edit, const EditOptions& options, Tree* before,
+  DatastoreErrors Apply(const lyd_node* edit, Tree* donor, const EditOptions& options, Tree* before,
                         Tree* after) {
     ly_err_clean(context_.get(), nullptr);
     DatastoreErrors errors = CheckEdit(context_.get(), edit);
@@ -239,35 +256,36 @@ class LibyangDatastore : public Datastore {
     *before = CopyTouched(running_.get(), edit, options.default_operation);
     Normalize(context_.get(), before);
     *after = CopyTree(before->get());
-    return ApplyEdit(context_.get(), edit, options.default_operation, after);
+    if (donor == nullptr) return ApplyEdit(context_.get(), edit, options.default_operation, after);
+    return ApplyEditFrom(context_.get(), std::move(*donor), options.default_operation, after);
   }
 
-  // Brings the part `before` of running to `after`.
+  // Brings the part `before` of running to `after`, which is valid by itself.
   DatastoreErrors Commit(const lyd_node* before, Tree after, TestOption test, const Origin& origin,
                          bool with_capacity = true) {
-    DatastoreErrors errors = Validate(&after);
-    if (!errors.empty()) return errors;
     const Tree diff = Difference(context_.get(), before, after.get());
-    errors = checks_.Check(diff.get(), with_capacity);
+    DatastoreErrors errors = checks_.Check(diff.get(), with_capacity);
     if (!errors.empty() || diff == nullptr || test == TestOption::kTestOnly) return errors;
     const CommitInfo info{transaction_id_ + 1, NowMicroseconds(), origin, CountChanges(diff.get())};
     if (state_ != nullptr) {
       errors = state_->Write(info, diff.get(), after.get());
       if (!errors.empty()) return errors;
     }
-    after.reset();
-    Adopt(diff.get(), info, &CommitObserver::OnCommit);
+    Adopt(diff.get(), info, &CommitObserver::OnCommit, &after);
     return {};
   }
 
-  // Changes running, by a commit that is persistent, and tells.
+  // Changes running, by a commit that is persistent, and tells. `after` (may be null) is the part
+  // of running after it, of which nothing is left then.
   void Adopt(const lyd_node* diff, const CommitInfo& info,
-             void (CommitObserver::*tell)(const lyd_node*, const CommitInfo&)) {
+             void (CommitObserver::*tell)(const lyd_node*, const CommitInfo&),
+             Tree* after = nullptr) {
     const std::vector<CommitObserver*> observers = observers_;
     if (diff != nullptr) {
       checks_.Apply(diff);
       for (CommitObserver* observer : observers) observer->BeforeCommit(diff);
-      if (!ApplyDifference(diff, &running_)) Die("cannot apply a commit to running");
+      if (!ApplyDifference(diff, &running_, after)) Die("cannot apply a commit to running");
+      if (after != nullptr) after->reset();
     }
     transaction_id_ = info.id;
     for (CommitObserver* observer : observers) (observer->*tell)(diff, info);
@@ -284,14 +302,22 @@ class LibyangDatastore : public Datastore {
     return Tree(raw);
   }
 
+  // Validates a tree of which nothing is known.
   DatastoreErrors Validate(Tree* tree) {
-    DatastoreErrors errors;
     bool valid = false;
     {
       TreeBuilder builder(tree);
       valid =
           lyd_validate_all(builder, context_.get(), LYD_VALIDATE_NO_STATE, nullptr) == LY_SUCCESS;
     }
+    return Validated(valid, tree);
+  }
+
+  // Validates what an edit has made of a valid tree.
+  DatastoreErrors ValidateEdit(Tree* tree) { return Validated(validator_.Validate(tree), tree); }
+
+  DatastoreErrors Validated(bool valid, Tree* tree) {
+    DatastoreErrors errors;
     if (!valid) TakeErrors(context_.get(), tree->get(), &errors);
     Normalize(context_.get(), tree);
     return errors;
@@ -301,6 +327,7 @@ class LibyangDatastore : public Datastore {
   const std::optional<uint32_t> capacity_;
   Tree running_;
   CrossChecks checks_;
+  EditValidator validator_;
   std::unique_ptr<StateDirectory> state_;  // null: nothing is kept
   std::unique_ptr<OperationalStore> operational_;
   uint64_t transaction_id_ = 1;

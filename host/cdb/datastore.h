@@ -154,6 +154,10 @@ class Datastore {
   virtual DatastoreErrors Edit(const lyd_node* edit, const EditOptions& options,
                                const Origin& origin) = 0;
 
+  // The same, for an edit that is not needed any more: its content goes over into running instead
+  // of being copied.
+  virtual DatastoreErrors EditFrom(Tree edit, const EditOptions& options, const Origin& origin) = 0;
+
   // What Edit() would do, without doing it.
   virtual EditPreview Preview(const lyd_node* edit, const EditOptions& options) = 0;
 

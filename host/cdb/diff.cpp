@@ -81,32 +81,57 @@ class DiffMaker {
 
 namespace {
 
-bool ApplySiblings(const lyd_node* diff, DiffOperation inherited, lyd_node* parent,
-                   lyd_node** first) {
-  for (; diff != nullptr; diff = diff->next) {
-    if (IsKey(diff)) continue;
-    const DiffOperation operation = DiffOperationOf(diff, inherited);
-    if (operation == DiffOperation::kCreate) {
-      AddCopy(diff, parent, LYD_DUP_RECURSIVE, first);
-      continue;
+// Applies differences to one tree.
+class DiffApplier {
+ public:
+  explicit DiffApplier(lyd_node** first) : first_(first) {}
+
+  // `after` are the siblings that the difference leads to, null when they are not known.
+  bool ApplySiblings(const lyd_node* diff, DiffOperation inherited, lyd_node* parent,
+                     const lyd_node* after) {
+    for (; diff != nullptr; diff = diff->next) {
+      if (IsKey(diff)) continue;
+      const DiffOperation operation = DiffOperationOf(diff, inherited);
+      if (operation == DiffOperation::kCreate) {
+        Create(diff, parent, after);
+        continue;
+      }
+      lyd_node* match = FindSame(parent != nullptr ? lyd_child(parent) : *first_, diff);
+      if (match == nullptr) return false;
+      if (operation == DiffOperation::kNone) {
+        const lyd_node* then = after != nullptr ? FindSame(after, diff) : nullptr;
+        const lyd_node* within = then != nullptr ? lyd_child(then) : nullptr;
+        if (!ApplySiblings(lyd_child(diff), operation, match, within)) return false;
+        continue;
+      }
+      FreeNode(match, first_);
+      if (operation == DiffOperation::kReplace) AddCopy(diff, parent, 0, first_);
     }
-    lyd_node* match = FindSame(parent != nullptr ? lyd_child(parent) : *first, diff);
-    if (match == nullptr) return false;
-    if (operation == DiffOperation::kNone) {
-      if (!ApplySiblings(lyd_child(diff), operation, match, first)) return false;
-      continue;
-    }
-    FreeNode(match, first);
-    if (operation == DiffOperation::kReplace) AddCopy(diff, parent, 0, first);
+    return true;
   }
-  return true;
-}
+
+ private:
+  void Create(const lyd_node* diff, lyd_node* parent, const lyd_node* after) {
+    // A list's entries are after its keys, so `after` never is the one that is taken.
+    lyd_node* made = nullptr;
+    if (parent != nullptr && diff->schema->nodetype == LYS_LIST) made = FindSame(after, diff);
+    if (made == nullptr || made == after) {
+      AddCopy(diff, parent, LYD_DUP_RECURSIVE, first_);
+      return;
+    }
+    lyd_unlink_tree(made);
+    if (lyd_insert_child(parent, made) != LY_SUCCESS) throw std::bad_alloc();
+  }
+
+  lyd_node** first_;
+};
 
 }  // namespace
 
-bool ApplyDifference(const lyd_node* diff, Tree* tree) {
+bool ApplyDifference(const lyd_node* diff, Tree* tree, Tree* after) {
   TreeBuilder builder(tree);
-  return ApplySiblings(diff, DiffOperation::kNone, nullptr, builder);
+  const lyd_node* then = after != nullptr ? after->get() : nullptr;
+  return DiffApplier(builder).ApplySiblings(diff, DiffOperation::kNone, nullptr, then);
 }
 
 Tree Difference(const ly_ctx* context, const lyd_node* before, const lyd_node* after) {

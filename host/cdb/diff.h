@@ -24,8 +24,10 @@ DiffOperation DiffOperationOf(const lyd_node* node, DiffOperation inherited);
 Tree Difference(const ly_ctx* context, const lyd_node* before, const lyd_node* after);
 
 // Applies a difference to `tree`. False when a node is missing that the difference changes; the
-// tree is then half changed. Linear, which lyd_diff_apply_all() is not.
-bool ApplyDifference(const lyd_node* diff, Tree* tree);
+// tree is then half changed. Linear, which lyd_diff_apply_all() is not. `after` (may be null) is
+// the tree that the difference leads to: what is created is then taken out of it instead of being
+// copied.
+bool ApplyDifference(const lyd_node* diff, Tree* tree, Tree* after = nullptr);
 
 // List entries that a difference creates or deletes, and leaves (keys aside) that it creates,
 // deletes or sets.

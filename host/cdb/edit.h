@@ -28,6 +28,9 @@ Tree CopyTouched(const lyd_node* running, const lyd_node* edit, DefaultOperation
 // Applies the edit to `target`, which it may leave half changed when it returns errors.
 DatastoreErrors ApplyEdit(const ly_ctx* context, const lyd_node* edit,
                           DefaultOperation default_operation, Tree* target);
+// The same, with the edit's new entries going over into `target` instead of being copied.
+DatastoreErrors ApplyEditFrom(const ly_ctx* context, Tree edit, DefaultOperation default_operation,
+                              Tree* target);
 
 }  // namespace host
 

@@ -1,4 +1,5 @@
 // Application of an edit to a tree.
+#include <new>
 #include <unordered_set>
 #include <utility>
 
@@ -8,16 +9,34 @@
 namespace host {
 namespace {
 
+// Whether an entry of an edit is what it would make: no operations within, nothing that the schema
+// does not know or that there may be several of, no empty containers.
+bool IsPlainEntry(const lyd_node* entry) {
+  if (entry->schema == nullptr || entry->schema->nodetype != LYS_LIST) return false;
+  lyd_node* node;
+  LYD_TREE_DFS_BEGIN(const_cast<lyd_node*>(entry), node) {
+    if (node->schema == nullptr || node->meta != nullptr) return false;
+    if (node != entry && (node->schema->nodetype & (LYS_LIST | LYS_LEAFLIST)) != 0) return false;
+    if (IsPlainContainer(node->schema) && lyd_child(node) == nullptr) return false;
+    LYD_TREE_DFS_END(const_cast<lyd_node*>(entry), node);
+  }
+  return true;
+}
+
 class EditApplier {
  public:
-  EditApplier(const ly_ctx* context, lyd_node** first) : context_(context), first_(first) {}
+  // With `takes` the edit belongs to the applier, which moves nodes out of it.
+  EditApplier(const ly_ctx* context, lyd_node** first, bool takes)
+      : context_(context), first_(first), takes_(takes) {}
 
   DatastoreErrors Take() { return std::move(errors_); }
 
   void ApplySiblings(const lyd_node* edit, lyd_node* parent, Operation inherited) {
     const bool replacing = inherited == Operation::kReplace;
     std::unordered_set<const lyd_node*> kept;
-    for (; edit != nullptr && errors_.empty(); edit = edit->next) {
+    const lyd_node* next = nullptr;
+    for (; edit != nullptr && errors_.empty(); edit = next) {
+      next = edit->next;
       if (IsKey(edit)) continue;
       const lyd_node* result = ApplyNode(edit, parent, OperationOf(edit, inherited));
       if (replacing && result != nullptr) kept.insert(result);
@@ -46,6 +65,10 @@ class EditApplier {
     }
     if ((edit->schema->nodetype & LYD_NODE_TERM) != 0)
       return operation == Operation::kNone ? match : SetTerm(edit, match, parent);
+    if (match == nullptr && takes_ && parent != nullptr && operation != Operation::kNone &&
+        IsPlainEntry(edit)) {
+      return Move(const_cast<lyd_node*>(edit), parent);
+    }
     if (match == nullptr) match = Insert(edit, parent);
     if (!container) ClearOtherCases(match);
     ApplySiblings(lyd_child(edit), match, operation);
@@ -77,6 +100,13 @@ class EditApplier {
   // Adds a copy of the edit's node, an entry with its keys, without further content.
   lyd_node* Insert(const lyd_node* edit, lyd_node* parent) {
     return AddCopy(edit, parent, 0, first_);
+  }
+
+  lyd_node* Move(lyd_node* entry, lyd_node* parent) {
+    lyd_unlink_tree(entry);
+    if (lyd_insert_child(parent, entry) != LY_SUCCESS) throw std::bad_alloc();
+    ClearOtherCases(entry);
+    return entry;
   }
 
   void Remove(lyd_node* node) { FreeNode(node, first_); }
@@ -128,6 +158,7 @@ class EditApplier {
 
   const ly_ctx* context_;
   lyd_node** first_;
+  const bool takes_;
   DatastoreErrors errors_;
 };
 
@@ -136,8 +167,16 @@ class EditApplier {
 DatastoreErrors ApplyEdit(const ly_ctx* context, const lyd_node* edit,
                           DefaultOperation default_operation, Tree* target) {
   TreeBuilder builder(target);
-  EditApplier applier(context, builder);
+  EditApplier applier(context, builder, /*takes=*/false);
   applier.ApplySiblings(edit, nullptr, FromDefault(default_operation));
+  return applier.Take();
+}
+
+DatastoreErrors ApplyEditFrom(const ly_ctx* context, Tree edit, DefaultOperation default_operation,
+                              Tree* target) {
+  TreeBuilder builder(target);
+  EditApplier applier(context, builder, /*takes=*/true);
+  applier.ApplySiblings(edit.get(), nullptr, FromDefault(default_operation));
   return applier.Take();
 }
 

@@ -32,8 +32,7 @@ void LogResult(const RpcMessage& message, const OperationResult& result,
 
 }  // namespace
 
-OperationResult Dispatcher::Run(const RpcMessage& message, bool congested,
-                                const SessionInfo& session) {
+OperationResult Dispatcher::Run(RpcMessage& message, bool congested, const SessionInfo& session) {
   const lysc_node* schema = message.OperationSchema();
   const Operation* operation =
       schema != nullptr ? FindOperation(schema->module->name, schema->name) : nullptr;
@@ -63,8 +62,8 @@ Dispatcher::Reply Dispatcher::Handle(std::string message_text, const Conditions&
                                      const SessionInfo& session) {
   const size_t max_elements =
       session.may_write ? std::numeric_limits<size_t>::max() : kMaxReaderElements;
-  const RpcMessage message(std::move(message_text), conditions.cut, max_depth_, max_elements,
-                           context_.datastore.Context(), xml_);
+  RpcMessage message(std::move(message_text), conditions.cut, max_depth_, max_elements,
+                     context_.datastore.Context(), xml_);
   OperationResult result = Run(message, conditions.congested, session);
   LimitErrors(&result.errors);
   for (RpcError& error : result.errors) {

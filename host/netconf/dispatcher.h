@@ -34,7 +34,7 @@ class Dispatcher {
   Reply Handle(std::string message, const Conditions& conditions, const SessionInfo& session);
 
  private:
-  OperationResult Run(const RpcMessage& message, bool congested, const SessionInfo& session);
+  OperationResult Run(RpcMessage& message, bool congested, const SessionInfo& session);
   std::string Print(const ReplyFrame& frame, const OperationResult& result) const;
 
   OperationContext context_;

@@ -4,6 +4,7 @@
 #include <libyang/libyang.h>
 
 #include <cstring>
+#include <utility>
 
 namespace host {
 namespace {
@@ -45,8 +46,8 @@ const Operation* FindOperation(std::string_view module, std::string_view name) {
   return nullptr;
 }
 
-const lyd_node* FindParameter(const OperationCall& call, const char* name) {
-  for (const lyd_node* child = lyd_child(call.input); child != nullptr; child = child->next) {
+lyd_node* FindParameter(const OperationCall& call, const char* name) {
+  for (lyd_node* child = lyd_child(call.input); child != nullptr; child = child->next) {
     if (child->schema != nullptr && std::strcmp(child->schema->name, name) == 0) return child;
   }
   return nullptr;
@@ -68,6 +69,17 @@ const lyd_node* InlineConfig(const lyd_node* parent) {
     if (child->schema == nullptr || std::strcmp(child->schema->name, "config") != 0) continue;
     const auto* any = reinterpret_cast<const lyd_node_any*>(child);
     return any->value_type == LYD_ANYDATA_DATATREE ? any->value.tree : nullptr;
+  }
+  return nullptr;
+}
+
+Tree TakeInlineConfig(lyd_node* parent) {
+  lyd_node* child;
+  LY_LIST_FOR(lyd_child(parent), child) {
+    if (child->schema == nullptr || std::strcmp(child->schema->name, "config") != 0) continue;
+    auto* any = reinterpret_cast<lyd_node_any*>(child);
+    if (any->value_type != LYD_ANYDATA_DATATREE) return nullptr;
+    return Tree(std::exchange(any->value.tree, nullptr));
   }
   return nullptr;
 }

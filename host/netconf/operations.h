@@ -50,7 +50,7 @@ struct OperationContext {
 struct OperationCall {
   const SessionInfo& session;
   const RpcMessage& message;
-  const lyd_node* input;  // the operation's node; its children are the parameters
+  lyd_node* input;  // the operation's node; its children are the parameters
 };
 
 struct OperationResult {
@@ -108,7 +108,7 @@ OperationResult RunCheck(const OperationContext& context, const OperationCall& c
 // Helpers of the operations.
 
 // The input's child `name`, or null.
-const lyd_node* FindParameter(const OperationCall& call, const char* name);
+lyd_node* FindParameter(const OperationCall& call, const char* name);
 // Text of the leaf `name` of the input; `otherwise` when it is absent.
 std::string ParameterText(const OperationCall& call, const char* name, const char* otherwise);
 // The datastore named by the container `name` ("source", "target") of the input; empty when the
@@ -116,6 +116,8 @@ std::string ParameterText(const OperationCall& call, const char* name, const cha
 std::string NamedDatastore(const OperationCall& call, const char* name);
 // First node of the data within the child <config> of `parent`; null when it is empty.
 const lyd_node* InlineConfig(const lyd_node* parent);
+// The same data, taken out of the input.
+Tree TakeInlineConfig(lyd_node* parent);
 // The error to answer with when another session holds the lock of `datastore`.
 std::optional<RpcError> LockedByOther(const OperationContext& context, const OperationCall& call,
                                       const std::string& datastore);

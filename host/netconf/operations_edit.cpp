@@ -1,6 +1,8 @@
 // <edit-config>, <copy-config> and <delete-config>.
 #include <libyang/libyang.h>
 
+#include <utility>
+
 #include "host/netconf/operations.h"
 
 namespace host {
@@ -18,16 +20,15 @@ TestOption ReadTestOption(const std::string& text) {
 
 // Edits running or the candidate.
 OperationResult EditDatastore(const OperationContext& context, const OperationCall& call,
-                              const std::string& target, const lyd_node* edit,
-                              const EditOptions& options) {
+                              const std::string& target, Tree edit, const EditOptions& options) {
   OperationResult result;
   const Origin origin{call.session.user, call.session.id};
   if (target == "candidate") {
-    result.errors = FromDatastore(context.candidate.Edit(edit, options, origin));
+    result.errors = FromDatastore(context.candidate.Edit(edit.get(), options, origin));
     return result;
   }
   const uint64_t before = context.datastore.TransactionId();
-  result.errors = FromDatastore(context.datastore.Edit(edit, options, origin));
+  result.errors = FromDatastore(context.datastore.EditFrom(std::move(edit), options, origin));
   const uint64_t after = context.datastore.TransactionId();
   if (after != before) result.note = "done, transaction " + std::to_string(after);
   return result;
@@ -54,7 +55,7 @@ OperationResult RunEditConfig(const OperationContext& context, const OperationCa
   if (FindParameter(call, "config") == nullptr) {
     return OperationResult::Error(MissingElement("config"));
   }
-  const lyd_node* edit = InlineConfig(call.input);
+  Tree edit = TakeInlineConfig(call.input);
   EditOptions options;
   options.default_operation =
       ReadDefaultOperation(ParameterText(call, "default-operation", "merge"));
@@ -63,7 +64,7 @@ OperationResult RunEditConfig(const OperationContext& context, const OperationCa
   if (edit == nullptr && options.default_operation != DefaultOperation::kReplace) {
     return OperationResult::Ok();
   }
-  return EditDatastore(context, call, target, edit, options);
+  return EditDatastore(context, call, target, std::move(edit), options);
 }
 
 OperationResult RunCopyConfig(const OperationContext& context, const OperationCall& call) {
@@ -81,10 +82,10 @@ OperationResult RunCopyConfig(const OperationContext& context, const OperationCa
     context.candidate.Discard();
     return OperationResult::Ok();
   }
-  const lyd_node* content = source == "candidate" ? context.candidate.Content()
-                                                  : InlineConfig(FindParameter(call, "source"));
+  Tree content = source == "candidate" ? CopyTree(context.candidate.Content())
+                                       : TakeInlineConfig(FindParameter(call, "source"));
   // Without a test option to choose, the candidate may be invalid (RFC 7950 section 8.3.3).
-  return EditDatastore(context, call, target, content,
+  return EditDatastore(context, call, target, std::move(content),
                        {DefaultOperation::kReplace,
                         target == "candidate" ? TestOption::kSet : TestOption::kTestThenSet});
 }

@@ -30,7 +30,7 @@ class RpcMessage {
   const lysc_node* OperationSchema() const { return schema_; }
   // The operation's node with its input. Data in it may be opaque where the schema does not know
   // them (contents of <config>).
-  const lyd_node* Operation() const { return operation_.get(); }
+  lyd_node* Operation() { return operation_.get(); }
   // Name of the operation as far as it is known, for the log.
   const char* name() const { return schema_ != nullptr ? schema_->name : "?"; }
   // The operation's element, read without the schema. Null only when the message is not
