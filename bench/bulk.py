@@ -22,7 +22,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 DAEMON = str(pathlib.Path(sys.argv[1]).resolve())
 ENTRIES = int(sys.argv[2]) if len(sys.argv) > 2 else 65536
 COMMITS = int(sys.argv[3]) if len(sys.argv) > 3 else 200
-os.environ.update(ACL_APP_DAEMON=DAEMON, ACL_APP_ACLCTL="", ACL_APP_YANG=str(ROOT / "yang"))
+os.environ.update(ACL_APP_DAEMON=DAEMON, ACL_APP_ACLCTL="", ACL_APP_BRIDGE="", ACL_APP_YANG=str(ROOT / "yang"))
 sys.path.insert(0, str(ROOT / "tests/e2e"))
 
 from daemon import Daemon  # noqa: E402

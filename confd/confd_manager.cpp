@@ -133,7 +133,8 @@ bool ConfDManager::BeginChange(const char* function, int sock, const confd_hkeyp
     AclLog::SendDebug("%s - error setting timeout (%s)", function, "");
   }
   changed_ = true;
-  char path[8192] = {};
+  char path[8192];
+  path[0] = '\0';
   confd_pp_kpath(path, sizeof(path), kp);
   AclLog::SendDebug("%s - modified path: %s", function, path);
 

@@ -33,7 +33,8 @@ const MacPair* FindMacPair(int xmltag) {
 
 // The path of the container that holds the leaf at `path`. Uses the session's position.
 std::string ContainerOf(int sock, const char* path) {
-  char container[8192] = {};
+  char container[8192];
+  container[0] = '\0';
   cdb_cd(sock, "%s", path);
   cdb_cd(sock, "%s", "..");
   cdb_getcwd(sock, sizeof(container), container);
@@ -55,7 +56,8 @@ confd_iter_ret ConfDManager::HandleMatch(int sock, const confd_hkeypath_t* kp, c
     AclLog::SendDebug("%s - wrong keypath", __func__);
     return ITER_CONTINUE;
   }
-  char path[8192] = {};
+  char path[8192];
+  path[0] = '\0';
   confd_pp_kpath(path, sizeof(path), kp);
   int xmltag = 0;
   if (GetMatchXmltagFromKeypath(kp, xmltag) != 0) {

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <new>
 
+#include "host/runtime/watchdog.h"
+
 namespace host {
 
 DiffOperation DiffOperationOf(const lyd_node* node, DiffOperation inherited) {
@@ -35,6 +37,7 @@ class DiffMaker {
   void Compare(const lyd_node* before, const lyd_node* after, lyd_node* parent) {
     for (const lyd_node* old = before; old != nullptr; old = old->next) {
       if (IsKey(old)) continue;
+      FeedWatchdog();
       const lyd_node* now = FindSame(after, old);
       if (now == nullptr) {
         Mark(Add(old, parent, LYD_DUP_RECURSIVE), "delete");
@@ -91,6 +94,7 @@ class DiffApplier {
                      const lyd_node* after) {
     for (; diff != nullptr; diff = diff->next) {
       if (IsKey(diff)) continue;
+      FeedWatchdog();
       const DiffOperation operation = DiffOperationOf(diff, inherited);
       if (operation == DiffOperation::kCreate) {
         Create(diff, parent, after);

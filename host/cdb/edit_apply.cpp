@@ -5,6 +5,7 @@
 
 #include "host/cdb/edit.h"
 #include "host/cdb/edit_node.h"
+#include "host/runtime/watchdog.h"
 
 namespace host {
 namespace {
@@ -38,6 +39,7 @@ class EditApplier {
     for (; edit != nullptr && errors_.empty(); edit = next) {
       next = edit->next;
       if (IsKey(edit)) continue;
+      FeedWatchdog();
       const lyd_node* result = ApplyNode(edit, parent, OperationOf(edit, inherited));
       if (replacing && result != nullptr) kept.insert(result);
     }

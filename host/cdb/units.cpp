@@ -6,6 +6,7 @@
 #include <new>
 
 #include "host/cdb/diff.h"
+#include "host/runtime/watchdog.h"
 
 namespace host {
 namespace {
@@ -152,6 +153,7 @@ class UnitCollector {
   bool Collect(const lyd_node* diff, const lyd_node* after, DiffOperation inherited) {
     for (const lyd_node* node = diff; node != nullptr; node = node->next) {
       if (IsKey(node)) continue;
+      FeedWatchdog();
       const DiffOperation operation = DiffOperationOf(node, inherited);
       if (node->schema->nodetype != LYS_LIST) {
         if (!IsFrame(node->schema)) return false;

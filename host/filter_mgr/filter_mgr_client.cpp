@@ -113,6 +113,8 @@ class FilterMgrClient::Impl : private host::FilterControl {
     submissions_->Add({type, group.getEntriesRef().size(), {}});
     table_.Accept(group.getType(), submissions_->accepted(type));
     if (!submissions_->held().empty()) table_.Hold(submissions_->held());
+    // What is replaced goes when the answer is out: to free it takes as long as to build it.
+    for (const auto& [key, held] : table_.groups()) retired_.push_back(held);
     const std::optional<host::Standing> standing = table_.Update(group);
     Resolve(standing);
     Afterwards();
@@ -146,6 +148,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
     watch_.AfterUpdate();
     idle_ = loop_->Soon([this] {
       Finish();
+      retired_.clear();
       opened_.backend->Idle();
     });
   }
@@ -154,6 +157,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
   // Destroyed in reverse: what is shown goes before what it shows, watches before their back end.
   host::OpenedBackend opened_;
   host::GroupTable table_;
+  std::vector<FiltersGroup> retired_;  // that were in force since the loop was idle last
   std::shared_ptr<host::Submissions> submissions_;
   BackendWatch watch_;
   std::unique_ptr<host::Watch> idle_;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/runtime/watchdog.h"
 #include "yang_tags.h"
 
 namespace host {
@@ -109,6 +110,7 @@ bool DiffIteration::Deliver(Changes changes) {
 
 bool DiffIteration::DeliverOne(const Change& change) {
   const confd_iter_ret result = Call(change);
+  FeedWatchdog();
   if (result != ITER_RECURSE && not_taken_.count++ == 0) not_taken_.first = PathOf(change.data);
   if (result == ITER_STOP) return false;
   const bool gone = change.node->is(LYS_LIST) && change.operation == DiffOperation::kDelete;

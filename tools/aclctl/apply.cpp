@@ -1,4 +1,7 @@
 // aclctl apply.
+#include <unistd.h>
+
+#include <chrono>
 #include <cstdio>
 
 #include "tools/aclctl/commands.h"
@@ -6,11 +9,38 @@
 #include "tools/aclctl/outcome.h"
 
 namespace aclctl {
+namespace {
+
+// Tells who waits at a terminal for a large edit how far it is. Nothing elsewhere, nor for what is
+// done before one has read it.
+class Progress {
+ public:
+  explicit Progress(size_t octets) : shown_(octets >= kLarge && isatty(STDERR_FILENO) == 1) {
+    if (!shown_) return;
+    std::fprintf(stderr, "read: %.1f MB; the daemon checks and commits it\n",
+                 static_cast<double>(octets) / (1 << 20));
+  }
+  // `step` is done.
+  void Done(const char* step) const {
+    if (!shown_) return;
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start_;
+    std::fprintf(stderr, "%s after %.1f s\n", step, took.count());
+  }
+
+ private:
+  static constexpr size_t kLarge = 256 * 1024;
+
+  const bool shown_;
+  const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+}  // namespace
 
 Failure Apply(const Arguments& arguments) {
   Client client;
   std::string config;
   if (Failure failure = OpenWithEdit(arguments, &client, &config)) return failure;
+  const Progress progress(config.size());
   CommitReport report;
   if (Failure failure = report.Begin(&client)) return failure;
   host::Tree reply;
@@ -24,8 +54,10 @@ Failure Apply(const Arguments& arguments) {
     failure.message =
         "the daemon refused " + arguments.operands[0] + "; the configuration is unchanged";
   }
+  if (!failure) progress.Done("checked and committed");
   if (!failure) failure = report.Read(&client);
   if (failure) return failure;
+  progress.Done("applied");
   if (report.id().empty()) {
     std::puts("nothing to change");
   } else {
