@@ -19,14 +19,15 @@ void LogResult(const RpcMessage& message, const OperationResult& result,
   const char* name = message.name();
   if (!result.errors.empty()) {
     const RpcError& error = result.errors.front();
-    Log(LogLevel::kWarning,
-        "netconf: session %u (%s): %s refused with %zu error(s), first: %s %s: %s", session.id,
-        session.user.c_str(), name, result.errors.size(), error.tag.c_str(),
-        CutText(error.path, kMaxOutsideText).c_str(),
-        CutText(error.message, kMaxOutsideText).c_str());
+    session.log->Write(LogLevel::kWarning,
+                       "netconf: session %u (%s): %s refused with %zu error(s), first: %s %s: %s",
+                       session.id, session.user.c_str(), name, result.errors.size(),
+                       error.tag.c_str(), CutText(error.path, kMaxOutsideText).c_str(),
+                       CutText(error.message, kMaxOutsideText).c_str());
   } else {
-    Log(LogLevel::kInfo, "netconf: session %u (%s): %s %s", session.id, session.user.c_str(), name,
-        result.note.empty() ? "done" : result.note.c_str());
+    session.log->Write(LogLevel::kInfo, "netconf: session %u (%s): %s %s", session.id,
+                       session.user.c_str(), name,
+                       result.note.empty() ? "done" : result.note.c_str());
   }
 }
 
@@ -79,7 +80,7 @@ Dispatcher::Reply Dispatcher::Handle(std::string message_text, const Conditions&
     const std::string name =
         "session " + std::to_string(session.id) + " (" + session.user + "): " + message.name();
     reply.stream = std::make_unique<ReplyStream>(std::move(frame), std::move(result.stream),
-                                                 context_.datastore.Context(), name);
+                                                 context_.datastore.Context(), name, session.log);
     return reply;
   }
   LogResult(message, result, session);

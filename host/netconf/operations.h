@@ -16,6 +16,7 @@
 #include "host/netconf/confirmed_commit.h"
 #include "host/netconf/data_stream.h"
 #include "host/netconf/locks.h"
+#include "host/netconf/peer_log.h"
 #include "host/netconf/rpc_error.h"
 #include "host/netconf/rpc_message.h"
 #include "host/netconf/tree_pages.h"
@@ -27,6 +28,7 @@ struct SessionInfo {
   uint32_t id = 0;
   std::string user;
   bool may_write = false;
+  std::shared_ptr<PeerLog> log;  // of the user, never null
 };
 
 // What operations can do to other sessions.

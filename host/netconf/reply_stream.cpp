@@ -1,8 +1,6 @@
 // Replies in parts: see reply_stream.h.
 #include "host/netconf/reply_stream.h"
 
-#include "host/runtime/middleware.h"
-
 namespace host {
 
 std::string PrintErrorReply(const ReplyFrame& frame, const RpcErrors& errors,
@@ -13,7 +11,7 @@ std::string PrintErrorReply(const ReplyFrame& frame, const RpcErrors& errors,
 }
 
 ReplyStream::~ReplyStream() {
-  if (!ended_) Log(LogLevel::kWarning, "netconf: %s not read to its end", name_.c_str());
+  if (!ended_) log_->Write(LogLevel::kWarning, "netconf: %s not read to its end", name_.c_str());
 }
 
 ReplyStream::Progress ReplyStream::Next(std::string* xml) {
@@ -25,8 +23,8 @@ ReplyStream::Progress ReplyStream::Next(std::string* xml) {
       ended_ = true;
       error_count_ = errors.size();
       *xml += PrintErrorReply(frame_, errors, context_);
-      Log(LogLevel::kWarning, "netconf: %s refused: %s", name_.c_str(),
-          errors.front().message.c_str());
+      log_->Write(LogLevel::kWarning, "netconf: %s refused: %s", name_.c_str(),
+                  errors.front().message.c_str());
       return Progress::kEnd;
     }
     *xml += frame_.start + "<data" + frame_.child_namespace + ">";
@@ -37,7 +35,7 @@ ReplyStream::Progress ReplyStream::Next(std::string* xml) {
     *xml += "</data>" + frame_.end;
   }
   size_ += xml->size() - before;
-  if (ended_) Log(LogLevel::kInfo, "netconf: %s done, %zu bytes", name_.c_str(), size_);
+  if (ended_) log_->Write(LogLevel::kInfo, "netconf: %s done, %zu bytes", name_.c_str(), size_);
   return progress;
 }
 

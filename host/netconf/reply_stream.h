@@ -7,6 +7,7 @@
 #include <string>
 
 #include "host/netconf/data_stream.h"
+#include "host/netconf/peer_log.h"
 
 struct ly_ctx;
 
@@ -27,13 +28,14 @@ class ReplyStream {
  public:
   using Progress = DataStream::Progress;
 
-  // `name` is how the log calls the operation and who asked for it.
+  // `name` is how `log`, that of the user, calls the operation and who asked for it.
   ReplyStream(ReplyFrame frame, std::unique_ptr<DataStream> data, const ly_ctx* context,
-              std::string name)
+              std::string name, std::shared_ptr<PeerLog> log)
       : frame_(std::move(frame)),
         data_(std::move(data)),
         context_(context),
-        name_(std::move(name)) {}
+        name_(std::move(name)),
+        log_(std::move(log)) {}
   ReplyStream(const ReplyStream&) = delete;
   ReplyStream& operator=(const ReplyStream&) = delete;
   ~ReplyStream();
@@ -48,6 +50,7 @@ class ReplyStream {
   const std::unique_ptr<DataStream> data_;
   const ly_ctx* context_;
   const std::string name_;
+  const std::shared_ptr<PeerLog> log_;
   bool begun_ = false;
   bool ended_ = false;
   uint32_t error_count_ = 0;

@@ -140,8 +140,11 @@ void NetconfServer::Accept() {
   }
   std::optional<Peer> peer = PeerOf(fd);
   const std::string why = WhyRefused(peer);
+  const bool may_write = peer.has_value() && MayWrite(*peer, write_group_);
+  std::shared_ptr<PeerLog> log = LogOf(peer.has_value() ? peer->uid : -1, may_write);
   if (!why.empty()) {
-    Log(LogLevel::kWarning, "netconf: session of user %s refused: %s",
+    log->Write(
+        LogLevel::kWarning, "netconf: session of user %s refused: %s",
         peer.has_value()
             ? user_names_->Find(peer->uid).value_or(UserNames::NumberAsName(peer->uid)).c_str()
             : "?",
@@ -151,15 +154,15 @@ void NetconfServer::Accept() {
     return;
   }
   ++counters_.in_sessions;
-  const bool may_write = MayWrite(*peer, write_group_);
   const uint32_t id = next_id_++;
   if (next_id_ == 0) next_id_ = 1;
   const Session::Environment environment{*loop_,          dispatcher_, *xml_,   pacer_,
                                          options_.limits, usage_,      *pages_, counters_};
   const std::optional<std::string> name = user_names_->Find(peer->uid);
   std::unique_ptr<Session>& session = sessions_[id];
-  session = std::make_unique<Session>(id, fd, std::move(*peer), may_write, capabilities_,
-                                      environment, [this](uint32_t ended) { OnSessionEnd(ended); });
+  session =
+      std::make_unique<Session>(id, fd, std::move(*peer), may_write, std::move(log), capabilities_,
+                                environment, [this](uint32_t ended) { OnSessionEnd(ended); });
   if (name.has_value()) session->Begin(*name);
 }
 
@@ -167,6 +170,19 @@ void NetconfServer::OnUserName(uid_t user, const std::string& name) {
   for (const auto& [id, session] : sessions_) {
     if (session->user() == user) session->Begin(name);
   }
+}
+
+std::shared_ptr<PeerLog> NetconfServer::LogOf(uid_t user, bool may_write) {
+  if (may_write) return std::make_shared<PeerLog>(*loop_, user, false);
+  const auto found = reader_logs_.find(user);
+  if (found != reader_logs_.end()) return found->second;
+  // Looks for those that can go only now and then: one who has many accounts could make it long.
+  const bool look = reader_logs_.size() % 64 == 63;
+  for (auto other = reader_logs_.begin(); look && other != reader_logs_.end();) {
+    const bool unused = other->second.use_count() == 1 && other->second->IsRested();
+    other = unused ? reader_logs_.erase(other) : std::next(other);
+  }
+  return reader_logs_[user] = std::make_shared<PeerLog>(*loop_, user, true);
 }
 
 // Why a peer gets no session; empty when it does.

@@ -22,6 +22,7 @@
 #include "host/netconf/limits.h"
 #include "host/netconf/locks.h"
 #include "host/netconf/pacer.h"
+#include "host/netconf/peer_log.h"
 #include "host/netconf/session.h"
 #include "host/netconf/tree_pages.h"
 #include "host/netconf/user_names.h"
@@ -70,6 +71,7 @@ class NetconfServer : private SessionControl, private CommitObserver {
   bool KillSession(uint32_t id, const SessionInfo& killer) override;
   void WatchListener();
   void Accept();
+  std::shared_ptr<PeerLog> LogOf(uid_t user, bool may_write);
   std::string WhyRefused(const std::optional<Peer>& peer) const;
   void OnUserName(uid_t user, const std::string& name);
   void OnSessionEnd(uint32_t id);
@@ -89,6 +91,8 @@ class NetconfServer : private SessionControl, private CommitObserver {
   ServerCounters counters_;
   std::optional<gid_t> write_group_;  // looked up once, before anybody is served
   std::unique_ptr<UserNames> user_names_;
+  // Of those who may only read, until they are rested: nobody gets more by coming again.
+  std::map<uid_t, std::shared_ptr<PeerLog>> reader_logs_;
   std::vector<StateProviders::Registration> shown_;
 
   int listener_ = -1;

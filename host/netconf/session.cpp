@@ -13,7 +13,6 @@
 
 #include "host/netconf/hello.h"
 #include "host/netconf/user_names.h"
-#include "host/runtime/middleware.h"
 
 namespace host {
 namespace {
@@ -25,10 +24,10 @@ constexpr size_t kEnoughOutput = size_t{32} << 10;
 
 }  // namespace
 
-Session::Session(uint32_t id, int fd, Peer peer, bool may_write,
+Session::Session(uint32_t id, int fd, Peer peer, bool may_write, std::shared_ptr<PeerLog> log,
                  const std::vector<std::string>& capabilities, const Environment& environment,
                  std::function<void(uint32_t id)> on_end)
-    : info_{id, UserNames::NumberAsName(peer.uid), may_write},
+    : info_{id, UserNames::NumberAsName(peer.uid), may_write, std::move(log)},
       fd_(fd),
       peer_(std::move(peer)),
       env_(environment),
@@ -47,8 +46,9 @@ void Session::Begin(const std::string& user) {
   info_.user = user;
   if (begun_) return;
   begun_ = true;
-  Log(LogLevel::kInfo, "netconf: session %u of user %s (uid %u, pid %d%s) begins", info_.id,
-      user.c_str(), peer_.uid, peer_.pid, info_.may_write ? "" : ", may only read");
+  info_.log->Write(LogLevel::kInfo, "netconf: session %u of user %s (uid %u, pid %d%s) begins",
+                   info_.id, user.c_str(), peer_.uid, peer_.pid,
+                   info_.may_write ? "" : ", may only read");
   WatchSocket();
   WatchTime();
 }
@@ -59,14 +59,15 @@ Session::~Session() {
   env_.usage.output -= output_bytes_;
   io_watch_.reset();
   close(fd_);
-  Log(LogLevel::kInfo, "netconf: session %u of user %s ends", info_.id, info_.user.c_str());
+  info_.log->Write(LogLevel::kInfo, "netconf: session %u of user %s ends", info_.id,
+                   info_.user.c_str());
 }
 
 void Session::Abort(const std::string& reason) {
   if (phase_ == Phase::kEnded) return;
   if (!reason.empty()) {
-    Log(LogLevel::kWarning, "netconf: session %u (%s): %s", info_.id, info_.user.c_str(),
-        reason.c_str());
+    info_.log->Write(LogLevel::kWarning, "netconf: session %u (%s): %s", info_.id,
+                     info_.user.c_str(), reason.c_str());
     ++env_.counters.dropped_sessions;
   }
   phase_ = Phase::kEnded;

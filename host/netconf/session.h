@@ -47,10 +47,11 @@ class Session : private Pacer::Task {
     ServerCounters& counters;
   };
 
-  // Takes over `fd`. The session begins when the name of its user is known (Begin()), or
-  // when that takes too long. `on_end` is called once, when the session is over, and not from the
-  // constructor; the session is then to be destroyed, though not within the call.
-  Session(uint32_t id, int fd, Peer peer, bool may_write,
+  // Takes over `fd`; `log` is that of the user. The session begins when the name of its user is
+  // known (Begin()), or when that takes too long. `on_end` is called once, when the session is
+  // over, and not from the constructor; the session is then to be destroyed, though not within the
+  // call.
+  Session(uint32_t id, int fd, Peer peer, bool may_write, std::shared_ptr<PeerLog> log,
           const std::vector<std::string>& capabilities, const Environment& environment,
           std::function<void(uint32_t id)> on_end);
   Session(const Session&) = delete;

@@ -46,7 +46,7 @@ class Fixture : public CommitObserver {
 
   void Run(std::string message) {
     Dispatcher::Reply reply =
-        dispatcher_->Handle(std::move(message), {false, true, false}, {1, "fuzz", true});
+        dispatcher_->Handle(std::move(message), {false, true, false}, {1, "fuzz", true, log_});
     while (reply.stream != nullptr &&
            reply.stream->Next(&reply.xml) == ReplyStream::Progress::kMore) {
     }
@@ -75,6 +75,7 @@ class Fixture : public CommitObserver {
 
   std::unique_ptr<GenericXml> xml_ = GenericXml::Create();
   std::shared_ptr<EventLoop> loop_ = EventLoop::Create();
+  std::shared_ptr<PeerLog> log_ = std::make_shared<PeerLog>(*loop_, 0, false);
   std::unique_ptr<Datastore> datastore_;
   std::unique_ptr<Candidate> candidate_;
   std::unique_ptr<ConfirmedCommit> confirmed_;

@@ -588,6 +588,33 @@ TEST_F(SessionTest, ReadersHaveSoManySessionsAndGroupsComeFromTheKernel) {
   });
 }
 
+TEST_F(SessionTest, ReadersHaveSoManyLinesOfTheLog) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can be somebody else";
+  server_options_.socket_mode = 0666;
+  chmod(directory_.c_str(), 0755);
+  testing::internal::CaptureStderr();
+  Start();
+  constexpr uint64_t kSessions = 150;
+  const auto ask = [this] {
+    for (uint64_t i = 0; i < kSessions; ++i) {
+      TestClient client(server_options_.socket_path);
+      client.Open();
+      for (const char* operation : {"<zap/>", "<get><filter/></get>"}) client.Rpc(operation);
+    }
+  };
+  ask();
+  AsOther(54321, 54321, ask);
+  Stop();
+  server_.reset();
+  const std::string log = testing::internal::GetCapturedStderr();
+  const size_t told = log.find(" lines on sessions of uid 54321 were left out\n");
+  ASSERT_NE(told, std::string::npos);
+  const uint64_t left_out = std::stoul(log.substr(log.rfind(' ', told - 1)));
+  // Four lines a session: its begin, its two requests, its end.
+  EXPECT_GT(left_out, 0);
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 2 * kSessions * 4 - left_out + 1);
+}
+
 TEST_F(SessionTest, NobodyWaitsForASlowNameService) {
   std::promise<void> answer;
   std::shared_future<void> answered = answer.get_future();

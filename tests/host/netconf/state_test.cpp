@@ -189,9 +189,10 @@ TEST_F(StateTest, ReadersMayOnlyRead) {
   NobodyElse nobody;
   const auto xml = GenericXml::Create();
   Dispatcher dispatcher({*datastore_, candidate, confirmed, locks, nobody}, *xml, 64);
+  const auto log = std::make_shared<PeerLog>(*loop_, 54321, false);
   const auto run = [&](const std::string& operation, bool may_write) {
     return TextOf(
-        dispatcher.Handle(kRpcStart + operation + "</rpc>", {}, {7, "somebody", may_write}));
+        dispatcher.Handle(kRpcStart + operation + "</rpc>", {}, {7, "somebody", may_write, log}));
   };
   // That comes before what is wrong with the message.
   for (const char* denied : {kEdit, "<edit-config><x/></edit-config>",
