@@ -124,8 +124,8 @@ void UserNames::TakeAnswers() {
     answers.swap(shared_->answers);
   }
   for (auto& [user, name] : answers) {
-    if (name.empty()) name = NumberAsName(user);
     std::optional<std::string>& known = known_[user].name;
+    if (name.empty()) name = known.value_or(NumberAsName(user));
     const bool is_new = known != name;
     known = name;
     if (is_new) on_name_(user, name);

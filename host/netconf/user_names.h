@@ -7,8 +7,9 @@
 // tells the loop that there are answers. No other state of the process is touched by it, and
 // nothing but a text depends on what it says: who may do what is decided by numbers (peer.h).
 //
-// Names are kept, and asked for again after some minutes, while the old one is used. A thread that
-// hangs in a look-up when this object ends is left behind with what they share.
+// Names are kept, and asked for again after some minutes, while the old one is used; also when
+// there is no answer then, for a service that fails for a while makes nobody nameless. A thread
+// that hangs in a look-up when this object ends is left behind with what they share.
 #ifndef HOST_NETCONF_USER_NAMES_H_
 #define HOST_NETCONF_USER_NAMES_H_
 
