@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -110,7 +111,13 @@ void LogOutput::Write(int priority, std::string_view line) {
   if (dropped_ != reported_) {
     text += " [log lines dropped before this one: " + std::to_string(dropped_ - reported_) + "]";
   }
-  if (Take(priority, text)) {
+  constexpr int kTries = 50, kPauseMs = 10;
+  bool taken = Take(priority, text);
+  for (int i = 1; !taken && priority <= LOG_CRIT && i < kTries; ++i) {
+    poll(nullptr, 0, kPauseMs);
+    taken = Take(priority, text);
+  }
+  if (taken) {
     reported_ = dropped_;
   } else {
     ++dropped_;

@@ -1,6 +1,7 @@
 // Where log lines go: to a descriptor such as standard error, or to the journal. Neither ever waits
 // for its reader. A line that finds no room is dropped and counted, and the next one that finds
-// room says at its end how many are missing.
+// room says at its end how many are missing. Only the line that tells why the process ends waits
+// for a moment, for behind it there is no other.
 #ifndef HOST_RUNTIME_LOG_OUTPUT_H_
 #define HOST_RUNTIME_LOG_OUTPUT_H_
 
@@ -14,8 +15,8 @@ namespace host {
 class LogOutput {
  public:
   virtual ~LogOutput() = default;
-  // Writes one line without its end, or drops it. `priority` is syslog's (syslog(3)), for outputs
-  // that keep it apart from the text.
+  // Writes one line without its end, or drops it. `priority` is syslog's (syslog(3)); one of
+  // LOG_CRIT tells why the process ends.
   void Write(int priority, std::string_view line);
   // The lines that were dropped so far.
   uint64_t dropped() const { return dropped_; }

@@ -7,10 +7,14 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <thread>
+
 #include "tests/host/runtime/scratch_state.h"
 
 namespace host {
 namespace {
+
+using testing::HasSubstr;
 
 // What has arrived at `fd`.
 std::string Arrived(int fd) {
@@ -60,6 +64,14 @@ TEST(LogOutputTest, UnreadOutputsDropWholeLinesAndTellHowMany) {
         c.head + "again [log lines dropped before this one: " + std::to_string(dropped) + "]\n";
     EXPECT_TRUE(text == expected) << text.substr(text.size() - 200);
     EXPECT_EQ(dropped, c.output->dropped());
+    // The last line of a process waits for a reader, but not for ever.
+    for (size_t i = 0; i < written; ++i) c.output->Write(4, filler);
+    c.output->Write(2, "the end");
+    std::thread end([&c] { c.output->Write(2, "the end"); });
+    usleep(50000);
+    text = Arrived(c.reader);
+    end.join();
+    EXPECT_THAT(text + Arrived(c.reader), HasSubstr("the end [log lines dropped"));
   }
   EXPECT_EQ(nullptr, JournalOutput(scratch.directory() + "/absent", "acl-app"));
 }
