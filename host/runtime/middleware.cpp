@@ -45,6 +45,16 @@ bool WatchSignals(Shared* shared, std::string* error) {
   return true;
 }
 
+StatusLine LogStatus() {
+  const Settings& settings = ProcessSettings();
+  const std::string where = settings.log_target + ", level " + settings.log_level;
+  const uint64_t dropped = DroppedLogLines();
+  if (dropped == 0) return {StatusLine::kOk, where};
+  return {StatusLine::kWarning, where +
+                                    "; lines that its reader did not take, and that are lost: " +
+                                    std::to_string(dropped)};
+}
+
 // Null with the reason in `error` on failure, but does not return where it is the operator's.
 std::shared_ptr<Shared> Start(const std::string& name, std::string* error) {
   if (!LoadProcessSettings(error)) FailStart(*error);
@@ -52,6 +62,7 @@ std::shared_ptr<Shared> Start(const std::string& name, std::string* error) {
   if (!OpenLog(name, settings.log_target, settings.log_level, error)) FailStart(*error);
   umask(S_IRWXG | S_IRWXO);  // what the daemon stores is its own
   auto shared = std::make_shared<Shared>();
+  shared->status_board.Show("log", LogStatus);
   shared->lock = ProcessLock::Take(settings.state_directory, error);
   if (shared->lock == nullptr) FailStart(*error);
   shared->loop = EventLoop::Create();

@@ -128,6 +128,8 @@ class StartupTest(DaemonTest):
         with daemon.start().session() as s:
             for i in range(40):
                 s.edit(profile(f"p{i}", "l3", 1), default="replace")
+        shown = subprocess.check_output([ACLCTL, "--socket", daemon.socket, "show", "status"])
+        self.assertRegex(shown.decode(), "log +warning +stderr, level debug; .* lost: [1-9]")
         os.read(reader, 4096)
         self.assertEqual(daemon.stop(), 0)
         self.assertIn(b" [log lines dropped before this one: ", os.read(reader, 4096))
