@@ -1,6 +1,7 @@
 // What a difference does to that which joins units.
 #include "host/cdb/config_changes.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -36,22 +37,29 @@ class Collector {
 
   void VisitProfile(const lyd_node* node, DiffOperation operation) {
     const bool stays = operation == DiffOperation::kNone;
-    ProfileChange profile = {node, operation, "", "", 0, 0};
+    ProfileChange profile = {node, operation, "", "", 0, {}, {}};
     const lyd_node* child;
     LY_LIST_FOR(lyd_child(node), child) {
       if (child->schema->nodetype == LYS_LIST) {
         const DiffOperation entry = DiffOperationOf(child, operation);
-        if (!stays || entry == DiffOperation::kCreate) profile.entries += 1;
-        if (stays && entry == DiffOperation::kDelete) profile.entries -= 1;
+        if (entry == DiffOperation::kCreate) profile.added.push_back(AcePriorityOf(child));
+        if (entry == DiffOperation::kDelete) profile.removed.push_back(AcePriorityOf(child));
       } else if (const lyd_node* priority = PriorityIn(child)) {
         profile.priority = std::atoi(TextOf(priority));
         if (stays) changes_.priorities.push_back(priority);
       }
     }
-    if (stays && profile.entries == 0) return;
+    if (stays && profile.added.empty() && profile.removed.empty()) return;
+    std::sort(profile.added.begin(), profile.added.end());
+    std::sort(profile.removed.begin(), profile.removed.end());
     profile.type = ChildText(node, "acl-type");
     profile.name = ChildText(node, "acl-name");
     changes_.profiles.push_back(std::move(profile));
+  }
+
+  // The schema has it in the range of 16 bits. It is the key, so it is the first child.
+  static uint16_t AcePriorityOf(const lyd_node* entry) {
+    return static_cast<uint16_t>(std::atoi(TextOf(lyd_child(entry))));
   }
 
   static const lyd_node* PriorityIn(const lyd_node* container) {

@@ -1,5 +1,5 @@
 // What a difference does to that which joins the configuration's units: the profiles, their
-// priorities and numbers of entries, and the bindings.
+// priorities and entries, and the bindings.
 #ifndef HOST_CDB_CONFIG_CHANGES_H_
 #define HOST_CDB_CONFIG_CHANGES_H_
 
@@ -14,11 +14,13 @@ namespace host {
 
 struct ProfileChange {
   const lyd_node* node;     // the profile's entry
-  DiffOperation operation;  // kNone: it stays, with more or fewer entries
+  DiffOperation operation;  // kNone: it stays, with other entries
   std::string type;         // "l2" or "l3"
   std::string name;
-  int priority;     // of a profile that comes or goes
-  int64_t entries;  // that come or go with it; more or (negative) fewer of one that stays
+  int priority;  // of a profile that comes or goes
+  // Priorities of the entries that come, and of those that go, each ascending.
+  std::vector<uint16_t> added;
+  std::vector<uint16_t> removed;
 };
 
 struct BindingChange {

@@ -1,6 +1,6 @@
-// What joins the configuration's units, beside the running tree: the profiles by name, who binds
-// them, and how many filter entries that takes. Changed by each commit's difference, at the cost of
-// the difference.
+// What joins the configuration's units, beside the running tree: the profiles by name with the
+// priorities of their entries, who binds them, how many filter entries that takes, and where each
+// of these comes from. Changed by each commit's difference, at the cost of the difference.
 //
 // Every binding puts a copy of its profile's entries into the group of the profile's type, so what
 // a group needs is the sum of that over the bindings.
@@ -9,12 +9,14 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "host/cdb/config_changes.h"
 #include "host/cdb/datastore.h"
+#include "host/runtime/entry_origins.h"
 
 namespace host {
 
@@ -22,7 +24,8 @@ class ConfigIndex {
  public:
   struct Profile {
     int priority = 0;
-    int64_t entries = 0;
+    // Copied before it is changed where a GroupOrigins shares it.
+    std::shared_ptr<AcePriorities> entries = std::make_shared<AcePriorities>();
   };
   // A valid configuration has each name with one type only.
   using ByType = std::map<std::string, Profile>;
@@ -45,6 +48,8 @@ class ConfigIndex {
 
   // Entries by group. Has both groups.
   const GroupNeeds& needs() const { return needs_; }
+  // Where the entries of the group `type` come from. Looks at all bindings.
+  std::shared_ptr<const GroupOrigins> OriginsOf(const std::string& type) const;
   // The `most` bindings that need most of the group `type`, the largest first. Looks at all.
   std::vector<Binding> CostliestBindings(const std::string& type, size_t most) const;
 

@@ -36,6 +36,10 @@ class CrossChecks {
 
   // What the groups need now.
   const GroupNeeds& needs() const { return index_.needs(); }
+  // Where the entries of the group `type` come from.
+  std::shared_ptr<const GroupOrigins> OriginsOf(const std::string& type) const {
+    return index_.OriginsOf(type);
+  }
 
  private:
   DatastoreErrors CheckCapacity(const GroupNeeds& before) const;

@@ -95,6 +95,9 @@ class LibyangDatastore : public Datastore {
 
   const GroupNeeds& Needs() const override { return checks_.needs(); }
   std::optional<uint32_t> GroupCapacity() const override { return capacity_; }
+  std::shared_ptr<const GroupOrigins> OriginsOf(const std::string& type) const override {
+    return checks_.OriginsOf(type);
+  }
 
   std::vector<CommitInfo> History(size_t most) const override {
     return storage() != nullptr ? storage()->History(most) : std::vector<CommitInfo>();

@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "host/cdb/yang_tree.h"
+#include "host/runtime/entry_origins.h"
 
 namespace host {
 
@@ -164,6 +165,8 @@ class Datastore {
   // What the running configuration needs, and what there is.
   virtual const GroupNeeds& Needs() const = 0;
   virtual std::optional<uint32_t> GroupCapacity() const = 0;
+  // Where the entries of the group `type`, "l2" or "l3", come from in the running configuration.
+  virtual std::shared_ptr<const GroupOrigins> OriginsOf(const std::string& type) const = 0;
 
   // The last `most` commits, the latest first. Without a state directory there is no history.
   virtual std::vector<CommitInfo> History(size_t most) const = 0;

@@ -135,7 +135,8 @@ class HandlerSubscriptions {
     handler_->ApplyInitialConfig();
   }
 
-  void OnCommit(const lyd_node* diff, host::CommitFacts* facts) {
+  // Tells `origins` when a part is not taken, before what was taken is submitted.
+  void OnCommit(const lyd_node* diff, host::EntryOriginSource* origins, host::CommitFacts* facts) {
     bool touched = false;
     for (const auto& [iteration, callback] : points_) touched = touched || iteration.Touched(diff);
     if (!touched) return;
@@ -146,6 +147,7 @@ class HandlerSubscriptions {
       if (facts->not_taken == 0) facts->first_not_taken = not_taken.first;
       facts->not_taken += not_taken.count;
     }
+    if (facts->not_taken > 0) origins->Distrust();
     handler_->ApplyCommitConfig();
   }
 
@@ -163,9 +165,11 @@ class AppInterface::Impl : private host::CommitObserver {
       : loop_(host::LoopOf(mw)),
         submissions_(host::SubmissionsOf(mw)),
         board_(host::StatusBoardOf(mw)),
+        origins_(host::OriginsOf(mw)),
         datastore_(OpenDatastore(submissions_.get())),
         service_(datastore_.get()),
         interface_(service_.OpenSession(CDB_RUNNING)) {
+    origins_->Set([this](const std::string& type) { return datastore_->OriginsOf(type); });
     const auto providers = host::StateProvidersOf(mw);
     datastore_->Operational().SetProviders(providers);
     shown_ = providers->Add({"acl-app-commits", "commits", [this](const ly_ctx* context) {
@@ -192,6 +196,7 @@ class AppInterface::Impl : private host::CommitObserver {
   }
 
   ~Impl() override {
+    origins_->Set(nullptr);
     submissions_->SetOnSettled(nullptr);
     datastore_->RemoveObserver(this);
     for (const char* part : {"storage", "commits"}) board_->Show(part, nullptr);
@@ -242,7 +247,7 @@ class AppInterface::Impl : private host::CommitObserver {
   void OnCommit(const lyd_node* diff, const host::CommitInfo& commit) override {
     Watched(commit, /*at_start=*/false, [this, diff](host::CommitFacts* facts) {
       for (HandlerSubscriptions& subscriptions : subscriptions_)
-        subscriptions.OnCommit(diff, facts);
+        subscriptions.OnCommit(diff, origins_.get(), facts);
     });
     if (host::CountNodes(diff) >= kBulkNodes)
       trim_ = loop_->After(kTrimDelay, [] { host::GiveBackMemory(); });
@@ -252,7 +257,7 @@ class AppInterface::Impl : private host::CommitObserver {
   void OnRecovery(const lyd_node* diff, const host::CommitInfo& commit) override {
     Watched(commit, /*at_start=*/false, [this, diff](host::CommitFacts* facts) {
       for (HandlerSubscriptions& subscriptions : subscriptions_) {
-        if (diff != nullptr) subscriptions.OnCommit(diff, facts);
+        if (diff != nullptr) subscriptions.OnCommit(diff, origins_.get(), facts);
       }
       if (submissions_->held().empty()) return;
       submissions_->Take();  // was held back
@@ -264,6 +269,7 @@ class AppInterface::Impl : private host::CommitObserver {
   const std::shared_ptr<host::EventLoop> loop_;
   const std::shared_ptr<host::Submissions> submissions_;
   const std::shared_ptr<host::StatusBoard> board_;
+  const std::shared_ptr<host::EntryOriginSource> origins_;
   host::CommitOutcomes outcomes_;
   const std::unique_ptr<Datastore> datastore_;
   host::CdbService service_;

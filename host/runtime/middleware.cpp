@@ -24,6 +24,7 @@ struct Shared {
   StateProviders state_providers;
   Submissions submissions;
   StatusBoard status_board;
+  EntryOriginSource origins;
   std::vector<std::unique_ptr<Watch>> signal_watches;
 };
 
@@ -102,6 +103,10 @@ std::shared_ptr<Submissions> SubmissionsOf(qzmw_t* mw) {
 
 std::shared_ptr<StatusBoard> StatusBoardOf(qzmw_t* mw) {
   return {mw->shared, &mw->shared->status_board};
+}
+
+std::shared_ptr<EntryOriginSource> OriginsOf(qzmw_t* mw) {
+  return {mw->shared, &mw->shared->origins};
 }
 
 void NotifyReady() { sd_notify(0, "READY=1"); }

@@ -10,6 +10,7 @@
 #include "host/cdb/edit_node.h"
 #include "host/cdb/schema.h"
 #include "tests/host/cdb/edit_maker.h"
+#include "tests/host/cdb/merged_origins.h"
 #include "tests/host/cdb/support.h"
 
 namespace host {
@@ -257,6 +258,7 @@ TEST_P(PropertyTest, SmallTreesEqualWholeTrees) {
     ASSERT_EQ(NeedsOf(datastore->Running()), datastore->Needs()) << place;
     if (accept) {
       ASSERT_EQ(preview.then, datastore->Needs()) << place;
+      ASSERT_EQ(MergedOrigins(datastore->Running()), ToldOrigins(*datastore)) << place;
     }
     if (accept) ++accepted;
     if (!accept && errors.back().tag == "resource-denied") ++too_large;
