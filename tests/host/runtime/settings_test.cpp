@@ -49,7 +49,7 @@ TEST(SettingsTest, RefusesBadFilesWithPlaceAndReason) {
       {"state_directory = var\n", "state_directory must be an absolute path"},
       {"yang_directory =\n", "yang_directory must be an absolute path"},
       {"startup_file = f.json\n", "startup_file must be an absolute path"},
-      {"filter_backend = nft\n", "filter_backend must be one of: kernel, nftables, memory"},
+      {"filter_backend = nft\n", "filter_backend must be one of: kernel, bpf, nftables, memory"},
       {"log_level = loud\n", "log_level must be one of: trace, debug, info, warning, error"},
   };
   for (const auto& c : cases) {
