@@ -22,7 +22,7 @@ class MemoryBackend : public Backend {
   std::map<std::string, PortState> Ports() const override { return {}; }
 
  private:
-  const Standing standing_;
+  const Standing standing_ = {};
 };
 
 }  // namespace host

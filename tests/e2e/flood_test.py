@@ -21,7 +21,7 @@ CLONE_NEWUSER, CLONE_NEWNET = 0x10000000, 0x40000000
 COMMITS = int(os.environ.get("ACL_FLOOD_COMMITS", 20))
 ROUNDS = max(1, COMMITS // 20)  # of each way in which an interface appears
 ENTRIES = int(os.environ.get("ACL_FLOOD_ENTRIES", 50))
-BACKENDS = os.environ.get("ACL_FLOOD_BACKENDS", "kernel").split()
+BACKENDS = os.environ.get("ACL_FLOOD_BACKENDS", "nftables bpf").split()
 LAST = 65535  # of the entry that moves, behind all others
 MATCH = {"l2": "<source-mac-address>02:00:00:00:00:01</source-mac-address>",
          "l3": "<destination-ipv4-address><mask><ip>10.0.0.0/30</ip></mask>"
@@ -64,6 +64,7 @@ def denying(place, there):
 # What moves from where to where and back, and the frames that look: of those that pass both ports
 # only a move in their own direction must let none through.
 MOVES = {
+    "between the groups": (("first-l2", VICTIM), ("first-l3", VICTIM)),
     "between profiles": (("first-l3", VICTIM), ("second-l3", VICTIM)),
     "between ports": (("port0", MOVER_B), ("port1", MOVER_A)),
 }
@@ -110,8 +111,9 @@ class FloodTest(DaemonTest):
         return ({kind: n - old[kind] for kind, n in new.items()}
                 for old, new in zip(before, (self.flood.arrived(), self.flood.passed())))
 
-    def move(self, name, places):
-        """Moves the deny to and fro under a flood."""
+    def move(self, name, places, in_flight):
+        """Moves the deny to and fro under a flood. `in_flight`: a frame that is on its way from
+        one group to the other in the moment of the switch may come through."""
         for _, kind in places:  # nothing else stops them
             arrived, passed = self.count(lambda kind=kind: self.flood.send_some(kind))
             self.assertGreater(passed[kind], 0)
@@ -131,15 +133,18 @@ class FloodTest(DaemonTest):
         print(f"{name}: {COMMITS} commits in {time.monotonic() - start:.1f} s, "
               f"{sum(arrived.values())} frames, {leaked} leaked, {lost} lost")
         self.assertGreater(arrived[WITNESS], COMMITS)
-        self.assertEqual((leaked, lost), (0, 0))
+        self.assertEqual(lost, 0)
+        self.assertLessEqual(leaked, COMMITS if in_flight else 0)
 
     def test_moves_of_a_deny(self):
         for backend in BACKENDS:
             self.prepare(backend)
             for name, places in MOVES.items():
                 with self.subTest(name, backend=backend):
-                    self.move(f"{backend}, {name}", places)
+                    self.move(f"{backend}, {name}", places,
+                              in_flight=backend == "nftables" and name == "between the groups")
             self.doCleanups()
+            self.setUp()
 
     def test_interfaces_that_appear(self):
         for backend in BACKENDS:
@@ -156,6 +161,7 @@ class FloodTest(DaemonTest):
                     if not alive:
                         daemon.start()
             self.doCleanups()
+            self.setUp()
 
     def appear(self, name, commands, leaks_nothing):
         """Takes the interface away and has one come in its place, into which frames flow."""
