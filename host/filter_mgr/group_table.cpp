@@ -86,7 +86,7 @@ Standing GroupTable::Refuse(FilterMgrError error) {
 }
 
 Standing GroupTable::Publish() {
-  const Standing standing =
+  Standing standing =
       hold_.empty() ? backend_->Publish() : Standing{Standing::kPending, FILTER_MGR_OK, hold_};
   Note(standing);
   return standing;

@@ -19,7 +19,7 @@ constexpr size_t kRow = 4;
 struct EffectHash {
   size_t operator()(const Rule& rule) const {
     return classifier::Hash(rule.value) * 31 + classifier::Hash(rule.mask) + rule.action +
-           rule.pcp * 16U;
+           (size_t{rule.pcp} << 4);
   }
 };
 struct EffectEqual {

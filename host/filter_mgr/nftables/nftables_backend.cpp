@@ -12,7 +12,6 @@
 namespace host {
 namespace {
 
-using FiltersCommon::FiltersEntry;
 using FiltersCommon::FiltersGroup;
 
 const std::vector<RulePtr>& NoRules() {

@@ -37,6 +37,7 @@ std::vector<RulePtr> Jumps(const Layout& layout) {
 
 std::vector<const Rule*> Pointers(const std::vector<RulePtr>& rules) {
   std::vector<const Rule*> pointers;
+  pointers.reserve(rules.size());
   for (const RulePtr& rule : rules) pointers.push_back(rule.get());
   return pointers;
 }
