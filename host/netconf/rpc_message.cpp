@@ -146,6 +146,25 @@ const lyd_node* FindSurplus(const lyd_node* first, bool one_only) {
   return nullptr;
 }
 
+// The one <config> among the parameters, or within one of them, when it is there and empty.
+lyd_node_any* FindEmptyConfig(lyd_node* first) {
+  for (lyd_node* node = first; node != nullptr; node = node->next) {
+    if (node->schema == nullptr) continue;
+    if (node->schema->nodetype == LYS_CONTAINER) {
+      if (lyd_node_any* within = FindEmptyConfig(lyd_child(node))) return within;
+    }
+    auto* any = reinterpret_cast<lyd_node_any*>(node);
+    if ((node->schema->nodetype & LYS_ANYDATA) != 0 && std::strcmp(LYD_NAME(node), "config") == 0 &&
+        any->value_type == LYD_ANYDATA_DATATREE && any->value.tree == nullptr) {
+      return any;
+    }
+  }
+  return nullptr;
+}
+
+// More than any message has around its configuration.
+constexpr int kEnvelopeDepth = 16;
+
 }  // namespace
 
 RpcMessage::RpcMessage(std::string text, bool cut, int max_depth, size_t max_elements,
@@ -180,9 +199,46 @@ RpcMessage::RpcMessage(std::string text, bool cut, int max_depth, size_t max_ele
                        "a message of those who may only read has at most " +
                            std::to_string(max_elements) + " elements",
                        "", "", ""});
-  } else {
+  } else if (!ParseApart()) {
     ParseOperation();
   }
+}
+
+// Parses the configuration in the message apart from what is around it: strictly, which takes half
+// the time, since the parser of whole messages reads every value and key twice to find out what it
+// cannot place. What that refuses is for ParseOperation() to diagnose: false, and nothing is
+// changed. When it succeeds the text of the configuration is given up.
+bool RpcMessage::ParseApart() {
+  if (!root_valid_ || outline_.foreign_attributes || outline_.config.empty()) return false;
+  const size_t begin = outline_.config.data() - text_.data();
+  std::string around = text_.substr(0, begin);
+  around.append(text_, begin + outline_.config.size());
+  ly_in* in = nullptr;
+  if (ly_in_new_memory(around.c_str(), &in) != LY_SUCCESS) return false;
+  lyd_node *envelope = nullptr, *operation = nullptr, *content = nullptr;
+  LY_ERR result =
+      lyd_parse_op(context_, nullptr, in, LYD_XML, LYD_TYPE_RPC_NETCONF, &envelope, &operation);
+  ly_in_free(in, 0);
+  Tree parsed_envelope(envelope), parsed_operation(operation);
+  lyd_node_any* config = result == LY_SUCCESS ? FindEmptyConfig(lyd_child(operation)) : nullptr;
+  if (config != nullptr) {
+    const std::string document = ConfigDocument(outline_);
+    result = lyd_parse_data_mem(context_, document.c_str(), LYD_XML,
+                                LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &content);
+  }
+  if (config == nullptr || result != LY_SUCCESS || content == nullptr) {
+    lyd_free_all(content);
+    TakeLibyangReason(context_);
+    return false;
+  }
+  config->value.tree = content;
+  envelope_ = std::move(parsed_envelope);
+  operation_ = std::move(parsed_operation);
+  text_ = std::move(around);
+  outline_ = ScanXml(text_, kEnvelopeDepth);
+  schema_ = operation_->schema;
+  CheckShape();
+  return true;
 }
 
 void RpcMessage::ParseOperation() {

@@ -45,6 +45,7 @@ class RpcMessage {
   std::string ReplyChildNamespace() const;
 
  private:
+  bool ParseApart();
   void ParseOperation();
   void CheckShape();
   void CheckAttributes();

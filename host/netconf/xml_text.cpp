@@ -114,12 +114,23 @@ class TagScan {
 
   bool foreign_attributes() const { return foreign_attributes_; }
   bool namespaces_missing() const { return namespaces_missing_; }
+  // The declarations in scope in the element that was opened last, each prefix once.
+  std::vector<std::pair<std::string_view, std::string_view>> DeclarationsInScope() const {
+    std::vector<std::pair<std::string_view, std::string_view>> found;
+    for (auto declared = declared_.rbegin(); declared != declared_.rend(); ++declared) {
+      const auto same = [&](const auto& other) { return other.first == declared->prefix; };
+      if (std::none_of(found.begin(), found.end(), same))
+        found.emplace_back(declared->prefix, declared->value);
+    }
+    return found;
+  }
 
  private:
   static constexpr int kParameterDepth = 2;  // <rpc>, operation, parameter
 
   struct Declaration {
     std::string_view prefix;
+    std::string_view value;  // as written
     bool is_netconf;
     int depth;
   };
@@ -130,7 +141,8 @@ class TagScan {
     for (std::string_view rest = attributes; TakeAttribute(&rest, &attribute);) {
       if (++count > kMaxAttributes) return Fault::kTooManyAttributes;
       if (attribute.declares) {
-        declared_.push_back({attribute.name, attribute.value == kNetconfNamespace, depth});
+        declared_.push_back(
+            {attribute.name, attribute.value, attribute.value == kNetconfNamespace, depth});
         ++declarations;
       } else if (attribute.name == "select" && attribute.value.size() > kMaxSelectBytes) {
         return Fault::kSelectTooLong;
@@ -278,7 +290,79 @@ XmlOutline::Fault ForEachStartTag(std::string_view message, const Open& open) {
   return depth != 0 || !any ? Fault::kMalformed : Fault::kNone;
 }
 
+// Finds the content of a <config>: see XmlOutline.
+class ConfigScan {
+ public:
+  // `tag` is a start tag within `message`, without its brackets, of an element below `depth`
+  // others; `tags` has opened it.
+  void Open(std::string_view message, std::string_view tag, int depth, const TagScan& tags) {
+    const size_t start = tag.data() - message.data();
+    if (depth_ >= 0 && depth > depth_) {
+      if (depth == depth_ + 1) ++elements_;
+      return;
+    }
+    if (depth_ >= 0 && end_ == 0) end_ = start;
+    depth_ = -1;
+    const std::string_view name = tag.substr(0, tag.find_first_of(" \t\r\n/"));
+    if (depth == kParameterDepth) in_source_ = LocalName(name) == "source";
+    const bool parameter = depth == kParameterDepth || (depth == kParameterDepth + 1 && in_source_);
+    if (!parameter || LocalName(name) != "config" || tag.back() == '/') return;
+    ++found_;
+    depth_ = depth;
+    name_ = name;
+    begin_ = start + tag.size() + 1;
+    declarations_ = tags.DeclarationsInScope();
+  }
+
+  void Finish(std::string_view message, XmlOutline* outline) {
+    if (found_ != 1 || elements_ != 1) return;
+    // The last end tag before what follows. One in a comment there would be taken for it, which
+    // makes the content no document.
+    const std::string tag = "</" + std::string(name_);
+    const std::string_view rest = message.substr(0, end_ != 0 ? end_ : message.size());
+    const size_t end = rest.rfind(tag);
+    if (end == std::string_view::npos || end < begin_) return;
+    outline->config = message.substr(begin_, end - begin_);
+    outline->config_declarations = std::move(declarations_);
+  }
+
+ private:
+  static constexpr int kParameterDepth = 2;  // <rpc>, operation, parameter
+
+  int depth_ = -1;  // of the <config> that is open, -1: none is
+  bool in_source_ = false;
+  std::string_view name_;
+  size_t begin_ = 0;     // of its content
+  size_t end_ = 0;       // where the next element outside starts, 0: there is none
+  size_t found_ = 0;     // such elements
+  size_t elements_ = 0;  // within them
+  std::vector<std::pair<std::string_view, std::string_view>> declarations_;
+};
+
 }  // namespace
+
+std::string ConfigDocument(const XmlOutline& outline) {
+  const std::string_view content = outline.config;
+  const size_t start = content.find_first_not_of(kBlanks);
+  if (start == std::string_view::npos || content[start] != '<') return "";
+  const size_t end = FindTagEnd(content, start + 1);
+  if (end == std::string_view::npos || SkipOther(content, start) != 0) return "";
+  const size_t name_end = content.find_first_of(" \t\r\n/>", start);
+  std::string document(content.substr(start, name_end - start));
+  for (const auto& [prefix, value] : outline.config_declarations) {
+    Attribute own;
+    bool declared = false;
+    for (std::string_view rest = content.substr(name_end, end - name_end);
+         TakeAttribute(&rest, &own);) {
+      declared |= own.declares && own.name == prefix;
+    }
+    if (declared) continue;
+    const char quote = value.find('"') == std::string_view::npos ? '"' : '\'';
+    document.append(prefix.empty() ? " xmlns" : " xmlns:").append(prefix).append("=");
+    document.append(1, quote).append(value).append(1, quote);
+  }
+  return document.append(content.substr(name_end));
+}
 
 std::string XmlEscape(std::string_view text) {
   std::string escaped;
@@ -345,15 +429,18 @@ XmlOutline ScanXml(std::string_view message, int max_depth) {
   outline.fault = Fault::kMalformed;
   if (message.find('\0') != std::string_view::npos) return outline;
   TagScan tags;
+  ConfigScan config;
   bool too_deep = false;
   outline.fault = ForEachStartTag(message, [&](std::string_view tag, int depth) {
     ++outline.elements;
     const Fault fault = too_deep ? Fault::kNone : tags.Open(tag, depth);
     if (fault != Fault::kNone) return fault;
     if (outline.root.empty()) ReadRoot(tag, &outline);
+    config.Open(message, tag, depth, tags);
     too_deep |= tag.back() != '/' && depth >= max_depth;
     return Fault::kNone;
   });
+  if (outline.fault == Fault::kNone) config.Finish(message, &outline);
   outline.foreign_attributes = tags.foreign_attributes();
   outline.namespaces_missing = tags.namespaces_missing();
   if (outline.fault == Fault::kNone && too_deep) outline.fault = Fault::kTooDeep;

@@ -4,6 +4,8 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "host/cdb/edit.h"
 
@@ -55,7 +57,16 @@ struct XmlOutline {
   bool foreign_attributes = false;
   // An element, or an attribute that may be an edit operation, has no namespace.
   bool namespaces_missing = false;
+  // Content of the one <config> that is a parameter, or within <source>, and the namespace
+  // declarations in scope there, by prefix ("" for the default). Empty when there is none, or more
+  // than one, or when it holds anything but one element.
+  std::string_view config;
+  std::vector<std::pair<std::string_view, std::string_view>> config_declarations;
 };
+
+// The one element that is the outline's `config`, with the declarations that it relies on, as a
+// document of its own. Empty when it has none.
+std::string ConfigDocument(const XmlOutline& outline);
 
 // Scans `message` without building anything, so that the recursive parser behind it is safe from
 // deep nesting and from what takes it long. Only as strict as that needs: a message without fault
