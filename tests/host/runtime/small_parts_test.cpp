@@ -1,12 +1,16 @@
 // The parts of the platform that are a function or two: interface ids, what is logged of a text,
 // the registry of state providers.
 #include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <string>
 
 #include "host/limid/limid.h"
 #include "host/runtime/log_text.h"
 #include "host/runtime/state_providers.h"
+#include "host/runtime/watchdog.h"
 #include "platform/limid/limid.h"
 
 namespace host {
@@ -51,6 +55,26 @@ TEST(LogTextTest, CutsAndEscapesWhatCouldMislead) {
   EXPECT_EQ(LogText(start + "y"), start + "y");
   EXPECT_EQ(LogText(start + "\u00e9" + std::string(900000, 'z')),
             start + "... (and 900002 octets)");
+}
+
+TEST(WatchdogTest, IsFedWhereItWatchesAndOnceASecondAtMost) {
+  const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0);
+  const std::string name = "acl-app-test." + std::to_string(getpid());
+  sockaddr_un address = {};  // an abstract one: unix(7)
+  address.sun_family = AF_UNIX;
+  name.copy(address.sun_path + 1, sizeof(address.sun_path) - 1);
+  const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+  ASSERT_EQ(0, bind(fd, reinterpret_cast<const sockaddr*>(&address), length));
+  setenv("NOTIFY_SOCKET", ("@" + name).c_str(), 1);
+  setenv("WATCHDOG_USEC", "1000000", 1);
+  for (int i = 0; i < 1000; ++i) FeedWatchdog();
+  char message[32] = {};
+  ASSERT_EQ(10, recv(fd, message, sizeof(message), 0));
+  EXPECT_STREQ("WATCHDOG=1", message);
+  int more = 0;
+  while (recv(fd, message, sizeof(message), 0) > 0) ++more;
+  EXPECT_LE(more, 1);
+  close(fd);
 }
 
 TEST(StateProvidersTest, RegistrationsEndWithTheirOwnersInAnyOrder) {
