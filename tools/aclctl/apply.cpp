@@ -28,7 +28,7 @@ class Progress {
   }
 
  private:
-  static constexpr size_t kLarge = 256 * 1024;
+  static constexpr size_t kLarge = size_t{256} * 1024;
 
   const bool shown_;
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
