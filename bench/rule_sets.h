@@ -6,9 +6,9 @@
 // with earlier ones, so that prefixes nest. The fields are this system's: the destination port is
 // exact or any, there is no source port, and there are sets that match the link layer.
 //
-// `acl` has the figures of the published seed acl1. For firewalls and IP chains the figures follow
-// what the paper says of these families (wildcards for one side and few lengths there, all lengths
-// for both addresses here), with about as many masks as the published sets of 65,536 rules have.
+// `acl` has the prefix lengths of the published seed acl1, rounded, with further port values. The
+// figures of firewalls and IP chains are estimates of these families (wildcards for one side and
+// few lengths there, all lengths for both addresses here), not those of a published seed.
 #ifndef BENCH_RULE_SETS_H_
 #define BENCH_RULE_SETS_H_
 
