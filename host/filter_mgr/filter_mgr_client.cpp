@@ -4,9 +4,13 @@
 #include <sys/epoll.h>
 
 #include <algorithm>
+#include <cstring>
+#include <string>
 #include <vector>
 
+#include "host/filter_mgr/backend_names.h"
 #include "host/filter_mgr/backends.h"
+#include "host/filter_mgr/flush.h"
 #include "host/filter_mgr/group_state.h"
 #include "host/filter_mgr/group_table.h"
 #include "host/limid/limid.h"
@@ -138,6 +142,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
 
   void Resolve(const std::optional<host::Standing>& standing) {
     if (!standing) return;
+    updated_ = updated_ || standing->state != host::Standing::kRefused;
     constexpr host::FilterMgrError kWithdrawn = host::FILTER_MGR_ERR_WITHDRAWN;
     submissions_->Resolve(
         *standing, {host::Standing::kRefused, kWithdrawn, host::FilterMgrErrorText(kWithdrawn)});
@@ -149,8 +154,29 @@ class FilterMgrClient::Impl : private host::FilterControl {
     idle_ = loop_->Soon([this] {
       Finish();
       retired_.clear();
+      TakeOver();
       opened_.backend->Idle();
     });
+  }
+
+  // What another back end left in force goes once this one's filters are in force, not before: so a
+  // change of back end has no moment without a filter.
+  void TakeOver() {
+    const bool enforces = opened_.backend->name() != std::string(host::kMemoryBackend);
+    if (taken_over_ || !enforces || !updated_) return;
+    if (opened_.backend->standing().state != host::Standing::kInForce) return;
+    taken_over_ = true;
+    size_t ports = 0;
+    const int error = host::FlushBackends(opened_.backend->name(), &ports);
+    if (error != 0) {
+      Log(host::LogLevel::kWarning,
+          "the filters of another back end, if there are any, cannot be removed: %s (\"aclctl "
+          "flush\" removes all, while no daemon runs)",
+          std::strerror(-error));
+    } else if (ports > 0) {
+      Log(host::LogLevel::kInfo, "the filters of another back end are removed from %zu interfaces",
+          ports);
+    }
   }
 
   std::shared_ptr<host::EventLoop> loop_;
@@ -160,6 +186,8 @@ class FilterMgrClient::Impl : private host::FilterControl {
   std::vector<FiltersGroup> retired_;  // that were in force since the loop was idle last
   std::shared_ptr<host::Submissions> submissions_;
   BackendWatch watch_;
+  bool updated_ = false;  // groups were taken since the start; until then in force is what was left
+  bool taken_over_ = false;  // what other back ends had left
   std::unique_ptr<host::Watch> idle_;
   std::shared_ptr<const void> alive_ = std::make_shared<char>();
   host::StateProviders::Registration registration_;

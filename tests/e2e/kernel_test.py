@@ -75,10 +75,26 @@ class KernelTest(DaemonTest):
         self.commits_reach_frames("nftables")
 
     def test_the_same_by_tables(self):
+        self.need_tables()
+        self.commits_reach_frames("bpf")
+
+    def test_a_change_of_back_end_leaves_no_filter_behind(self):
+        self.need_tables()
+        for backend, there, gone in (("nftables", "acl-app/port0", "acl-app-guard"),
+                                     ("bpf", "acl-app-guard", "acl-app/port0"),
+                                     ("nftables", "acl-app/port0", "acl-app-guard")):
+            daemon = self.start(backend)
+            self.apply(daemon, (1, 80))
+            self.apply(daemon, (2, 443))  # an update of its own, whatever was stored
+            self.assertIn(there, self.tables())
+            self.assertNotIn(gone, self.tables())
+            self.assertEqual(daemon.stop(), 0)
+        self.assertEqual(self.aclctl(daemon, "flush").returncode, 0)
+
+    def need_tables(self):
         with open("/proc/self/uid_map") as ids:
             if ids.read().split()[2] != "4294967295" or not os.path.ismount("/sys/fs/bpf"):
                 self.skipTest("no BPF file system, or in a user namespace")
-        self.commits_reach_frames("bpf")
 
     def commits_reach_frames(self, backend):
         daemon = self.start(backend)
