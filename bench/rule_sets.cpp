@@ -15,7 +15,8 @@ struct Lengths {
   uint16_t weight;
 };
 
-// After the seed acl1, rounded: its pairs for rules without (first) and with ports, by their shares.
+// After the seed acl1, rounded: its pairs for rules without (first) and with ports, by their
+// shares.
 constexpr Lengths kAcl[] = {
     {0, 0, 2},    {0, 8, 2},    {8, 0, 2},     {0, 13, 1},  {23, 0, 1},   {23, 4, 1},
     {23, 15, 1},  {23, 16, 16}, {23, 24, 1},   {23, 26, 4}, {30, 22, 17}, {31, 22, 9},
