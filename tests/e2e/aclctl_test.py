@@ -199,7 +199,7 @@ class AclctlTest(DaemonTest):
             ("show config --bogus", ["bogus"]),
             ("show config --replace", ["show config does not take --replace"]),
             ("history --xml", ["history does not take --xml"]),
-            ("apply --json c.json", ["apply does not take --json"]),
+            ("apply --xml c.json", ["apply does not take --xml"]),
             ("flush -n 2", ["flush does not take -n"]),
             ("history -n x", ["number", '"x"']),
             ("history -n=", ["from 1 to 10000"]),

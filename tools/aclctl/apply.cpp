@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <memory>
 
 #include "tools/aclctl/commands.h"
 #include "tools/aclctl/edit_file.h"
@@ -34,30 +35,30 @@ class Progress {
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
-}  // namespace
-
-Failure Apply(const Arguments& arguments) {
+Failure Apply(const Common& common, const EditFile& file) {
   Client client;
   std::string config;
-  if (Failure failure = OpenWithEdit(arguments, &client, &config)) return failure;
+  if (Failure failure = OpenWithEdit(common, file, &client, &config)) return failure;
   const Progress progress(config.size());
   CommitReport report;
   if (Failure failure = report.Begin(&client)) return failure;
   host::Tree reply;
   Failure failure =
       client.Call(std::string("<edit-config><target><running/></target><default-operation>") +
-                      (arguments.replace ? "replace" : "merge") +
+                      (file.replace ? "replace" : "merge") +
                       "</default-operation><error-option>rollback-on-error</error-option><config>" +
                       config + "</config></edit-config>",
                   &reply);
   if (failure.code == kRefused) {
-    failure.message =
-        "the daemon refused " + arguments.operands[0] + "; the configuration is unchanged";
+    failure.message = "the daemon refused " + file.path + "; the configuration is unchanged";
   }
   if (!failure) progress.Done("checked and committed");
-  if (!failure) failure = report.Read(&client);
+  if (failure) return failure;
+  failure = report.Read(&client);
+  if (common.form == Form::kJson) report.PrintJson();
   if (failure) return failure;
   progress.Done("applied");
+  if (common.form == Form::kJson) return {};
   if (report.id().empty()) {
     std::puts("nothing to change");
   } else {
@@ -65,5 +66,16 @@ Failure Apply(const Arguments& arguments) {
   }
   return {};
 }
+
+Run SetUp(Syntax* syntax) {
+  const auto file = std::make_shared<EditFile>();
+  AddEditFile(syntax, file.get());
+  return [file](const Common& common) { return Apply(common, *file); };
+}
+
+}  // namespace
+
+const Command kApply = {"apply", Group::kConfigure, "merge a configuration into the running one",
+                        "aclctl apply examples/branch.json", SetUp};
 
 }  // namespace aclctl

@@ -1,7 +1,7 @@
 // Differences for people: see difference_text.h.
 #include "tools/aclctl/difference_text.h"
 
-#include "tools/aclctl/commands.h"
+#include "tools/aclctl/daemon_data.h"
 
 namespace aclctl {
 namespace {

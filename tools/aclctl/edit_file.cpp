@@ -113,18 +113,24 @@ Failure FromJson(Client* client, const std::string& path, const std::string& con
 
 }  // namespace
 
-Failure OpenWithEdit(const Arguments& arguments, Client* client, std::string* config) {
-  const std::string& path = arguments.operands[0];
+void AddEditFile(Syntax* syntax, EditFile* file) {
+  syntax->Operand("FILE", &file->path, "a configuration (.json or .xml)", Names::kFiles);
+  syntax->Flag("--replace", &file->replace, "it replaces the running one");
+}
+
+Failure OpenWithEdit(const Common& common, const EditFile& file, Client* client,
+                     std::string* config) {
+  const std::string& path = file.path;
   const bool json = EndsWith(path, ".json");
   if (!json && !EndsWith(path, ".xml")) {
     return {kUsage, "the name of " + path + " ends neither in .json nor in .xml", {}};
   }
   std::string content;
   if (Failure failure = ReadFile(path, &content)) return failure;
-  if (Failure failure = client->Open(arguments.socket)) return failure;
+  if (Failure failure = client->Open(common.socket)) return failure;
   Failure failure =
       json ? FromJson(client, path, content, config) : FromXml(*client, path, content, config);
-  if (failure || !arguments.replace || !config->empty()) return failure;
+  if (failure || !file.replace || !config->empty()) return failure;
   return {kFile,
           path + " holds no configuration to replace the running one with",
           {"to empty the configuration on purpose, use a file with {\"acl-app:config\": {}}"}};

@@ -18,26 +18,34 @@ Failure KernelFailure(int error) {
   return {kKernel, std::string("the kernel refused: ") + std::strerror(-error) + hint, {}};
 }
 
-}  // namespace
-
-Failure Flush(const Arguments& arguments) {
+Failure Flush(const Common& common) {
   // A running daemon would put its filters back at once.
-  const int daemon = host::ConnectTo(arguments.socket);
+  const int daemon = host::ConnectTo(common.socket);
   if (daemon >= 0) {
     close(daemon);
-    return {kRefused, "the daemon at " + arguments.socket + " is running; stop it first", {}};
+    return {kRefused, "the daemon at " + common.socket + " is running; stop it first", {}};
   }
   if (errno != ENOENT && errno != ECONNREFUSED) {
     return {kUnreachable,
-            "cannot tell whether the daemon at " + arguments.socket +
+            "cannot tell whether the daemon at " + common.socket +
                 " is running: " + std::strerror(errno),
             {}};
   }
   size_t ports = 0;
   const int error = host::FlushBackends("", &ports);
   if (error != 0) return KernelFailure(error);
-  std::printf("Filters of %zu %s removed.\n", ports, ports == 1 ? "port" : "ports");
+  if (common.form == Form::kJson) {
+    std::printf("{\"ports\": %zu}\n", ports);
+  } else {
+    std::printf("Filters of %zu %s removed.\n", ports, ports == 1 ? "port" : "ports");
+  }
   return {};
 }
+
+}  // namespace
+
+const Command kFlush = {
+    "flush", Group::kRecover, "remove all filters from the kernel; the daemon must not be running",
+    "systemctl stop acl-app && aclctl flush", [](Syntax* /*syntax*/) -> Run { return Flush; }};
 
 }  // namespace aclctl

@@ -3,8 +3,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <limits>
+#include <memory>
 
 #include "tools/aclctl/commands.h"
+#include "tools/aclctl/daemon_data.h"
 #include "tools/aclctl/difference_text.h"
 #include "tools/aclctl/outcome.h"
 #include "tools/aclctl/table.h"
@@ -37,19 +39,16 @@ Failure CheckCommit(const std::string& id) {
   return CheckNumber(id, "a commit", 0, std::numeric_limits<uint64_t>::max());
 }
 
-}  // namespace
-
-Failure History(const Arguments& arguments) {
-  const std::string& most = arguments.most;
+Failure History(const Common& common, const std::string& most) {
   if (Failure failure = CheckNumber(most, "the number of commits", 1, 10000)) return failure;
   Client client;
-  if (Failure failure = client.Open(arguments.socket)) return failure;
+  if (Failure failure = client.Open(common.socket)) return failure;
   host::Tree reply;
   std::string text;
   if (Failure failure = Call(&client, "get-history", "<most>" + most + "</most>", &reply, &text)) {
     return failure;
   }
-  if (arguments.json) return PrintOutput(&client, "get-history", text);
+  if (common.form == Form::kJson) return PrintOutput(&client, "get-history", text);
   Table table({{"COMMIT", Align::kRight},
                {"TIME (UTC)"},
                {"USER"},
@@ -65,17 +64,16 @@ Failure History(const Arguments& arguments) {
   return {};
 }
 
-Failure ShowCommit(const Arguments& arguments) {
-  const std::string& id = arguments.operands[0];
+Failure ShowCommit(const Common& common, const std::string& id) {
   if (Failure failure = CheckCommit(id)) return failure;
   Client client;
-  if (Failure failure = client.Open(arguments.socket)) return failure;
+  if (Failure failure = client.Open(common.socket)) return failure;
   host::Tree reply;
   std::string text;
   if (Failure failure = Call(&client, "get-commit", "<id>" + id + "</id>", &reply, &text)) {
     return failure;
   }
-  if (arguments.json) return PrintOutput(&client, "get-commit", text);
+  if (common.form == Form::kJson) return PrintOutput(&client, "get-commit", text);
   const std::string comment = ChildText(reply.get(), "comment");
   std::printf("commit %s by %s (session %s), %s UTC%s%s\n", id.c_str(),
               ChildText(reply.get(), "user").c_str(), ChildText(reply.get(), "session").c_str(),
@@ -85,11 +83,10 @@ Failure ShowCommit(const Arguments& arguments) {
   return {};
 }
 
-Failure Rollback(const Arguments& arguments) {
-  const std::string& id = arguments.operands[0];
+Failure Rollback(const Common& common, const std::string& id) {
   if (Failure failure = CheckCommit(id)) return failure;
   Client client;
-  if (Failure failure = client.Open(arguments.socket)) return failure;
+  if (Failure failure = client.Open(common.socket)) return failure;
   host::Tree reply;
   std::string text;
   CommitReport report;
@@ -101,7 +98,7 @@ Failure Rollback(const Arguments& arguments) {
   }
   if (failure) return failure;
   const std::string made = ChildText(reply.get(), "id");
-  if (arguments.json) {
+  if (common.form == Form::kJson) {
     if (Failure not_printed = PrintOutput(&client, "rollback", text)) return not_printed;
   } else if (made.empty()) {
     std::printf("the configuration is that of commit %s already\n", id.c_str());
@@ -111,5 +108,31 @@ Failure Rollback(const Arguments& arguments) {
   }
   return report.Read(&client);
 }
+
+Run SetUpHistory(Syntax* syntax) {
+  const auto most = std::make_shared<std::string>("20");
+  syntax->Option("-n", "N", most.get(), "how many (default 20)");
+  return [most](const Common& common) { return History(common, *most); };
+}
+
+// A command of one commit.
+template <Failure (*run)(const Common& common, const std::string& id)>
+Run SetUpCommit(Syntax* syntax) {
+  const auto id = std::make_shared<std::string>();
+  syntax->Operand("N", id.get(), "the commit's number", Names::kCommits);
+  return [id](const Common& common) { return run(common, *id); };
+}
+
+}  // namespace
+
+const Command kHistory = {
+    "history",    Group::kCommits, "the last commits: who, when, how much", "aclctl history -n 5",
+    SetUpHistory, kPaged};
+const Command kShowCommit = {"show commit",           Group::kCommits,
+                             "what a commit changed", "aclctl show commit 3",
+                             SetUpCommit<ShowCommit>, kPaged};
+const Command kRollback = {"rollback", Group::kCommits,
+                           "make the configuration what it was after a commit", "aclctl rollback 3",
+                           SetUpCommit<Rollback>};
 
 }  // namespace aclctl

@@ -1,17 +1,15 @@
-// What the daemon made of a commit, and aclctl show commits.
+// What the daemon made of a commit: see outcome.h.
 #include "tools/aclctl/outcome.h"
 
 #include <cstdio>
 #include <cstdlib>
+#include <nlohmann/json.hpp>
 #include <vector>
 
-#include "tools/aclctl/commands.h"
-#include "tools/aclctl/table.h"
+#include "tools/aclctl/daemon_data.h"
 
 namespace aclctl {
 namespace {
-
-using Align = Table::Align;
 
 // Fetches what `filter` selects within <commits>; `*commits` is null when the daemon has none.
 Failure FetchCommits(Client* client, const std::string& filter, host::Tree* reply,
@@ -81,7 +79,8 @@ Failure CommitReport::Read(Client* client) {
   in_force_ = InForce(commits, running);
   if (!own.empty()) {
     id_ = ChildText(own.back(), "id");
-    if (ChildText(own.back(), "result") == "applied") return {};
+    result_ = ChildText(own.back(), "result");
+    if (result_ == "applied") return {};
     return NotApplied(own.back(), id_, InForce(commits, ""));
   }
   if (running == before_) return {};
@@ -97,46 +96,12 @@ Failure CommitReport::Read(Client* client) {
   return {kProtocol, "the commit was made, but what became of it is no longer known", {}};
 }
 
-Failure ShowCommits(const Arguments& arguments) {
-  Client client;
-  if (Failure failure = client.Open(arguments.socket)) return failure;
-  std::string data;
-  host::Tree reply;
-  const lyd_node* commits = nullptr;
-  if (Failure failure = FetchState(&client, "<commits xmlns=\"urn:acl-app:commits\"/>", &data,
-                                   &reply, &commits)) {
-    return failure;
-  }
-  if (arguments.json || arguments.xml) {
-    return PrintData(arguments, &client, "acl-app-commits", data);
-  }
-  const std::string running = ChildText(commits, "running");
-  const std::string applied = ChildText(commits, "applied");
-  std::printf("running: commit %s\napplied: %s%s\n\n", running.c_str(),
-              applied.empty() ? "none since the start" : "commit ", applied.c_str());
-  Table groups({{"GROUP"}, {"COMMIT", Align::kRight}, {"ENTRIES", Align::kRight}});
-  for (const lyd_node* group : Children(commits, "group")) {
-    groups.AddRow({GroupName(group), ChildText(group, "commit"), ChildText(group, "entries")});
-  }
-  std::fputs((groups.Print() + "\n").c_str(), stdout);
-  Table table({{"COMMIT", Align::kRight},
-               {"TIME (UTC)"},
-               {"USER"},
-               {"SESSION", Align::kRight},
-               {"MS", Align::kRight},
-               {"RESULT"}});
-  for (const lyd_node* commit : Children(commits, "commit")) {
-    const double milliseconds = std::strtod(ChildText(commit, "duration").c_str(), nullptr) / 1000;
-    char duration[32];
-    std::snprintf(duration, sizeof(duration), "%.1f", milliseconds);
-    const std::string reason = ChildText(commit, "reason");
-    const std::string at_start = FindChild(commit, "at-start") != nullptr ? " at the start" : "";
-    table.AddRow({ChildText(commit, "id"), ShortTime(ChildText(commit, "time")),
-                  ChildText(commit, "user"), ChildText(commit, "session-id"), duration,
-                  ChildText(commit, "result") + at_start + (reason.empty() ? "" : ": " + reason)});
-  }
-  std::fputs(table.Print().c_str(), stdout);
-  return {};
+void CommitReport::PrintJson() const {
+  nlohmann::json report = nlohmann::json::object();
+  if (!id_.empty()) report["commit"] = std::strtoull(id_.c_str(), nullptr, 10);
+  report["result"] = result_;
+  report["in-force"] = in_force_;
+  std::printf("%s\n", report.dump(2).c_str());
 }
 
 }  // namespace aclctl

@@ -20,12 +20,15 @@ class CommitReport {
 
   // After Read(): the commit's number, empty when there was nothing to commit.
   const std::string& id() const { return id_; }
+  // Prints the commit to standard output: its number, its result and what is in force.
+  void PrintJson() const;
   // What is in force now, such as "L2 9 entries, L3 20 entries".
   const std::string& in_force() const { return in_force_; }
 
  private:
   std::string before_;  // the last commit before
   std::string id_;
+  std::string result_ = "unchanged";
   std::string in_force_;
 };
 

@@ -1,8 +1,10 @@
 // aclctl diff and check.
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 
 #include "tools/aclctl/commands.h"
+#include "tools/aclctl/daemon_data.h"
 #include "tools/aclctl/difference_text.h"
 #include "tools/aclctl/edit_file.h"
 #include "tools/aclctl/table.h"
@@ -13,19 +15,19 @@ namespace {
 using Align = Table::Align;
 
 // Sends the edit in the file to the operation `name` of acl-app-history.
-Failure Call(const Arguments& arguments, const std::string& name, Client* client, host::Tree* reply,
-             std::string* text) {
+Failure Call(const Common& common, const EditFile& file, const std::string& name, Client* client,
+             host::Tree* reply, std::string* text) {
   std::string config;
-  if (Failure failure = OpenWithEdit(arguments, client, &config)) return failure;
+  if (Failure failure = OpenWithEdit(common, file, client, &config)) return failure;
   Failure failure =
       client->Call("<" + name + " xmlns=\"urn:acl-app:history\"><default-operation>" +
-                       (arguments.replace ? "replace" : "merge") + "</default-operation><config>" +
+                       (file.replace ? "replace" : "merge") + "</default-operation><config>" +
                        config + "</config></" + name + ">",
                    reply, text);
   if (failure.code == kRefused) {
     failure.message = failure.access_denied ? "access denied: the daemon did not look at "
                                             : "the daemon would refuse ";
-    failure.message += arguments.operands[0];
+    failure.message += file.path;
   }
   return failure;
 }
@@ -59,33 +61,51 @@ Failure RefusalIn(const lyd_node* reply, const std::string& file) {
   return failure;
 }
 
-}  // namespace
-
-Failure Diff(const Arguments& arguments) {
+Failure Diff(const Common& common, const EditFile& file) {
   Client client;
   host::Tree reply;
   std::string text;
-  if (Failure failure = Call(arguments, "compare", &client, &reply, &text)) return failure;
-  if (arguments.json) return PrintOutput(&client, "compare", text);
+  if (Failure failure = Call(common, file, "compare", &client, &reply, &text)) return failure;
+  if (common.form == Form::kJson) return PrintOutput(&client, "compare", text);
   std::fputs(PrintDifference(reply.get()).c_str(), stdout);
   return {};
 }
 
-Failure Check(const Arguments& arguments) {
+Failure Check(const Common& common, const EditFile& file) {
   Client client;
   host::Tree reply;
   std::string text;
-  if (Failure failure = Call(arguments, "check", &client, &reply, &text)) return failure;
-  Failure refusal = RefusalIn(reply.get(), arguments.operands[0]);
-  if (arguments.json) {
+  if (Failure failure = Call(common, file, "check", &client, &reply, &text)) return failure;
+  Failure refusal = RefusalIn(reply.get(), file.path);
+  if (common.form == Form::kJson) {
     if (Failure failure = PrintOutput(&client, "check", text)) return failure;
     return refusal;
   }
   PrintGroups(reply.get());
   if (refusal) return refusal;
-  std::printf("\n%s would be accepted, changes: %s\n", arguments.operands[0].c_str(),
+  std::printf("\n%s would be accepted, changes: %s\n", file.path.c_str(),
               ChildText(reply.get(), "changes").c_str());
   return {};
 }
+
+template <Failure (*run)(const Common& common, const EditFile& file)>
+Run SetUp(Syntax* syntax) {
+  const auto file = std::make_shared<EditFile>();
+  AddEditFile(syntax, file.get());
+  return [file](const Common& common) { return run(common, *file); };
+}
+
+}  // namespace
+
+const Command kDiff = {"diff",
+                       Group::kConfigure,
+                       "what applying a configuration would change",
+                       "aclctl diff examples/branch.json",
+                       SetUp<Diff>,
+                       kPaged};
+const Command kCheck = {
+    "check", Group::kConfigure,
+    "whether a configuration would be refused, and the filter entries before and after",
+    "aclctl check --replace examples/branch.json", SetUp<Check>};
 
 }  // namespace aclctl

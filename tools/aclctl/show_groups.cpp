@@ -1,8 +1,10 @@
 // aclctl show groups.
 #include <cctype>
 #include <cstdio>
+#include <memory>
 
 #include "tools/aclctl/commands.h"
+#include "tools/aclctl/daemon_data.h"
 #include "tools/aclctl/table.h"
 
 namespace aclctl {
@@ -89,11 +91,9 @@ void PrintGroup(const lyd_node* group, bool hits) {
   std::fputs(table.Print().c_str(), stdout);
 }
 
-}  // namespace
-
-Failure ShowGroups(const Arguments& arguments) {
+Failure ShowGroups(const Common& common, bool hits) {
   Client client;
-  if (Failure failure = client.Open(arguments.socket)) return failure;
+  if (Failure failure = client.Open(common.socket)) return failure;
   std::string data;
   host::Tree reply;
   const lyd_node* filters = nullptr;
@@ -101,16 +101,31 @@ Failure ShowGroups(const Arguments& arguments) {
                                    &reply, &filters)) {
     return failure;
   }
-  if (arguments.json || arguments.xml) {
-    return PrintData(arguments, &client, "acl-app-filters", data);
+  if (common.form != Form::kText) {
+    return PrintData(common.form, &client, "acl-app-filters", data);
   }
   bool first = true;
   for (const lyd_node* group : Children(filters, "group")) {
     if (!first) std::putchar('\n');
     first = false;
-    PrintGroup(group, arguments.hits);
+    PrintGroup(group, hits);
   }
   return {};
 }
+
+Run SetUp(Syntax* syntax) {
+  const auto hits = std::make_shared<bool>(false);
+  syntax->Flag("--hits", hits.get(), "with the frames that each entry decided");
+  return [hits](const Common& common) { return ShowGroups(common, *hits); };
+}
+
+}  // namespace
+
+const Command kShowGroups = {"show groups",
+                             Group::kLook,
+                             "what is programmed, in the order of evaluation",
+                             "aclctl show groups --hits",
+                             SetUp,
+                             kXml | kPaged};
 
 }  // namespace aclctl

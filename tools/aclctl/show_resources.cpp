@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "tools/aclctl/commands.h"
+#include "tools/aclctl/daemon_data.h"
 #include "tools/aclctl/table.h"
 
 namespace aclctl {
@@ -55,11 +56,9 @@ void PrintInterfaces(const lyd_node* resources) {
   if (!interfaces.empty()) std::printf("\n%s", table.Print().c_str());
 }
 
-}  // namespace
-
-Failure ShowResources(const Arguments& arguments) {
+Failure ShowResources(const Common& common) {
   Client client;
-  if (Failure failure = client.Open(arguments.socket)) return failure;
+  if (Failure failure = client.Open(common.socket)) return failure;
   std::string data;
   host::Tree reply;
   const lyd_node* status = nullptr;
@@ -68,12 +67,21 @@ Failure ShowResources(const Arguments& arguments) {
                      &reply, &status)) {
     return failure;
   }
-  if (arguments.json || arguments.xml) return PrintData(arguments, &client, "acl-app", data);
+  if (common.form != Form::kText) return PrintData(common.form, &client, "acl-app", data);
   const lyd_node* resources = FindChild(status, "acl-resources");
   PrintTotals(resources);
   PrintProfiles(resources);
   PrintInterfaces(resources);
   return {};
 }
+
+}  // namespace
+
+const Command kShowResources = {"show resources",
+                                Group::kLook,
+                                "filter entries: capacity and use",
+                                "aclctl show resources",
+                                [](Syntax* /*syntax*/) -> Run { return ShowResources; },
+                                kXml | kPaged};
 
 }  // namespace aclctl

@@ -1,7 +1,9 @@
 // aclctl show status, and aclctl recover.
 #include <cstdio>
+#include <memory>
 
 #include "tools/aclctl/commands.h"
+#include "tools/aclctl/daemon_data.h"
 #include "tools/aclctl/edit_file.h"
 #include "tools/aclctl/outcome.h"
 #include "tools/aclctl/schema.h"
@@ -28,22 +30,23 @@ void PrintDoubt(const lyd_node* storage) {
   std::puts("  aclctl recover empty       no configuration, and no filters");
 }
 
-Failure Recover(Client* client, const std::string& input) {
+Failure Recover(const Common& common, Client* client, const std::string& input) {
   host::Tree reply;
   Failure failure = client->Call("<recover xmlns=\"urn:acl-app:status\">" + input + "</recover>",
                                  &reply, nullptr);
   if (failure.code == kRefused) failure.message = "the daemon refused; nothing was changed";
   if (failure) return failure;
-  std::printf("commit %s ends the doubt\n", ChildText(reply.get(), "id").c_str());
   CommitReport report;
-  return report.Read(client);
+  if (common.form == Form::kText)
+    std::printf("commit %s ends the doubt\n", ChildText(reply.get(), "id").c_str());
+  failure = report.Read(client);
+  if (common.form == Form::kJson) report.PrintJson();
+  return failure;
 }
 
-}  // namespace
-
-Failure ShowStatus(const Arguments& arguments) {
+Failure ShowStatus(const Common& common) {
   Client client;
-  if (Failure failure = client.Open(arguments.socket)) return failure;
+  if (Failure failure = client.Open(common.socket)) return failure;
   std::string data;
   host::Tree reply;
   const lyd_node* daemon = nullptr;
@@ -51,7 +54,7 @@ Failure ShowStatus(const Arguments& arguments) {
           FetchState(&client, "<daemon xmlns=\"urn:acl-app:status\"/>", &data, &reply, &daemon)) {
     return failure;
   }
-  if (arguments.json || arguments.xml) return PrintData(arguments, &client, "acl-app-status", data);
+  if (common.form != Form::kText) return PrintData(common.form, &client, "acl-app-status", data);
   Table table({{"PART"}, {"STATE"}, {"DETAIL"}});
   for (const lyd_node* part : Children(daemon, "part"))
     table.AddRow({ChildText(part, "name"), ChildText(part, "state"), ChildText(part, "text")});
@@ -61,26 +64,55 @@ Failure ShowStatus(const Arguments& arguments) {
   return {};
 }
 
-Failure RecoverAccept(const Arguments& arguments) {
-  const std::string& id = arguments.operands[0];
+Failure RecoverAccept(const Common& common, const std::string& id) {
   if (id.empty() || id.size() > 19 || id.find_first_not_of("0123456789") != std::string::npos)
     return {kUsage, "a commit must be a number, not \"" + id + "\"", {}};
   Client client;
-  if (Failure failure = client.Open(arguments.socket)) return failure;
-  return Recover(&client, "<accept>" + id + "</accept>");
+  if (Failure failure = client.Open(common.socket)) return failure;
+  return Recover(common, &client, "<accept>" + id + "</accept>");
 }
 
-Failure RecoverEmpty(const Arguments& arguments) {
+Failure RecoverEmpty(const Common& common) {
   Client client;
-  if (Failure failure = client.Open(arguments.socket)) return failure;
-  return Recover(&client, "<empty/>");
+  if (Failure failure = client.Open(common.socket)) return failure;
+  return Recover(common, &client, "<empty/>");
 }
 
-Failure RecoverWith(const Arguments& arguments) {
+Failure RecoverWith(const Common& common, const EditFile& file) {
   Client client;
   std::string config;
-  if (Failure failure = OpenWithEdit(arguments, &client, &config)) return failure;
-  return Recover(&client, "<config>" + config + "</config>");
+  if (Failure failure = OpenWithEdit(common, file, &client, &config)) return failure;
+  return Recover(common, &client, "<config>" + config + "</config>");
 }
+
+Run SetUpAccept(Syntax* syntax) {
+  const auto id = std::make_shared<std::string>();
+  syntax->Operand("N", id.get(), "the commit, as show status tells it");
+  return [id](const Common& common) { return RecoverAccept(common, *id); };
+}
+
+Run SetUpWith(Syntax* syntax) {
+  const auto file = std::make_shared<EditFile>();
+  syntax->Operand("FILE", &file->path, "a configuration (.json or .xml)", Names::kFiles);
+  return [file](const Common& common) { return RecoverWith(common, *file); };
+}
+
+}  // namespace
+
+const Command kShowStatus = {"show status",
+                             Group::kLook,
+                             "how the daemon is: what to look at first",
+                             "aclctl show status",
+                             [](Syntax* /*syntax*/) -> Run { return ShowStatus; },
+                             kXml | kPaged};
+const Command kRecoverAccept = {"recover accept", Group::kRecover,
+                                "go on with the stored configuration that was found",
+                                "aclctl recover accept 12", SetUpAccept};
+const Command kRecoverWith = {"recover with", Group::kRecover,
+                              "go on with the configuration in a file",
+                              "aclctl recover with backup.json", SetUpWith};
+const Command kRecoverEmpty = {
+    "recover empty", Group::kRecover, "go on with no configuration, and no filters",
+    "aclctl recover empty", [](Syntax* /*syntax*/) -> Run { return RecoverEmpty; }};
 
 }  // namespace aclctl

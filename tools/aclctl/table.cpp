@@ -1,33 +1,55 @@
-// Text tables: see table.h.
+// Text tables, made by libsmartcols: see table.h.
 #include "tools/aclctl/table.h"
 
-#include <algorithm>
+#include <libsmartcols/libsmartcols.h>
+
+#include <cstdlib>
+#include <memory>
 
 namespace aclctl {
+namespace {
 
-std::string Table::Print() const {
-  std::vector<size_t> widths;
-  for (size_t i = 0; i < columns_.size(); ++i) {
-    size_t width = columns_[i].title.size();
-    for (const auto& row : rows_) width = std::max(width, row[i].size());
-    widths.push_back(width);
+constexpr char kBetweenColumns[] = "  ";
+
+// The library fills up the last column.
+std::string WithoutTrailingBlanks(const char* text) {
+  std::string result;
+  for (const char* c = text; *c != 0; ++c) {
+    if (*c == '\n') result.erase(result.find_last_not_of(' ') + 1);
+    result += *c;
   }
-  std::string text;
-  const auto print_row = [&](const auto& cell_of) {
-    std::string line;
-    for (size_t i = 0; i < columns_.size(); ++i) {
-      const std::string& cell = cell_of(i);
-      const std::string blanks(widths[i] - cell.size(), ' ');
-      if (i > 0) line += "  ";
-      line += columns_[i].align == Align::kRight ? blanks + cell : cell + blanks;
+  return result;
+}
+
+}  // namespace
+
+std::string Table::Print(size_t width) const {
+  if (rows_.empty()) {  // of which the library prints nothing
+    std::string titles;
+    for (const Column& column : columns_) {
+      titles += (titles.empty() ? "" : kBetweenColumns) + column.title;
     }
-    text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
-  };
-  print_row([&](size_t i) -> const std::string& { return columns_[i].title; });
-  for (const auto& row : rows_) {
-    print_row([&](size_t i) -> const std::string& { return row[i]; });
+    return titles + "\n";
   }
-  return text;
+  const std::unique_ptr<libscols_table, void (*)(libscols_table*)> table(scols_new_table(),
+                                                                         scols_unref_table);
+  scols_table_set_column_separator(table.get(), kBetweenColumns);
+  scols_table_set_termforce(table.get(),
+                            width == 0 ? SCOLS_TERMFORCE_NEVER : SCOLS_TERMFORCE_ALWAYS);
+  if (width != 0) scols_table_set_termwidth(table.get(), width);
+  for (const Column& column : columns_) {
+    scols_table_new_column(
+        table.get(), column.title.c_str(), column.wraps ? 0.5 : 1,
+        (column.align == Align::kRight ? SCOLS_FL_RIGHT : 0) | (column.wraps ? SCOLS_FL_WRAP : 0));
+  }
+  for (const auto& row : rows_) {
+    libscols_line* const line = scols_table_new_line(table.get(), nullptr);
+    for (size_t i = 0; i < row.size(); ++i) scols_line_set_data(line, i, row[i].c_str());
+  }
+  char* printed = nullptr;
+  scols_print_table_to_string(table.get(), &printed);
+  const std::unique_ptr<char, void (*)(void*)> owner(printed, std::free);
+  return printed == nullptr ? "" : WithoutTrailingBlanks(printed) + "\n";
 }
 
 }  // namespace aclctl

@@ -13,14 +13,17 @@ class Table {
   struct Column {
     std::string title;
     Align align = Align::kLeft;
+    bool wraps = false;  // long cells take several lines where the terminal is narrow
   };
 
   explicit Table(std::vector<Column> columns) : columns_(std::move(columns)) {}
 
   // As many cells as columns.
   void AddRow(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
-  // Title and rows, a line each, without blanks at the ends of lines.
-  std::string Print() const;
+  bool empty() const { return rows_.empty(); }
+  // Title and rows, a line each, without blanks at the ends of lines. Control characters in cells
+  // are escaped. `width` is that of the terminal in characters, 0 where any is right.
+  std::string Print(size_t width = 0) const;
 
  private:
   std::vector<Column> columns_;

@@ -1,7 +1,8 @@
-// aclctl show config, and what the show commands share.
+// The daemon's data: see daemon_data.h.
+#include "tools/aclctl/daemon_data.h"
+
 #include <cstdio>
 
-#include "tools/aclctl/commands.h"
 #include "tools/aclctl/schema.h"
 
 namespace aclctl {
@@ -42,13 +43,12 @@ Failure FetchState(Client* client, const std::string& filter, std::string* data,
   return {};
 }
 
-Failure PrintData(const Arguments& arguments, Client* client, const std::string& module,
-                  const std::string& data) {
+Failure PrintData(Form form, Client* client, const std::string& module, const std::string& data) {
   host::ContextPtr context;
   if (Failure failure = FetchSchema(client, {module}, &context)) return failure;
   std::string text;
   if (Failure failure =
-          Convert(context.get(), data, arguments.xml ? Format::kXml : Format::kJson, &text)) {
+          Convert(context.get(), data, form == Form::kXml ? Format::kXml : Format::kJson, &text)) {
     return failure;
   }
   std::fwrite(text.data(), 1, text.size(), stdout);
@@ -66,21 +66,6 @@ Failure PrintOutput(Client* client, const std::string& name, const std::string& 
   }
   std::fwrite(text.data(), 1, text.size(), stdout);
   return {};
-}
-
-Failure ShowConfig(const Arguments& arguments) {
-  Client client;
-  if (Failure failure = client.Open(arguments.socket)) return failure;
-  host::Tree reply;
-  std::string text;
-  if (Failure failure =
-          client.Call("<get-config><source><running/></source></get-config>", &reply, &text)) {
-    return failure;
-  }
-  // An empty configuration is shown so that `apply --replace` takes it.
-  const std::string config = InnerXml(text, "data");
-  return PrintData(arguments, &client, "acl-app",
-                   config.empty() ? "<config xmlns=\"urn:acl-app:acl\"/>" : config);
 }
 
 }  // namespace aclctl

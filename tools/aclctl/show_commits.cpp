@@ -1,0 +1,66 @@
+// aclctl show commits.
+#include <cstdio>
+#include <cstdlib>
+
+#include "tools/aclctl/commands.h"
+#include "tools/aclctl/daemon_data.h"
+#include "tools/aclctl/table.h"
+
+namespace aclctl {
+namespace {
+
+using Align = Table::Align;
+
+Failure ShowCommits(const Common& common) {
+  Client client;
+  if (Failure failure = client.Open(common.socket)) return failure;
+  std::string data;
+  host::Tree reply;
+  const lyd_node* commits = nullptr;
+  if (Failure failure = FetchState(&client, "<commits xmlns=\"urn:acl-app:commits\"/>", &data,
+                                   &reply, &commits)) {
+    return failure;
+  }
+  if (common.form != Form::kText) {
+    return PrintData(common.form, &client, "acl-app-commits", data);
+  }
+  const std::string running = ChildText(commits, "running");
+  const std::string applied = ChildText(commits, "applied");
+  std::printf("running: commit %s\napplied: %s%s\n\n", running.c_str(),
+              applied.empty() ? "none since the start" : "commit ", applied.c_str());
+  Table groups({{"GROUP"}, {"COMMIT", Align::kRight}, {"ENTRIES", Align::kRight}});
+  for (const lyd_node* group : Children(commits, "group")) {
+    groups.AddRow({ChildText(group, "type") == "l2" ? "L2" : "L3", ChildText(group, "commit"),
+                   ChildText(group, "entries")});
+  }
+  std::fputs((groups.Print() + "\n").c_str(), stdout);
+  Table table({{"COMMIT", Align::kRight},
+               {"TIME (UTC)"},
+               {"USER"},
+               {"SESSION", Align::kRight},
+               {"MS", Align::kRight},
+               {"RESULT"}});
+  for (const lyd_node* commit : Children(commits, "commit")) {
+    const double milliseconds = std::strtod(ChildText(commit, "duration").c_str(), nullptr) / 1000;
+    char duration[32];
+    std::snprintf(duration, sizeof(duration), "%.1f", milliseconds);
+    const std::string reason = ChildText(commit, "reason");
+    const std::string at_start = FindChild(commit, "at-start") != nullptr ? " at the start" : "";
+    table.AddRow({ChildText(commit, "id"), ShortTime(ChildText(commit, "time")),
+                  ChildText(commit, "user"), ChildText(commit, "session-id"), duration,
+                  ChildText(commit, "result") + at_start + (reason.empty() ? "" : ": " + reason)});
+  }
+  std::fputs(table.Print().c_str(), stdout);
+  return {};
+}
+
+}  // namespace
+
+const Command kShowCommits = {"show commits",
+                              Group::kCommits,
+                              "what is in force, and what became of the last commits",
+                              "aclctl show commits",
+                              [](Syntax* /*syntax*/) -> Run { return ShowCommits; },
+                              kXml | kPaged};
+
+}  // namespace aclctl
