@@ -36,8 +36,8 @@
 
 #include "host/filter_mgr/errors.h"
 #include "host/filter_mgr/group_slot.h"
+#include "host/filter_mgr/sent_group.h"
 #include "host/runtime/submissions.h"
-#include "platform/filters_common/filters_group.h"
 
 namespace host {
 
@@ -78,7 +78,7 @@ class Backend {
 
   // Prepares the group's whole content, in place of what was prepared of its type. After a failure,
   // which is logged, nothing of its type is prepared; the other group stays so.
-  virtual FilterMgrError Prepare(const FiltersCommon::FiltersGroup& group) = 0;
+  virtual FilterMgrError Prepare(const SentGroup& group) = 0;
   // Puts in force what is prepared, together with what is pending of the other type; after that
   // nothing is prepared. kPartial where ports fail that Ports() tells of. A refusal is logged, and
   // leaves what was pending before pending. The error is a FilterMgrError.

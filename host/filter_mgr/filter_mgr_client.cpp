@@ -88,6 +88,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
         opened_(OpenBackend()),
         table_(opened_.backend.get(), host::ProcessSettings().filter_capacity, opened_.why),
         submissions_(host::SubmissionsOf(mw)),
+        origins_(host::OriginsOf(mw)),
         watch_(&table_, loop_,
                [this](const host::Standing& standing) { submissions_->Settle(standing); }) {
     registration_ = host::StateProvidersOf(mw)->Add(
@@ -104,7 +105,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
   Impl& operator=(const Impl&) = delete;
 
   int Create(const FiltersGroup& group) {
-    const host::FilterMgrError result = table_.Create(group);
+    const host::FilterMgrError result = table_.Create(Sent(group));
     Afterwards();
     return result;
   }
@@ -119,7 +120,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
     if (!submissions_->held().empty()) table_.Hold(submissions_->held());
     // What is replaced goes when the answer is out: to free it takes as long as to build it.
     for (const auto& [key, held] : table_.groups()) retired_.push_back(held);
-    const std::optional<host::Standing> standing = table_.Update(group);
+    const std::optional<host::Standing> standing = table_.Update(Sent(group));
     Resolve(standing);
     Afterwards();
     return standing ? standing->error : host::FILTER_MGR_OK;
@@ -130,10 +131,14 @@ class FilterMgrClient::Impl : private host::FilterControl {
   void Finish() override { Resolve(table_.Finish()); }
   void Release() override {
     for (const auto& [key, group] : table_.pending()) {
-      submissions_->Add({TypeOf(group), group.getEntriesRef().size(), {}});
+      submissions_->Add({TypeOf(group.content()), group->getEntriesRef().size(), {}});
     }
     Resolve(table_.Release());
     Afterwards();
+  }
+
+  host::SentGroup Sent(const FiltersGroup& group) const {
+    return {group, origins_->Of(TypeOf(group)), host::InterfaceNameOf};
   }
 
   static const char* TypeOf(const FiltersGroup& group) {
@@ -183,8 +188,9 @@ class FilterMgrClient::Impl : private host::FilterControl {
   // Destroyed in reverse: what is shown goes before what it shows, watches before their back end.
   host::OpenedBackend opened_;
   host::GroupTable table_;
-  std::vector<FiltersGroup> retired_;  // that were in force since the loop was idle last
+  std::vector<host::SentGroup> retired_;  // that were in force since the loop was idle last
   std::shared_ptr<host::Submissions> submissions_;
+  std::shared_ptr<host::EntryOriginSource> origins_;
   BackendWatch watch_;
   bool updated_ = false;  // groups were taken since the start; until then in force is what was left
   bool taken_over_ = false;  // what other back ends had left

@@ -111,7 +111,7 @@ class GroupStateBuilder {
       return false;
     }
     if (!reading_started_) {
-      reading_ = table_.backend().ReadHits(SlotOf(it->second.getType()));
+      reading_ = table_.backend().ReadHits(SlotOf(it->second->getType()));
       reading_started_ = true;
     }
     hits_.reset();
@@ -123,16 +123,17 @@ class GroupStateBuilder {
     reading_started_ = false;
     group_ = it->second;
     next_entry_ = 0;
-    entries_ = EntriesInOrder(*group_);
+    entries_ = EntriesInOrder(group_->content());
     return true;
   }
 
   void AddGroup(lyd_node* top, size_t most) {
-    lyd_node* node = writer_->List(top, "group", std::to_string(group_->getId()),
-                                   std::to_string(group_->getStage()));
-    const bool l2 = group_->getType() == FiltersCommon::FILTERS_GROUP_TYPE_L2;
+    const FiltersGroup& content = group_->content();
+    lyd_node* node = writer_->List(top, "group", std::to_string(content.getId()),
+                                   std::to_string(content.getStage()));
+    const bool l2 = content.getType() == FiltersCommon::FILTERS_GROUP_TYPE_L2;
     writer_->Leaf(node, "type", l2 ? "l2" : "l3");
-    writer_->Leaf(node, "priority", group_->getPriority());
+    writer_->Leaf(node, "priority", content.getPriority());
     writer_->Leaf(node, "entries", entries_.size());
     for (; most > 0 && next_entry_ < entries_.size(); --most) {
       const FiltersEntry& entry = *entries_[next_entry_++];
@@ -148,6 +149,12 @@ class GroupStateBuilder {
     writer_->Leaf(node, "priority", entry.getPriority());
     if (const auto* ports = entry.getMatch<MatchIngressPorts>()) {
       for (limid_t port : ports->ports()) writer_->Leaf(node, "port", NameOf(port).c_str());
+    }
+    const EntryOrigin origin = group_->OriginOf(entry.getId());
+    if (origin.known()) {
+      writer_->Leaf(node, "interface", origin.interface->c_str());
+      writer_->Leaf(node, "profile", origin.profile->c_str());
+      writer_->Leaf(node, "ace-priority", origin.ace_priority);
     }
     AddLeaves(node, "match", entry, ForEachMatchLeaf);
     AddLeaves(node, "action", entry, ForEachActionLeaf);
@@ -186,7 +193,7 @@ class GroupStateBuilder {
   std::optional<StateWriter> writer_;
   std::vector<GroupTable::Key> groups_;
   size_t next_group_ = 0;
-  std::optional<FiltersGroup> group_;         // the one at work
+  std::optional<SentGroup> group_;            // the one at work
   std::vector<const FiltersEntry*> entries_;  // its entries by priority
   size_t next_entry_ = 0;
   std::unique_ptr<HitsReading> reading_;  // of the next one's hits, where they are counted

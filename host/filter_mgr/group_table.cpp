@@ -8,6 +8,7 @@ namespace {
 using FiltersCommon::FiltersGroup;
 
 GroupTable::Key KeyOf(const FiltersGroup& group) { return {group.getStage(), group.getId()}; }
+GroupTable::Key KeyOf(const SentGroup& group) { return KeyOf(group.content()); }
 
 }  // namespace
 
@@ -32,9 +33,9 @@ FilterMgrError GroupTable::Check(const FiltersGroup& group) const {
   for (const Groups* const groups : {&groups_, &pending_, &prepared_}) {
     for (const auto& [key, held] : *groups) {
       const bool same = key == KeyOf(group);
-      if (same == (held.getType() == group.getType())) continue;
+      if (same == (held->getType() == group.getType())) continue;
       Log(LogLevel::kError, "filter group %d is refused: group %d of stage %d is the %s group",
-          group.getId(), held.getId(), held.getStage(), GroupTypeName(held.getType()));
+          group.getId(), held->getId(), held->getStage(), GroupTypeName(held->getType()));
       return FILTER_MGR_ERR_INVALID_GROUP;
     }
   }
@@ -49,24 +50,24 @@ FilterMgrError GroupTable::Check(const FiltersGroup& group) const {
   return FILTER_MGR_OK;
 }
 
-FilterMgrError GroupTable::Create(const FiltersGroup& group) {
+FilterMgrError GroupTable::Create(const SentGroup& group) {
   if (groups_.count(KeyOf(group)) != 0) return FILTER_MGR_ERR_EXISTS;
-  if (!group.getEntriesRef().empty()) {
+  if (!group->getEntriesRef().empty()) {
     const std::optional<Standing> waits = Update(group);
     const Standing standing = waits ? *waits : *Finish();
     return static_cast<FilterMgrError>(standing.error);
   }
-  const FilterMgrError result = Check(group);
+  const FilterMgrError result = Check(group.content());
   if (result == FILTER_MGR_OK) groups_.emplace(KeyOf(group), group);
   return result;
 }
 
-std::optional<Standing> GroupTable::Update(const FiltersGroup& group) {
-  FilterMgrError result = Check(group);
+std::optional<Standing> GroupTable::Update(const SentGroup& group) {
+  FilterMgrError result = Check(group.content());
   if (result == FILTER_MGR_OK) result = backend_->Prepare(group);
   if (result != FILTER_MGR_OK) return Refuse(result);
   prepared_.insert_or_assign(KeyOf(group), group);
-  if (SlotOf(group.getType()) != kSlots.back()) return std::nullopt;
+  if (SlotOf(group->getType()) != kSlots.back()) return std::nullopt;
   return Publish();
 }
 

@@ -18,14 +18,14 @@
 
 #include "host/filter_mgr/backend.h"
 #include "host/filter_mgr/errors.h"
-#include "platform/filters_common/filters_group.h"
+#include "host/filter_mgr/sent_group.h"
 
 namespace host {
 
 class GroupTable {
  public:
   using Key = std::pair<FiltersCommon::filtersGroupStage_t, unsigned short>;  // stage, id
-  using Groups = std::map<Key, FiltersCommon::FiltersGroup>;
+  using Groups = std::map<Key, SentGroup>;
 
   // `backend` is not owned; `why` says, for people, why it is that one. `capacity` is the number of
   // entries that one group holds at most.
@@ -34,13 +34,13 @@ class GroupTable {
 
   // Makes a group known, and puts its entries in force if it has any. FILTER_MGR_ERR_EXISTS when a
   // group of its id and stage is known.
-  FilterMgrError Create(const FiltersCommon::FiltersGroup& group);
+  FilterMgrError Create(const SentGroup& group);
   // Lets the group have so many entries, whatever the capacity.
   void Accept(FiltersCommon::filtersGroupType_t type, size_t entries) { accepted_[type] = entries; }
   // Replaces the group of the same id and stage whole. A group that is not known, for instance as
   // its creation failed, is made known: the content is what counts. No value while the group waits
   // for the other one of its submission.
-  std::optional<Standing> Update(const FiltersCommon::FiltersGroup& group);
+  std::optional<Standing> Update(const SentGroup& group);
   // Puts in force what waits; no value when nothing does.
   std::optional<Standing> Finish();
 

@@ -14,7 +14,7 @@ namespace host {
 class MemoryBackend : public Backend {
  public:
   const char* name() const override { return kMemoryBackend; }
-  FilterMgrError Prepare(const FiltersCommon::FiltersGroup&) override { return FILTER_MGR_OK; }
+  FilterMgrError Prepare(const SentGroup&) override { return FILTER_MGR_OK; }
   Standing Publish() override { return {}; }
   void Discard() override {}
   const Standing& standing() const override { return standing_; }

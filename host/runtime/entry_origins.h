@@ -8,8 +8,8 @@
 // commit costs what it changes, and the bindings.
 //
 // Invariant: an origin is right or unknown, never wrong. Who attaches a GroupOrigins to a group
-// compares the number of entries and each run's interface first, and there are none from the moment
-// on at which the group's maker and the configuration may have parted (EntryOriginSource).
+// compares the two first (host/filter_mgr/sent_group.h), and there are none from the moment on at
+// which the group's maker and the configuration may have parted (EntryOriginSource).
 #ifndef HOST_RUNTIME_ENTRY_ORIGINS_H_
 #define HOST_RUNTIME_ENTRY_ORIGINS_H_
 

@@ -171,8 +171,8 @@ void EbpfBackend::OpenGuards() {
   }
 }
 
-FilterMgrError EbpfBackend::Prepare(const FiltersGroup& group) {
-  const GroupSlot slot = SlotOf(group.getType());
+FilterMgrError EbpfBackend::Prepare(const SentGroup& group) {
+  const GroupSlot slot = SlotOf(group->getType());
   Drop(slot);
   PreparedGroup prepared(group);
   FilterMgrError result = Compare(&prepared);
@@ -183,12 +183,13 @@ FilterMgrError EbpfBackend::Prepare(const FiltersGroup& group) {
 }
 
 FilterMgrError EbpfBackend::Compare(PreparedGroup* prepared) {
-  const FiltersGroup& group = prepared->group.source;
+  const FiltersGroup& group = prepared->group.source.content();
   const GroupSlot slot = SlotOf(group.getType());
   std::string reason;
   const auto refuse = [&](const FiltersEntry& entry) {
-    Log(LogLevel::kError, "filter group %d (%s) is refused: entry %d: %s (%s)", group.getId(),
-        SlotName(slot), entry.getId(), reason.c_str(), EntryText(entry).c_str());
+    Log(LogLevel::kError, "filter group %d (%s) is refused: %s: %s (%s)", group.getId(),
+        SlotName(slot), prepared->group.source.NameOf(entry.getId()).c_str(), reason.c_str(),
+        EntryText(entry).c_str());
     return FILTER_MGR_ERR_UNSUPPORTED;
   };
   // What has nothing in the new content is removed, and so needs an update as well.
@@ -233,7 +234,7 @@ FilterMgrError EbpfBackend::Compare(PreparedGroup* prepared) {
 }
 
 FilterMgrError EbpfBackend::Write(PreparedGroup* prepared) {
-  const FiltersGroup& group = prepared->group.source;
+  const FiltersGroup& group = prepared->group.source.content();
   const char* const type = SlotName(SlotOf(group.getType()));
   size_t added = 0;
   for (const auto& [root, update] : prepared->updates) added += update.added();
@@ -367,7 +368,7 @@ void EbpfBackend::Idle() {
 std::vector<Hits> EbpfBackend::HitsOf(GroupSlot slot) const {
   std::vector<Hits> hits;
   if (!groups_[slot]) return hits;
-  const FiltersGroup& group = groups_[slot]->source;
+  const FiltersGroup& group = groups_[slot]->source.content();
   if (group.getEntriesRef().empty()) return hits;
   hits.resize(size_t{group.getEntriesRef().rbegin()->first} + 1);
   std::vector<size_t> next(ports_->count());  // by port number

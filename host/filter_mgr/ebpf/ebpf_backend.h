@@ -59,7 +59,7 @@ class EbpfBackend : public Backend {
 
   const char* name() const override { return kBpfBackend; }
   size_t Left() const override { return left_; }
-  FilterMgrError Prepare(const FiltersCommon::FiltersGroup& group) override;
+  FilterMgrError Prepare(const SentGroup& group) override;
   Standing Publish() override;
   void Discard() override;
   const Standing& standing() const override { return standing_; }
@@ -81,12 +81,12 @@ class EbpfBackend : public Backend {
  private:
   // A group in force, or one prepared to be.
   struct Group {
-    explicit Group(const FiltersCommon::FiltersGroup& group) : source(group) {}
-    FiltersCommon::FiltersGroup source;  // keeps the identities of the entries' content valid
+    explicit Group(const SentGroup& group) : source(group) {}
+    SentGroup source;  // keeps the identities of the entries' content valid
     std::set<std::string> ports;
   };
   struct PreparedGroup {
-    explicit PreparedGroup(const FiltersCommon::FiltersGroup& group) : group(group) {}
+    explicit PreparedGroup(const SentGroup& group) : group(group) {}
     Group group;
     std::map<uint32_t, RootUpdate> updates;  // by root
   };

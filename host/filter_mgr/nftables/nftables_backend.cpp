@@ -95,17 +95,19 @@ std::unique_ptr<NftablesBackend> NftablesBackend::Open(const NftablesOptions& op
   return nullptr;
 }
 
-FilterMgrError NftablesBackend::Prepare(const FiltersGroup& group) {
-  const GroupSlot slot = SlotOf(group.getType());
+FilterMgrError NftablesBackend::Prepare(const SentGroup& group) {
+  const GroupSlot slot = SlotOf(group->getType());
   prepared_[slot].reset();
   const std::optional<CompiledGroup>& before = pending_[slot] ? pending_[slot] : groups_[slot];
-  if (!pending_[slot] && before && SameEntries(group, before->source)) return FILTER_MGR_OK;
+  if (!pending_[slot] && before && SameEntries(group.content(), before->source.content())) {
+    return FILTER_MGR_OK;
+  }
   CompileError error;
   prepared_[slot] = CompileGroup(group, before ? &*before : nullptr,
                                  {options_.names, options_.features.set_pcp}, &error);
   if (prepared_[slot]) return FILTER_MGR_OK;
-  Log(LogLevel::kError, "filter group %d (%s) is refused: entry %d cannot be enforced: %s",
-      group.getId(), SlotName(slot), error.entry, error.reason.c_str());
+  Log(LogLevel::kError, "filter group %d (%s) is refused: %s cannot be enforced: %s",
+      group->getId(), SlotName(slot), group.NameOf(error.entry).c_str(), error.reason.c_str());
   return FILTER_MGR_ERR_UNSUPPORTED;
 }
 
@@ -368,7 +370,7 @@ std::string NftablesBackend::Describe(const BatchResult& result, const Targets& 
   for (const GroupSlot slot : kSlots) {
     const CompiledGroup* group = targets[slot];
     if (group == nullptr || (both && (result.port.empty() || result.slot != slot))) continue;
-    what = "filter group " + std::to_string(group->source.getId()) + " (" + SlotName(slot) + ")";
+    what = "filter group " + std::to_string(group->source->getId()) + " (" + SlotName(slot) + ")";
   }
   std::string where;
   if (!result.port.empty()) where = " on port " + result.port;
@@ -376,8 +378,8 @@ std::string NftablesBackend::Describe(const BatchResult& result, const Targets& 
       targets[result.slot] != nullptr ? targets[result.slot] : InForce()[result.slot];
   if (result.rule >= 0 && group != nullptr) {
     const unsigned short id = EntryOfRule(group->ports.at(result.port), result.rule).id;
-    where += " at entry " + std::to_string(id) + " (" +
-             EntryText(group->source.getEntriesRef().at(id)) + ")";
+    where += " at " + group->source.NameOf(id) + " (" +
+             EntryText(group->source->getEntriesRef().at(id)) + ")";
   }
   const std::string reason = strerror(-result.error);
   if (result.error == -EPERM || result.error == -EACCES) {

@@ -43,7 +43,7 @@ class NftablesBackend : public Backend {
 
   const char* name() const override { return kNftablesBackend; }
   size_t Left() const override { return left_; }
-  FilterMgrError Prepare(const FiltersCommon::FiltersGroup& group) override;
+  FilterMgrError Prepare(const SentGroup& group) override;
   Standing Publish() override;
   void Discard() override;
   const Standing& standing() const override { return standing_; }

@@ -29,8 +29,8 @@ class ScriptedHits : public HitsReading {
 class ScriptedBackend : public Backend {
  public:
   const char* name() const override { return "nftables"; }
-  FilterMgrError Prepare(const FiltersGroup& group) override {
-    calls.push_back("prepare " + std::to_string(group.getId()));
+  FilterMgrError Prepare(const SentGroup& group) override {
+    calls.push_back("prepare " + std::to_string(group->getId()));
     return prepares;
   }
   Standing Publish() override {
@@ -87,7 +87,7 @@ class GroupTableTest : public ::testing::Test {
       const auto it = table_.groups().find({FILTERS_GROUP_STAGE_PRE_INGRESS, id});
       held +=
           (id == 0 ? "" : "+") +
-          (it == table_.groups().end() ? "-" : std::to_string(it->second.getEntriesRef().size()));
+          (it == table_.groups().end() ? "-" : std::to_string(it->second->getEntriesRef().size()));
     }
     return held;
   }
@@ -181,6 +181,45 @@ TEST_F(GroupTableTest, RefusesGroupsItCannotPlace) {
             table_.Update(MakeGroup(0, FILTERS_GROUP_TYPE_L3))->error);
 }
 
+std::string Name(limid_t port) { return "eth" + std::to_string(port - 1); }
+
+// Origins of runs of entries of the profile "p".
+std::shared_ptr<GroupOrigins> OriginsOf(
+    const std::vector<std::pair<std::string, AcePriorities>>& runs) {
+  auto origins = std::make_shared<GroupOrigins>();
+  for (const auto& [interface, priorities] : runs) {
+    origins->Append(interface, "p", std::make_shared<const AcePriorities>(priorities));
+  }
+  return origins;
+}
+
+TEST(SentGroup, TellsOriginsOnlyWhereTheyFitTheGroup) {
+  FiltersGroup group = MakeGroup(0, FILTERS_GROUP_TYPE_L2);
+  for (const unsigned short id : {0, 1, 2}) {
+    FiltersEntry entry(id);
+    entry.setPriority(id);
+    entry.setMatch(MatchIngressPorts({id < 2 ? 1u : 2u}));
+    group.insertEntry(entry);
+  }
+  const auto names_of = [](const SentGroup& sent) {
+    return sent.NameOf(0) + ", " + sent.NameOf(2);
+  };
+  const std::string unknown = "entry 0, entry 2";
+  EXPECT_EQ("entry 5 of profile p on eth0, entry 5 of profile p on eth1",
+            names_of({group, OriginsOf({{"eth0", {5, 9}}, {"eth1", {5}}}), Name}));
+  EXPECT_EQ(unknown, names_of(group));
+  EXPECT_EQ(unknown, names_of({group, OriginsOf({{"eth0", {5, 9}}}), Name}));
+  EXPECT_EQ(unknown, names_of({group, OriginsOf({{"eth0", {5}}, {"eth1", {5, 9}}}), Name}));
+  for (const bool gap : {true, false}) {  // numbered otherwise than the merge does
+    FiltersGroup odd = group;
+    FiltersEntry last = group.getEntriesRef().at(2);
+    odd.removeEntry(2);
+    gap ? last.setId(3) : last.setPriority(7);
+    odd.insertEntry(last);
+    EXPECT_EQ(unknown, names_of({odd, OriginsOf({{"eth0", {5, 9}}, {"eth1", {5}}}), Name}));
+  }
+}
+
 FiltersEntry EntryWithEverything() {
   FiltersEntry entry(0);
   const ether_addr mac = {{2, 0, 0, 0, 0, 1}}, ignored = {{0, 0, 0, 0xff, 0xff, 0xff}};
@@ -210,11 +249,14 @@ TEST_F(GroupTableTest, ShowsGroupsAsOperationalData) {
   group.insertEntry(second);
   table_.Update(group);
   table_.Finish();
-  ASSERT_EQ(FILTER_MGR_OK, table_.Create(MakeGroup(1, FILTERS_GROUP_TYPE_L3)));
+  FiltersGroup other = MakeGroup(1, FILTERS_GROUP_TYPE_L3);
+  FiltersEntry known(0);
+  known.setMatch(MatchIngressPorts({2}));
+  other.insertEntry(known);
+  table_.Update({other, OriginsOf({{"eth1", {7}}}), Name});
 
   const Context context = MakeContext(true);
-  lyd_node* tree = BuildGroupState(context.get(), table_,
-                                   [](limid_t port) { return "eth" + std::to_string(port - 1); });
+  lyd_node* tree = BuildGroupState(context.get(), table_, Name);
   ASSERT_NE(nullptr, tree);
   EXPECT_EQ(LY_SUCCESS, lyd_validate_all(&tree, context.get(), LYD_VALIDATE_PRESENT, nullptr))
       << ly_errmsg(context.get());
@@ -233,7 +275,9 @@ TEST_F(GroupTableTest, ShowsGroupsAsOperationalData) {
       R"("action":{"permit":[null],"set-pcp":5},"hits":{"packets":"11","bytes":"1100"}},)"
       R"({"id":1,"priority":0,"match":{"tos":255},"action":{"deny":[null]},)"
       R"("hits":{"packets":"0","bytes":"0"}}]},)"
-      R"({"id":1,"stage":1,"type":"l3","priority":1,"entries":0}],)"
+      R"({"id":1,"stage":1,"type":"l3","priority":1,"entries":1,"entry":[)"
+      R"({"id":0,"priority":0,"port":["eth1"],"interface":"eth1","profile":"p","ace-priority":7,)"
+      R"("match":{},"action":{}}]}],)"
       R"("port":[{"name":"eth0","state":"enforced"},{"name":"eth1","state":"absent"}]}})",
       text);
   free(text);

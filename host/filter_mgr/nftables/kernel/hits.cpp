@@ -35,7 +35,7 @@ size_t KernelHits::ReadChunk(HeldGroup* held, uint32_t number) {
 void KernelHits::Sum() {
   hits.clear();
   if (!*group_) return;
-  const auto& entries = (*group_)->source.getEntriesRef();
+  const auto& entries = (*group_)->source->getEntriesRef();
   if (!entries.empty()) hits.resize(entries.rbegin()->first + size_t{1});
   for (const auto& [port, rules] : (*group_)->ports) {
     const auto table = kernel_->held().find(port);

@@ -286,12 +286,12 @@ namespace {
 // Compiles a group entry by entry, each for every port that it names.
 class GroupCompiler {
  public:
-  GroupCompiler(const FiltersGroup& group, const CompiledGroup* previous,
+  GroupCompiler(const SentGroup& group, const CompiledGroup* previous,
                 const CompilerOptions& options, CompileError* error)
       : previous_(previous), options_(options), error_(error), result_(group) {}
 
   std::optional<CompiledGroup> Compile() {
-    for (const FiltersEntry* entry : EntriesInOrder(result_.source)) {
+    for (const FiltersEntry* entry : EntriesInOrder(result_.source.content())) {
       if (!Add(*entry)) return std::nullopt;
     }
     return std::move(result_);
@@ -402,7 +402,7 @@ class GroupCompiler {
 
 }  // namespace
 
-std::optional<CompiledGroup> CompileGroup(const FiltersGroup& group, const CompiledGroup* previous,
+std::optional<CompiledGroup> CompileGroup(const SentGroup& group, const CompiledGroup* previous,
                                           const CompilerOptions& options, CompileError* error) {
   return GroupCompiler(group, previous, options, error).Compile();
 }

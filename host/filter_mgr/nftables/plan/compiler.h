@@ -29,7 +29,7 @@
 
 #include "host/filter_mgr/nftables/plan/rule.h"
 #include "host/filter_mgr/port_names.h"
-#include "platform/filters_common/filters_group.h"
+#include "host/filter_mgr/sent_group.h"
 
 namespace host {
 
@@ -46,9 +46,9 @@ struct PortRules {
 };
 
 struct CompiledGroup {
-  explicit CompiledGroup(const FiltersCommon::FiltersGroup& group) : source(group) {}
+  explicit CompiledGroup(const SentGroup& group) : source(group) {}
 
-  FiltersCommon::FiltersGroup source;  // keeps the identities of the entries' content valid
+  SentGroup source;  // keeps the identities of the entries' content valid
   std::map<std::string, PortRules> ports;
 };
 
@@ -66,8 +66,7 @@ struct CompileError {
 // Compiles `group`. An entry without ports is refused. Rules of entries that `previous` (may be
 // null) holds unchanged are taken from there. No value, and the reason in `error`, when an entry
 // cannot be enforced exactly.
-std::optional<CompiledGroup> CompileGroup(const FiltersCommon::FiltersGroup& group,
-                                          const CompiledGroup* previous,
+std::optional<CompiledGroup> CompileGroup(const SentGroup& group, const CompiledGroup* previous,
                                           const CompilerOptions& options, CompileError* error);
 
 // The rules of one entry, ports aside; at most six. No value, with the reason, when the entry
