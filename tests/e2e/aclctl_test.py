@@ -30,9 +30,9 @@ CONFIG = {
 
 GROUPS = """\
 L2 group (id 0, stage 1, priority 0): 2 entries
-ID  PORT  MATCH                                                ACTION
- 0  eth0  src-mac 00:11:22:33:44:55/ff:ff:ff:00:00:00 vlan 10  deny
- 1  eth0  any                                                  permit, set-pcp 3
+PORT  PROFILE  ENTRY  MATCH                                                ACTION
+eth0  macs%s       1  src-mac 00:11:22:33:44:55/ff:ff:ff:00:00:00 vlan 10  deny
+eth0  macs%s       2  any                                                  permit, set-pcp 3
 
 L3 group (id 1, stage 1, priority 1): 0 entries
 """

@@ -71,14 +71,17 @@ void PrintGroup(const lyd_node* group, bool hits) {
               ChildText(group, "priority").c_str(), entries.size(),
               entries.size() == 1 ? "entry" : "entries");
   if (entries.empty()) return;
-  std::vector<Table::Column> columns = {{"ID", Align::kRight}, {"PORT"}, {"MATCH"}, {"ACTION"}};
+  std::vector<Table::Column> columns = {
+      {"PORT"}, {"PROFILE"}, {"ENTRY", Align::kRight}, {"MATCH"}, {"ACTION"}};
   if (hits) {
     columns.push_back({"PACKETS", Align::kRight});
     columns.push_back({"BYTES", Align::kRight});
   }
   Table table(std::move(columns));
   for (const lyd_node* entry : entries) {
-    std::vector<std::string> row = {ChildText(entry, "id"), PortsText(entry),
+    const bool known = FindChild(entry, "profile") != nullptr;
+    std::vector<std::string> row = {PortsText(entry), known ? ChildText(entry, "profile") : "?",
+                                    known ? ChildText(entry, "ace-priority") : "?",
                                     MatchText(FindChild(entry, "match")),
                                     ActionText(FindChild(entry, "action"))};
     if (hits) {
