@@ -58,13 +58,16 @@ OpenedBackend OpenBackend(const std::string& setting, const PortNames& names) {
     auto backend = kind.open(names, &reason);
     if (backend != nullptr) {
       std::string why = best ? "the best that this kernel allows" : "as filter_backend says";
-      return {std::move(backend), failures.empty() ? why : failures};
+      const bool first = failures.empty();
+      return {std::move(backend), first ? why : failures, kind.enforces, !first};
     }
-    failures += (failures.empty() ? "" : "; ") + reason;
+    failures += failures.empty() ? "" : "; ";
+    failures += best ? std::string("not by ") + kind.name + ": " + reason : reason;
   }
-  if (!failures.empty()) return {nullptr, failures};
+  if (!failures.empty()) return {nullptr, failures, false, false};
   return {nullptr,
-          "unknown filter_backend \"" + setting + "\": there are \"" + kBestBackend + "\"" + known};
+          "unknown filter_backend \"" + setting + "\": there are \"" + kBestBackend + "\"" + known,
+          false, false};
 }
 
 }  // namespace host

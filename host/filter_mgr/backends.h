@@ -13,6 +13,8 @@ namespace host {
 struct OpenedBackend {
   std::unique_ptr<Backend> backend;  // null: none could be opened
   std::string why;                   // why this one, or why none; for people
+  bool enforces = false;             // whether it filters at all
+  bool second_best = false;          // whether a better one was asked for and cannot be had
 };
 
 // Opens the back end that the setting filter_backend asks for: one by its name, or with "kernel"

@@ -10,6 +10,7 @@
 
 #include "host/filter_mgr/backend_names.h"
 #include "host/filter_mgr/backends.h"
+#include "host/filter_mgr/filters_line.h"
 #include "host/filter_mgr/flush.h"
 #include "host/filter_mgr/group_state.h"
 #include "host/filter_mgr/group_table.h"
@@ -89,6 +90,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
         table_(opened_.backend.get(), host::ProcessSettings().filter_capacity, opened_.why),
         submissions_(host::SubmissionsOf(mw)),
         origins_(host::OriginsOf(mw)),
+        board_(host::StatusBoardOf(mw)),
         watch_(&table_, loop_,
                [this](const host::Standing& standing) { submissions_->Settle(standing); }) {
     registration_ = host::StateProvidersOf(mw)->Add(
@@ -99,8 +101,12 @@ class FilterMgrClient::Impl : private host::FilterControl {
          [this] { return host::OpenGroupState(table_, host::InterfaceNameOf, alive_); }});
     submissions_->SetLeftInForce(opened_.backend->Left());
     submissions_->SetControl(this);
+    board_->Show(kPart, [this] { return host::FiltersLine(opened_); });
   }
-  ~Impl() override { submissions_->SetControl(nullptr); }
+  ~Impl() override {
+    board_->Show(kPart, nullptr);
+    submissions_->SetControl(nullptr);
+  }
   Impl(const Impl&) = delete;
   Impl& operator=(const Impl&) = delete;
 
@@ -127,6 +133,8 @@ class FilterMgrClient::Impl : private host::FilterControl {
   }
 
  private:
+  static constexpr char kPart[] = "filters";  // of the status board
+
   // FilterControl.
   void Finish() override { Resolve(table_.Finish()); }
   void Release() override {
@@ -191,6 +199,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
   std::vector<host::SentGroup> retired_;  // that were in force since the loop was idle last
   std::shared_ptr<host::Submissions> submissions_;
   std::shared_ptr<host::EntryOriginSource> origins_;
+  std::shared_ptr<host::StatusBoard> board_;
   BackendWatch watch_;
   bool updated_ = false;  // groups were taken since the start; until then in force is what was left
   bool taken_over_ = false;  // what other back ends had left

@@ -3,6 +3,7 @@
 import ctypes
 import json
 import os
+import re
 import signal
 import socket
 import subprocess
@@ -96,6 +97,30 @@ class KernelTest(DaemonTest):
             if ids.read().split()[2] != "4294967295" or not os.path.ismount("/sys/fs/bpf"):
                 self.skipTest("no BPF file system, or in a user namespace")
 
+    def test_the_status_says_what_enforces_and_why(self):
+        self.need_tables()
+        first = self.start("bpf")
+        self.apply(first, (1, 80))
+        (self.directory / "second").mkdir()
+        second = self.start("kernel", state_directory=self.directory / "second",
+                            netconf_socket=self.directory / "second.sock")
+        self.apply(second, (1, 80))
+        subprocess.run(["ip", "link", "set", "port0", "name", "other"], check=True)
+        self.addCleanup(subprocess.run, ["ip", "link", "set", "other", "name", "port0"], check=True)
+        self.assert_status(second, r"warning +enforced by nftables \(not by bpf: .*: another daemon "
+                           "uses it\\) on 0 ports; no interface yet: port0")
+        for daemon in (second, first):
+            self.assertEqual(daemon.stop(), 0)
+        self.assertEqual(self.aclctl(first, "flush").returncode, 0)
+
+    def assert_status(self, daemon, line):
+        deadline = time.monotonic() + 5
+        while True:
+            shown = self.aclctl(daemon, "show", "status").stdout
+            if re.search(f"^filters +{line}$", shown, re.M):
+                return
+            self.assertLess(time.monotonic(), deadline, shown)
+
     def commits_reach_frames(self, backend):
         daemon = self.start(backend)
         self.apply(daemon, (1, 80), (2, 443))
@@ -105,6 +130,7 @@ class KernelTest(DaemonTest):
         self.assert_hits(daemon, [3, 1])
         shown = self.aclctl(daemon, "show", "groups", "--hits").stdout
         self.assertRegex(shown, r"dst-port 80 +deny +3 +96\n")
+        self.assert_status(daemon, rf"ok +enforced by {backend} \(as filter_backend says\) on 1 port")
         refused = self.aclctl(daemon, "flush")
         self.assertEqual(refused.returncode, 5)
         self.assertIn("is running", refused.stderr)

@@ -1,0 +1,34 @@
+#include "host/filter_mgr/filters_line.h"
+
+#include <map>
+#include <string>
+
+namespace host {
+
+StatusLine FiltersLine(const OpenedBackend& opened) {
+  if (!opened.enforces) return {StatusLine::kWarning, "enforced by nothing: " + opened.why};
+  StatusLine line{opened.second_best ? StatusLine::kWarning : StatusLine::kOk, ""};
+  size_t enforced = 0;
+  std::map<PortState, std::string> others;
+  for (const auto& [name, state] : opened.backend->Ports()) {
+    if (state == PortState::kEnforced) {
+      ++enforced;
+      continue;
+    }
+    others[state] += (others[state].empty() ? "" : ", ") + name;
+    const auto least = state == PortState::kFailed ? StatusLine::kError : StatusLine::kWarning;
+    if (line.state < least) line.state = least;
+  }
+  line.text = std::string("enforced by ") + opened.backend->name() + " (" + opened.why + ") on " +
+              std::to_string(enforced) + (enforced == 1 ? " port" : " ports");
+  constexpr struct {
+    PortState state;
+    const char* text;
+  } kOthers[] = {{PortState::kFailed, "; failed: "}, {PortState::kAbsent, "; no interface yet: "}};
+  for (const auto& other : kOthers) {
+    if (others.count(other.state) != 0) line.text += other.text + others[other.state];
+  }
+  return line;
+}
+
+}  // namespace host
