@@ -14,6 +14,9 @@
  *                       loads the compiler orders by address, volatile is enough
  *   CLS_LOWEST_BIT(x)   the number of the lowest bit set in the 64-bit x, which is not 0
  * and may define
+ *   CLS_LOOK(m, s, record, no_link)
+ *                       cls_look() behind a call, which a verifier walks once and not for each of
+ *                       the ways that lead to it
  *   CLS_COUNTING        the state counts what the search looked at (struct cls_count)
  *
  *   struct cls_search s;
@@ -42,6 +45,10 @@ struct cls_count {
 #define CLS_COUNT(s, what) ((void)0)
 #endif
 
+#ifndef CLS_LOOK
+#define CLS_LOOK cls_look
+#endif
+
 struct cls_search {
   __u64 key[4];
   __u64 tables[2]; /* still to be searched */
@@ -56,6 +63,7 @@ struct cls_search {
    * are not yet cut to the table's size. */
   __u32 probe, probe_end;
   __u32 first, slot_mask, fingerprint;
+  __u32 pad; /* what a call gets has no byte that was never written */
 #ifdef CLS_COUNTING
   struct cls_count count;
 #endif
@@ -80,7 +88,7 @@ CLS_INLINE long cls_begin(CLS_MEMORY m, struct cls_search* s, const struct cls_k
   s->generation = generation ^ zero;
   s->tables[0] = s->tables[1] = zero;
   s->best = ~(__u32)zero;
-  s->table_base = s->flags = s->hit = s->record = (__u32)zero;
+  s->table_base = s->flags = s->hit = s->record = s->pad = (__u32)zero;
   s->probe = s->probe_end = s->first = s->slot_mask = s->fingerprint = (__u32)zero;
   s->phase = CLS_PHASE_NEXT_TABLE ^ (__u32)zero;
   if (!r) goto failed;
@@ -123,6 +131,43 @@ CLS_INLINE long cls_begin(CLS_MEMORY m, struct cls_search* s, const struct cls_k
 failed:
   s->hit = CLS_FAILED;
   return 1;
+}
+
+/* Looks at the entry `record`, and makes it the hit when it matches. Returns the next one to look
+ * at, 0 when the rest of the chain cannot be better, or CLS_FAILED. */
+CLS_INLINE __u32 cls_look(CLS_MEMORY m, struct cls_search* s, __u32 record, const int no_link) {
+  const struct cls_head* head = CLS_AT_HEAD(m, record);
+  const struct cls_key* mask;
+  __u64 w3;
+  if (!head) return CLS_FAILED;
+  CLS_COUNT(s, heads);
+  /* The rest of the chain is worse still. The bucket may be another one of the same fingerprint, so
+   * the table's probes go on. */
+  if (head->label >= s->best) return 0;
+  mask = CLS_AT_MASK(m, head->mask);
+  if (!mask) return CLS_FAILED;
+  w3 = s->key[3] & mask->word[3];
+  if ((__u32)w3 == head->value) {
+    __u64 w0 = no_link ? 0 : s->key[0] & mask->word[0];
+    __u64 w1 = no_link ? 0 : s->key[1] & mask->word[1];
+    __u64 w2 = s->key[2] & mask->word[2];
+    if (CLS_HASH_TAG(cls_hash(w0, w1, w2, w3)) == head->tag) {
+      const struct cls_entry* entry = CLS_AT_ENTRY(m, record);
+      __u64 differ;
+      if (!entry) return CLS_FAILED;
+      CLS_COUNT(s, entries);
+      differ = (w2 ^ entry->value.word[2]) | (w3 ^ entry->value.word[3]);
+      if (!no_link) differ |= (w0 ^ entry->value.word[0]) | (w1 ^ entry->value.word[1]);
+      if (!differ && CLS_LOAD(&entry->born) <= s->generation &&
+          s->generation < CLS_LOAD(&entry->died)) {
+        s->best = head->label;
+        s->hit = record;
+        s->phase = CLS_PHASE_NEXT_TABLE;
+        return 0;
+      }
+    }
+  }
+  return CLS_LOAD(&head->next);
 }
 
 /* One step; returns 1 when the search is over. `no_link` is a constant that may be 1 when the state
@@ -175,44 +220,9 @@ CLS_INLINE long cls_step(CLS_MEMORY m, struct cls_search* s, const int no_link) 
     if (!record) return 0;
   }
 
-  for (i = 0; i < CLS_CHAIN_STEP; i++) {
-    const struct cls_head* head = CLS_AT_HEAD(m, record);
-    const struct cls_key* mask;
-    __u64 w3;
-    if (!head) goto failed;
-    CLS_COUNT(s, heads);
-    /* The rest of the chain is worse still. The bucket may be another one of the same fingerprint,
-     * so the table's probes go on. */
-    if (head->label >= s->best) {
-      record = 0;
-      break;
-    }
-    mask = CLS_AT_MASK(m, head->mask);
-    if (!mask) goto failed;
-    w3 = s->key[3] & mask->word[3];
-    if ((__u32)w3 == head->value) {
-      __u64 w0 = no_link ? 0 : s->key[0] & mask->word[0];
-      __u64 w1 = no_link ? 0 : s->key[1] & mask->word[1];
-      __u64 w2 = s->key[2] & mask->word[2];
-      if (CLS_HASH_TAG(cls_hash(w0, w1, w2, w3)) == head->tag) {
-        const struct cls_entry* entry = CLS_AT_ENTRY(m, record);
-        __u64 differ;
-        if (!entry) goto failed;
-        CLS_COUNT(s, entries);
-        differ = (w2 ^ entry->value.word[2]) | (w3 ^ entry->value.word[3]);
-        if (!no_link) differ |= (w0 ^ entry->value.word[0]) | (w1 ^ entry->value.word[1]);
-        if (!differ && CLS_LOAD(&entry->born) <= s->generation &&
-            s->generation < CLS_LOAD(&entry->died)) {
-          s->best = head->label;
-          s->hit = record;
-          s->record = 0;
-          s->phase = CLS_PHASE_NEXT_TABLE;
-          return 0;
-        }
-      }
-    }
-    record = CLS_LOAD(&head->next);
-    if (!record) break;
+  for (i = 0; i < CLS_CHAIN_STEP && record; i++) {
+    record = CLS_LOOK(m, s, record, no_link);
+    if (record == CLS_FAILED) goto failed;
   }
   s->record = record;
   return 0;
