@@ -8,7 +8,6 @@
 #include <cstring>
 
 #include "host/filter_mgr/ebpf/dead_stores.h"
-#include "host/filter_mgr/entry_order.h"
 #include "host/filter_mgr/entry_text.h"
 #include "host/runtime/log.h"
 
@@ -17,7 +16,6 @@ namespace {
 
 using FiltersCommon::FiltersEntry;
 using FiltersCommon::FiltersGroup;
-using FiltersCommon::MatchIngressPorts;
 
 // A number for the network namespace that no other one has since the machine has started.
 uint64_t NamespaceCookie() {
@@ -26,12 +24,6 @@ uint64_t NamespaceCookie() {
   uint64_t cookie = 0;
   socklen_t size = sizeof(cookie);
   return getsockopt(socket.get(), SOL_SOCKET, kNetnsCookie, &cookie, &size) == 0 ? cookie : 0;
-}
-
-const std::list<limid_t>* PortsOfEntry(const FiltersEntry& entry) {
-  const auto* match = static_cast<const MatchIngressPorts*>(
-      entry.findMatch(FiltersCommon::FILTERS_MATCH_INGRESS_PORTS));
-  return match == nullptr || match->ports().empty() ? nullptr : &match->ports();
 }
 
 // The numbers of the ports that lists of ports name, each once. Runs of entries share their list.
@@ -184,6 +176,7 @@ FilterMgrError EbpfBackend::Prepare(const SentGroup& group) {
 
 FilterMgrError EbpfBackend::Compare(PreparedGroup* prepared) {
   const FiltersGroup& group = prepared->group.source.content();
+  const GroupOrder& order = prepared->group.order;
   const GroupSlot slot = SlotOf(group.getType());
   std::string reason;
   const auto refuse = [&](const FiltersEntry& entry) {
@@ -216,21 +209,43 @@ FilterMgrError EbpfBackend::Compare(PreparedGroup* prepared) {
     if (*number >= update_of.size() || update_of[*number] == nullptr) open(*number);
     return true;
   });
-  for (const FiltersEntry* entry : EntriesInOrder(group)) {
-    const auto* ports = PortsOfEntry(*entry);
+  // What the group shares at its ends with the one in force needs no second look.
+  const auto [begin, end] = ChangedPart(slot, order);
+  for (size_t run = 0; run < order.runs().size(); ++run) {
+    const auto [list, first] = order.runs()[run];
     // All ports would be meant, of which nobody knows what they are to become.
-    if (ports == nullptr) {
+    if (list == nullptr) {
       reason = "it names no ingress port";
-      return refuse(*entry);
+      return refuse(order.entry(first));
     }
-    const std::vector<uint32_t>& numbers = lists.Find(*ports);
-    if (!reason.empty()) return refuse(*entry);
+    const std::vector<uint32_t>& numbers = lists.Find(*list);
+    if (!reason.empty()) return refuse(order.entry(first));
+    const size_t last = order.EndOf(run);
     for (const uint32_t number : numbers) {
-      if (!update_of[number]->Next(*entry, &reason)) return refuse(*entry);
+      update_of[number]->KeepEnds(std::clamp(begin, first, last) - first,
+                                  last - std::clamp(end, first, last));
+    }
+  }
+  for (size_t run = 0; run < order.runs().size(); ++run) {
+    const auto [list, first] = order.runs()[run];
+    const size_t last = std::min(end, order.EndOf(run));
+    for (size_t i = std::max(begin, first); i < last; ++i) {
+      for (const uint32_t number : lists.Find(*list)) {
+        if (!update_of[number]->Next(order.entry(i), &reason)) return refuse(order.entry(i));
+      }
     }
   }
   for (auto& [root, update] : prepared->updates) update.Finish();
   return FILTER_MGR_OK;
+}
+
+// The entries of the new content, from the first to behind the last, that may not be in force.
+std::pair<size_t, size_t> EbpfBackend::ChangedPart(GroupSlot slot, const GroupOrder& order) const {
+  if (!groups_[slot]) return {0, order.size()};
+  const GroupOrder& before = groups_[slot]->order;
+  const size_t front = GroupOrder::CommonFront(before, order);
+  const size_t most = std::min(before.size(), order.size()) - front;
+  return {front, order.size() - GroupOrder::CommonBack(before, order, most)};
 }
 
 FilterMgrError EbpfBackend::Write(PreparedGroup* prepared) {
@@ -367,18 +382,20 @@ void EbpfBackend::Idle() {
 
 std::vector<Hits> EbpfBackend::HitsOf(GroupSlot slot) const {
   std::vector<Hits> hits;
-  if (!groups_[slot]) return hits;
-  const FiltersGroup& group = groups_[slot]->source.content();
-  if (group.getEntriesRef().empty()) return hits;
-  hits.resize(size_t{group.getEntriesRef().rbegin()->first} + 1);
+  if (!groups_[slot] || groups_[slot]->order.size() == 0) return hits;
+  const GroupOrder& order = groups_[slot]->order;
+  hits.resize(size_t{groups_[slot]->source->getEntriesRef().rbegin()->first} + 1);
   std::vector<size_t> next(ports_->count());  // by port number
   PortLists lists(
       [&](limid_t id, uint32_t* number) { return ports_->Find(options_.names(id), number); });
-  for (const FiltersEntry* entry : EntriesInOrder(group)) {
-    for (const uint32_t number : lists.Find(*PortsOfEntry(*entry))) {
-      const HeldEntry& held = held_[FilterPorts::RootOf(number, slot)][next[number]++];
-      const filter_counter count = store_->Count(held.counter);
-      hits[entry->getId()] = hits[entry->getId()] + Hits{count.packets, count.bytes};
+  for (size_t run = 0; run < order.runs().size(); ++run) {
+    for (const uint32_t number : lists.Find(*order.runs()[run].ports)) {
+      const auto& held = held_[FilterPorts::RootOf(number, slot)];
+      for (size_t i = order.runs()[run].first; i < order.EndOf(run); ++i) {
+        const filter_counter count = store_->Count(held[next[number]++].counter);
+        Hits& sum = hits[order.entry(i).getId()];
+        sum = sum + Hits{count.packets, count.bytes};
+      }
     }
   }
   return hits;

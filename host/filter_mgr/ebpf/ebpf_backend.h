@@ -21,6 +21,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/classifier/classifier.h"
@@ -29,6 +30,7 @@
 #include "host/filter_mgr/ebpf/counters.h"
 #include "host/filter_mgr/ebpf/flush.h"
 #include "host/filter_mgr/ebpf/grace.h"
+#include "host/filter_mgr/ebpf/group_order.h"
 #include "host/filter_mgr/ebpf/port_guards.h"
 #include "host/filter_mgr/ebpf/port_hooks.h"
 #include "host/filter_mgr/ebpf/ports.h"
@@ -81,8 +83,9 @@ class EbpfBackend : public Backend {
  private:
   // A group in force, or one prepared to be.
   struct Group {
-    explicit Group(const SentGroup& group) : source(group) {}
-    SentGroup source;  // keeps the identities of the entries' content valid
+    explicit Group(const SentGroup& group) : source(group), order(source.content()) {}
+    SentGroup source;  // keeps what `order` points to
+    GroupOrder order;
     std::set<std::string> ports;
   };
   struct PreparedGroup {
@@ -96,6 +99,7 @@ class EbpfBackend : public Backend {
   bool TakeOver(std::string* reason);
   void OpenGuards();
   FilterMgrError Compare(PreparedGroup* prepared);
+  std::pair<size_t, size_t> ChangedPart(GroupSlot slot, const GroupOrder& order) const;
   FilterMgrError Write(PreparedGroup* prepared);
   void Drop(GroupSlot slot);
   void Commit();

@@ -57,15 +57,15 @@ bool RootUpdate::Part(const FiltersCommon::FiltersEntry& entry, std::string* rea
   const auto rule = RuleOfEntry(entry, reason);
   if (!rule) return false;
   const Wanted wanted{entry.contentIdentity(), *rule};
-  if (pending_.empty() && cursor_ < held_->size() &&
+  if (pending_.empty() && cursor_ < end_ &&
       SameEffect(classifier_->RuleOf((*held_)[cursor_].id), *rule)) {
     Meet(cursor_, wanted.identity);
     return true;
   }
   pending_.push_back(wanted);
-  if (aligning_ || cursor_ == held_->size()) return true;
+  if (aligning_ || cursor_ == end_) return true;
   const size_t place = FindNear(wanted);
-  row_ = place == held_->size() ? 0 : row_ != 0 && place == last_ + 1 ? row_ + 1 : 1;
+  row_ = place == end_ ? 0 : row_ != 0 && place == last_ + 1 ? row_ + 1 : 1;
   last_ = place;
   if (row_ == kRow) Align(place + 1);
   aligning_ = pending_.size() > kReach;
@@ -73,16 +73,16 @@ bool RootUpdate::Part(const FiltersCommon::FiltersEntry& entry, std::string* rea
 }
 
 size_t RootUpdate::FindNear(const Wanted& wanted) const {
-  const size_t end = std::min(held_->size(), cursor_ + kReach);
+  const size_t end = std::min(end_, cursor_ + kReach);
   const auto is_same = [&](size_t at) {
     return (*held_)[at].identity == wanted.identity ||
            SameEffect(classifier_->RuleOf((*held_)[at].id), wanted.rule);
   };
-  if (row_ != 0 && last_ + 1 < held_->size() && is_same(last_ + 1)) return last_ + 1;
+  if (row_ != 0 && last_ + 1 < end_ && is_same(last_ + 1)) return last_ + 1;
   for (size_t at = cursor_; at < end; ++at) {
     if (is_same(at)) return at;
   }
-  return held_->size();
+  return end_;
 }
 
 void RootUpdate::Meet(size_t at, const void* identity) {
@@ -122,9 +122,9 @@ void RootUpdate::Align(size_t end) {
 }
 
 void RootUpdate::Finish() {
-  if (!pending_.empty()) Align(held_->size());
-  if (cursor_ == held_->size() && pending_.empty()) return;
-  edits_.push_back({cursor_, held_->size() - cursor_, added_.size(), pending_.size()});
+  if (!pending_.empty()) Align(end_);
+  if (cursor_ == end_ && pending_.empty()) return;
+  edits_.push_back({cursor_, end_ - cursor_, added_.size(), pending_.size()});
   added_.insert(added_.end(), pending_.begin(), pending_.end());
   pending_.clear();
 }

@@ -46,11 +46,18 @@ class RootUpdate {
   // `classifier` and `held` must outlive the update, and not change before Commit(). So must the
   // entries, until Finish().
   RootUpdate(classifier::Classifier* classifier, uint32_t root, const std::vector<HeldEntry>* held)
-      : classifier_(classifier), root_(root), held_(held) {}
+      : classifier_(classifier), root_(root), held_(held), end_(held->size()) {}
+
+  // So many more entries at the front of those in force, and at their back, stay as they are and
+  // are not fed. Before the first Next().
+  void KeepEnds(size_t front, size_t back) {
+    cursor_ += front;
+    end_ -= back;
+  }
 
   // The next wanted entry. False, and why in `reason`, when it cannot be enforced.
   bool Next(const FiltersCommon::FiltersEntry& entry, std::string* reason) {
-    if (cursor_ < held_->size() && pending_.empty() && !aligning_ &&
+    if (cursor_ < end_ && pending_.empty() && !aligning_ &&
         (*held_)[cursor_].identity == entry.contentIdentity()) {
       ++cursor_;
       return true;
@@ -90,7 +97,7 @@ class RootUpdate {
   };
 
   bool Part(const FiltersCommon::FiltersEntry& entry, std::string* reason);
-  // Where in force, not far from the cursor, there is an entry like this; the end if nowhere.
+  // Where in force, not far from the cursor, there is an entry like this; end_ if nowhere.
   size_t FindNear(const Wanted& wanted) const;
   // The wanted entry is the one at `at`, and what is pending stands before it.
   void Meet(size_t at, const void* identity);
@@ -105,7 +112,7 @@ class RootUpdate {
   classifier::Classifier* classifier_;
   uint32_t root_;
   const std::vector<HeldEntry>* held_;
-  size_t cursor_ = 0;
+  size_t cursor_ = 0, end_;      // the part of `held_` that is compared
   bool aligning_ = false;        // all that follows is pending
   size_t last_ = 0, row_ = 0;    // where the last pending entry is in force, and how many in a row
   std::vector<Wanted> pending_;  // since the two have parted
