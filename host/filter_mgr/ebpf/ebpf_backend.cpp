@@ -354,14 +354,37 @@ bool EbpfBackend::Refresh() {
   return ports_->failed().empty();
 }
 
+std::vector<int> EbpfBackend::fds() const {
+  std::vector<int> fds = {links_.fd(), grace_.fd()};
+  if (guards_ != nullptr) fds.push_back(guards_->fd());
+  return fds;
+}
+
+// Makes the guards anew where others have changed them, as by flushing the whole packet filter.
+bool EbpfBackend::RepairGuards() {
+  if (guards_ == nullptr || !guards_->Damaged()) return true;
+  const int error = guards_->Repair();
+  if (error == 0) {
+    Log(LogLevel::kWarning, "the guards of the ports were changed by another program; put right");
+  } else if (!guards_reported_) {
+    Log(LogLevel::kError,
+        "the guards of the ports were changed by another program and cannot be put right: %s; it "
+        "is tried again",
+        strerror(-error));
+  }
+  guards_reported_ = error != 0;
+  return error == 0;
+}
+
 bool EbpfBackend::Poll() {
+  const bool guarded = RepairGuards();
   if (const auto ticket = grace_.Ended()) {
     classifier_->GracePassed(*ticket);
     counters_->EndGrace();
     Idle();
   }
   const std::set<std::string> changed = links_.Update();
-  if (changed.empty() && ports_->failed().empty()) return true;
+  if (changed.empty() && ports_->failed().empty()) return guarded;
   for (const std::string& name : changed) {
     if (!ports_->Names(name)) continue;
     Log(LogLevel::kInfo, "interface %s %s", name.c_str(),
@@ -370,7 +393,7 @@ bool EbpfBackend::Poll() {
   ports_->Forget(changed);
   const bool ok = Refresh();
   if (standing_.state == Standing::kPartial && ports_->failed().empty()) standing_ = {};
-  return ok;
+  return ok && guarded;
 }
 
 void EbpfBackend::Idle() {

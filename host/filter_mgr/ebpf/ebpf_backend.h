@@ -65,7 +65,7 @@ class EbpfBackend : public Backend {
   Standing Publish() override;
   void Discard() override;
   const Standing& standing() const override { return standing_; }
-  std::vector<int> fds() const override { return {links_.fd(), grace_.fd()}; }
+  std::vector<int> fds() const override;
   bool Poll() override;
   bool Pending() const override { return !links_.complete(); }
   std::unique_ptr<HitsReading> ReadHits(GroupSlot slot) override;
@@ -105,6 +105,7 @@ class EbpfBackend : public Backend {
   void Commit();
   std::set<std::string> WantedPorts() const;
   bool Refresh();
+  bool RepairGuards();
 
   EbpfOptions options_;
   std::unique_ptr<FilterStore> store_;
@@ -121,6 +122,7 @@ class EbpfBackend : public Backend {
   GracePeriod grace_;
   Standing standing_;
   bool foreign_ = false;  // what is in force is another version's, and must be replaced whole
+  bool guards_reported_ = false;  // that the guards cannot be put right
   size_t left_ = 0;
   size_t writes_ = 0;
 };

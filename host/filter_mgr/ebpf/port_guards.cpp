@@ -11,9 +11,12 @@
 #include <linux/netfilter/nfnetlink.h>
 #include <net/if.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
+
+#include "host/filter_mgr/linux/table_event.h"
 
 namespace host {
 namespace {
@@ -200,6 +203,9 @@ std::unique_ptr<PortGuards> PortGuards::Open(const NetlinkOpener& open, int* err
   auto socket = open({NETLINK_NETFILTER, 0, 0}, error);
   if (socket == nullptr) return nullptr;
   std::unique_ptr<PortGuards> guards(new PortGuards(std::move(socket)));
+  // Listens before it reads, so that nothing is missed.
+  guards->events_ = open({NETLINK_NETFILTER, NFNLGRP_NFTABLES, guards->socket_->port_id()}, error);
+  if (guards->events_ == nullptr) return nullptr;
   *error = guards->ProbeKind();
   if (*error == 0) *error = guards->Read();
   return *error == 0 ? std::move(guards) : nullptr;
@@ -248,12 +254,46 @@ int PortGuards::Read() {
   return error == -ENOENT ? 0 : error;
 }
 
+bool PortGuards::Damaged() {
+  std::vector<char> buffer(1 << 16);
+  for (;;) {
+    const ssize_t size = events_->Receive(buffer.data(), buffer.size(), /*wait=*/false);
+    if (size == -ENOBUFS) damaged_ = true;  // nobody knows what was dropped
+    if (size == -ENOBUFS || size == -EINTR) continue;
+    if (size < 0) break;
+    auto remaining = static_cast<int>(size);
+    const auto* message = reinterpret_cast<const nlmsghdr*>(buffer.data());
+    for (; mnl_nlmsg_ok(message, remaining); message = mnl_nlmsg_next(message, &remaining)) {
+      const TableEvent event = ReadTableEvent(message);
+      damaged_ = damaged_ || (event.table == kTable &&
+                              std::count(families_.begin(), families_.end(), event.family) != 0);
+    }
+  }
+  return damaged_;
+}
+
 int PortGuards::Set(const Guards& guards) {
-  if (guards == in_force_) return 0;
+  if (guards == in_force_ && !damaged_) return 0;
   if (guards.empty()) return Remove();
   Batch batch(kTable);
-  const auto add_rule = [&batch](uint8_t family, const std::string& chain, const char* port,
-                                 int interface) {
+  if (damaged_) {
+    // Nothing that is there is relied on.
+    for (uint8_t family : families_) batch.RemoveTable(family);
+    Write({}, guards, &batch);
+  } else {
+    Write(in_force_, guards, &batch);
+  }
+  const int error = Send(&batch);
+  if (error != 0) return error;
+  in_force_ = guards;
+  damaged_ = false;
+  return 0;
+}
+
+// What makes `guards` of the ones `before`.
+void PortGuards::Write(const Guards& before, const Guards& guards, Batch* batch) const {
+  const auto add_rule = [batch](uint8_t family, const std::string& chain, const char* port,
+                                int interface) {
     const RuleObject rule = MakeRule(chain);
     if (port != nullptr) {
       std::array<char, IFNAMSIZ> name{};
@@ -262,40 +302,39 @@ int PortGuards::Set(const Guards& guards) {
     }
     AddTest(rule.get(), NFT_META_IIF, NFT_CMP_NEQ, &interface, sizeof(interface));
     AddDrop(rule.get());
-    batch.AddRule(family, rule.get());
+    batch->AddRule(family, rule.get());
   };
   for (uint8_t family : families_) {
-    batch.AddTable(family);
+    batch->AddTable(family);
     if (kind_ == Kind::kPrerouting) {
-      batch.AddChain(family, kPreroutingChain, nullptr);
-      batch.EmptyChain(family, kPreroutingChain);
+      batch->AddChain(family, kPreroutingChain, nullptr);
+      batch->EmptyChain(family, kPreroutingChain);
       for (const auto& [port, interface] : guards) {
         add_rule(family, kPreroutingChain, port.c_str(), interface);
       }
       continue;
     }
     for (const auto& [port, interface] : guards) {
-      const auto now = in_force_.find(port);
-      if (now != in_force_.end() && now->second == interface) continue;
-      batch.AddChain(family, port, port.c_str());
-      batch.EmptyChain(family, port);
+      const auto now = before.find(port);
+      if (now != before.end() && now->second == interface) continue;
+      batch->AddChain(family, port, port.c_str());
+      batch->EmptyChain(family, port);
       add_rule(family, port, nullptr, interface);
     }
-    for (const auto& [port, interface] : in_force_) {
-      if (guards.count(port) == 0) batch.RemoveChain(family, port);
+    for (const auto& [port, interface] : before) {
+      if (guards.count(port) == 0) batch->RemoveChain(family, port);
     }
   }
-  const int error = Send(&batch);
-  if (error == 0) in_force_ = guards;
-  return error;
 }
 
 int PortGuards::Remove() {
   Batch batch(kTable);
   for (uint8_t family : families_) batch.RemoveTable(family);
   const int error = Send(&batch);
-  if (error == 0) in_force_.clear();
-  return error;
+  if (error != 0) return error;
+  in_force_.clear();
+  damaged_ = false;
+  return 0;
 }
 
 int PortGuards::Send(Batch* batch) {

@@ -11,7 +11,8 @@
 // chain goes with its interface, so the guards are rules of chains in the inet and bridge families
 // in front of routing: they see what is routed, bridged or for this machine itself.
 //
-// Table `acl-app-guard`, one per family.
+// Table `acl-app-guard`, one per family. Other programs may change it, or flush all there is: the
+// kernel announces that, and Repair() makes the guards anew.
 #ifndef HOST_FILTER_MGR_EBPF_PORT_GUARDS_H_
 #define HOST_FILTER_MGR_EBPF_PORT_GUARDS_H_
 
@@ -35,9 +36,15 @@ class PortGuards {
   // negative errno in `error`, where there is no packet filter, or the process may not change it.
   static std::unique_ptr<PortGuards> Open(const NetlinkOpener& open, int* error);
 
-  // Puts these guards in force, and no others, in one transaction; writes what differs. 0, or a
-  // negative errno when nothing was changed.
+  // Puts these guards in force, and no others, in one transaction; writes what differs, or all
+  // where others have changed them. 0, or a negative errno when nothing was changed.
   int Set(const Guards& guards);
+  // Readable when the packet filter was changed by others.
+  int fd() const { return events_->fd(); }
+  // Whether others have changed the guards since they were written.
+  bool Damaged();
+  // Puts right what others have changed. 0 or a negative errno; then Damaged() stays true.
+  int Repair() { return Damaged() ? Set(in_force_) : 0; }
   // Removes the guards of all kinds, also those of a daemon that has ended. 0 or a negative errno.
   int Remove();
 
@@ -52,9 +59,11 @@ class PortGuards {
   explicit PortGuards(std::unique_ptr<NetlinkSocket> socket) : socket_(std::move(socket)) {}
   int ProbeKind();
   int Read();
+  void Write(const Guards& before, const Guards& guards, Batch* batch) const;
   int Send(Batch* batch);
 
-  std::unique_ptr<NetlinkSocket> socket_;
+  std::unique_ptr<NetlinkSocket> socket_, events_;
+  bool damaged_ = false;
   Kind kind_ = Kind::kIngress;
   std::vector<uint8_t> families_;  // NFPROTO_..., where the guards stand
   Guards in_force_;

@@ -68,6 +68,14 @@ TEST_P(PortsTest, AnInterfaceIsFilteredWheneverItIsThere) {
   AddPort("p1");
   if (GuardsEveryFrame()) {
     EXPECT_FALSE(Passes("p1-peer"));
+    // Another program may change the guards: they are put right, once.
+    PacketLab::Run("ip link del p1");
+    const size_t writes = ebpf_->guards()->writes();
+    PacketLab::Run(GetParam() ? "nft flush ruleset" : "nft flush table netdev acl-app-guard");
+    EXPECT_TRUE(ebpf_->Poll() && ebpf_->Poll());
+    EXPECT_EQ(writes + 1, ebpf_->guards()->writes());
+    AddPort("p1");
+    EXPECT_FALSE(Passes("p1-peer"));
   }
   EXPECT_TRUE(ebpf_->Poll());
   EXPECT_FALSE(Passes("p1-peer"));

@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "host/filter_mgr/linux/table_event.h"
+
 namespace host {
 namespace {
 
@@ -33,25 +35,6 @@ void CarryOn(const HeldTable& before, HeldTable* now) {
       }
     }
   }
-}
-
-// The table that an announcement of the packet filter is about; empty for none of this family.
-std::string TableOf(const nlmsghdr* message) {
-  constexpr uint16_t kTableName = 1;  // the same attribute in tables, chains, rules and sets
-  static_assert(NFTA_TABLE_NAME == kTableName && NFTA_CHAIN_TABLE == kTableName &&
-                NFTA_RULE_TABLE == kTableName && NFTA_SET_TABLE == kTableName &&
-                NFTA_SET_ELEM_LIST_TABLE == kTableName);
-  if (NFNL_SUBSYS_ID(message->nlmsg_type) != NFNL_SUBSYS_NFTABLES ||
-      NFNL_MSG_TYPE(message->nlmsg_type) == NFT_MSG_NEWGEN ||
-      static_cast<const nfgenmsg*>(mnl_nlmsg_get_payload(message))->nfgen_family !=
-          NFPROTO_NETDEV) {
-    return {};
-  }
-  std::string name;
-  ForEachAttribute(message, sizeof(nfgenmsg), [&name](const nlattr* attribute) {
-    if (mnl_attr_get_type(attribute) == kTableName) name = mnl_attr_get_str(attribute);
-  });
-  return name;
 }
 
 }  // namespace
@@ -79,7 +62,9 @@ void WatchedTables::ReadEvents() {
     auto remaining = static_cast<int>(size);
     const auto* message = reinterpret_cast<const nlmsghdr*>(buffer.data());
     for (; mnl_nlmsg_ok(message, remaining); message = mnl_nlmsg_next(message, &remaining)) {
-      const auto port = PortOfTable(TableOf(message));
+      const TableEvent event = ReadTableEvent(message);
+      if (event.family != NFPROTO_NETDEV) continue;
+      const auto port = PortOfTable(event.table);
       if (port) ports_[*port].stale = true;
     }
   }
