@@ -126,7 +126,7 @@ bool EbpfBackend::Start(std::string* reason) {
   }
   counters_.emplace(store_.get(), used);
   // What an earlier process left unfinished: an interface that came or went, a new program.
-  if (!foreign_ && left_ != 0) Refresh();
+  if (!foreign_ && (left_ != 0 || ports_->count() != 0)) Refresh();
   return true;
 }
 
