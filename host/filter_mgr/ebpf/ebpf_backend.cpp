@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "host/filter_mgr/ebpf/dead_stores.h"
+#include "host/filter_mgr/ebpf/self_test.h"
 #include "host/filter_mgr/entry_text.h"
 #include "host/runtime/log.h"
 
@@ -101,6 +102,8 @@ bool EbpfBackend::Start(std::string* reason) {
     *reason = std::string("interfaces cannot be read: ") + strerror(-error);
     return false;
   }
+  // What is in force is this build's: it was tried when it was loaded.
+  if (store_->incomplete() && !TryFilterProgram(reason)) return false;
   if (!TakeOver(reason) || !store_->Complete(reason)) return false;
   const auto method =
       options_.links ? PortHooks::Probe(store_->program()) : PortHooks::Method::kClassifier;
