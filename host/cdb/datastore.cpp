@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <deque>
 #include <new>
 #include <utility>
 
@@ -126,34 +127,34 @@ class LibyangDatastore : public Datastore {
   }
 
   DatastoreErrors Rollback(uint64_t id, const Origin& origin) override {
-    if (id == 0 || id > transaction_id_)
-      return Refusal("invalid-value", "there is no commit " + std::to_string(id));
-    Tree touched;
-    std::vector<Tree> undone;
-    for (uint64_t next = transaction_id_; next > id; --next) {
-      DatastoreErrors errors;
-      undone.push_back(ReverseOf(next, &errors));
-      if (!errors.empty()) return errors;
-      if (undone.back() == nullptr) undone.pop_back();
-      if (undone.empty()) continue;
-      TreeBuilder builder(&touched);
-      if (lyd_merge_siblings(builder, undone.back().get(), 0) != LY_SUCCESS) throw std::bad_alloc();
-    }
-    Tree before = CopyTouched(running_.get(), touched.get(), DefaultOperation::kNone);
-    Normalize(context_.get(), &before);
+    Tree before;
+    Reverses reverses;
+    DatastoreErrors errors = ReversesAfter(id, &reverses, &before);
+    if (!errors.empty()) return errors;
     Tree after = CopyTree(before.get());
-    for (const Tree& reverse : undone) {
-      if (!ApplyDifference(reverse.get(), &after))
-        return Refusal("operation-failed",
-                       "the commits after " + std::to_string(id) + " cannot be undone");
-    }
+    errors = Undo(&reverses, id, &after);
+    if (!errors.empty()) return errors;
     Origin rollback = origin;
     if (rollback.comment.empty()) rollback.comment = "rollback to " + std::to_string(id);
-    DatastoreErrors errors = ValidateEdit(&after);
+    errors = ValidateEdit(&after);
     if (!errors.empty()) return errors;
     // The way back to a checkpoint is kept open: what is stored is taken, too, whatever it needs.
     const bool way_back = origin.session_id == 0 && Checkpoint() != 0 && id >= Checkpoint();
     return Commit(before.get(), std::move(after), TestOption::kTestThenSet, rollback, !way_back);
+  }
+
+  Tree DifferenceBetween(uint64_t from, uint64_t to, DatastoreErrors* errors) override {
+    const auto [earlier, later] = std::minmax(from, to);
+    Tree content;
+    Reverses reverses;
+    *errors = ReversesAfter(earlier, &reverses, &content);
+    if (errors->empty() && later > transaction_id_) *errors = NoCommit(later);
+    if (errors->empty()) *errors = Undo(&reverses, later, &content);
+    Tree then = CopyTree(content.get());
+    if (errors->empty()) *errors = Undo(&reverses, earlier, &then);
+    if (!errors->empty()) return nullptr;
+    if (from > to) then.swap(content);
+    return Difference(context_.get(), then.get(), content.get());
   }
 
   DatastoreErrors SetCheckpoint() override {
@@ -303,6 +304,42 @@ class LibyangDatastore : public Datastore {
     if (diff != nullptr && lyd_diff_reverse_all(diff.get(), &raw) != LY_SUCCESS)
       *errors = Refusal("operation-failed", "commit " + std::to_string(id) + " cannot be undone");
     return Tree(raw);
+  }
+
+  // What takes commits back, the latest first.
+  using Reverses = std::deque<std::pair<uint64_t, Tree>>;
+
+  static DatastoreErrors NoCommit(uint64_t id) {
+    return Refusal("invalid-value", "there is no commit " + std::to_string(id));
+  }
+
+  // Reads what takes the commits after `id` back, and copies the part of running that they touched.
+  DatastoreErrors ReversesAfter(uint64_t id, Reverses* reverses, Tree* part) const {
+    if (id == 0 || id > transaction_id_) return NoCommit(id);
+    Tree touched;
+    for (uint64_t next = transaction_id_; next > id; --next) {
+      DatastoreErrors errors;
+      Tree reverse = ReverseOf(next, &errors);
+      if (!errors.empty()) return errors;
+      if (reverse == nullptr) continue;
+      TreeBuilder builder(&touched);
+      if (lyd_merge_siblings(builder, reverse.get(), 0) != LY_SUCCESS) throw std::bad_alloc();
+      reverses->emplace_back(next, std::move(reverse));
+    }
+    *part = CopyTouched(running_.get(), touched.get(), DefaultOperation::kNone);
+    Normalize(context_.get(), part);
+    return {};
+  }
+
+  // Makes `part` what it was after the commit `id`, and uses up the reverses that this takes.
+  static DatastoreErrors Undo(Reverses* reverses, uint64_t id, Tree* part) {
+    while (!reverses->empty() && reverses->front().first > id) {
+      if (!ApplyDifference(reverses->front().second.get(), part))
+        return Refusal("operation-failed",
+                       "the commits after " + std::to_string(id) + " cannot be undone");
+      reverses->pop_front();
+    }
+    return {};
   }
 
   // Validates a tree of which nothing is known.

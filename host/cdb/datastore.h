@@ -52,7 +52,7 @@ inline constexpr size_t kMaxErrors = 100;
 struct Origin {
   std::string user;
   uint32_t session_id = 0;   // 0: the daemon itself
-  std::string comment = "";  // what it is, where that is not an edit
+  std::string comment = "";  // what who makes it says of it, or what it is
 };
 
 // A commit as the history has it.
@@ -176,6 +176,9 @@ class Datastore {
   virtual lyd_node* DifferenceOf(uint64_t id, DatastoreErrors* errors) const = 0;
   // The commit `id` as the history has it; none when it does not.
   virtual std::optional<CommitInfo> CommitOf(uint64_t id) const = 0;
+  // What becomes of the configuration between two commits, in either direction, in libyang's form;
+  // null when nothing does. Costs what has changed since the earlier one.
+  virtual Tree DifferenceBetween(uint64_t from, uint64_t to, DatastoreErrors* errors) = 0;
   // Makes running again what it was after the commit `id`, by a new commit. Costs what has changed
   // since. Refused like any edit, so when a profile was made anew with another priority meanwhile;
   // but the daemon itself gets back to a checkpoint even where the capacity has become too small.

@@ -1,15 +1,25 @@
 // Confirmed commits: see confirmed_commit.h.
 #include "host/netconf/confirmed_commit.h"
 
+#include <libyang/libyang.h>
+
+#include <algorithm>
 #include <cinttypes>
 #include <optional>
 
+#include "host/netconf/xml_writer.h"
+#include "host/runtime/date_and_time.h"
 #include "host/runtime/middleware.h"
 
 namespace host {
 namespace {
 
 constexpr std::chrono::seconds kRetryDelay{10};
+
+// Since 1970.
+int64_t MicrosecondsOf(std::chrono::system_clock::time_point time) {
+  return std::chrono::duration_cast<std::chrono::microseconds>(time.time_since_epoch()).count();
+}
 
 }  // namespace
 
@@ -40,6 +50,8 @@ void ConfirmedCommit::Begin(std::chrono::seconds timeout, const Origin& origin,
   ongoing_ = true;
   user_ = origin.user;
   session_ = persist_.empty() ? origin.session_id : 0;
+  commit_ = datastore_.TransactionId();
+  until_ = std::chrono::system_clock::now() + timeout;
   timer_ = loop_.After(timeout, [this] { Cancel("it was not confirmed in time"); });
   if (timer_ == nullptr) Cancel("there is no timer for it");
 }
@@ -92,6 +104,28 @@ DatastoreErrors ConfirmedCommit::GoBack(const std::string& why) {
       "netconf: back to commit %" PRIu64 ", the confirmed commit of %s is taken back: %s", base,
       user_.c_str(), why.c_str());
   return {};
+}
+
+Tree ConfirmedCommit::State(const ly_ctx* context) const {
+  if (!ongoing_) return nullptr;
+  const auto remaining =
+      std::chrono::duration_cast<std::chrono::seconds>(until_ - std::chrono::system_clock::now());
+  XmlWriter xml("urn:acl-app:commits");
+  xml.Open("confirmed-commit");
+  xml.Leaf("commit", commit_);
+  xml.Leaf("base", datastore_.Checkpoint());
+  xml.Leaf("user", user_);
+  if (session_ != 0) xml.Leaf("session-id", uint64_t{session_});
+  xml.Leaf("until", DateAndTime(MicrosecondsOf(until_), 0));
+  xml.Leaf("remaining", static_cast<uint64_t>(std::max<int64_t>(remaining.count(), 0)));
+  xml.Close("confirmed-commit");
+  lyd_node* tree = nullptr;
+  if (lyd_parse_data_mem(context, xml.Take().c_str(), LYD_XML, LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0,
+                         &tree) != LY_SUCCESS) {
+    Log(LogLevel::kError, "netconf: the confirmed commit cannot be shown: %s", ly_errmsg(context));
+    ly_err_clean(const_cast<ly_ctx*>(context), nullptr);
+  }
+  return Tree(tree);
 }
 
 void ConfirmedCommit::OnSessionEnd(uint32_t session) {

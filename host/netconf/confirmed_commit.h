@@ -47,6 +47,8 @@ class ConfirmedCommit {
   DatastoreErrors Confirm();
   // Goes back at once; after errors it is tried again by and by. `why` is for log and history.
   DatastoreErrors Cancel(const std::string& why);
+  // What is ongoing, as operational data (acl-app-commits); null when nothing is.
+  Tree State(const ly_ctx* context) const;
   // To be called at a session's end.
   void OnSessionEnd(uint32_t session);
 
@@ -60,6 +62,8 @@ class ConfirmedCommit {
   std::string user_;        // who made the commit
   uint32_t session_ = 0;
   std::string persist_;
+  uint64_t commit_ = 0;                          // the last one that is to be confirmed
+  std::chrono::system_clock::time_point until_;  // when it goes back, for people
   std::unique_ptr<Watch> timer_;
 };
 

@@ -3,11 +3,11 @@
 
 #include <libyang/libyang.h>
 
-#include <array>
 #include <cstring>
 
 #include "host/netconf/hello.h"
 #include "host/netconf/xml_text.h"
+#include "host/runtime/date_and_time.h"
 #include "host/runtime/middleware.h"
 
 namespace host {
@@ -19,15 +19,6 @@ std::string Element(const std::string& name, const std::string& content) {
 
 std::string Number(const std::string& name, uint32_t value) {
   return Element(name, std::to_string(value));
-}
-
-// RFC 3339, in UTC.
-std::string DateAndTime(time_t time) {
-  tm broken_down{};
-  gmtime_r(&time, &broken_down);
-  std::array<char, 32> text{};
-  strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &broken_down);
-  return text.data();
 }
 
 std::string Capabilities(const std::vector<std::string>& capabilities) {
@@ -44,9 +35,10 @@ std::string Datastores(const Locks& locks) {
     std::string content = Element("name", name);
     if (const uint32_t holder = locks.HolderOf(name)) {
       content += Element(
-          "locks",
-          Element("global-lock", Number("locked-by-session", holder) +
-                                     Element("locked-time", DateAndTime(locks.TakenAt(name)))));
+          "locks", Element("global-lock",
+                           Number("locked-by-session", holder) +
+                               Element("locked-time",
+                                       DateAndTime(int64_t{1000000} * locks.TakenAt(name), 0))));
     }
     xml += Element("datastore", content);
   }
@@ -74,22 +66,24 @@ std::string Counters(const RpcCounters& counters) {
 std::string Sessions(const std::vector<SessionState>& sessions) {
   std::string xml;
   for (const SessionState& session : sessions) {
-    xml += Element("session", Number("session-id", session.id) +
-                                  "<transport xmlns:acl-n=\"urn:acl-app:netconf\">"
-                                  "acl-n:netconf-unix-socket</transport>" +
-                                  Element("username", XmlEscape(session.user)) +
-                                  Element("login-time", DateAndTime(session.login)) +
-                                  Counters(session.rpcs));
+    xml += Element("session",
+                   Number("session-id", session.id) +
+                       "<transport xmlns:acl-n=\"urn:acl-app:netconf\">"
+                       "acl-n:netconf-unix-socket</transport>" +
+                       Element("username", XmlEscape(session.user)) +
+                       Element("login-time", DateAndTime(int64_t{1000000} * session.login, 0)) +
+                       Counters(session.rpcs));
   }
   return Element("sessions", xml);
 }
 
 std::string Statistics(const ServerCounters& counters) {
-  return Element("statistics", Element("netconf-start-time", DateAndTime(counters.started)) +
-                                   Number("in-bad-hellos", counters.in_bad_hellos) +
-                                   Number("in-sessions", counters.in_sessions) +
-                                   Number("dropped-sessions", counters.dropped_sessions) +
-                                   Counters(counters.rpcs));
+  return Element(
+      "statistics",
+      Element("netconf-start-time", DateAndTime(int64_t{1000000} * counters.started, 0)) +
+          Number("in-bad-hellos", counters.in_bad_hellos) +
+          Number("in-sessions", counters.in_sessions) +
+          Number("dropped-sessions", counters.dropped_sessions) + Counters(counters.rpcs));
 }
 
 }  // namespace

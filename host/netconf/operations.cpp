@@ -33,6 +33,7 @@ constexpr Operation kOperations[] = {
     {kHistory, "get-commit", OperationKind::kQuery, RunGetCommit},
     {kHistory, "rollback", OperationKind::kChange, RunRollback},
     {kHistory, "compare", OperationKind::kChange, RunCompare},
+    {kHistory, "compare-commits", OperationKind::kChange, RunCompareCommits},
     {kHistory, "check", OperationKind::kChange, RunCheck},
     {kStatus, "recover", OperationKind::kChange, RunRecover},
 };

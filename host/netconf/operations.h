@@ -105,6 +105,7 @@ OperationResult RunGetCommit(const OperationContext& context, const OperationCal
 OperationResult RunRollback(const OperationContext& context, const OperationCall& call);
 OperationResult RunRecover(const OperationContext& context, const OperationCall& call);
 OperationResult RunCompare(const OperationContext& context, const OperationCall& call);
+OperationResult RunCompareCommits(const OperationContext& context, const OperationCall& call);
 OperationResult RunCheck(const OperationContext& context, const OperationCall& call);
 
 // Helpers of the operations.

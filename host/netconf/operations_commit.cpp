@@ -44,7 +44,7 @@ OperationResult RunCommit(const OperationContext& context, const OperationCall& 
     const DatastoreErrors errors = confirmed.Prepare();
     if (!errors.empty()) return FromErrors(errors);
   }
-  const Origin origin{call.session.user, call.session.id};
+  const Origin origin{call.session.user, call.session.id, ParameterText(call, "comment", "")};
   const uint64_t before = context.datastore.TransactionId();
   OperationResult result = FromErrors(context.candidate.Commit(origin));
   if (!result.errors.empty()) {

@@ -22,7 +22,7 @@ TestOption ReadTestOption(const std::string& text) {
 OperationResult EditDatastore(const OperationContext& context, const OperationCall& call,
                               const std::string& target, Tree edit, const EditOptions& options) {
   OperationResult result;
-  const Origin origin{call.session.user, call.session.id};
+  const Origin origin{call.session.user, call.session.id, ParameterText(call, "comment", "")};
   if (target == "candidate") {
     result.errors = FromDatastore(context.candidate.Edit(edit.get(), options, origin));
     return result;

@@ -1,9 +1,7 @@
 // The operations of acl-app-history: the history of running, and what an edit would do.
 #include <libyang/libyang.h>
 
-#include <array>
 #include <cstdlib>
-#include <ctime>
 #include <string>
 #include <utility>
 
@@ -11,6 +9,7 @@
 #include "host/netconf/difference_xml.h"
 #include "host/netconf/operations.h"
 #include "host/netconf/xml_writer.h"
+#include "host/runtime/date_and_time.h"
 
 namespace host {
 namespace {
@@ -21,21 +20,9 @@ constexpr char kNamespace[] = "urn:acl-app:history";
 // commits of others for longer than readers may.
 constexpr size_t kChangesForReaders = 2000;
 
-// RFC 3339, in UTC.
-std::string DateAndTime(int64_t microseconds) {
-  const auto seconds = static_cast<time_t>(microseconds / 1000000);
-  tm broken_down{};
-  gmtime_r(&seconds, &broken_down);
-  std::array<char, 32> text{};
-  strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &broken_down);
-  std::string fraction = std::to_string(microseconds % 1000000);
-  fraction.insert(0, 6 - fraction.size(), '0');
-  return std::string(text.data()) + "." + fraction + "Z";
-}
-
 void WriteCommit(const CommitInfo& info, XmlWriter* xml) {
   xml->Leaf("id", info.id);
-  xml->Leaf("time", DateAndTime(info.time_us));
+  xml->Leaf("time", DateAndTime(info.time_us, 6));
   xml->Leaf("user", info.origin.user);
   xml->Leaf("session", info.origin.session_id);
   if (!info.origin.comment.empty()) xml->Leaf("comment", info.origin.comment);
@@ -103,8 +90,11 @@ OperationResult RunRollback(const OperationContext& context, const OperationCall
   }
   if (FindParameter(call, "id") == nullptr) return OperationResult::Error(MissingElement("id"));
   const uint64_t before = context.datastore.TransactionId();
-  const DatastoreErrors errors =
-      context.datastore.Rollback(NumberIn(call, "id", "0"), {call.session.user, call.session.id});
+  const uint64_t id = NumberIn(call, "id", "0");
+  const std::string comment = ParameterText(call, "comment", "");
+  Origin origin{call.session.user, call.session.id};
+  if (!comment.empty()) origin.comment = "rollback to " + std::to_string(id) + ": " + comment;
+  const DatastoreErrors errors = context.datastore.Rollback(id, origin);
   if (!errors.empty()) return Refuse(errors);
   const uint64_t after = context.datastore.TransactionId();
   if (after == before) return OperationResult::Ok();
@@ -120,6 +110,17 @@ OperationResult RunCompare(const OperationContext& context, const OperationCall&
   if (!preview.errors.empty()) return Refuse(preview.errors);
   XmlWriter xml(kNamespace);
   WriteDifference(preview.difference.get(), &xml);
+  return Reply(&xml);
+}
+
+OperationResult RunCompareCommits(const OperationContext& context, const OperationCall& call) {
+  const std::string now = std::to_string(context.datastore.TransactionId());
+  DatastoreErrors errors;
+  const Tree difference = context.datastore.DifferenceBetween(
+      NumberIn(call, "from", "0"), NumberIn(call, "to", now.c_str()), &errors);
+  if (!errors.empty()) return Refuse(errors);
+  XmlWriter xml(kNamespace);
+  WriteDifference(difference.get(), &xml);
   return Reply(&xml);
 }
 

@@ -84,6 +84,10 @@ void NetconfServer::ShowState(StateProviders* providers) {
                         }
                         return BuildNetconfState(context, state).release();
                       }}));
+  shown_.push_back(
+      providers->Add({"acl-app-commits", "confirmed-commit", [this](const ly_ctx* context) {
+                        return confirmed_.State(context).release();
+                      }}));
   for (const char* node : {"yang-library", "modules-state"}) {
     shown_.push_back(providers->Add({"ietf-yang-library", node, [node](const ly_ctx* context) {
                                        return BuildYangLibrary(context, node).release();

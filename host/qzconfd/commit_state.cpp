@@ -4,10 +4,9 @@
 #include <libyang/libyang.h>
 
 #include <algorithm>
-#include <array>
-#include <ctime>
 #include <string>
 
+#include "host/runtime/date_and_time.h"
 #include "host/runtime/log.h"
 
 namespace host {
@@ -16,16 +15,6 @@ namespace {
 constexpr char kModule[] = "acl-app-commits";
 // By CommitOutcome::Result.
 constexpr const char* kResults[] = {"applied", "pending", "failed", "superseded"};
-
-// RFC 3339, in UTC, with milliseconds.
-std::string DateAndTime(int64_t time_us) {
-  const time_t seconds = time_us / 1000000;
-  tm broken_down{};
-  gmtime_r(&seconds, &broken_down);
-  std::array<char, 32> text{};
-  strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S.", &broken_down);
-  return text.data() + std::to_string(1000 + time_us / 1000 % 1000).substr(1) + "Z";
-}
 
 // Adds nodes below given parents. The first refusal stands; later calls do nothing.
 class Writer {
@@ -70,7 +59,7 @@ void AddCommit(const CommitOutcome& outcome, lyd_node* top, Writer* writer) {
   }
   writer->Text(node, "comment", origin.comment);
   if (outcome.at_start) writer->Leaf(node, "at-start", "");
-  writer->Leaf(node, "time", DateAndTime(outcome.time_us));
+  writer->Leaf(node, "time", DateAndTime(outcome.time_us, 3));
   writer->Leaf(node, "duration",
                std::to_string(std::min<int64_t>(outcome.took.count(), UINT32_MAX)));
   writer->Leaf(node, "result", kResults[outcome.result]);

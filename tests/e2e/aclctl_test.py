@@ -206,7 +206,6 @@ class AclctlTest(DaemonTest):
             ("history -n 10001", ["from 1 to 10000"]),
             ("rollback x", ["number", '"x"']),
             ("show commit 18446744073709551616", ["to 18446744073709551615"]),
-            ("apply c.txt", ["c.txt"]),
         ):
             with self.subTest(command):
                 self.assert_fails(2, *command.split(), says=says)

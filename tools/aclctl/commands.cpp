@@ -9,7 +9,9 @@ namespace aclctl {
 
 const std::vector<const Command*>& AllCommands() {
   static const std::vector<const Command*> kAll = {
-      &kApply,         &kCheck,         &kDiff,        &kHistory,      &kRollback,
+      &kSet,           &kDelete,        &kBind,        &kUnbind,       &kRename,
+      &kMove,          &kRenumber,      &kEdit,        &kApply,        &kCheck,
+      &kDiff,          &kHistory,       &kRollback,    &kConfirm,      &kCancel,
       &kShowStatus,    &kShowCommits,   &kShowCommit,  &kShowConfig,   &kShowGroups,
       &kShowResources, &kRecoverAccept, &kRecoverWith, &kRecoverEmpty, &kFlush,
   };

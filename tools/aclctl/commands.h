@@ -10,20 +10,30 @@
 namespace aclctl {
 
 extern const Command kApply;
+extern const Command kBind;
+extern const Command kCancel;
 extern const Command kCheck;
+extern const Command kConfirm;
+extern const Command kDelete;
 extern const Command kDiff;
+extern const Command kEdit;
 extern const Command kFlush;
 extern const Command kHistory;
+extern const Command kMove;
 extern const Command kRecoverAccept;
 extern const Command kRecoverEmpty;
 extern const Command kRecoverWith;
+extern const Command kRename;
+extern const Command kRenumber;
 extern const Command kRollback;
+extern const Command kSet;
 extern const Command kShowCommit;
 extern const Command kShowCommits;
 extern const Command kShowConfig;
 extern const Command kShowGroups;
 extern const Command kShowResources;
 extern const Command kShowStatus;
+extern const Command kUnbind;
 
 // All of them, in the order of the help.
 const std::vector<const Command*>& AllCommands();

@@ -4,7 +4,9 @@
 #include <cstdio>
 #include <limits>
 #include <memory>
+#include <utility>
 
+#include "host/netconf/xml_text.h"
 #include "tools/aclctl/commands.h"
 #include "tools/aclctl/daemon_data.h"
 #include "tools/aclctl/difference_text.h"
@@ -33,6 +35,11 @@ Failure CheckNumber(const std::string& text, const char* what, uint64_t least, u
           std::string(what) + " must be a number from " + std::to_string(least) + " to " +
               std::to_string(most) + ", not \"" + text + "\"",
           {}};
+}
+
+// An element with a text; nothing without one.
+std::string Element(const std::string& name, const std::string& text) {
+  return text.empty() ? "" : "<" + name + ">" + host::XmlEscape(text) + "</" + name + ">";
 }
 
 Failure CheckCommit(const std::string& id) {
@@ -83,7 +90,7 @@ Failure ShowCommit(const Common& common, const std::string& id) {
   return {};
 }
 
-Failure Rollback(const Common& common, const std::string& id) {
+Failure Rollback(const Common& common, const std::string& id, const std::string& comment) {
   if (Failure failure = CheckCommit(id)) return failure;
   Client client;
   if (Failure failure = client.Open(common.socket)) return failure;
@@ -91,7 +98,8 @@ Failure Rollback(const Common& common, const std::string& id) {
   std::string text;
   CommitReport report;
   if (Failure failure = report.Begin(&client)) return failure;
-  Failure failure = Call(&client, "rollback", "<id>" + id + "</id>", &reply, &text);
+  Failure failure =
+      Call(&client, "rollback", "<id>" + id + "</id>" + Element("comment", comment), &reply, &text);
   if (failure.code == kRefused) {
     failure.message =
         "the daemon refused to go back to commit " + id + "; the configuration is unchanged";
@@ -115,12 +123,17 @@ Run SetUpHistory(Syntax* syntax) {
   return [most](const Common& common) { return History(common, *most); };
 }
 
-// A command of one commit.
-template <Failure (*run)(const Common& common, const std::string& id)>
-Run SetUpCommit(Syntax* syntax) {
+Run SetUpShowCommit(Syntax* syntax) {
   const auto id = std::make_shared<std::string>();
   syntax->Operand("N", id.get(), "the commit's number", Names::kCommits);
-  return [id](const Common& common) { return run(common, *id); };
+  return [id](const Common& common) { return ShowCommit(common, *id); };
+}
+
+Run SetUpRollback(Syntax* syntax) {
+  const auto words = std::make_shared<std::pair<std::string, std::string>>();
+  syntax->Operand("N", &words->first, "the commit's number", Names::kCommits);
+  syntax->Option("-m,--comment", "TEXT", &words->second, "why: kept in the history");
+  return [words](const Common& common) { return Rollback(common, words->first, words->second); };
 }
 
 }  // namespace
@@ -128,11 +141,10 @@ Run SetUpCommit(Syntax* syntax) {
 const Command kHistory = {
     "history",    Group::kCommits, "the last commits: who, when, how much", "aclctl history -n 5",
     SetUpHistory, kPaged};
-const Command kShowCommit = {"show commit",           Group::kCommits,
-                             "what a commit changed", "aclctl show commit 3",
-                             SetUpCommit<ShowCommit>, kPaged};
+const Command kShowCommit = {"show commit",          Group::kCommits, "what a commit changed",
+                             "aclctl show commit 3", SetUpShowCommit, kPaged};
 const Command kRollback = {"rollback", Group::kCommits,
                            "make the configuration what it was after a commit", "aclctl rollback 3",
-                           SetUpCommit<Rollback>};
+                           SetUpRollback};
 
 }  // namespace aclctl

@@ -17,13 +17,13 @@ using Align = Table::Align;
 // Sends the edit in the file to the operation `name` of acl-app-history.
 Failure Call(const Common& common, const EditFile& file, const std::string& name, Client* client,
              host::Tree* reply, std::string* text) {
-  std::string config;
-  if (Failure failure = OpenWithEdit(common, file, client, &config)) return failure;
-  Failure failure =
-      client->Call("<" + name + " xmlns=\"urn:acl-app:history\"><default-operation>" +
-                       (file.replace ? "replace" : "merge") + "</default-operation><config>" +
-                       config + "</config></" + name + ">",
-                   reply, text);
+  Edit edit;
+  if (Failure failure = OpenWithEdit(common, file, client, &edit)) return failure;
+  for (const std::string& note : edit.notes) std::fprintf(stderr, "note: %s\n", note.c_str());
+  Failure failure = client->Call("<" + name + " xmlns=\"urn:acl-app:history\"><default-operation>" +
+                                     edit.default_operation + "</default-operation><config>" +
+                                     edit.config + "</config></" + name + ">",
+                                 reply, text);
   if (failure.code == kRefused) {
     failure.message = failure.access_denied ? "access denied: the daemon did not look at "
                                             : "the daemon would refuse ";
@@ -71,6 +71,26 @@ Failure Diff(const Common& common, const EditFile& file) {
   return {};
 }
 
+// What became of the configuration between two commits.
+Failure DiffCommits(const Common& common, const std::string& from, const std::string& to) {
+  Client client;
+  if (Failure failure = client.Open(common.socket)) return failure;
+  host::Tree reply;
+  std::string text;
+  Failure failure =
+      client.Call("<compare-commits xmlns=\"urn:acl-app:history\"><from>" + from + "</from>" +
+                      (to.empty() ? "" : "<to>" + to + "</to>") + "</compare-commits>",
+                  &reply, &text);
+  if (failure) return failure;
+  if (common.form == Form::kJson) return PrintOutput(&client, "compare-commits", text);
+  std::fputs(PrintDifference(reply.get()).c_str(), stdout);
+  return {};
+}
+
+bool IsNumber(const std::string& text) {
+  return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
 Failure Check(const Common& common, const EditFile& file) {
   Client client;
   host::Tree reply;
@@ -88,24 +108,41 @@ Failure Check(const Common& common, const EditFile& file) {
   return {};
 }
 
-template <Failure (*run)(const Common& common, const EditFile& file)>
-Run SetUp(Syntax* syntax) {
+Run SetUpCheck(Syntax* syntax) {
   const auto file = std::make_shared<EditFile>();
   AddEditFile(syntax, file.get());
-  return [file](const Common& common) { return run(common, *file); };
+  return [file](const Common& common) { return Check(common, *file); };
+}
+
+Run SetUpDiff(Syntax* syntax) {
+  const auto file = std::make_shared<EditFile>();
+  const auto to = std::make_shared<std::string>();
+  syntax->Operand("FILE|N", &file->path, "a configuration (- is standard input), or a commit",
+                  Names::kCommits);
+  syntax->OptionalOperand("M", to.get(), "another commit, without which it is the last one",
+                          Names::kCommits);
+  syntax->Flag("--replace", &file->replace, "the file replaces the running configuration");
+  return [file, to](const Common& common) -> Failure {
+    if (!IsNumber(file->path)) {
+      if (to->empty()) return Diff(common, *file);
+      return {kUsage, "diff takes one file, or the numbers of commits", {}};
+    }
+    if (!to->empty() && !IsNumber(*to)) return {kUsage, "\"" + *to + "\" is no commit", {}};
+    return DiffCommits(common, file->path, *to);
+  };
 }
 
 }  // namespace
 
 const Command kDiff = {"diff",
                        Group::kConfigure,
-                       "what applying a configuration would change",
-                       "aclctl diff examples/branch.json",
-                       SetUp<Diff>,
+                       "what a configuration would change, or what has changed since a commit",
+                       "aclctl diff examples/branch.json\naclctl diff 3 5",
+                       SetUpDiff,
                        kPaged};
 const Command kCheck = {
     "check", Group::kConfigure,
     "whether a configuration would be refused, and the filter entries before and after",
-    "aclctl check --replace examples/branch.json", SetUp<Check>};
+    "aclctl check --replace examples/branch.json", SetUpCheck};
 
 }  // namespace aclctl

@@ -11,23 +11,39 @@ namespace {
 
 using Align = Table::Align;
 
+// What is taken back unless somebody confirms it; null: nothing.
+void PrintConfirmed(const lyd_node* confirmed) {
+  if (confirmed == nullptr) return;
+  std::printf("to be confirmed: commit %s by %s; back to commit %s in %s s unless: %s\n",
+              ChildText(confirmed, "commit").c_str(), ChildText(confirmed, "user").c_str(),
+              ChildText(confirmed, "base").c_str(), ChildText(confirmed, "remaining").c_str(),
+              FindChild(confirmed, "session-id") == nullptr
+                  ? "aclctl confirm"
+                  : ("its session " + ChildText(confirmed, "session-id") + " confirms").c_str());
+}
+
 Failure ShowCommits(const Common& common) {
   Client client;
   if (Failure failure = client.Open(common.socket)) return failure;
   std::string data;
   host::Tree reply;
-  const lyd_node* commits = nullptr;
-  if (Failure failure = FetchState(&client, "<commits xmlns=\"urn:acl-app:commits\"/>", &data,
-                                   &reply, &commits)) {
+  const lyd_node* first = nullptr;
+  if (Failure failure = FetchState(&client,
+                                   "<commits xmlns=\"urn:acl-app:commits\"/>"
+                                   "<confirmed-commit xmlns=\"urn:acl-app:commits\"/>",
+                                   &data, &reply, &first)) {
     return failure;
   }
   if (common.form != Form::kText) {
     return PrintData(common.form, &client, "acl-app-commits", data);
   }
+  const lyd_node* const commits = FindChild(FindChild(reply.get(), "data"), "commits");
   const std::string running = ChildText(commits, "running");
   const std::string applied = ChildText(commits, "applied");
-  std::printf("running: commit %s\napplied: %s%s\n\n", running.c_str(),
+  std::printf("running: commit %s\napplied: %s%s\n", running.c_str(),
               applied.empty() ? "none since the start" : "commit ", applied.c_str());
+  PrintConfirmed(FindChild(FindChild(reply.get(), "data"), "confirmed-commit"));
+  std::putchar('\n');
   Table groups({{"GROUP"}, {"COMMIT", Align::kRight}, {"ENTRIES", Align::kRight}});
   for (const lyd_node* group : Children(commits, "group")) {
     groups.AddRow({ChildText(group, "type") == "l2" ? "L2" : "L3", ChildText(group, "commit"),

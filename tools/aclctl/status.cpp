@@ -80,9 +80,9 @@ Failure RecoverEmpty(const Common& common) {
 
 Failure RecoverWith(const Common& common, const EditFile& file) {
   Client client;
-  std::string config;
-  if (Failure failure = OpenWithEdit(common, file, &client, &config)) return failure;
-  return Recover(common, &client, "<config>" + config + "</config>");
+  Edit edit;
+  if (Failure failure = OpenWithEdit(common, file, &client, &edit)) return failure;
+  return Recover(common, &client, "<config>" + edit.config + "</config>");
 }
 
 Run SetUpAccept(Syntax* syntax) {
@@ -93,7 +93,9 @@ Run SetUpAccept(Syntax* syntax) {
 
 Run SetUpWith(Syntax* syntax) {
   const auto file = std::make_shared<EditFile>();
-  syntax->Operand("FILE", &file->path, "a configuration (.json or .xml)", Names::kFiles);
+  file->replace = true;
+  syntax->Operand("FILE", &file->path, "a configuration: JSON, XML or lines; - is standard input",
+                  Names::kFiles);
   return [file](const Common& common) { return RecoverWith(common, *file); };
 }
 
