@@ -16,7 +16,7 @@ int __wrap_main(int argc, char* argv[]);  // NOLINT(bugprone-reserved-identifier
 
 namespace {
 
-constexpr char kUsage[] = "Usage: acl-app [--help | --version]\n";
+constexpr char kUsage[] = "Usage: acl-app [--help | --settings | --version]\n";
 constexpr char kHelp[] =
     "%s"
     "\n"
@@ -24,6 +24,11 @@ constexpr char kHelp[] =
     "Its settings are those of %s\n"
     "(ACL_APP_SETTINGS names another file); its configuration is edited over NETCONF, by\n"
     "aclctl(1) for instance.\n"
+    "\n"
+    "Options:\n"
+    "  --help      print this and exit\n"
+    "  --settings  print every setting with its default and its meaning, and exit\n"
+    "  --version   print the version and exit\n"
     "\n"
     "Exit status:\n"
     "  0  it was asked to end, or to print this\n"
@@ -39,8 +44,10 @@ int __wrap_main(int argc, char* argv[]) {
     std::printf("acl-app %s\n", host::Version());
   } else if (argc == 2 && argument == "--help") {
     std::printf(kHelp, kUsage, host::SettingsFile().c_str());
+  } else if (argc == 2 && argument == "--settings") {
+    std::fputs(host::DescribeSettings().c_str(), stdout);
   } else {
-    const bool known = argument == "--version" || argument == "--help";
+    const bool known = argument == "--version" || argument == "--help" || argument == "--settings";
     std::fprintf(stderr, "acl-app: \"%s\" is not understood\n%s", argv[known ? 2 : 1], kUsage);
     return 2;
   }

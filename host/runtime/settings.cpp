@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
@@ -9,7 +10,6 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
-#include <map>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -22,81 +22,120 @@ namespace {
 constexpr const char* kSettingsVariable = "ACL_APP_SETTINGS";
 constexpr const char* kSocketVariable = "ACL_APP_SOCKET";
 
-// Takes a setting's text; what is wrong with it, or empty.
-using Setter = std::function<std::string(const std::string& value, Settings* settings)>;
+// What texts a setting may have, and how they become its member and come from it.
+struct Form {
+  std::string values;                                                     // as in "must be ..."
+  std::function<bool(const std::string& value, Settings* settings)> set;  // false: none of them
+  std::function<std::string(const Settings& settings)> get;
+};
 
-Setter Text(std::string Settings::*member) {
-  return [member](const std::string& value, Settings* settings) -> std::string {
-    settings->*member = value;
-    return {};
-  };
+Form Text(std::string Settings::*member, std::string values) {
+  return {std::move(values),
+          [member](const std::string& value, Settings* settings) {
+            settings->*member = value;
+            return true;
+          },
+          [member](const Settings& settings) { return settings.*member; }};
 }
 
-Setter Path(std::string Settings::*member) {
-  return [member](const std::string& value, Settings* settings) -> std::string {
-    if (value.empty() || value[0] != '/') {
-      return "must be an absolute path";
-    }
-    settings->*member = value;
-    return {};
+// Takes only texts that `allowed` is true of.
+Form Limited(Form form, std::function<bool(const std::string& value)> allowed) {
+  form.set = [set = std::move(form.set), allowed = std::move(allowed)](const std::string& value,
+                                                                       Settings* settings) {
+    return allowed(value) && set(value, settings);
   };
+  return form;
 }
 
-Setter OptionalPath(std::string Settings::*member) {
-  return [member](const std::string& value, Settings* settings) -> std::string {
-    return value.empty() ? Text(member)(value, settings) : Path(member)(value, settings);
-  };
+Form Path(std::string Settings::*member) {
+  return Limited(Text(member, "an absolute path"),
+                 [](const std::string& value) { return !value.empty() && value[0] == '/'; });
 }
 
-Setter OneOf(std::string Settings::*member, std::vector<std::string> choices) {
-  return [member, choices = std::move(choices)](const std::string& value,
-                                                Settings* settings) -> std::string {
-    std::string expected;
-    for (const std::string& choice : choices) {
-      if (value == choice) {
-        settings->*member = value;
-        return {};
-      }
-      expected += (expected.empty() ? "" : ", ") + choice;
-    }
-    return "must be one of: " + expected;
-  };
+Form OptionalPath(std::string Settings::*member) {
+  return Limited(Text(member, "an absolute path, or nothing"),
+                 [](const std::string& value) { return value.empty() || value[0] == '/'; });
 }
 
-Setter Number(unsigned int Settings::*member, int base, unsigned int lowest, unsigned int highest,
-              const char* expected) {
-  return [=](const std::string& value, Settings* settings) -> std::string {
-    unsigned int number = 0;
-    const char* end = value.data() + value.size();
-    const auto [stop, error] = std::from_chars(value.data(), end, number, base);
-    if (error != std::errc() || stop != end || number < lowest || number > highest) {
-      return expected;
-    }
-    settings->*member = number;
-    return {};
-  };
+Form OneOf(std::string Settings::*member, const std::vector<std::string>& choices) {
+  std::string values;
+  for (const std::string& choice : choices) values += (values.empty() ? "" : ", ") + choice;
+  return Limited(Text(member, "one of: " + values), [choices](const std::string& value) {
+    return std::find(choices.begin(), choices.end(), value) != choices.end();
+  });
 }
 
-const std::map<std::string, Setter, std::less<>>& Setters() {
-  static const std::map<std::string, Setter, std::less<>> setters = {
-      {"state_directory", Path(&Settings::state_directory)},
-      {"netconf_socket", Path(&Settings::netconf_socket)},
-      {"netconf_socket_mode", Number(&Settings::netconf_socket_mode, 8, 0, 0777,
-                                     "must be an access mode in octal, such as 0660")},
-      {"netconf_socket_group", Text(&Settings::netconf_socket_group)},
-      {"history_commits", Number(&Settings::history_commits, 10, 1, 1000000,
-                                 "must be a number of commits, from 1 to 1000000")},
-      {"netconf_write_group", Text(&Settings::netconf_write_group)},
-      {"startup_file", OptionalPath(&Settings::startup_file)},
-      {"yang_directory", Path(&Settings::yang_directory)},
-      {"filter_backend", OneOf(&Settings::filter_backend,
-                               {std::begin(kBackendSettings), std::end(kBackendSettings)})},
-      {"filter_capacity", Number(&Settings::filter_capacity, 10, 0, 65536,
-                                 "must be a number of entries from 0 to 65536")},
-      {"log_target", OneOf(&Settings::log_target, {"journal", "stderr"})},
-      {"log_level", OneOf(&Settings::log_level, {"trace", "debug", "info", "warning", "error"})},
+Form Number(unsigned int Settings::*member, int base, unsigned int lowest, unsigned int highest,
+            const char* values) {
+  return {values,
+          [=](const std::string& value, Settings* settings) {
+            unsigned int number = 0;
+            const char* end = value.data() + value.size();
+            const auto [stop, error] = std::from_chars(value.data(), end, number, base);
+            if (error != std::errc() || stop != end || number < lowest || number > highest) {
+              return false;
+            }
+            settings->*member = number;
+            return true;
+          },
+          [=](const Settings& settings) {
+            char digits[16] = "0";  // ahead of an octal number, as in C
+            char* const start = digits + (base == 8 ? 1 : 0);
+            return std::string(digits,
+                               std::to_chars(start, std::end(digits), settings.*member, base).ptr);
+          }};
+}
+
+struct Setting {
+  const char* name;
+  Form form;
+  const char* meaning;
+};
+
+// In the order in which people are told of them.
+const std::vector<Setting>& AllSettings() {
+  static const std::vector<Setting> settings = {
+      {"state_directory", Path(&Settings::state_directory),
+       "Where the daemon keeps what must survive it: the configuration and its history, and the "
+       "lock "
+       "that keeps a second daemon out. The directory must exist; it is closed to other users."},
+      {"netconf_socket", Path(&Settings::netconf_socket),
+       "The UNIX socket where NETCONF clients and aclctl connect. Its directory must exist."},
+      {"netconf_socket_mode",
+       Number(&Settings::netconf_socket_mode, 8, 0, 0777, "an access mode in octal, such as 0660"),
+       "Access mode of the socket: who may connect."},
+      {"netconf_socket_group",
+       Text(&Settings::netconf_socket_group, "the name of a group, or nothing"),
+       "Group that the socket is given to; without one it keeps the daemon's."},
+      {"netconf_write_group",
+       Text(&Settings::netconf_write_group, "the name of a group, or nothing"),
+       "Group whose members may change things. Root and the daemon's own account always may; all "
+       "others who can connect may only read."},
+      {"startup_file", OptionalPath(&Settings::startup_file),
+       "A configuration (.json or .xml) that is loaded as long as the state directory holds none "
+       "of "
+       "its own."},
+      {"history_commits",
+       Number(&Settings::history_commits, 10, 1, 1000000, "a number of commits, from 1 to 1000000"),
+       "Commits that the history keeps at most. What they changed takes at most 64 MB."},
+      {"yang_directory", Path(&Settings::yang_directory), "Where the YANG modules are."},
+      {"filter_backend",
+       OneOf(&Settings::filter_backend, {std::begin(kBackendSettings), std::end(kBackendSettings)}),
+       "What enforces the filters. \"kernel\" is the best that this kernel and the privileges "
+       "allow; "
+       "\"bpf\" is tables that a BPF program searches, \"nftables\" rules of the kernel's packet "
+       "filter; \"memory\" only keeps them. Which one is in use, and why, is in the log and in the "
+       "state."},
+      {"filter_capacity",
+       Number(&Settings::filter_capacity, 10, 0, 65536, "a number of entries from 0 to 65536"),
+       "Entries that each of the two filter groups holds at most."},
+      {"log_target", OneOf(&Settings::log_target, {"journal", "stderr"}),
+       "Where the log goes. Lines that nobody takes are dropped, not waited for, and a later line "
+       "says how many. The installed file says \"journal\"."},
+      {"log_level", OneOf(&Settings::log_level, {"trace", "debug", "info", "warning", "error"}),
+       "What is logged: lines of this level and of those that are graver."},
   };
-  return setters;
+  return settings;
 }
 
 std::string_view Trimmed(std::string_view text) {
@@ -119,13 +158,13 @@ std::string ApplyLine(std::string_view line, Settings* settings) {
     return "is not of the form \"name = value\"";
   }
   const std::string_view name = Trimmed(line.substr(0, equals));
-  const auto setter = Setters().find(name);
-  if (setter == Setters().end()) {
-    return "has no setting of the name \"" + std::string(name) + "\"";
+  for (const Setting& setting : AllSettings()) {
+    if (setting.name != name) continue;
+    const std::string value(Trimmed(line.substr(equals + 1)));
+    if (setting.form.set(value, settings)) return {};
+    return std::string(name) + " must be " + setting.form.values;
   }
-  const std::string value(Trimmed(line.substr(equals + 1)));
-  const std::string reason = setter->second(value, settings);
-  return reason.empty() ? reason : std::string(name) + " " + reason;
+  return "has no setting of the name \"" + std::string(name) + "\"";
 }
 
 Settings& MutableProcessSettings() {
@@ -134,6 +173,15 @@ Settings& MutableProcessSettings() {
 }
 
 }  // namespace
+
+std::string DescribeSettings() {
+  std::string text;
+  for (const Setting& setting : AllSettings()) {
+    text += std::string(setting.name) + " = " + setting.form.get(Settings()) +
+            "\n    Values: " + setting.form.values + ".\n    " + setting.meaning + "\n";
+  }
+  return text;
+}
 
 bool ReadSettings(const std::string& path, Settings* settings, std::string* error) {
   errno = 0;

@@ -2,7 +2,8 @@
 // the one that the environment variable ACL_APP_SETTINGS names, or else the one at the path that
 // the installation gave it; the daemon and its clients find it in the same way. A setting's name is
 // that of its member below. Where there is no file at the latter path, every setting has its
-// default; a file that cannot be read, an unknown name or a bad value is an error.
+// default; a file that cannot be read, an unknown name or a bad value is an error. What a setting
+// means is said to people in settings.cpp, from which the manual page is made.
 #ifndef HOST_RUNTIME_SETTINGS_H_
 #define HOST_RUNTIME_SETTINGS_H_
 
@@ -38,6 +39,10 @@ struct Settings {
   std::string log_target = "stderr";
   std::string log_level = "info";
 };
+
+// All settings with their defaults, values and meanings, for people. By setting, a line "name =
+// default", and below it lines that begin with blanks: its values, and what it means.
+std::string DescribeSettings();
 
 // Reads `path` into `settings`, on top of what it holds. False with a reason that names the file
 // and the line in `error` otherwise; `settings` is then unchanged.

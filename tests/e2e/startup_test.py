@@ -3,6 +3,7 @@
 import fcntl
 import grp
 import os
+import pathlib
 import re
 import socket
 import subprocess
@@ -83,6 +84,17 @@ class StartupTest(DaemonTest):
             self.assertEqual(run.returncode, status, arguments)
             self.assertRegex(run.stderr if status else run.stdout, re.compile(said, re.S))
             self.assertEqual(run.stdout if status else run.stderr, "")
+
+    def test_settings_are_told_alike(self):
+        told = subprocess.check_output([DAEMON, "--settings"], text=True)
+        build, guide = pathlib.Path(DAEMON).parent, pathlib.Path(__file__).parents[2] / "docs/operator.md"
+        all_told = [dict(re.findall(line, text, re.M)) for line, text in (
+            (r"^(\w+) = (.*)$", told),
+            (r"^(\w+) = ?(.*)$", (build / "dist/acl-app.conf").read_text()),
+            (r"^\| `(\w+)` \|(?: `([^`]*)`)? \|", guide.read_text()))]
+        for settings in all_told:  # where these are is of the installation
+            self.assertTrue(settings.pop("yang_directory") and settings.pop("log_target"))
+            self.assertEqual(settings, all_told[0])
 
     def test_clients_find_the_socket_in_the_settings(self):
         daemon = self.daemon().start()

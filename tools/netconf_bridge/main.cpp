@@ -84,8 +84,19 @@ int main(int argc, char** argv) {
     const bool asked = argc == 2 && std::strcmp(argv[1], "--help") == 0;
     std::fprintf(asked ? stdout : stderr,
                  "Usage: acl-app-netconf [--socket PATH | --help | --version]\n"
-                 "Connects standard input and output with the acl-app daemon's NETCONF socket\n"
-                 "(default: $ACL_APP_SOCKET, else what %s says).\n",
+                 "\n"
+                 "Connects standard input and output with the acl-app daemon's NETCONF socket.\n"
+                 "\n"
+                 "Options:\n"
+                 "  --socket PATH  the socket (default: $ACL_APP_SOCKET, else what\n"
+                 "                 %s says)\n"
+                 "  --help         print this and exit\n"
+                 "  --version      print the version and exit\n"
+                 "\n"
+                 "Exit status:\n"
+                 "  0  the session has ended\n"
+                 "  1  the daemon cannot be reached, or the session broke off\n"
+                 "  2  the command line is wrong\n",
                  host::SettingsFile().c_str());
     return asked ? 0 : 2;
   }
