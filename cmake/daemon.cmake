@@ -26,12 +26,24 @@ if(TARGET acl_core AND DAEMON_PLATFORM)
   install(TARGETS acl-app RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 endif()
 
+# Every program tells the version of project(); the package's is the one in its changelog.
+set_property(DIRECTORY ${CMAKE_SOURCE_DIR} APPEND PROPERTY
+             CMAKE_CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/debian/changelog)
+file(STRINGS ${CMAKE_SOURCE_DIR}/debian/changelog latest_change LIMIT_COUNT 1)
+if(NOT latest_change MATCHES "^acl-app \\(${PROJECT_VERSION}\\)")
+  message(FATAL_ERROR "This is version ${PROJECT_VERSION}, and debian/changelog says: ${latest_change}")
+endif()
+
+set(ACL_UNIT_DIRECTORY lib/systemd/system CACHE PATH "Where the service unit is installed")
+set(ACL_SOCKET_GROUP "" CACHE STRING "netconf_socket_group in the settings that are installed")
+set(ACL_WRITE_GROUP "" CACHE STRING "netconf_write_group in the settings that are installed")
+
 # The files that an installed daemon needs, with the paths of this installation.
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/yang DESTINATION ${CMAKE_INSTALL_DATADIR}/acl-app
         FILES_MATCHING PATTERN "*.yang")
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/ ${CMAKE_SOURCE_DIR}/examples
-        DESTINATION ${CMAKE_INSTALL_DOCDIR})
-foreach(file acl-app.conf acl-app.service)
+        DESTINATION ${CMAKE_INSTALL_DOCDIR} PATTERN man EXCLUDE)
+foreach(file acl-app.conf acl-app.service sshd-acl-app.conf)
   configure_file(${CMAKE_SOURCE_DIR}/dist/${file}.in ${CMAKE_BINARY_DIR}/dist/${file} @ONLY)
 endforeach()
 # The settings are the operator's: a file that is there stays, with the new one beside it.
@@ -42,4 +54,8 @@ install(CODE "
   if(NOT EXISTS \"\$ENV{DESTDIR}${SETTINGS_DIRECTORY}/acl-app.conf\")
     file(INSTALL \"${CMAKE_BINARY_DIR}/dist/acl-app.conf\" DESTINATION \"${SETTINGS_DIRECTORY}\")
   endif()" COMPONENT settings)
-install(FILES ${CMAKE_BINARY_DIR}/dist/acl-app.service DESTINATION lib/systemd/system)
+install(FILES ${CMAKE_BINARY_DIR}/dist/acl-app.service DESTINATION ${ACL_UNIT_DIRECTORY})
+install(FILES ${CMAKE_SOURCE_DIR}/dist/acl-app.sysusers DESTINATION lib/sysusers.d
+        RENAME acl-app.conf)
+install(FILES ${CMAKE_BINARY_DIR}/dist/sshd-acl-app.conf
+        DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
