@@ -141,6 +141,47 @@ class LinesTest(DaemonTest):
         self.assertIn("[interface-name='eth1']", self.ok("diff 4"))
         self.assertIn("no commit 99", self.run_("diff", "99")[2])
 
+    def test_what_is_looked_for_is_shown(self):
+        self.ok("apply -", text=BEGIN + "set acl m type l2 priority 1\nbind m eth9\n"
+                "set acl m 7 match smac 00:11:22:00:00:00/ff:ff:ff:00:00:00\n")
+        for words, entries in (
+            ("", [("eth0", "10"), ("eth0", "20"), ("eth1", "10"), ("eth1", "20"), ("eth9", "7")]),
+            ("--port eth1", [("eth1", "10"), ("eth1", "20")]),
+            ("--acl m", [("eth9", "7")]),
+            ("--covers 10.255.0.1 --port eth0", [("eth0", "20")]),
+            ("--covers 203.0.113.53 --port eth0", [("eth0", "10")]),
+            ("--covers 00:11:22:ab:cd:ef", [("eth9", "7")]),
+            ("--covers 11.0.0.1", []),
+            ("--hit", []),
+        ):
+            for command in ("show groups", "watch -n 1"):
+                with self.subTest(command, filter=words):
+                    out = self.ok(f"{command} {words}")
+                    found = re.findall(r"(?m)^(?:L[23] +)?(eth\d) +\S+ +(\d+) ", out)
+                    self.assertEqual(sorted(found), entries)
+        self.assertEqual(self.ok("show lines --find why").count("\n"), 1)
+        self.assertEqual(self.ok("show lines guests"), SHOWN)
+        self.assertEqual(len(json.loads(self.ok("show lines --json"))), 7)
+        self.assertEqual(self.run_("show", "groups", "--covers", "x")[0], 2)
+
+    def test_the_shell_is_told_what_may_come_next(self):
+        self.ok("apply -", text=BEGIN)
+        for line, offered in (
+            ("complete -- ren", ["rename", "renumber"]),
+            ("complete -- recover ", ["accept", "empty", "with"]),
+            ("complete -- set acl g", ["guests"]),
+            ("complete -- move acl guests ", ["10", "20"]),
+            ("complete -- set acl guests 10 match dst", ["dst-ip", "dst-mac", "dst-port"]),
+            ("complete -- set acl guests 10 match vlan 5 action ", ["action", "deny", "description", "match", "none", "permit", "set-pcp"]),
+            ("complete -- unbind guests ", ["eth0", "eth1"]),
+            ("complete -- show groups --port ", ["eth0", "eth1"]),
+            ("complete -- show groups --h", ["--help", "--hit", "--hits"]),
+            ("complete -- rollback ", ["2"]),
+        ):
+            with self.subTest(line):
+                status, out, _ = self.run_(*line.split(" "))
+                self.assertEqual((status, out.split()), (0, offered))
+
     def test_the_editor_loses_nothing(self):
         self.ok("apply -", text=BEGIN)
         for script, answers, expected, says in (

@@ -17,6 +17,7 @@
 #define TOOLS_ACLCTL_COMMAND_H_
 
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -65,12 +66,15 @@ class Syntax {
   void Option(const char* names, const char* value_name, std::string* value, const char* help,
               Names of_value = Names::kNothing);
 
+  // What the values of options name.
+  const std::map<std::string, Names>& values() const { return values_; }
   // What the operands name, in their order; the last one holds for all that follow.
   const std::vector<Names>& operands() const { return operands_; }
 
  private:
   CLI::App* app_;
   std::vector<Names> operands_;
+  std::map<std::string, Names> values_;  // by the option's long name, with its dashes
 };
 
 // The heading that a command stands below in `aclctl --help`.

@@ -22,8 +22,7 @@ void Syntax::OptionalOperand(const char* name, std::string* value, const char* h
 
 void Syntax::Operands(const char* name, std::vector<std::string>* values, size_t least,
                       const char* help, Names names) {
-  app_->add_option(name, *values, help)->expected(static_cast<int>(least), 1 << 20)->type_name(" ");
-  if (least > 0) app_->get_option(name)->required();
+  app_->add_option(name, *values, help)->type_name(" ")->required(least > 0);
   operands_.push_back(names);
 }
 
@@ -32,8 +31,9 @@ void Syntax::Flag(const char* names, bool* value, const char* help) {
 }
 
 void Syntax::Option(const char* names, const char* value_name, std::string* value, const char* help,
-                    Names /*of_value*/) {
-  app_->add_option(names, *value, help)->type_name(value_name);
+                    Names of_value) {
+  const CLI::Option* option = app_->add_option(names, *value, help)->type_name(value_name);
+  for (const std::string& name : option->get_lnames()) values_["--" + name] = of_value;
 }
 
 namespace {
@@ -205,6 +205,7 @@ Completable DescribeCommand(const Command& command) {
   AddGlobals(&app, command.traits, &globals);
   Completable completable;
   completable.operands = syntax.operands();
+  completable.values = syntax.values();
   for (const CLI::Option* option : app.get_options()) {
     for (const std::string& name : option->get_lnames()) {
       completable.options.push_back("--" + name);

@@ -2,6 +2,7 @@
 #ifndef TOOLS_ACLCTL_COMMAND_LINE_H_
 #define TOOLS_ACLCTL_COMMAND_LINE_H_
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,7 @@ Failure ReadCommandLine(const std::vector<std::string>& words, CommandLine* line
 struct Completable {
   std::vector<std::string> options;
   std::vector<Names> operands;
+  std::map<std::string, Names> values;  // of options, by "--name"
 };
 Completable DescribeCommand(const Command& command);
 

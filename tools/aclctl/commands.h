@@ -13,6 +13,7 @@ extern const Command kApply;
 extern const Command kBind;
 extern const Command kCancel;
 extern const Command kCheck;
+extern const Command kComplete;
 extern const Command kConfirm;
 extern const Command kDelete;
 extern const Command kDiff;
@@ -31,9 +32,11 @@ extern const Command kShowCommit;
 extern const Command kShowCommits;
 extern const Command kShowConfig;
 extern const Command kShowGroups;
+extern const Command kShowLines;
 extern const Command kShowResources;
 extern const Command kShowStatus;
 extern const Command kUnbind;
+extern const Command kWatch;
 
 // All of them, in the order of the help.
 const std::vector<const Command*>& AllCommands();

@@ -2,12 +2,16 @@
 #include "tools/aclctl/difference_text.h"
 
 #include "tools/aclctl/daemon_data.h"
+#include "tools/aclctl/terminal.h"
 
 namespace aclctl {
 namespace {
 
 std::string PrintLeaf(char sign, const std::string& name, const std::string& value) {
-  return std::string(1, sign) + "     " + name + (value.empty() ? "" : " ") + value + "\n";
+  const Colour colour = sign == '+' ? Colour::kGreen : Colour::kRed;
+  return Coloured(colour,
+                  std::string(1, sign) + "     " + name + (value.empty() ? "" : " ") + value) +
+         "\n";
 }
 
 std::string PrintChange(const lyd_node* change) {

@@ -61,7 +61,7 @@ Failure History(const Common& common, const std::string& most) {
                {"USER"},
                {"SESSION", Align::kRight},
                {"CHANGES", Align::kRight},
-               {"COMMENT"}});
+               {"COMMENT", Align::kLeft, true}});
   for (const lyd_node* commit : Children(reply.get(), "commit")) {
     table.AddRow({ChildText(commit, "id"), ShortTime(ChildText(commit, "time")),
                   ChildText(commit, "user"), ChildText(commit, "session"),

@@ -1,6 +1,7 @@
 // aclctl: the operator's command for the acl-app daemon.
 #include <libyang/libyang.h>
 
+#include <cerrno>
 #include <clocale>
 #include <cstdio>
 #include <string>
@@ -8,6 +9,7 @@
 
 #include "host/runtime/settings.h"
 #include "tools/aclctl/command_line.h"
+#include "tools/aclctl/terminal.h"
 
 namespace aclctl {
 namespace {
@@ -41,10 +43,14 @@ int Main(const std::vector<std::string>& words) {
     return kFile;
   }
   ly_log_options(LY_LOSTORE_LAST);
-  const Failure failure = line.run(line.common);
-  if (std::fflush(stdout) != 0) {
-    std::perror("aclctl: cannot write");
-    return kFile;
+  Failure failure;
+  {
+    const Pager pager((line.command->traits & kPaged) != 0 && line.common.form == Form::kText);
+    failure = line.run(line.common);
+    if (std::fflush(stdout) != 0 && errno != EPIPE) {
+      std::perror("aclctl: cannot write");
+      return kFile;
+    }
   }
   return Report(failure);
 }

@@ -1,6 +1,7 @@
 // aclctl show commits.
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 
 #include "tools/aclctl/commands.h"
 #include "tools/aclctl/daemon_data.h"
@@ -10,6 +11,12 @@ namespace aclctl {
 namespace {
 
 using Align = Table::Align;
+
+std::optional<Colour> ColourOf(const std::string& result) {
+  if (result == "failed") return Colour::kRed;
+  if (result == "pending") return Colour::kYellow;
+  return std::nullopt;
+}
 
 // What is taken back unless somebody confirms it; null: nothing.
 void PrintConfirmed(const lyd_node* confirmed) {
@@ -55,7 +62,7 @@ Failure ShowCommits(const Common& common) {
                {"USER"},
                {"SESSION", Align::kRight},
                {"MS", Align::kRight},
-               {"RESULT"}});
+               {"RESULT", Align::kLeft, true}});
   for (const lyd_node* commit : Children(commits, "commit")) {
     const double milliseconds = std::strtod(ChildText(commit, "duration").c_str(), nullptr) / 1000;
     char duration[32];
@@ -64,7 +71,8 @@ Failure ShowCommits(const Common& common) {
     const std::string at_start = FindChild(commit, "at-start") != nullptr ? " at the start" : "";
     table.AddRow({ChildText(commit, "id"), ShortTime(ChildText(commit, "time")),
                   ChildText(commit, "user"), ChildText(commit, "session-id"), duration,
-                  ChildText(commit, "result") + at_start + (reason.empty() ? "" : ": " + reason)});
+                  ChildText(commit, "result") + at_start + (reason.empty() ? "" : ": " + reason)},
+                 ColourOf(ChildText(commit, "result")));
   }
   std::fputs(table.Print().c_str(), stdout);
   return {};

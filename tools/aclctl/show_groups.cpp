@@ -5,6 +5,7 @@
 
 #include "tools/aclctl/commands.h"
 #include "tools/aclctl/daemon_data.h"
+#include "tools/aclctl/entries_in_force.h"
 #include "tools/aclctl/table.h"
 
 namespace aclctl {
@@ -12,57 +13,7 @@ namespace {
 
 using Align = Table::Align;
 
-// Leaves of a match, in the order of a frame's fields, and how they are called in the table. The
-// mask stands behind its value.
-constexpr struct {
-  const char* leaf;
-  const char* label;
-  const char* mask;
-} kMatches[] = {
-    {"destination-mac-address", "dst-mac", "destination-mac-address-mask"},
-    {"source-mac-address", "src-mac", "source-mac-address-mask"},
-    {"ethertype", "ethertype", nullptr},
-    {"vlan", "vlan", nullptr},
-    {"pcp", "pcp", nullptr},
-    {"dscp", "dscp", nullptr},
-    {"tos", "tos", nullptr},
-    {"source-ipv4-address", "src-ip", nullptr},
-    {"destination-ipv4-address", "dst-ip", nullptr},
-    {"ip-protocol", "protocol", nullptr},
-    {"destination-port", "dst-port", nullptr},
-};
-
-std::string MatchText(const lyd_node* match) {
-  std::string text;
-  for (const auto& kind : kMatches) {
-    const std::string value = ChildText(match, kind.leaf);
-    if (value.empty()) continue;
-    const std::string mask = kind.mask == nullptr ? "" : ChildText(match, kind.mask);
-    text += std::string(text.empty() ? "" : " ") + kind.label + " " + value +
-            (mask.empty() ? "" : "/" + mask);
-  }
-  return text.empty() ? "any" : text;
-}
-
-std::string ActionText(const lyd_node* action) {
-  std::string text;
-  for (const lyd_node* child = lyd_child(action); child != nullptr; child = child->next) {
-    if (!text.empty()) text += ", ";
-    text += host::XmlName(child);
-    if (!host::XmlText(child).empty()) text += " " + std::string(host::XmlText(child));
-  }
-  return text.empty() ? "none" : text;
-}
-
-std::string PortsText(const lyd_node* entry) {
-  std::string text;
-  for (const lyd_node* port : Children(entry, "port")) {
-    text += (text.empty() ? "" : ",") + std::string(host::XmlText(port));
-  }
-  return text.empty() ? "any" : text;
-}
-
-void PrintGroup(const lyd_node* group, bool hits) {
+void PrintGroup(const lyd_node* group, const EntryFilter& filter, bool hits) {
   std::string type = ChildText(group, "type");
   for (char& c : type) c = std::toupper(static_cast<unsigned char>(c));
   const auto entries = Children(group, "entry");
@@ -72,18 +23,18 @@ void PrintGroup(const lyd_node* group, bool hits) {
               entries.size() == 1 ? "entry" : "entries");
   if (entries.empty()) return;
   std::vector<Table::Column> columns = {
-      {"PORT"}, {"PROFILE"}, {"ENTRY", Align::kRight}, {"MATCH"}, {"ACTION"}};
+      {"PORT"}, {"PROFILE"}, {"ENTRY", Align::kRight}, {"MATCH", Align::kLeft, true}, {"ACTION"}};
   if (hits) {
     columns.push_back({"PACKETS", Align::kRight});
     columns.push_back({"BYTES", Align::kRight});
   }
   Table table(std::move(columns));
   for (const lyd_node* entry : entries) {
+    if (!Shows(filter, entry)) continue;
     const bool known = FindChild(entry, "profile") != nullptr;
-    std::vector<std::string> row = {PortsText(entry), known ? ChildText(entry, "profile") : "?",
-                                    known ? ChildText(entry, "ace-priority") : "?",
-                                    MatchText(FindChild(entry, "match")),
-                                    ActionText(FindChild(entry, "action"))};
+    std::vector<std::string> row = {PortsOf(entry), known ? ChildText(entry, "profile") : "?",
+                                    known ? ChildText(entry, "ace-priority") : "?", MatchOf(entry),
+                                    ActionOf(entry)};
     if (hits) {
       const lyd_node* counters = FindChild(entry, "hits");
       row.push_back(counters == nullptr ? "-" : ChildText(counters, "packets"));
@@ -91,10 +42,14 @@ void PrintGroup(const lyd_node* group, bool hits) {
     }
     table.AddRow(std::move(row));
   }
-  std::fputs(table.Print().c_str(), stdout);
+  if (!table.empty()) std::fputs(table.Print().c_str(), stdout);
 }
 
-Failure ShowGroups(const Common& common, bool hits) {
+Failure ShowGroups(const Common& common, const EntryFilter& filter, bool hits) {
+  if (Failure failure = CheckEntryFilter(filter)) return failure;
+  if (common.form != Form::kText && !filter.empty()) {
+    return {kUsage, "entries are selected in tables alone, not with --json or --xml", {}};
+  }
   Client client;
   if (Failure failure = client.Open(common.socket)) return failure;
   std::string data;
@@ -111,7 +66,7 @@ Failure ShowGroups(const Common& common, bool hits) {
   for (const lyd_node* group : Children(filters, "group")) {
     if (!first) std::putchar('\n');
     first = false;
-    PrintGroup(group, hits);
+    PrintGroup(group, filter, hits);
   }
   return {};
 }
@@ -119,7 +74,11 @@ Failure ShowGroups(const Common& common, bool hits) {
 Run SetUp(Syntax* syntax) {
   const auto hits = std::make_shared<bool>(false);
   syntax->Flag("--hits", hits.get(), "with the frames that each entry decided");
-  return [hits](const Common& common) { return ShowGroups(common, *hits); };
+  const auto filter = std::make_shared<EntryFilter>();
+  AddEntryFilter(syntax, filter.get());
+  return [hits, filter](const Common& common) {
+    return ShowGroups(common, *filter, *hits || filter->hit);
+  };
 }
 
 }  // namespace
@@ -127,7 +86,8 @@ Run SetUp(Syntax* syntax) {
 const Command kShowGroups = {"show groups",
                              Group::kLook,
                              "what is programmed, in the order of evaluation",
-                             "aclctl show groups --hits",
+                             "aclctl show groups --hits\n"
+                             "aclctl show groups --port access-1 --covers 10.1.2.3",
                              SetUp,
                              kXml | kPaged};
 

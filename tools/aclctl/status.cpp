@@ -1,6 +1,7 @@
 // aclctl show status, and aclctl recover.
 #include <cstdio>
 #include <memory>
+#include <optional>
 
 #include "tools/aclctl/commands.h"
 #include "tools/aclctl/daemon_data.h"
@@ -44,6 +45,11 @@ Failure Recover(const Common& common, Client* client, const std::string& input) 
   return failure;
 }
 
+std::optional<Colour> ColourOf(const std::string& state) {
+  if (state == "ok") return std::nullopt;
+  return state == "warning" ? Colour::kYellow : Colour::kRed;
+}
+
 Failure ShowStatus(const Common& common) {
   Client client;
   if (Failure failure = client.Open(common.socket)) return failure;
@@ -55,9 +61,10 @@ Failure ShowStatus(const Common& common) {
     return failure;
   }
   if (common.form != Form::kText) return PrintData(common.form, &client, "acl-app-status", data);
-  Table table({{"PART"}, {"STATE"}, {"DETAIL"}});
+  Table table({{"PART"}, {"STATE"}, {"DETAIL", Table::Align::kLeft, true}});
   for (const lyd_node* part : Children(daemon, "part"))
-    table.AddRow({ChildText(part, "name"), ChildText(part, "state"), ChildText(part, "text")});
+    table.AddRow({ChildText(part, "name"), ChildText(part, "state"), ChildText(part, "text")},
+                 ColourOf(ChildText(part, "state")));
   std::fputs(table.Print().c_str(), stdout);
   const lyd_node* storage = FindChild(daemon, "storage");
   if (ChildText(storage, "state") == "in-doubt") PrintDoubt(storage);

@@ -23,7 +23,8 @@ std::string WithoutTrailingBlanks(const char* text) {
 
 }  // namespace
 
-std::string Table::Print(size_t width) const {
+std::string Table::Print() const {
+  const size_t width = TerminalWidth();
   if (rows_.empty()) {  // of which the library prints nothing
     std::string titles;
     for (const Column& column : columns_) {
@@ -42,9 +43,12 @@ std::string Table::Print(size_t width) const {
         table.get(), column.title.c_str(), column.wraps ? 0.5 : 1,
         (column.align == Align::kRight ? SCOLS_FL_RIGHT : 0) | (column.wraps ? SCOLS_FL_WRAP : 0));
   }
-  for (const auto& row : rows_) {
+  if (TakesColour()) scols_table_enable_colors(table.get(), 1);
+  for (const Row& row : rows_) {
     libscols_line* const line = scols_table_new_line(table.get(), nullptr);
-    for (size_t i = 0; i < row.size(); ++i) scols_line_set_data(line, i, row[i].c_str());
+    if (row.colour.has_value()) scols_line_set_color(line, NameOf(*row.colour));
+    for (size_t i = 0; i < row.cells.size(); ++i)
+      scols_line_set_data(line, i, row.cells[i].c_str());
   }
   char* printed = nullptr;
   scols_print_table_to_string(table.get(), &printed);

@@ -2,8 +2,11 @@
 #ifndef TOOLS_ACLCTL_TABLE_H_
 #define TOOLS_ACLCTL_TABLE_H_
 
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "tools/aclctl/terminal.h"
 
 namespace aclctl {
 
@@ -19,15 +22,21 @@ class Table {
   explicit Table(std::vector<Column> columns) : columns_(std::move(columns)) {}
 
   // As many cells as columns.
-  void AddRow(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+  void AddRow(std::vector<std::string> cells, std::optional<Colour> colour = std::nullopt) {
+    rows_.push_back({std::move(cells), colour});
+  }
   bool empty() const { return rows_.empty(); }
   // Title and rows, a line each, without blanks at the ends of lines. Control characters in cells
-  // are escaped. `width` is that of the terminal in characters, 0 where any is right.
-  std::string Print(size_t width = 0) const;
+  // are escaped. Fits the terminal at standard output, if there is one.
+  std::string Print() const;
 
  private:
   std::vector<Column> columns_;
-  std::vector<std::vector<std::string>> rows_;
+  struct Row {
+    std::vector<std::string> cells;
+    std::optional<Colour> colour;
+  };
+  std::vector<Row> rows_;
 };
 
 }  // namespace aclctl

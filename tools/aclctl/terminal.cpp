@@ -43,9 +43,17 @@ void RunPager(int input) {
 
 size_t TerminalWidth() { return Terminal().width; }
 
-std::string Coloured(Colour colour, const std::string& text) {
+bool TakesColour() {
   const char* const unwanted = std::getenv("NO_COLOR");
-  if (!Terminal().terminal || (unwanted != nullptr && *unwanted != 0)) return text;
+  return Terminal().terminal && (unwanted == nullptr || *unwanted == 0);
+}
+
+const char* NameOf(Colour colour) {
+  return colour == Colour::kRed ? "red" : colour == Colour::kGreen ? "green" : "yellow";
+}
+
+std::string Coloured(Colour colour, const std::string& text) {
+  if (!TakesColour()) return text;
   const char* const code = colour == Colour::kRed ? "31" : colour == Colour::kGreen ? "32" : "33";
   return std::string("\033[") + code + "m" + text + "\033[m";
 }

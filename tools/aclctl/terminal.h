@@ -15,6 +15,8 @@ size_t TerminalWidth();
 // Text in a colour, where standard output is a terminal and NO_COLOR is not set; as it is
 // elsewhere.
 enum class Colour { kRed, kGreen, kYellow };
+bool TakesColour();
+const char* NameOf(Colour colour);  // "red"
 std::string Coloured(Colour colour, const std::string& text);
 
 // While it lives, standard output goes through $PAGER (less where that is not set), when it is a
