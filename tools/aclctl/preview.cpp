@@ -14,6 +14,11 @@ namespace {
 
 using Align = Table::Align;
 
+// What messages call the edit.
+std::string WhatOf(const EditFile& file) {
+  return file.path == "-" ? "standard input" : file.path;
+}
+
 // Sends the edit in the file to the operation `name` of acl-app-history.
 Failure Call(const Common& common, const EditFile& file, const std::string& name, Client* client,
              host::Tree* reply, std::string* text) {
@@ -27,7 +32,7 @@ Failure Call(const Common& common, const EditFile& file, const std::string& name
   if (failure.code == kRefused) {
     failure.message = failure.access_denied ? "access denied: the daemon did not look at "
                                             : "the daemon would refuse ";
-    failure.message += file.path;
+    failure.message += WhatOf(file);
   }
   return failure;
 }
@@ -96,14 +101,14 @@ Failure Check(const Common& common, const EditFile& file) {
   host::Tree reply;
   std::string text;
   if (Failure failure = Call(common, file, "check", &client, &reply, &text)) return failure;
-  Failure refusal = RefusalIn(reply.get(), file.path);
+  Failure refusal = RefusalIn(reply.get(), WhatOf(file));
   if (common.form == Form::kJson) {
     if (Failure failure = PrintOutput(&client, "check", text)) return failure;
     return refusal;
   }
   PrintGroups(reply.get());
   if (refusal) return refusal;
-  std::printf("\n%s would be accepted, changes: %s\n", file.path.c_str(),
+  std::printf("\n%s would be accepted, changes: %s\n", WhatOf(file).c_str(),
               ChildText(reply.get(), "changes").c_str());
   return {};
 }

@@ -18,7 +18,7 @@ std::string WithoutTrailingBlanks(const char* text) {
     if (*c == '\n') result.erase(result.find_last_not_of(' ') + 1);
     result += *c;
   }
-  return result;
+  return result.erase(result.find_last_not_of(' ') + 1);
 }
 
 }  // namespace
