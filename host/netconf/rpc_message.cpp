@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "host/cdb/schema.h"
+#include "host/netconf/config_builder.h"
 #include "host/netconf/config_diagnosis.h"
 
 namespace host {
@@ -162,6 +163,20 @@ lyd_node_any* FindEmptyConfig(lyd_node* first) {
   return nullptr;
 }
 
+// The tree of a message's configuration, null when it is refused.
+Tree ParseConfig(const ly_ctx* context, const XmlOutline& outline) {
+  std::string_view name_space;
+  for (const auto& [prefix, value] : outline.config_declarations) {
+    if (prefix.empty()) name_space = value;
+  }
+  if (Tree built = BuildConfig(context, outline.config, name_space)) return built;
+  lyd_node* parsed = nullptr;
+  const LY_ERR result = lyd_parse_data_mem(context, ConfigDocument(outline).c_str(), LYD_XML,
+                                           LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &parsed);
+  Tree tree(parsed);
+  return result == LY_SUCCESS ? std::move(tree) : nullptr;
+}
+
 // More than any message has around its configuration.
 constexpr int kEnvelopeDepth = 16;
 
@@ -215,23 +230,18 @@ bool RpcMessage::ParseApart() {
   around.append(text_, begin + outline_.config.size());
   ly_in* in = nullptr;
   if (ly_in_new_memory(around.c_str(), &in) != LY_SUCCESS) return false;
-  lyd_node *envelope = nullptr, *operation = nullptr, *content = nullptr;
-  LY_ERR result =
+  lyd_node *envelope = nullptr, *operation = nullptr;
+  const LY_ERR result =
       lyd_parse_op(context_, nullptr, in, LYD_XML, LYD_TYPE_RPC_NETCONF, &envelope, &operation);
   ly_in_free(in, 0);
   Tree parsed_envelope(envelope), parsed_operation(operation);
   lyd_node_any* config = result == LY_SUCCESS ? FindEmptyConfig(lyd_child(operation)) : nullptr;
-  if (config != nullptr) {
-    const std::string document = ConfigDocument(outline_);
-    result = lyd_parse_data_mem(context_, document.c_str(), LYD_XML,
-                                LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &content);
-  }
-  if (config == nullptr || result != LY_SUCCESS || content == nullptr) {
-    lyd_free_all(content);
+  Tree content = config != nullptr ? ParseConfig(context_, outline_) : nullptr;
+  if (content == nullptr) {
     TakeLibyangReason(context_);
     return false;
   }
-  config->value.tree = content;
+  config->value.tree = content.release();
   envelope_ = std::move(parsed_envelope);
   operation_ = std::move(parsed_operation);
   text_ = std::move(around);

@@ -3,6 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
+#include "host/cdb/schema.h"
+#include "host/netconf/config_builder.h"
+
 namespace host {
 namespace {
 
@@ -131,6 +136,73 @@ TEST(XmlEscapeTest, LeavesNoMarkupAndNoControlCharacters) {
   // Lone and missing continuation, overlong, surrogate, beyond Unicode, no character, cut off.
   EXPECT_EQ(XmlEscape("\x80|\xc3(|\xc0\xaf|\xed\xa0\x80|\xf5\x80\x80\x80|\xef\xbf\xbf|\xe2\x82"),
             "?|?(|??|???|????|???|??");
+}
+
+// What is plain is built as the parser reads it; the rest is left to the parser.
+TEST(ConfigBuilderTest, BuildsWhatTheParserReads) {
+  DatastoreErrors errors;
+  const ContextPtr context = LoadSchema(ACL_YANG_DIR, &errors);
+  const std::string profiles = "<acl-profile><ingress>", profile = "<acl-type>l3</acl-type>";
+  const std::string name = "<acl-name>p</acl-name>", end = "</ingress></acl-profile>";
+  const auto entry = [&](const std::string& content) {
+    return profiles + "<access-list>" + profile + name + "<access-list-entry>" + content +
+           "</access-list-entry></access-list>" + end;
+  };
+  const struct {
+    std::string xml;
+    bool plain;
+  } kCases[] = {
+      {"", true},
+      {"<interface>\n <interface-name>a</interface-name><ingress>p</ingress>\n</interface>", true},
+      {entry("<ace-priority>1</ace-priority><action><packet-handling><deny/></packet-handling>"
+             "</action><match><source-ipv4-address><no-mask><ip>1.2.3.4</ip></no-mask>"
+             "</source-ipv4-address><destination-port>http</destination-port></match>"),
+       true},
+      {entry("<ace-priority>1</ace-priority><match/><match><vlan>1</vlan><vlan>2</vlan></match>"),
+       true},
+      {profiles + "<access-list n:operation=\"delete\">" + profile + name + "</access-list>" + end,
+       true},
+      {"<interface xmlns=\"urn:acl-app:acl\" n:operation=\"create\"><interface-name>a"
+       "</interface-name></interface>",
+       true},
+      {profiles + "<access-list>" + name + profile + "</access-list>" + end, false},
+      {profiles + "<access-list>" + profile + "</access-list>" + end, false},
+      {entry("<ace-priority>01 </ace-priority>"), false},
+      {entry("<ace-priority>1</ace-priority><ace-priority>1</ace-priority>"), false},
+      {entry("<ace-priority>1</ace-priority><match><vlan>5000</vlan></match>"), false},
+      {entry("<ace-priority>1</ace-priority><match>x</match>"), false},
+      {"<interface><interface-name>a&#98;</interface-name></interface>", false},
+      {"<interface><interface-name>a</ingress></interface>", false},
+      {"<interface><interface-name>a</interface-name></interface", false},
+      {"<interface n:operation=\"create\" n:operation=\"merge\"><interface-name>a"
+       "</interface-name></interface>",
+       false},
+      {"<!-- --><x/>", false},
+      {"<m:interface xmlns:m=\"urn:acl-app:acl\"/>", false},
+  };
+  for (const auto& c : kCases) {
+    const std::string start = "<config xmlns=\"urn:acl-app:acl\"";
+    const std::string rest = "><access-list>" + c.xml + "</access-list></config>";
+    const Tree built = BuildConfig(context.get(), start + rest, "");
+    ASSERT_EQ(c.plain, built != nullptr) << c.xml;
+    EXPECT_EQ(nullptr, ly_err_first(context.get())) << c.xml;
+    if (!c.plain) continue;
+    lyd_node* raw = nullptr;
+    lyd_parse_data_mem(context.get(),
+                       (start + " xmlns:n=\"" + kNetconfNamespace + "\"" + rest).c_str(), LYD_XML,
+                       LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &raw);
+    const Tree parsed(raw);
+    constexpr uint32_t kAll = LYD_COMPARE_FULL_RECURSION | LYD_COMPARE_DEFAULTS;
+    EXPECT_EQ(LY_SUCCESS, lyd_compare_siblings(parsed.get(), built.get(), kAll)) << c.xml;
+    std::string texts[2];
+    for (const lyd_node* tree : {parsed.get(), built.get()}) {
+      char* text = nullptr;
+      lyd_print_mem(&text, tree, LYD_XML, LYD_PRINT_SHRINK);
+      if (text != nullptr) texts[tree == built.get()] = text;
+      std::free(text);
+    }
+    EXPECT_EQ(texts[0], texts[1]);  // operations as well
+  }
 }
 
 }  // namespace
