@@ -1,9 +1,9 @@
 // The configuration and its history on disk.
 #include "host/cdb/storage.h"
 
-#include <cstdlib>
 #include <utility>
 
+#include "host/cdb/diff_text.h"
 #include "host/cdb/schema.h"
 
 namespace host {
@@ -95,21 +95,17 @@ DatastoreErrors Storage::Load(const ly_ctx* context, Tree* tree) {
 
 DatastoreErrors Storage::Write(const CommitInfo& info, const lyd_node* diff,
                                const lyd_node* after) {
-  char* text = nullptr;
-  if (lyd_print_mem(&text, diff, LYD_XML, LYD_PRINT_SHRINK | LYD_PRINT_WITHSIBLINGS) !=
-      LY_SUCCESS) {
-    return Refusal(path_, "out of memory");
-  }
-  const std::unique_ptr<char, decltype(&std::free)> owner(text, &std::free);
-  const std::string_view difference = diff != nullptr ? text : "";
-  std::vector<UnitChange> units;
-  if (!CollectUnitChanges(diff, after, &units))
-    return Refusal(path_, "the commit changes something that is in no list entry");
+  const std::string difference = DifferenceText(diff);
   StorageContent content;
+  bool in_units = true;
   DatastoreErrors errors = Transact("the commit", [&] {
     content = content_;
-    return WriteUnits(units, &content) && WriteTransaction(info, difference, &content);
+    // Unit by unit: all of a bulk edit together would take more memory than all else about it.
+    const auto write = [&](const UnitChange& change) { return WriteUnit(change, &content); };
+    return VisitUnitChanges(diff, after, write, &in_units) &&
+           WriteTransaction(info, difference, &content);
   });
+  if (!in_units) return Refusal(path_, "the commit changes something that is in no list entry");
   if (errors.empty()) content_ = std::move(content);
   return errors;
 }
@@ -177,25 +173,20 @@ bool Storage::WriteTransaction(const CommitInfo& info, std::string_view differen
   return put_txn_.Run();
 }
 
-bool Storage::WriteUnits(const std::vector<UnitChange>& changes, StorageContent* content) {
-  for (const UnitChange& change : changes) {
-    const UnitKey& key = change.key;
-    if (change.content.empty()) {
-      if (!DeleteUnit(key, content)) return false;
-      continue;
-    }
-    if (!change.is_new) {
-      unit_digest_.Bind(1, key.place).Bind(2, key.list).Bind(3, key.keys);
-      if (unit_digest_.Step()) content->units.Remove(unit_digest_.Number(0));
-      unit_digest_.Reset();
-    }
-    RowDigest digest;
-    digest.Add(key.place).Add(key.list).Add(key.keys).Add(change.content);
-    SqlStatement& put = change.is_new ? make_unit_ : put_unit_;
-    put.Bind(1, key.place).Bind(2, key.list).Bind(3, key.keys).Bind(4, change.content);
-    if (!put.Bind(5, digest.value()).Run()) return false;
-    content->units.Add(digest.value());
+bool Storage::WriteUnit(const UnitChange& change, StorageContent* content) {
+  const UnitKey& key = change.key;
+  if (change.content.empty()) return DeleteUnit(key, content);
+  if (!change.is_new) {
+    unit_digest_.Bind(1, key.place).Bind(2, key.list).Bind(3, key.keys);
+    if (unit_digest_.Step()) content->units.Remove(unit_digest_.Number(0));
+    unit_digest_.Reset();
   }
+  RowDigest digest;
+  digest.Add(key.place).Add(key.list).Add(key.keys).Add(change.content);
+  SqlStatement& put = change.is_new ? make_unit_ : put_unit_;
+  put.Bind(1, key.place).Bind(2, key.list).Bind(3, key.keys).Bind(4, change.content);
+  if (!put.Bind(5, digest.value()).Run()) return false;
+  content->units.Add(digest.value());
   return true;
 }
 

@@ -78,7 +78,7 @@ class Storage {
 
   bool Prepare();
   // These keep `content` in step with what they write.
-  bool WriteUnits(const std::vector<UnitChange>& changes, StorageContent* content);
+  bool WriteUnit(const UnitChange& change, StorageContent* content);
   bool DeleteUnit(const UnitKey& key, StorageContent* content);
   bool WriteTransaction(const CommitInfo& info, std::string_view difference,
                         StorageContent* content);

@@ -146,29 +146,35 @@ std::string ContentOf(const lyd_node* entry) {
   return document.substr(from, document.rfind(']') - from);
 }
 
-class UnitCollector {
+class UnitWalk {
  public:
-  explicit UnitCollector(std::vector<UnitChange>* changes) : changes_(changes) {}
+  // Visits either the units that go, or the others.
+  UnitWalk(const UnitVisitor& visit, bool removed) : visit_(visit), removed_(removed) {}
 
-  bool Collect(const lyd_node* diff, const lyd_node* after, DiffOperation inherited) {
+  // False when the visitor has ended the walk, or something is in no unit.
+  bool Walk(const lyd_node* diff, const lyd_node* after, DiffOperation inherited) {
     for (const lyd_node* node = diff; node != nullptr; node = node->next) {
       if (IsKey(node)) continue;
       FeedWatchdog();
       const DiffOperation operation = DiffOperationOf(node, inherited);
       if (node->schema->nodetype != LYS_LIST) {
-        if (!IsFrame(node->schema)) return false;
+        in_units_ = in_units_ && IsFrame(node->schema);
+        if (!in_units_) return false;
         const lyd_node* now = FindSame(after, node);
-        if (!Collect(lyd_child(node), now != nullptr ? lyd_child(now) : nullptr, operation))
+        if (!Walk(lyd_child(node), now != nullptr ? lyd_child(now) : nullptr, operation))
           return false;
       } else if (operation == DiffOperation::kDelete) {
-        changes_->insert(changes_->begin() + static_cast<ptrdiff_t>(removed_++),
-                         {KeyOf(node), "", false});
-      } else if (!CollectEntry(node, FindSame(after, node), operation)) {
+        if (removed_ && !visit_({KeyOf(node), "", false})) return false;
+      } else if (removed_ && operation == DiffOperation::kCreate) {
+        continue;  // nothing goes in there
+      } else if (!WalkEntry(node, FindSame(after, node), operation)) {
         return false;
       }
     }
     return true;
   }
+
+  bool in_units() const { return in_units_; }
 
  private:
   UnitKey KeyOf(const lyd_node* entry) {
@@ -178,15 +184,16 @@ class UnitCollector {
     return {place_, LYD_NAME(entry), KeysText(entry)};
   }
 
-  bool CollectEntry(const lyd_node* node, const lyd_node* now, DiffOperation operation) {
-    if (now == nullptr) return false;
+  bool WalkEntry(const lyd_node* node, const lyd_node* now, DiffOperation operation) {
+    in_units_ = in_units_ && now != nullptr;
+    if (!in_units_) return false;
     const bool is_new = operation == DiffOperation::kCreate;
     bool own = is_new;
     const lyd_node* child;
     LY_LIST_FOR(lyd_child(node), child) own = own || (!IsKey(child) && !HoldsUnits(child));
-    if (own) changes_->push_back({KeyOf(now), ContentOf(now), is_new});
+    if (own && !removed_ && !visit_({KeyOf(now), ContentOf(now), is_new})) return false;
     LY_LIST_FOR(lyd_child(node), child) {
-      if (HoldsUnits(child)) return Collect(child, lyd_child(now), operation);
+      if (HoldsUnits(child)) return Walk(child, lyd_child(now), operation);
     }
     return true;
   }
@@ -195,17 +202,24 @@ class UnitCollector {
     return node->schema->nodetype == LYS_LIST || IsFrame(node->schema);
   }
 
-  std::vector<UnitChange>* changes_;
-  size_t removed_ = 0;
+  const UnitVisitor& visit_;
+  const bool removed_;
+  bool in_units_ = true;
   const lyd_node* place_of_ = nullptr;
   std::string place_;  // path of place_of_, the parent of the last entries
 };
 
 }  // namespace
 
-bool CollectUnitChanges(const lyd_node* diff, const lyd_node* after,
-                        std::vector<UnitChange>* changes) {
-  return UnitCollector(changes).Collect(diff, after, DiffOperation::kNone);
+bool VisitUnitChanges(const lyd_node* diff, const lyd_node* after, const UnitVisitor& visit,
+                      bool* in_units) {
+  for (const bool removed : {true, false}) {
+    UnitWalk walk(visit, removed);
+    const bool done = walk.Walk(diff, after, DiffOperation::kNone);
+    *in_units = walk.in_units();
+    if (!done) return false;
+  }
+  return true;
 }
 
 bool AddUnits(const ly_ctx* context, const std::string& place, const std::string& list,

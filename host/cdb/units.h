@@ -6,7 +6,6 @@
 
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "host/cdb/yang_tree.h"
 
@@ -30,11 +29,15 @@ struct UnitChange {
   bool is_new = false;  // whether the unit comes with this change
 };
 
-// The units that `diff` changes; `after` is the configuration after it, or the part of it that the
-// difference is in. A unit that goes comes before those that come. False when the difference
-// changes something that is in no list entry.
-bool CollectUnitChanges(const lyd_node* diff, const lyd_node* after,
-                        std::vector<UnitChange>* changes);
+// Called with each change; false ends it.
+using UnitVisitor = std::function<bool(const UnitChange&)>;
+
+// Visits the units that `diff` changes; `after` is the configuration after it, or the part of it
+// that the difference is in. Units that go come before those that come. False when `visit` has
+// ended it, or (`in_units` then is false) the difference changes something that is in no list
+// entry.
+bool VisitUnitChanges(const lyd_node* diff, const lyd_node* after, const UnitVisitor& visit,
+                      bool* in_units);
 
 // Adds units to `tree`, a normalized configuration. All are in one list at one place, which must be
 // there. `contents` is their JSON objects, separated by commas. False when they cannot be parsed

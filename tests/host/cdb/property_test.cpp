@@ -6,6 +6,7 @@
 #include <map>
 #include <set>
 
+#include "host/cdb/diff_text.h"
 #include "host/cdb/edit.h"
 #include "host/cdb/edit_node.h"
 #include "host/cdb/schema.h"
@@ -205,6 +206,7 @@ class Follower : public CommitObserver {
   void OnCommit(const lyd_node* diff, const CommitInfo&) override {
     TreeBuilder builder(&copy_);
     EXPECT_EQ(LY_SUCCESS, lyd_diff_apply_all(builder, diff));
+    EXPECT_EQ(Printed(diff), DifferenceText(diff));
     ++commits_;
   }
   const lyd_node* copy() const { return copy_.get(); }
