@@ -15,6 +15,9 @@ std::string NameOfTag(uint32_t tag) {
   return std::to_string(tag);
 }
 
+// Longer than most paths are: so their texts take one allocation.
+constexpr size_t kUsualPath = 192;
+
 bool NeedsQuotes(const std::string& key) {
   const auto special = [](char c) {
     return c == ' ' || c == '{' || c == '}' || c == '"' || c == '\\';
@@ -89,6 +92,7 @@ void FreeKeypathValues(confd_hkeypath_t* keypath) {
 
 std::string PrintSteps(const PathSteps& steps) {
   std::string text;
+  text.reserve(kUsualPath);
   for (const PathStep& step : steps) {
     text += '/';
     text += step.node->name;
@@ -108,19 +112,24 @@ std::string PrintSteps(const PathSteps& steps) {
 }
 
 std::string PrintKeypath(const CdbSchema* schema, const confd_hkeypath_t& keypath) {
-  std::string text;
+  std::string text, key;
+  text.reserve(kUsualPath);
   const CdbNode* node = schema != nullptr ? schema->root() : nullptr;
   for (int at = keypath.len - 1; at >= 0; --at) {
     const confd_value_t* element = keypath.v[at];
     if (element[0].type == C_XMLTAG) {
       if (node != nullptr) node = node->ChildByTag(element[0].val.xmltag.tag);
       text += '/';
-      text += node != nullptr ? node->name : NameOfTag(element[0].val.xmltag.tag);
+      if (node != nullptr) {
+        text += node->name;
+      } else {
+        text += NameOfTag(element[0].val.xmltag.tag);
+      }
       continue;
     }
     text += '{';
     for (size_t i = 0; i < MAXKEYLEN && element[i].type != C_NOEXISTS; ++i) {
-      std::string key;
+      key.clear();
       ToText(KeyNode(node, i), element[i], &key);
       if (i > 0) text += ' ';
       AppendKey(key, &text);
