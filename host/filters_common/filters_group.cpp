@@ -1,9 +1,60 @@
 #include "platform/filters_common/filters_group.h"
 
-namespace FiltersCommon {
+#include <cstddef>
+#include <iterator>
+#include <utility>
+#include <vector>
 
-FiltersGroup::FiltersGroup(const unsigned short& id)
-    : id_(id), entries_(CountedPtr<Entries>::Make()) {}
+namespace FiltersCommon {
+namespace {
+
+// Nodes of maps that are gone, for maps to come. They hold nothing.
+class SpareNodes {
+ public:
+  static SpareNodes& OfThread() {
+    static thread_local SpareNodes spare;
+    return spare;
+  }
+
+  // Takes the node if there is room.
+  void Keep(FiltersGroup::Entries::node_type node) {
+    if (nodes_.size() == kMost) return;
+    node.mapped() = FiltersEntry(0);
+    nodes_.push_back(std::move(node));
+  }
+
+  // Takes all nodes that there is room for, the last first: so they come back in their order, which
+  // mostly is that of their addresses.
+  void KeepAll(FiltersGroup::Entries* entries) {
+    while (!entries->empty() && nodes_.size() < kMost)
+      Keep(entries->extract(std::prev(entries->end())));
+  }
+
+  // Puts a copy of `entry`, whose id is not taken, into `entries`, next to `hint`.
+  void Insert(const FiltersEntry& entry, FiltersGroup::Entries::iterator hint,
+              FiltersGroup::Entries* entries) {
+    if (nodes_.empty()) {
+      entries->emplace_hint(hint, entry.getId(), entry);
+      return;
+    }
+    FiltersGroup::Entries::node_type node = std::move(nodes_.back());
+    nodes_.pop_back();
+    node.key() = entry.getId();
+    node.mapped() = entry;
+    entries->insert(hint, std::move(node));
+  }
+
+ private:
+  static constexpr size_t kMost = 2 * 65536;  // two groups as large as they can be
+
+  std::vector<FiltersGroup::Entries::node_type> nodes_;
+};
+
+}  // namespace
+
+FiltersGroup::Store::~Store() { SpareNodes::OfThread().KeepAll(&entries); }
+
+FiltersGroup::FiltersGroup(const unsigned short& id) : id_(id), store_(CountedPtr<Store>::Make()) {}
 
 filtersErr_t FiltersGroup::setStage(const filtersGroupStage_t& stage) {
   if (stage != FILTERS_GROUP_STAGE_PRE_INGRESS) return FILTERS_ERR_TYPE;
@@ -18,23 +69,24 @@ filtersErr_t FiltersGroup::setType(const filtersGroupType_t& type) {
 }
 
 FiltersGroup::Entries& FiltersGroup::OwnEntries() {
-  if (!entries_.unique()) entries_ = CountedPtr<Entries>::Make(*entries_);
-  return *entries_;
+  if (!store_.unique()) store_ = CountedPtr<Store>::Make(*store_);
+  return store_->entries;
 }
 
 filtersErr_t FiltersGroup::insertEntry(const FiltersEntry& entry) {
   const unsigned short id = entry.getId();
+  const Entries& held = store_->entries;
   // Groups are mostly built in ascending order of id: then the place is the end.
-  const bool append = entries_->empty() || entries_->rbegin()->first < id;
-  if (!append && entries_->count(id) != 0) return FILTERS_ERR_EXISTS;
+  const bool append = held.empty() || held.rbegin()->first < id;
+  if (!append && held.count(id) != 0) return FILTERS_ERR_EXISTS;
   Entries& entries = OwnEntries();
-  entries.emplace_hint(append ? entries.end() : entries.lower_bound(id), id, entry);
+  SpareNodes::OfThread().Insert(entry, append ? entries.end() : entries.lower_bound(id), &entries);
   return FILTERS_OK;
 }
 
 filtersErr_t FiltersGroup::removeEntry(const unsigned short& id) {
-  if (entries_->count(id) == 0) return FILTERS_ERR_NOT_FOUND;
-  OwnEntries().erase(id);
+  if (store_->entries.count(id) == 0) return FILTERS_ERR_NOT_FOUND;
+  SpareNodes::OfThread().Keep(OwnEntries().extract(id));
   return FILTERS_OK;
 }
 
