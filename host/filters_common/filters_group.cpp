@@ -45,7 +45,7 @@ class SpareNodes {
   }
 
  private:
-  static constexpr size_t kMost = 2 * 65536;  // two groups as large as they can be
+  static constexpr size_t kMost = size_t{2} * 65536;  // two groups as large as they can be
 
   std::vector<FiltersGroup::Entries::node_type> nodes_;
 };
