@@ -116,6 +116,32 @@ std::string PrintSteps(const PathSteps& steps);
 // names of their tags, enumeration keys are numbers.
 std::string PrintKeypath(const CdbSchema* schema, const confd_hkeypath_t& keypath);
 
+// Prints one keypath after the other. Those of a commit mostly share their front, and some are
+// printed twice; so it goes on where a keypath parts from the last one.
+class KeypathPrinter {
+ public:
+  // `schema` as above; it must outlive the printer.
+  explicit KeypathPrinter(const CdbSchema* schema) : schema_(schema) {}
+
+  // As PrintKeypath(); valid until the next call.
+  const std::string& Print(const confd_hkeypath_t& keypath);
+
+ private:
+  struct Element {
+    bool is_tag;  // or keys
+    uint32_t tag;
+    const CdbNode* node;  // that the path leads to here, null when it is not known
+    size_t end;           // of its text
+  };
+
+  void PrintKeys(const confd_value_t* element, const CdbNode* node);
+
+  const CdbSchema* schema_;
+  std::string text_;  // of the last keypath
+  std::vector<Element> elements_;
+  std::string keys_, key_;  // members to save allocations
+};
+
 }  // namespace host
 
 #endif  // HOST_CDB_CDB_PATH_H_

@@ -68,6 +68,7 @@ class CdbService {
 
   Datastore& datastore() { return *datastore_; }
   const CdbSchema& schema() const { return schema_; }
+  KeypathPrinter& keypath_printer() { return keypath_printer_; }
 
   // Returns the session's handle, negative for a database that is not served.
   int OpenSession(cdb_db_type db);
@@ -87,6 +88,7 @@ class CdbService {
 
   Datastore* datastore_;
   CdbSchema schema_;
+  KeypathPrinter keypath_printer_{&schema_};
   PathResolver running_paths_;
   PathResolver operational_paths_;
   std::vector<std::unique_ptr<CdbSession>> sessions_;  // by handle

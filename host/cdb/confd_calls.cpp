@@ -11,9 +11,10 @@ extern "C" {
 
 int confd_pp_kpath(char* buf, int n, const confd_hkeypath_t* kp) {
   if (kp == nullptr || kp->len < 0 || kp->len > MAXDEPTH || n < 0) return CONFD_ERR;
-  const host::CdbService* service = host::CdbService::Instance();
-  const std::string text =
-      host::PrintKeypath(service != nullptr ? &service->schema() : nullptr, *kp);
+  host::CdbService* service = host::CdbService::Instance();
+  host::KeypathPrinter without_names(nullptr);
+  const std::string& text =
+      (service != nullptr ? service->keypath_printer() : without_names).Print(*kp);
   if (n > 0) {
     const size_t length = std::min(text.size(), static_cast<size_t>(n) - 1);
     memcpy(buf, text.data(), length);

@@ -111,32 +111,59 @@ std::string PrintSteps(const PathSteps& steps) {
   return text.empty() ? "/" : text;
 }
 
-std::string PrintKeypath(const CdbSchema* schema, const confd_hkeypath_t& keypath) {
-  std::string text, key;
-  text.reserve(kUsualPath);
-  const CdbNode* node = schema != nullptr ? schema->root() : nullptr;
-  for (int at = keypath.len - 1; at >= 0; --at) {
-    const confd_value_t* element = keypath.v[at];
-    if (element[0].type == C_XMLTAG) {
-      if (node != nullptr) node = node->ChildByTag(element[0].val.xmltag.tag);
-      text += '/';
-      if (node != nullptr) {
-        text += node->name;
-      } else {
-        text += NameOfTag(element[0].val.xmltag.tag);
+const std::string& KeypathPrinter::Print(const confd_hkeypath_t& keypath) {
+  const CdbNode* node = schema_ != nullptr ? schema_->root() : nullptr;
+  size_t place = 0, start = 0;  // of an element, counted from the top, and its text
+  for (int at = keypath.len - 1; at >= 0; --at, ++place) {
+    const confd_value_t* values = keypath.v[at];
+    const bool is_tag = values[0].type == C_XMLTAG;
+    const uint32_t tag = is_tag ? values[0].val.xmltag.tag : 0;
+    if (!is_tag) PrintKeys(values, node);
+    if (place < elements_.size()) {
+      const Element& last = elements_[place];
+      if (is_tag == last.is_tag && tag == last.tag &&
+          (is_tag || text_.compare(start, last.end - start, keys_) == 0)) {
+        node = last.node;
+        start = last.end;
+        continue;
       }
-      continue;
+      elements_.resize(place);
     }
-    text += '{';
-    for (size_t i = 0; i < MAXKEYLEN && element[i].type != C_NOEXISTS; ++i) {
-      key.clear();
-      ToText(KeyNode(node, i), element[i], &key);
-      if (i > 0) text += ' ';
-      AppendKey(key, &text);
+    text_.resize(start);
+    if (!is_tag) {
+      text_ += keys_;
+    } else {
+      if (node != nullptr) node = node->ChildByTag(tag);
+      text_ += '/';
+      if (node != nullptr) {
+        text_ += node->name;
+      } else {
+        text_ += NameOfTag(tag);
+      }
     }
-    text += '}';
+    start = text_.size();
+    elements_.push_back({is_tag, tag, node, start});
   }
-  return text.empty() ? "/" : text;
+  elements_.resize(place);
+  text_.resize(start);
+  if (text_.empty()) text_ = "/";
+  return text_;
+}
+
+// Prints keys of `node` (may be null) into keys_.
+void KeypathPrinter::PrintKeys(const confd_value_t* element, const CdbNode* node) {
+  keys_ = '{';
+  for (size_t i = 0; i < MAXKEYLEN && element[i].type != C_NOEXISTS; ++i) {
+    key_.clear();
+    ToText(KeyNode(node, i), element[i], &key_);
+    if (i > 0) keys_ += ' ';
+    AppendKey(key_, &keys_);
+  }
+  keys_ += '}';
+}
+
+std::string PrintKeypath(const CdbSchema* schema, const confd_hkeypath_t& keypath) {
+  return KeypathPrinter(schema).Print(keypath);
 }
 
 }  // namespace host

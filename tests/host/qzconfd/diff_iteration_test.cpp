@@ -17,7 +17,8 @@ constexpr char kInterfaces[] = "/config/access-list/interface/";
 // subscription's, value.
 class Recorder : public CommitObserver {
  public:
-  Recorder(const CdbService& service, const char* path) : schema_(&service.schema()), path_(path) {}
+  Recorder(const CdbService& service, const char* path)
+      : schema_(&service.schema()), printer_(schema_), path_(path) {}
 
   void OnCommit(const lyd_node* diff, const CommitInfo&) override {
     PathResolver resolver(schema_);
@@ -38,7 +39,8 @@ class Recorder : public CommitObserver {
   confd_iter_ret Note(const confd_hkeypath_t& keypath, confd_iter_op operation,
                       const confd_value_t* value) {
     const char* names[] = {"", "created", "deleted", "modified", "set"};
-    std::string path = PrintKeypath(schema_, keypath);
+    const std::string path = PrintKeypath(schema_, keypath);
+    EXPECT_EQ(path, printer_.Print(keypath));
     std::string line = std::string(names[operation]) + " " + path.substr(strlen(path_) - 1);
     std::string content;
     if (value != nullptr && ToText(nullptr, *value, &content)) line += " " + content;
@@ -47,6 +49,7 @@ class Recorder : public CommitObserver {
   }
 
   const CdbSchema* schema_;
+  KeypathPrinter printer_;  // goes on from keypath to keypath
   const char* path_;
   std::string text_;
   bool touched_ = false;
