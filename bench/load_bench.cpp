@@ -8,6 +8,7 @@
 #include "bench/client.h"
 #include "bench/configuration.h"
 #include "bench/daemon.h"
+#include "bench/filter_groups.h"
 #include "bench/measure.h"
 
 namespace {
@@ -65,6 +66,36 @@ void BM_StartFromDatabase(benchmark::State& state) {
     CountMemory(state);
   }
 }
+
+// The same where the filters of an earlier start are in force: they are taken over.
+void BM_StartInForce(benchmark::State& state) {
+  constexpr int kProfiles = 64, kEntries = 65536;
+  const char* const backend = state.range(0) != 0 ? "nftables" : "bpf";
+  std::vector<std::string> names;
+  for (int i = 0; i < kProfiles; ++i) names.push_back(InterfaceName(i));
+  if (!Enter(names)) {
+    state.SkipWithError("no network namespace");
+    return;
+  }
+  const auto scratch = std::make_shared<const Scratch>();
+  {
+    Daemon first(ConfigurationJson(kProfiles, kEntries), backend, scratch);
+    first.RunInitialLoad();
+  }
+  for (auto _ : state) {
+    const auto start = Clock::now();
+    Daemon daemon("{}", backend, scratch);
+    daemon.RunInitialLoad();
+    state.SetIterationTime(SecondsSince(start));
+  }
+}
+BENCHMARK(BM_StartInForce)
+    ->ArgName("nft")
+    ->Arg(0)
+    ->Arg(1)
+    ->Iterations(5)
+    ->Unit(benchmark::kMillisecond)
+    ->UseManualTime();
 
 void BM_WholeConfigurationOverNetconf(benchmark::State& state) {
   const std::string edit =
