@@ -24,6 +24,7 @@ constexpr Module kModules[] = {
     {kAclModule, {nullptr}},
     {"acl-app-commits", {nullptr}},
     {"acl-app-filters", {nullptr}},
+    {"acl-app-findings", {nullptr}},
     {"acl-app-history", {nullptr}},
     {"acl-app-netconf", {nullptr}},
     {"acl-app-status", {nullptr}},

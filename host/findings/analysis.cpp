@@ -69,8 +69,18 @@ bool Analysis::Step(uint64_t work) {
 void Analysis::FindChains() {
   for (const auto& [name, profile] : configuration_->profiles) chains_.push_back({{&name}, {}});
   using Order = std::vector<const std::string*>;
-  std::map<Order, std::vector<std::string>> chains;
-  std::map<std::pair<Order, Order>, std::vector<std::string>> ports;
+  struct ByName {
+    static bool Before(const std::string* a, const std::string* b) { return *a < *b; }
+    bool operator()(const Order& a, const Order& b) const {
+      return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(), Before);
+    }
+    bool operator()(const std::pair<Order, Order>& a, const std::pair<Order, Order>& b) const {
+      const ByName& less = *this;
+      return less(a.first, b.first) || (!less(b.first, a.first) && less(a.second, b.second));
+    }
+  };
+  std::map<Order, std::vector<std::string>, ByName> chains;
+  std::map<std::pair<Order, Order>, std::vector<std::string>, ByName> ports;
   for (const auto& [interface, what] : configuration_->interfaces) {
     std::map<int, const std::string*> order[2];  // by priority; L2, L3
     for (const std::string& bound : what.profiles) {

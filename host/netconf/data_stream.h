@@ -1,4 +1,4 @@
-// The content of <data> in a reply that may be large, made in parts.
+// The content of a reply that may be large, made in parts.
 #ifndef HOST_NETCONF_DATA_STREAM_H_
 #define HOST_NETCONF_DATA_STREAM_H_
 
@@ -17,6 +17,8 @@ class DataStream {
   };
 
   virtual ~DataStream() = default;
+  // Whether the content stands in the element <data>.
+  virtual bool in_data() const { return true; }
   // To be called once, before Next(). Decides what the stream shows; returns why that is
   // impossible, otherwise nothing.
   virtual RpcErrors Begin() = 0;

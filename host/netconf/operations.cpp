@@ -11,6 +11,7 @@ namespace {
 
 constexpr char kNetconf[] = "ietf-netconf";
 constexpr char kMonitoring[] = "ietf-netconf-monitoring";
+constexpr char kFindings[] = "acl-app-findings";
 constexpr char kHistory[] = "acl-app-history";
 constexpr char kStatus[] = "acl-app-status";
 
@@ -35,6 +36,7 @@ constexpr Operation kOperations[] = {
     {kHistory, "compare", OperationKind::kChange, RunCompare},
     {kHistory, "compare-commits", OperationKind::kChange, RunCompareCommits},
     {kHistory, "check", OperationKind::kChange, RunCheck},
+    {kFindings, "get-findings", OperationKind::kQuery, RunGetFindings},
     {kStatus, "recover", OperationKind::kChange, RunRecover},
 };
 
@@ -63,6 +65,14 @@ std::string NamedDatastore(const OperationCall& call, const char* name) {
   const lyd_node* container = FindParameter(call, name);
   const lyd_node* named = container != nullptr ? lyd_child(container) : nullptr;
   return named != nullptr && named->schema != nullptr ? named->schema->name : "";
+}
+
+EditOptions EditOptionsOf(const OperationCall& call) {
+  EditOptions options;
+  const std::string operation = ParameterText(call, "default-operation", "merge");
+  if (operation == "replace") options.default_operation = DefaultOperation::kReplace;
+  if (operation == "none") options.default_operation = DefaultOperation::kNone;
+  return options;
 }
 
 const lyd_node* InlineConfig(const lyd_node* parent) {

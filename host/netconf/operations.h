@@ -15,6 +15,7 @@
 #include "host/netconf/candidate.h"
 #include "host/netconf/confirmed_commit.h"
 #include "host/netconf/data_stream.h"
+#include "host/netconf/findings_service.h"
 #include "host/netconf/locks.h"
 #include "host/netconf/peer_log.h"
 #include "host/netconf/rpc_error.h"
@@ -47,6 +48,8 @@ struct OperationContext {
   SessionControl& sessions;
   // Shared by all who read in pages.
   std::shared_ptr<PageMemory> pages = std::make_shared<PageMemory>(size_t{16} << 20);
+  std::shared_ptr<FindingsService> findings =
+      std::make_shared<FindingsService>(datastore, candidate, pages);
 };
 
 struct OperationCall {
@@ -58,7 +61,7 @@ struct OperationCall {
 struct OperationResult {
   RpcErrors errors;
   std::string data;                    // XML inside the reply; empty: <ok/>
-  std::unique_ptr<DataStream> stream;  // in place of `data`: what is inside <data> in the reply
+  std::unique_ptr<DataStream> stream;  // in place of `data`
   bool close_session = false;
   std::string note;  // for the log
 
@@ -107,6 +110,7 @@ OperationResult RunRecover(const OperationContext& context, const OperationCall&
 OperationResult RunCompare(const OperationContext& context, const OperationCall& call);
 OperationResult RunCompareCommits(const OperationContext& context, const OperationCall& call);
 OperationResult RunCheck(const OperationContext& context, const OperationCall& call);
+OperationResult RunGetFindings(const OperationContext& context, const OperationCall& call);
 
 // Helpers of the operations.
 
@@ -117,6 +121,8 @@ std::string ParameterText(const OperationCall& call, const char* name, const cha
 // The datastore named by the container `name` ("source", "target") of the input; empty when the
 // container or its choice is missing.
 std::string NamedDatastore(const OperationCall& call, const char* name);
+// How an edit is to be made, by the input's parameters.
+EditOptions EditOptionsOf(const OperationCall& call);
 // First node of the data within the child <config> of `parent`; null when it is empty.
 const lyd_node* InlineConfig(const lyd_node* parent);
 // The same data, taken out of the input.

@@ -46,11 +46,7 @@ OperationResult Refuse(const DatastoreErrors& errors) {
 }
 
 EditPreview PreviewOf(const OperationContext& context, const OperationCall& call) {
-  EditOptions options;
-  const std::string operation = ParameterText(call, "default-operation", "merge");
-  if (operation == "replace") options.default_operation = DefaultOperation::kReplace;
-  if (operation == "none") options.default_operation = DefaultOperation::kNone;
-  return context.datastore.Preview(InlineConfig(call.input), options);
+  return context.datastore.Preview(InlineConfig(call.input), EditOptionsOf(call));
 }
 
 }  // namespace

@@ -27,12 +27,14 @@ ReplyStream::Progress ReplyStream::Next(std::string* xml) {
                   errors.front().message.c_str());
       return Progress::kEnd;
     }
-    *xml += frame_.start + "<data" + frame_.child_namespace + ">";
+    *xml += frame_.start;
+    if (data_->in_data()) *xml += "<data" + frame_.child_namespace + ">";
   }
   const Progress progress = data_->Next(xml);
   if (progress == Progress::kEnd) {
     ended_ = true;
-    *xml += "</data>" + frame_.end;
+    if (data_->in_data()) *xml += "</data>";
+    *xml += frame_.end;
   }
   size_ += xml->size() - before;
   if (ended_) log_->Write(LogLevel::kInfo, "netconf: %s done, %zu bytes", name_.c_str(), size_);

@@ -76,6 +76,7 @@ std::unique_ptr<NetconfServer> NetconfServer::Create(const NetconfServerOptions&
 }
 
 void NetconfServer::ShowState(StateProviders* providers) {
+  findings_->Show(providers);
   shown_.push_back(
       providers->Add({"ietf-netconf-monitoring", "netconf-state", [this](const ly_ctx* context) {
                         ServerState state{capabilities_, locks_, counters_, {}};
@@ -105,7 +106,8 @@ NetconfServer::NetconfServer(const NetconfServerOptions& options, Datastore& dat
       pages_(std::make_shared<PageMemory>(options.limits.all_page_bytes)),
       candidate_(datastore),
       confirmed_(datastore, *loop_),
-      dispatcher_({datastore, candidate_, confirmed_, locks_, *this, pages_}, *xml_,
+      findings_(std::make_shared<FindingsService>(datastore, candidate_, pages_)),
+      dispatcher_({datastore, candidate_, confirmed_, locks_, *this, pages_, findings_}, *xml_,
                   options.limits.depth),
       pacer_(*loop_) {
   counters_.started = time(nullptr);

@@ -85,6 +85,7 @@ class NetconfServer : private SessionControl, private CommitObserver {
   Candidate candidate_;
   ConfirmedCommit confirmed_;
   Locks locks_;
+  std::shared_ptr<FindingsService> findings_;
   Dispatcher dispatcher_;
   Pacer pacer_;
   NetconfUsage usage_;

@@ -31,6 +31,7 @@ extern const Command kSet;
 extern const Command kShowCommit;
 extern const Command kShowCommits;
 extern const Command kShowConfig;
+extern const Command kShowFindings;
 extern const Command kShowGroups;
 extern const Command kShowLines;
 extern const Command kShowResources;

@@ -3,11 +3,15 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <cstdio>
+#include <string>
+#include <vector>
 
 #include "host/netconf/xml_text.h"
+#include "tools/aclctl/findings.h"
 #include "tools/aclctl/outcome.h"
 
 namespace aclctl {
@@ -61,12 +65,52 @@ Failure CommitToBeConfirmed(Client* client, const Edit& edit, const CommitOption
   return {};
 }
 
+// Refuses an edit that would bring findings.
+Failure RefuseFindings(Client* client, const Edit& edit, const Findings& before) {
+  Findings then;
+  if (Failure failure = FetchFindings(client, FindingsInput(edit), &then)) return failure;
+  const std::vector<std::string> added = then.Since(before);
+  if (added.empty()) return {};
+  return {kRefused, edit.what + " is not applied, for what is found in it", added};
+}
+
+// Tells the findings that the commit has brought, as warnings. The commit stands without them.
+void WarnOfFindings(Client* client, const Findings& before) {
+  constexpr size_t kMost = 10;
+  Findings after;
+  if (FetchFindings(client, "", &after)) return;
+  const std::vector<std::string> added = after.Since(before);
+  for (size_t i = 0; i < std::min(added.size(), kMost); ++i) {
+    std::fprintf(stderr, "aclctl: finding: %s\n", added[i].c_str());
+  }
+  if (added.size() > kMost) {
+    std::fprintf(stderr, "aclctl: and %zu more findings: aclctl show findings\n",
+                 added.size() - kMost);
+  }
+}
+
+// Sends the edit, by the way that the options ask for. An empty one replaces everything, and is
+// otherwise nothing.
+Failure Send(Client* client, const Edit& edit, const CommitOptions& options) {
+  if (edit.config.empty() && edit.default_operation != "replace") return {};
+  host::Tree reply;
+  Failure failure =
+      options.confirm.empty()
+          ? client->Call(EditConfig("running", edit, CommentElement(options.comment)), &reply)
+          : CommitToBeConfirmed(client, edit, options);
+  if (failure.code == kRefused) {
+    failure.message = "the daemon refused " + edit.what + "; the configuration is unchanged";
+  }
+  return failure;
+}
+
 }  // namespace
 
 void AddCommitOptions(Syntax* syntax, CommitOptions* options) {
   syntax->Option("-m,--comment", "TEXT", &options->comment, "why: kept in the history");
   syntax->Option("--confirm", "SECONDS", &options->confirm,
                  "take it back after that time, unless \"aclctl confirm\" comes first");
+  syntax->Flag("--strict", &options->strict, "do not apply what has findings that running has not");
 }
 
 Failure CheckCommitOptions(const CommitOptions& options) {
@@ -92,20 +136,13 @@ Failure CommitEdit(const Common& common, Client* client, const Edit& edit,
                    const CommitOptions& options) {
   for (const std::string& note : edit.notes) std::fprintf(stderr, "note: %s\n", note.c_str());
   const Progress progress(edit.config.size());
+  Findings before;
+  Failure failure = FetchFindings(client, "", &before);
+  if (!failure && options.strict) failure = RefuseFindings(client, edit, before);
+  if (failure) return failure;
   CommitReport report;
-  if (Failure failure = report.Begin(client)) return failure;
-  host::Tree reply;
-  Failure failure;
-  // An empty edit replaces everything, and is otherwise nothing.
-  if (!edit.config.empty() || edit.default_operation == "replace") {
-    failure =
-        options.confirm.empty()
-            ? client->Call(EditConfig("running", edit, CommentElement(options.comment)), &reply)
-            : CommitToBeConfirmed(client, edit, options);
-  }
-  if (failure.code == kRefused) {
-    failure.message = "the daemon refused " + edit.what + "; the configuration is unchanged";
-  }
+  failure = report.Begin(client);
+  if (!failure) failure = Send(client, edit, options);
   if (failure) return failure;
   progress.Done("checked and committed");
   failure = report.Read(client);
@@ -120,6 +157,7 @@ Failure CommitEdit(const Common& common, Client* client, const Edit& edit,
     if (!options.confirm.empty()) {
       std::printf("taken back in %s s, unless: aclctl confirm\n", options.confirm.c_str());
     }
+    WarnOfFindings(client, before);
   }
   return {};
 }

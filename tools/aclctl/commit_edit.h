@@ -13,15 +13,17 @@ namespace aclctl {
 struct CommitOptions {
   std::string comment;  // kept in the history; empty: none
   std::string confirm;  // seconds within which it must be confirmed; empty: it need not be
+  bool strict = false;  // not when the edit brings findings
 };
 
-// Declares -m and --confirm.
+// Declares -m, --confirm and --strict.
 void AddCommitOptions(Syntax* syntax, CommitOptions* options);
 
 // What is wrong with the options (kUsage); to be called before the session is opened.
 Failure CheckCommitOptions(const CommitOptions& options);
 
-// Commits the edit, waits for the filters, and prints what became of it. With --confirm the commit
+// Commits the edit, waits for the filters, and prints what became of it, and, as warnings, the
+// findings that it has brought. With --confirm the commit
 // has the token kPersistId, so that it outlives the session and anybody who may write can confirm
 // or cancel it.
 Failure CommitEdit(const Common& common, Client* client, const Edit& edit,

@@ -55,15 +55,19 @@ Failure PrintData(Form form, Client* client, const std::string& module, const st
   return {};
 }
 
-Failure PrintOutput(Client* client, const std::string& name, const std::string& reply_text) {
+Failure OutputAsJson(Client* client, const std::string& module, const std::string& name,
+                     const std::string& reply_text, std::string* json) {
   host::ContextPtr context;
-  if (Failure failure = FetchSchema(client, {"acl-app-history"}, &context)) return failure;
+  if (Failure failure = FetchSchema(client, {module}, &context)) return failure;
   std::string output = InnerXml(reply_text, "rpc-reply");
   if (output.find("<ok") == 0) output.clear();  // the operation has given nothing
+  return ConvertOutput(context.get(), module + ":" + name, output, json);
+}
+
+Failure PrintOutput(Client* client, const std::string& module, const std::string& name,
+                    const std::string& reply_text) {
   std::string text;
-  if (Failure failure = ConvertOutput(context.get(), "acl-app-history:" + name, output, &text)) {
-    return failure;
-  }
+  if (Failure failure = OutputAsJson(client, module, name, reply_text, &text)) return failure;
   std::fwrite(text.data(), 1, text.size(), stdout);
   return {};
 }

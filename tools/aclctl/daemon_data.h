@@ -17,9 +17,12 @@ Failure FetchState(Client* client, const std::string& filter, std::string* data,
 // Prints `data`, of `module`, to standard output as JSON or, where `form` says so, as XML.
 Failure PrintData(Form form, Client* client, const std::string& module, const std::string& data);
 
-// Prints what `reply_text`, an <rpc-reply> to the operation `name` of acl-app-history, holds as
-// JSON.
-Failure PrintOutput(Client* client, const std::string& name, const std::string& reply_text);
+// What `reply_text`, an <rpc-reply> to the operation `name` of `module`, holds, as JSON: given in
+// `*json`, or printed.
+Failure OutputAsJson(Client* client, const std::string& module, const std::string& name,
+                     const std::string& reply_text, std::string* json);
+Failure PrintOutput(Client* client, const std::string& module, const std::string& name,
+                    const std::string& reply_text);
 
 // "2026-11-21T06:47:21.123456Z" without what a person does not need.
 std::string ShortTime(const std::string& time);

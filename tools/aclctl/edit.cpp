@@ -15,6 +15,7 @@
 #include "tools/aclctl/daemon_data.h"
 #include "tools/aclctl/difference_text.h"
 #include "tools/aclctl/edit_file.h"
+#include "tools/aclctl/findings.h"
 #include "tools/aclctl/running.h"
 #include "tools/aclctl/schema.h"
 
@@ -162,7 +163,7 @@ class Editing {
   std::optional<ConfigTree> running_;
 };
 
-// Shows what the edit would change; fails where it would be refused.
+// Shows what the edit would change, and what would be found in it; fails where it would be refused.
 Failure Preview(Client* client, const Edit& edit) {
   host::Tree reply;
   Failure failure = client->Call("<compare xmlns=\"urn:acl-app:history\"><default-operation>" +
@@ -170,9 +171,14 @@ Failure Preview(Client* client, const Edit& edit) {
                                      edit.config + "</config></compare>",
                                  &reply);
   if (failure.code == kRefused) failure.message = "the daemon would refuse this";
-  if (!failure) std::fputs(PrintDifference(reply.get()).c_str(), stdout);
+  Findings before, then;
+  if (!failure) failure = FetchFindings(client, "", &before);
+  if (!failure) failure = FetchFindings(client, FindingsInput(edit), &then);
+  if (failure) return failure;
+  std::fputs(PrintDifference(reply.get()).c_str(), stdout);
+  for (const std::string& line : then.Since(before)) std::printf("finding: %s\n", line.c_str());
   std::fflush(stdout);
-  return failure;
+  return {};
 }
 
 // One round in the editor. `*done` when there is nothing more to do.

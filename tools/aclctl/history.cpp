@@ -55,7 +55,8 @@ Failure History(const Common& common, const std::string& most) {
   if (Failure failure = Call(&client, "get-history", "<most>" + most + "</most>", &reply, &text)) {
     return failure;
   }
-  if (common.form == Form::kJson) return PrintOutput(&client, "get-history", text);
+  if (common.form == Form::kJson)
+    return PrintOutput(&client, "acl-app-history", "get-history", text);
   Table table({{"COMMIT", Align::kRight},
                {"TIME (UTC)"},
                {"USER"},
@@ -80,7 +81,8 @@ Failure ShowCommit(const Common& common, const std::string& id) {
   if (Failure failure = Call(&client, "get-commit", "<id>" + id + "</id>", &reply, &text)) {
     return failure;
   }
-  if (common.form == Form::kJson) return PrintOutput(&client, "get-commit", text);
+  if (common.form == Form::kJson)
+    return PrintOutput(&client, "acl-app-history", "get-commit", text);
   const std::string comment = ChildText(reply.get(), "comment");
   std::printf("commit %s by %s (session %s), %s UTC%s%s\n", id.c_str(),
               ChildText(reply.get(), "user").c_str(), ChildText(reply.get(), "session").c_str(),
@@ -107,7 +109,8 @@ Failure Rollback(const Common& common, const std::string& id, const std::string&
   if (failure) return failure;
   const std::string made = ChildText(reply.get(), "id");
   if (common.form == Form::kJson) {
-    if (Failure not_printed = PrintOutput(&client, "rollback", text)) return not_printed;
+    if (Failure not_printed = PrintOutput(&client, "acl-app-history", "rollback", text))
+      return not_printed;
   } else if (made.empty()) {
     std::printf("the configuration is that of commit %s already\n", id.c_str());
   } else {

@@ -2,11 +2,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
 
 #include "tools/aclctl/commands.h"
 #include "tools/aclctl/daemon_data.h"
 #include "tools/aclctl/difference_text.h"
 #include "tools/aclctl/edit_file.h"
+#include "tools/aclctl/findings.h"
 #include "tools/aclctl/table.h"
 
 namespace aclctl {
@@ -15,19 +19,16 @@ namespace {
 using Align = Table::Align;
 
 // What messages call the edit.
-std::string WhatOf(const EditFile& file) {
-  return file.path == "-" ? "standard input" : file.path;
-}
+std::string WhatOf(const EditFile& file) { return file.path == "-" ? "standard input" : file.path; }
 
-// Sends the edit in the file to the operation `name` of acl-app-history.
+// Sends the edit in the file, given back in `*edit`, to the operation `name` of acl-app-history.
 Failure Call(const Common& common, const EditFile& file, const std::string& name, Client* client,
-             host::Tree* reply, std::string* text) {
-  Edit edit;
-  if (Failure failure = OpenWithEdit(common, file, client, &edit)) return failure;
-  for (const std::string& note : edit.notes) std::fprintf(stderr, "note: %s\n", note.c_str());
+             host::Tree* reply, std::string* text, Edit* edit) {
+  if (Failure failure = OpenWithEdit(common, file, client, edit)) return failure;
+  for (const std::string& note : edit->notes) std::fprintf(stderr, "note: %s\n", note.c_str());
   Failure failure = client->Call("<" + name + " xmlns=\"urn:acl-app:history\"><default-operation>" +
-                                     edit.default_operation + "</default-operation><config>" +
-                                     edit.config + "</config></" + name + ">",
+                                     edit->default_operation + "</default-operation><config>" +
+                                     edit->config + "</config></" + name + ">",
                                  reply, text);
   if (failure.code == kRefused) {
     failure.message = failure.access_denied ? "access denied: the daemon did not look at "
@@ -70,8 +71,11 @@ Failure Diff(const Common& common, const EditFile& file) {
   Client client;
   host::Tree reply;
   std::string text;
-  if (Failure failure = Call(common, file, "compare", &client, &reply, &text)) return failure;
-  if (common.form == Form::kJson) return PrintOutput(&client, "compare", text);
+  Edit edit;
+  if (Failure failure = Call(common, file, "compare", &client, &reply, &text, &edit)) {
+    return failure;
+  }
+  if (common.form == Form::kJson) return PrintOutput(&client, "acl-app-history", "compare", text);
   std::fputs(PrintDifference(reply.get()).c_str(), stdout);
   return {};
 }
@@ -87,7 +91,8 @@ Failure DiffCommits(const Common& common, const std::string& from, const std::st
                       (to.empty() ? "" : "<to>" + to + "</to>") + "</compare-commits>",
                   &reply, &text);
   if (failure) return failure;
-  if (common.form == Form::kJson) return PrintOutput(&client, "compare-commits", text);
+  if (common.form == Form::kJson)
+    return PrintOutput(&client, "acl-app-history", "compare-commits", text);
   std::fputs(PrintDifference(reply.get()).c_str(), stdout);
   return {};
 }
@@ -96,18 +101,61 @@ bool IsNumber(const std::string& text) {
   return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
 }
 
-Failure Check(const Common& common, const EditFile& file) {
+// Prints what both replies hold as one object.
+Failure PrintJson(Client* client, const std::string& check, const std::string& findings) {
+  std::string text, more;
+  if (Failure failure = OutputAsJson(client, "acl-app-history", "check", check, &text)) {
+    return failure;
+  }
+  if (!findings.empty()) {
+    if (Failure failure =
+            OutputAsJson(client, "acl-app-findings", "get-findings", findings, &more)) {
+      return failure;
+    }
+    nlohmann::ordered_json all = nlohmann::ordered_json::parse(text);
+    all.update(nlohmann::ordered_json::parse(more));
+    text = all.dump(2) + "\n";
+  }
+  std::fputs(text.c_str(), stdout);
+  return {};
+}
+
+// What the configuration would have that running has not, and how much that running has as well.
+void PrintFindings(const Findings& found, const std::vector<std::string>& added) {
+  for (const std::string& line : added) std::printf("finding: %s\n", line.c_str());
+  if (found.count > added.size()) {
+    std::printf("%zu findings in all; aclctl show findings has those of running\n", found.count);
+  }
+}
+
+Failure Check(const Common& common, const EditFile& file, bool strict) {
   Client client;
   host::Tree reply;
-  std::string text;
-  if (Failure failure = Call(common, file, "check", &client, &reply, &text)) return failure;
+  std::string text, findings_text;
+  Edit edit;
+  if (Failure failure = Call(common, file, "check", &client, &reply, &text, &edit)) {
+    return failure;
+  }
   Failure refusal = RefusalIn(reply.get(), WhatOf(file));
+  Findings before, then;
+  if (!refusal) {
+    if (Failure failure = FetchFindings(&client, "", &before)) return failure;
+    if (Failure failure = FetchFindings(&client, FindingsInput(edit), &then, &findings_text)) {
+      return failure;
+    }
+  }
+  const std::vector<std::string> added = then.Since(before);
+  if (strict && !added.empty()) {
+    refusal = {kRefused, "apply --strict would refuse " + WhatOf(file) + " for what is found in it",
+               added};
+  }
   if (common.form == Form::kJson) {
-    if (Failure failure = PrintOutput(&client, "check", text)) return failure;
+    if (Failure failure = PrintJson(&client, text, findings_text)) return failure;
     return refusal;
   }
   PrintGroups(reply.get());
   if (refusal) return refusal;
+  PrintFindings(then, added);
   std::printf("\n%s would be accepted, changes: %s\n", WhatOf(file).c_str(),
               ChildText(reply.get(), "changes").c_str());
   return {};
@@ -115,8 +163,10 @@ Failure Check(const Common& common, const EditFile& file) {
 
 Run SetUpCheck(Syntax* syntax) {
   const auto file = std::make_shared<EditFile>();
+  const auto strict = std::make_shared<bool>(false);
   AddEditFile(syntax, file.get());
-  return [file](const Common& common) { return Check(common, *file); };
+  syntax->Flag("--strict", strict.get(), "refuse what has findings that running does not have");
+  return [file, strict](const Common& common) { return Check(common, *file, *strict); };
 }
 
 Run SetUpDiff(Syntax* syntax) {

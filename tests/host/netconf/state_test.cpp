@@ -202,8 +202,8 @@ TEST_F(StateTest, ReadersMayOnlyRead) {
   }
   EXPECT_THAT(run(kEdit, true), HasSubstr("<ok/>"));
   // Of all operations of the schema readers have these and no others.
-  const std::set<std::string> allowed = {"get",        "get-config",  "close-session",
-                                         "get-schema", "get-history", "get-commit"};
+  const std::set<std::string> allowed = {"get",         "get-config", "close-session", "get-schema",
+                                         "get-history", "get-commit", "get-findings"};
   uint32_t index = 0;
   while (const lys_module* module = ly_ctx_get_module_iter(datastore_->Context(), &index)) {
     if (!module->implemented) continue;
@@ -215,6 +215,9 @@ TEST_F(StateTest, ReadersMayOnlyRead) {
           << rpc->name;
     }
   }
+  EXPECT_THAT(run("<get-findings xmlns='urn:acl-app:findings'/>", false), Not(HasSubstr("error")));
+  EXPECT_THAT(run("<get-findings xmlns='urn:acl-app:findings'><candidate/></get-findings>", false),
+              HasSubstr("<error-tag>access-denied<"));
   // An expression that must be evaluated as a whole would hold up everybody else.
   const std::string costly = "<get><filter type='xpath' select='//*[2]'/></get>";
   EXPECT_THAT(run(costly, false), HasSubstr("<error-tag>resource-denied<"));

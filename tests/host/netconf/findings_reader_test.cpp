@@ -1,0 +1,75 @@
+// What findings are looked for in is what is configured, also where an edit is still to be made.
+#include "host/netconf/findings_reader.h"
+
+#include <gtest/gtest.h>
+
+#include "host/cdb/datastore.h"
+#include "tests/host/netconf/random_edits.h"
+
+namespace host {
+namespace {
+
+// Does what a server does for its readers.
+class Pages : public CommitObserver {
+ public:
+  explicit Pages(Datastore& datastore) : datastore_(datastore) { datastore_.AddObserver(this); }
+  void BeforeCommit(const lyd_node* diff) override { DetachTouched(datastore_.Running(), diff); }
+  void OnCommit(const lyd_node* diff, const CommitInfo&) override {
+    DetachParted(datastore_.Running(), diff);
+  }
+
+ private:
+  Datastore& datastore_;
+};
+
+std::string Text(FindingsReader reader) {
+  FindingsReader::Progress progress;
+  do progress = reader.Step();
+  while (progress == FindingsReader::Progress::kMore);
+  EXPECT_EQ(progress, FindingsReader::Progress::kEnd);
+  std::string text;
+  const auto configuration = reader.Take();
+  for (const auto& [name, profile] : configuration->profiles) {
+    text += name + (profile.l3 ? " l3 " : " l2 ") + std::to_string(profile.priority) + "\n";
+    for (const findings::Entry& entry : profile.entries) {
+      text += "  " + std::to_string(entry.ace_priority) + " vlan " +
+              std::to_string(entry.matches.ValueOf(findings::kVlan)) + " action " +
+              std::to_string(static_cast<int>(entry.action)) + "\n";
+    }
+  }
+  for (const auto& [name, interface] : configuration->interfaces) {
+    text += name + ":";
+    for (const std::string& profile : interface.profiles) text += " " + profile;
+    text += "\n";
+  }
+  return text;
+}
+
+TEST(FindingsReaderTest, ReadsWhatAnEditWillMakeOfRunning) {
+  DatastoreErrors errors;
+  DatastoreOptions options;
+  options.yang_directory = ACL_YANG_DIR;
+  const auto datastore = Datastore::Open(options, &errors);
+  ASSERT_NE(datastore, nullptr);
+  const auto pages = std::make_shared<PageMemory>(size_t{1} << 20);
+  Pages observer(*datastore);
+  RandomEdits edits(datastore->Context(), 4713, 24);
+  int accepted = 0;
+  for (int step = 0; step < 1500; ++step) {
+    const Tree edit = edits.Next();
+    const EditPreview preview = datastore->Preview(edit.get(), {});
+    if (!preview.errors.empty()) continue;
+    const auto reader = [&](const lyd_node* difference) {
+      return FindingsReader(datastore->Context(), datastore->Running(), nullptr, difference, pages);
+    };
+    const std::string expected = Text(reader(preview.difference.get()));
+    ASSERT_TRUE(datastore->Edit(edit.get(), {}, {}).empty());
+    ASSERT_EQ(Text(reader(nullptr)), expected) << "step " << step;
+    ++accepted;
+  }
+  EXPECT_GT(accepted, 500);
+  pages->kept.clear();
+}
+
+}  // namespace
+}  // namespace host
