@@ -118,19 +118,31 @@ void ForEachActionLeaf(const FiltersEntry& entry, const LeafSink& sink) {
   }
 }
 
+namespace {
+
+// Adds leaves to a text.
+LeafSink AppendTo(std::string* text) {
+  return [text, first = true](const char* leaf, const char* value) mutable {
+    if (!first) *text += ", ";
+    first = false;
+    *text += leaf;
+    if (*value != '\0') text->append(" ").append(value);
+  };
+}
+
+}  // namespace
+
+std::string MatchText(const Match& match) {
+  std::string text;
+  SinkMatch(match, AppendTo(&text));
+  return text;
+}
+
 std::string EntryText(const FiltersEntry& entry) {
   std::string text;
-  const auto append = [&text](const char* separator) {
-    return [&text, separator, first = true](const char* leaf, const char* value) mutable {
-      if (!first) text += separator;
-      first = false;
-      text += leaf;
-      if (*value != '\0') text.append(" ").append(value);
-    };
-  };
-  ForEachMatchLeaf(entry, append(", "));
+  ForEachMatchLeaf(entry, AppendTo(&text));
   text += text.empty() ? "any frame: " : ": ";
-  ForEachActionLeaf(entry, append(", "));
+  ForEachActionLeaf(entry, AppendTo(&text));
   if (entry.getActions().empty()) text += "no action";
   return text;
 }

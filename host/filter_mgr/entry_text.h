@@ -18,6 +18,9 @@ void ForEachMatchLeaf(const FiltersCommon::FiltersEntry& entry, const LeafSink& 
 // The leaves of the container "action".
 void ForEachActionLeaf(const FiltersCommon::FiltersEntry& entry, const LeafSink& sink);
 
+// A match of an entry, ports aside, such as "destination-port 22".
+std::string MatchText(const FiltersCommon::Match& match);
+
 // One line such as "destination-port 22, ip-protocol 6: deny".
 std::string EntryText(const FiltersCommon::FiltersEntry& entry);
 

@@ -14,6 +14,9 @@
 #include "host/filter_mgr/flush.h"
 #include "host/filter_mgr/group_state.h"
 #include "host/filter_mgr/group_table.h"
+#include "host/filter_mgr/interface_state.h"
+#include "host/filter_mgr/linux/link_state.h"
+#include "host/filter_mgr/trace_operation.h"
 #include "host/limid/limid.h"
 #include "host/runtime/middleware.h"
 #include "host/runtime/settings.h"
@@ -91,20 +94,29 @@ class FilterMgrClient::Impl : private host::FilterControl {
         submissions_(host::SubmissionsOf(mw)),
         origins_(host::OriginsOf(mw)),
         board_(host::StatusBoardOf(mw)),
+        providers_(host::StateProvidersOf(mw)),
         watch_(&table_, loop_,
                [this](const host::Standing& standing) { submissions_->Settle(standing); }) {
-    registration_ = host::StateProvidersOf(mw)->Add(
+    registration_ = providers_->Add(
         {"acl-app-filters", "filters",
          [this](const ly_ctx* context) {
            return host::BuildGroupState(context, table_, host::InterfaceNameOf);
          },
          [this] { return host::OpenGroupState(table_, host::InterfaceNameOf, alive_); }});
+    interfaces_ = providers_->Add({"acl-app-filters", "interfaces", [this](const ly_ctx* context) {
+                                     return host::BuildInterfaceState(
+                                         context, table_, host::InterfaceNameOf, host::LinkStateOf);
+                                   }});
+    providers_->SetAnswer(kTrace, [this](const lyd_node* input, std::string* error) {
+      return host::AnswerTrace(input, table_, host::InterfaceNameOf, error);
+    });
     submissions_->SetLeftInForce(opened_.backend->Left());
     submissions_->SetControl(this);
     board_->Show(kPart, [this] { return host::FiltersLine(opened_); });
   }
   ~Impl() override {
     board_->Show(kPart, nullptr);
+    providers_->SetAnswer(kTrace, nullptr);
     submissions_->SetControl(nullptr);
   }
   Impl(const Impl&) = delete;
@@ -134,6 +146,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
 
  private:
   static constexpr char kPart[] = "filters";  // of the status board
+  static constexpr char kTrace[] = "trace";  // the operation
 
   // FilterControl.
   void Finish() override { Resolve(table_.Finish()); }
@@ -200,12 +213,13 @@ class FilterMgrClient::Impl : private host::FilterControl {
   std::shared_ptr<host::Submissions> submissions_;
   std::shared_ptr<host::EntryOriginSource> origins_;
   std::shared_ptr<host::StatusBoard> board_;
+  std::shared_ptr<host::StateProviders> providers_;
   BackendWatch watch_;
   bool updated_ = false;  // groups were taken since the start; until then in force is what was left
   bool taken_over_ = false;  // what other back ends had left
   std::unique_ptr<host::Watch> idle_;
   std::shared_ptr<const void> alive_ = std::make_shared<char>();
-  host::StateProviders::Registration registration_;
+  host::StateProviders::Registration registration_, interfaces_;
 };
 
 FilterMgrClient::FilterMgrClient(qzmw_t* mw, const std::string& /*name*/)

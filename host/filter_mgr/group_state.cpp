@@ -1,7 +1,5 @@
 #include "host/filter_mgr/group_state.h"
 
-#include <libyang/libyang.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <optional>
@@ -12,6 +10,7 @@
 
 #include "host/filter_mgr/entry_order.h"
 #include "host/filter_mgr/entry_text.h"
+#include "host/filter_mgr/tree_writer.h"
 #include "host/runtime/middleware.h"
 
 namespace host {
@@ -22,41 +21,6 @@ using FiltersCommon::FiltersGroup;
 using FiltersCommon::MatchIngressPorts;
 
 constexpr char kModule[] = "acl-app-filters";
-
-// Adds nodes below given parents. Direct calls, as a path string for each of some 600,000 nodes
-// would take seconds. The first refusal stands; later calls do nothing.
-class StateWriter {
- public:
-  explicit StateWriter(const lys_module* module) : module_(module) {}
-
-  bool ok() const { return ok_; }
-
-  lyd_node* Inner(lyd_node* parent, const char* name) {
-    lyd_node* node = nullptr;
-    if (ok_) ok_ = lyd_new_inner(parent, module_, name, /*output=*/0, &node) == LY_SUCCESS;
-    return node;
-  }
-  template <class... Keys>
-  lyd_node* List(lyd_node* parent, const char* name, const Keys&... keys) {
-    lyd_node* node = nullptr;
-    if (ok_) {
-      ok_ = lyd_new_list(parent, module_, name, /*output=*/0, &node, keys.c_str()...) == LY_SUCCESS;
-    }
-    return node;
-  }
-  void Leaf(lyd_node* parent, const char* name, const char* value) {
-    if (ok_) {
-      ok_ = lyd_new_term(parent, module_, name, value, /*output=*/0, nullptr) == LY_SUCCESS;
-    }
-  }
-  void Leaf(lyd_node* parent, const char* name, uint64_t value) {
-    Leaf(parent, name, std::to_string(value).c_str());
-  }
-
- private:
-  const lys_module* module_;
-  bool ok_ = true;
-};
 
 // Builds the tree in parts: each call of Add() goes on where the one before has ended.
 class GroupStateBuilder {
@@ -190,7 +154,7 @@ class GroupStateBuilder {
   const GroupTable& table_;
   const PortNames names_;
   std::unordered_map<limid_t, std::string> port_names_;
-  std::optional<StateWriter> writer_;
+  std::optional<TreeWriter> writer_;
   std::vector<GroupTable::Key> groups_;
   size_t next_group_ = 0;
   std::optional<SentGroup> group_;            // the one at work

@@ -11,6 +11,7 @@ namespace {
 
 constexpr char kNetconf[] = "ietf-netconf";
 constexpr char kMonitoring[] = "ietf-netconf-monitoring";
+constexpr char kFilters[] = "acl-app-filters";
 constexpr char kFindings[] = "acl-app-findings";
 constexpr char kHistory[] = "acl-app-history";
 constexpr char kStatus[] = "acl-app-status";
@@ -30,6 +31,7 @@ constexpr Operation kOperations[] = {
     {kNetconf, "close-session", OperationKind::kOwn, RunCloseSession},
     {kNetconf, "kill-session", OperationKind::kChange, RunKillSession},
     {kMonitoring, "get-schema", OperationKind::kQuery, RunGetSchema},
+    {kFilters, "trace", OperationKind::kQuery, RunAnswered},
     {kHistory, "get-history", OperationKind::kQuery, RunGetHistory},
     {kHistory, "get-commit", OperationKind::kQuery, RunGetCommit},
     {kHistory, "rollback", OperationKind::kChange, RunRollback},

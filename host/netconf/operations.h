@@ -106,6 +106,7 @@ OperationResult RunGetSchema(const OperationContext& context, const OperationCal
 OperationResult RunGetHistory(const OperationContext& context, const OperationCall& call);
 OperationResult RunGetCommit(const OperationContext& context, const OperationCall& call);
 OperationResult RunRollback(const OperationContext& context, const OperationCall& call);
+OperationResult RunAnswered(const OperationContext& context, const OperationCall& call);
 OperationResult RunRecover(const OperationContext& context, const OperationCall& call);
 OperationResult RunCompare(const OperationContext& context, const OperationCall& call);
 OperationResult RunCompareCommits(const OperationContext& context, const OperationCall& call);

@@ -1,12 +1,15 @@
 // State that parts of the process can show as operational data, beside what is written into the
 // operational datastore: each part registers a function that builds its data when somebody asks.
+// Likewise a part can answer an operation of the schema that only looks at things.
 #ifndef HOST_RUNTIME_STATE_PROVIDERS_H_
 #define HOST_RUNTIME_STATE_PROVIDERS_H_
 
 #include <functional>
 #include <list>
+#include <map>
 #include <memory>
 #include <string>
+#include <utility>
 
 struct ly_ctx;
 struct lyd_node;
@@ -52,11 +55,21 @@ class StateProviders {
   };
 
   [[nodiscard]] Registration Add(Entry entry);
+  // Answers an operation, given as the tree of its input, with the tree of its output, which the
+  // caller frees with lyd_free_all(). Null with the reason in `error` when there is no answer.
+  // Takes some milliseconds at most.
+  using Answer = std::function<lyd_node*(const lyd_node* input, std::string* error)>;
+  // Has the operation `name` answered by `answer`; by nobody when that is null.
+  void SetAnswer(const std::string& name, Answer answer) { answers_[name] = std::move(answer); }
+  // Null when nobody answers.
+  const Answer& AnswerOf(const std::string& name) { return answers_[name]; }
+
   // In the order of registration. Valid until the next change.
   const std::list<Entry>& entries() const { return *entries_; }
 
  private:
   std::shared_ptr<std::list<Entry>> entries_ = std::make_shared<std::list<Entry>>();
+  std::map<std::string, Answer> answers_;
 };
 
 }  // namespace host

@@ -2,6 +2,7 @@
 
 import json
 import socket
+import struct
 import threading
 import unittest
 
@@ -22,7 +23,7 @@ CONFIG = {
     "acl-app:config": {
         "access-list": {
             "acl-profile": {"ingress": {"access-list": [PROFILE]}},
-            "interface": [{"interface-name": "eth0", "ingress": ["macs%s"]}],
+            "interface": [{"interface-name": "acl0", "ingress": ["macs%s"]}],
         }
     }
 }
@@ -30,16 +31,16 @@ CONFIG = {
 
 GROUPS = """\
 L2 group (id 0, stage 1, priority 0): 2 entries
-PORT  PROFILE  ENTRY  MATCH                                                ACTION
-eth0  macs%s       1  src-mac 00:11:22:33:44:55/ff:ff:ff:00:00:00 vlan 10  deny
-eth0  macs%s       2  any                                                  permit, set-pcp 3
+PORT  STATE   PROFILE  ENTRY  MATCH                                                ACTION
+acl0  absent  macs%s       1  src-mac 00:11:22:33:44:55/ff:ff:ff:00:00:00 vlan 10  deny
+acl0  absent  macs%s       2  any                                                  permit, set-pcp 3
 
 L3 group (id 1, stage 1, priority 1): 0 entries
 """
 RESOURCES = [
     "GROUP CAPACITY USED AVAILABLE", "L2 65536 2 65534", "L3 65536 0 65536", "",
     "PROFILE GROUP ENTRIES", "macs%s L2 2", "",
-    "INTERFACE GROUP PROFILE ENTRIES", "eth0 L2 macs%s 2",
+    "INTERFACE STATE GROUP PROFILE ENTRIES", "acl0 absent L2 macs%s 2",
 ]
 
 
@@ -78,9 +79,64 @@ class AclctlTest(DaemonTest):
         self.assertEqual(self.run_ok("show", "groups"), GROUPS)
         self.assert_rows(self.run_ok("show", "resources"), RESOURCES)
         groups = json.loads(self.run_ok("show", "groups", "--json"))
-        self.assertEqual(groups["acl-app-filters:filters"]["group"][0]["entry"][1]["port"], ["eth0"])
+        self.assertEqual(groups["acl-app-filters:filters"]["group"][0]["entry"][1]["port"], ["acl0"])
         used = json.loads(self.run_ok("show", "resources", "--json"))
         self.assertEqual(used["acl-app:status"]["acl-resources"]["l2"]["used-entries"], 2)
+
+    def test_a_profile_is_shown_with_its_bindings(self):
+        self.begin()
+        rows = ["macs%s (l2, priority 1)", "", "INTERFACE STATE FILTERS", "acl0 absent not-enforced",
+                "", "ENTRY MATCH ACTION PACKETS BYTES",
+                "1 src-mac 00:11:22:33:44:55/ff:ff:ff:00:00:00 vlan 10 deny - -",
+                "2 any permit, set-pcp 3 - -"]
+        for profile in ([], ["macs%s"]):
+            self.assert_rows(self.run_ok("show", "acl", *profile), rows)
+        self.assert_fails(5, "show", "acl", "macs", says=['there is no profile "macs"'])
+
+    def test_a_trace_tells_which_entries_decide(self):
+        self.begin()
+        denied = "frame is dropped"
+        frame = "ff:ff:ff:ff:ff:ff 00:11:22:00:00:01 8100 600a 0800" + "00" * 46
+        self.assertEqual(
+            self.run_ok("trace", "acl0", "--hex", frame),
+            "frame: dst-mac ff:ff:ff:ff:ff:ff src-mac 00:11:22:00:00:01 ethertype 0x8100 vlan 10 "
+            "pcp 3 inner-ethertype 0x0800 tos 0 src-ip 0.0.0.0 dst-ip 0.0.0.0 protocol 0\n"
+            "       no destination port: the IP version is not 4\n"
+            "L2:    macs%s entry 1 (vlan 10, source-mac-address 00:11:22:33:44:55, "
+            "source-mac-address-mask ff:ff:ff:00:00:00: deny)\n" + denied +
+            "\nthe groups are not in force on acl0: not-enforced\n")
+        for words, says in (
+            ("src-mac 0:11:22:0:0:1 vlan 10 pcp 7", "vlan 10 pcp 7 inner-ethertype 0x88b5\n"),
+            ("dscp 46 src 10.0.0.1 dst 10.0.0.2 udp 53", "ethertype 0x0800 tos 184 src-ip 10.0.0.1 "
+             "dst-ip 10.0.0.2 protocol 17 dst-port 53\n"),
+            ("dst 2001:db8::1 tcp 443 tpid 0x88a8", "inner-ethertype 0x86dd dst-port 443\n"),
+            ("tcp 443 vlan 11", "L2:    macs%s entry 2 (any frame: permit, set-pcp 3)\n"
+             "L3:    no entries\nframe is passed, pcp 3, queue 3\n"),
+            ("tcp 443 vlan 11 --why", "PROFILE  ENTRY  MISSES\nmacs%s       1  vlan 10, "),
+        ):
+            self.assertIn(says, self.run_ok("trace", "acl0", *words.split()))
+        self.assertIn("no profile in force is bound to acl1", self.run_ok("trace", "acl1", "tcp"))
+        capture = self.directory / "frames.pcap"
+        sent = bytes.fromhex(frame.replace(":", "").replace(" ", ""))
+        header = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1)
+        record = struct.pack("<IIII", 0, 0, len(sent), len(sent))
+        capture.write_bytes(header + record + sent + record + sent[:6] + bytes(6) + sent[12:])
+        lines = self.run_ok("trace", "acl0", "--pcap", str(capture)).splitlines()
+        self.assertRegex(lines[1], " +1 .*  dropped +macs%s entry 1$")
+        self.assertRegex(lines[2], " +2 .*  passed, queue 3 +macs%s entry 2$")
+        traces = json.loads(self.run_ok("trace", "acl0", "--pcap", str(capture), "--json"))
+        self.assertEqual([trace["acl-app-filters:verdict"] for trace in traces],
+                         ["dropped", "passed"])
+        second = self.run_ok("trace", "acl0", "--pcap", str(capture), "-n", "2")
+        self.assertIn("src-mac 00:00:00:00:00:00", second)
+        for status, words, says in (
+            (2, "vlan 4096", "vlan takes a number up to 4095"), (2, "flag 1", "not by \"flag\""),
+            (2, "src 10.0.0", "no IP address"), (2, "--hex 0", "hexadecimal"),
+            (2, "", "by words, by --hex or by --pcap"), (5, "--hex 00", "length"),
+            (3, "--pcap nothing", "cannot read nothing"), (2, "tcp 1 -n 2", "-n is for --pcap"),
+            (3, f"--pcap {capture} -n 3", "has 2 frames"),
+        ):
+            self.assert_fails(status, "trace", "acl0", *words.split(), says=[says])
 
     def test_what_is_shown_can_be_applied(self):
         self.begin()
@@ -107,7 +163,7 @@ class AclctlTest(DaemonTest):
 
     def test_the_history_says_what_was_changed_and_leads_back(self):
         self.begin()
-        changed = json.dumps(CONFIG).replace('"vlan": 10', '"vlan": 20').replace("eth0", "eth1")
+        changed = json.dumps(CONFIG).replace('"vlan": 10', '"vlan": 20').replace("acl0", "acl1")
         self.run_ok("apply", self.write("d.json", changed))
         entry = (
             "/config/access-list/acl-profile/ingress/access-list[acl-type='l2'][acl-name='macs%s']"
@@ -117,7 +173,7 @@ class AclctlTest(DaemonTest):
             "  " + entry,
             "-     match/vlan 10",
             "+     match/vlan 20",
-            "+ /config/access-list/interface[interface-name='eth1']",
+            "+ /config/access-list/interface[interface-name='acl1']",
             "+     ingress macs%s",
         ]
         shown = self.run_ok("show", "commit", 3).splitlines()
@@ -208,7 +264,7 @@ class AclctlTest(DaemonTest):
             table, ["GROUP CAPACITY USED NOW THEN AVAILABLE", "L2 3 0 2 1", "L3 3 0 0 3"]
         )
         self.run_ok("apply", file)
-        more = self.write("d.json", json.dumps(CONFIG).replace("eth0", "eth1"))
+        more = self.write("d.json", json.dumps(CONFIG).replace("acl0", "acl1"))
         reason = 'the L2 group would need 4 entries, and has room for 3; most are needed by "macs%s"'
         self.assert_fails(5, "apply", more, says=[reason, "(resource-denied)"])
         refused = self.aclctl(self.running, "check", more, "--json")
@@ -234,7 +290,7 @@ class AclctlTest(DaemonTest):
         for command, says in (
             ("frobnicate", ["no command", "frobnicate", "--help"]),
             ("show nothing", ["commits, config", "nothing"]),
-            ("show", ["followed by one of: commit, commits"]),
+            ("show", ["followed by one of: acl, commit, commits"]),
             ("show commit", ["arguments for show commit"]),
             ("apply", ["number of arguments"]),
             ("show config --bogus", ["bogus"]),

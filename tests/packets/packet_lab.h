@@ -16,9 +16,9 @@
 #include <string>
 #include <vector>
 
-namespace host {
+#include "host/filter_mgr/match/frame_fields.h"
 
-using Frame = std::vector<uint8_t>;  // from the destination MAC address, without checksum
+namespace host {
 
 class PacketLab {
  public:

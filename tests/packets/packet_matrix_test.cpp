@@ -1,4 +1,4 @@
-// What the kernel does to real frames, against what the definitions say it should.
+// What the kernel does to real frames, against what a trace of each tells.
 #include <random>
 
 #include "host/filter_mgr/entry_text.h"
@@ -63,7 +63,7 @@ TEST_P(PacketTest, MatchesAndActionsAloneAndInPairs) {
         Apply({&group, &empty[l2 ? 1 : 0]});
         ExpectAsReference({&group});
         const auto decided = std::count_if(frames_.begin(), frames_.end(), [&](const Frame& f) {
-          return ReferenceDecider(group, 1, f) != nullptr;
+          return FindDecider(group, 1, ParseFrame(f)) != nullptr;
         });
         ASSERT_EQ(static_cast<uint64_t>(decided), HitsOf(l2 ? kL2 : kL3, 0)) << EntryText(entry);
         deciding += decided != 0 ? 1 : 0;
@@ -125,8 +125,8 @@ TEST_P(PacketTest, FramesMayEndAnywhere) {
     const uint64_t before = HitsOf(kL2, 0);
     lab_->Send(cut);
     lab_->Pass({});  // waits for them
-    const auto want = std::count_if(cut.begin(), cut.end(),
-                                    [&](const Frame& f) { return ReferenceMatches(entry, f); });
+    const auto want = std::count_if(
+        cut.begin(), cut.end(), [&](const Frame& f) { return EntryMatches(entry, ParseFrame(f)); });
     EXPECT_EQ(static_cast<uint64_t>(want), HitsOf(kL2, 0) - before) << EntryText(entry);
   }
 }

@@ -24,7 +24,7 @@ class TrafficTest : public EveryBackendTest<bool> {
     Open();
     const FiltersEntry denied = DenyTo(kVictim);
     for (const Frame& frame : AllFrames()) {
-      if (ReferenceMatches(denied, frame)) victims_.push_back(frame);
+      if (EntryMatches(denied, ParseFrame(frame))) victims_.push_back(frame);
     }
     ASSERT_FALSE(victims_.empty());
   }

@@ -28,6 +28,7 @@ extern const Command kRename;
 extern const Command kRenumber;
 extern const Command kRollback;
 extern const Command kSet;
+extern const Command kShowAcl;
 extern const Command kShowCommit;
 extern const Command kShowCommits;
 extern const Command kShowConfig;
@@ -36,6 +37,7 @@ extern const Command kShowGroups;
 extern const Command kShowLines;
 extern const Command kShowResources;
 extern const Command kShowStatus;
+extern const Command kTrace;
 extern const Command kUnbind;
 extern const Command kWatch;
 

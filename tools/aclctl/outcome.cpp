@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include "tools/aclctl/daemon_data.h"
+#include "tools/aclctl/entry_words.h"
 
 namespace aclctl {
 namespace {
@@ -77,6 +77,10 @@ Failure CommitReport::Read(Client* client) {
   const std::vector<const lyd_node*> own = Children(commits, "commit");
   const std::string running = ChildText(commits, "running");
   in_force_ = InForce(commits, running);
+  InterfaceStates interfaces;
+  if (Failure failure = FetchInterfaces(client, &interfaces)) return failure;
+  const std::string coverage = CoverageText(interfaces);
+  if (!coverage.empty()) in_force_ += "; " + coverage;
   if (!own.empty()) {
     id_ = ChildText(own.back(), "id");
     result_ = ChildText(own.back(), "result");

@@ -6,6 +6,7 @@
 #include "tools/aclctl/commands.h"
 #include "tools/aclctl/daemon_data.h"
 #include "tools/aclctl/entries_in_force.h"
+#include "tools/aclctl/entry_words.h"
 #include "tools/aclctl/table.h"
 
 namespace aclctl {
@@ -13,7 +14,17 @@ namespace {
 
 using Align = Table::Align;
 
-void PrintGroup(const lyd_node* group, const EntryFilter& filter, bool hits) {
+// The state of the port, or of all where there are several.
+std::string StatesText(const lyd_node* entry, const InterfaceStates& states) {
+  std::string text;
+  for (const lyd_node* port : Children(entry, "port")) {
+    text += (text.empty() ? "" : ",") + LinkOf(states, std::string(host::XmlText(port)));
+  }
+  return text.empty() ? "-" : text;
+}
+
+void PrintGroup(const lyd_node* group, const EntryFilter& filter, const InterfaceStates& states,
+                bool hits) {
   std::string type = ChildText(group, "type");
   for (char& c : type) c = std::toupper(static_cast<unsigned char>(c));
   const auto entries = Children(group, "entry");
@@ -23,7 +34,8 @@ void PrintGroup(const lyd_node* group, const EntryFilter& filter, bool hits) {
               entries.size() == 1 ? "entry" : "entries");
   if (entries.empty()) return;
   std::vector<Table::Column> columns = {
-      {"PORT"}, {"PROFILE"}, {"ENTRY", Align::kRight}, {"MATCH", Align::kLeft, true}, {"ACTION"}};
+      {"PORT"},  {"STATE"}, {"PROFILE"}, {"ENTRY", Align::kRight}, {"MATCH", Align::kLeft, true},
+      {"ACTION"}};
   if (hits) {
     columns.push_back({"PACKETS", Align::kRight});
     columns.push_back({"BYTES", Align::kRight});
@@ -32,9 +44,12 @@ void PrintGroup(const lyd_node* group, const EntryFilter& filter, bool hits) {
   for (const lyd_node* entry : entries) {
     if (!Shows(filter, entry)) continue;
     const bool known = FindChild(entry, "profile") != nullptr;
-    std::vector<std::string> row = {PortsOf(entry), known ? ChildText(entry, "profile") : "?",
-                                    known ? ChildText(entry, "ace-priority") : "?", MatchOf(entry),
-                                    ActionOf(entry)};
+    std::vector<std::string> row = {PortsOf(entry),
+                                    StatesText(entry, states),
+                                    known ? ChildText(entry, "profile") : "?",
+                                    known ? ChildText(entry, "ace-priority") : "?",
+                                    MatchText(FindChild(entry, "match")),
+                                    ActionText(FindChild(entry, "action"))};
     if (hits) {
       const lyd_node* counters = FindChild(entry, "hits");
       row.push_back(counters == nullptr ? "-" : ChildText(counters, "packets"));
@@ -62,11 +77,13 @@ Failure ShowGroups(const Common& common, const EntryFilter& filter, bool hits) {
   if (common.form != Form::kText) {
     return PrintData(common.form, &client, "acl-app-filters", data);
   }
+  InterfaceStates states;
+  if (Failure failure = FetchInterfaces(&client, &states)) return failure;
   bool first = true;
   for (const lyd_node* group : Children(filters, "group")) {
     if (!first) std::putchar('\n');
     first = false;
-    PrintGroup(group, filter, hits);
+    PrintGroup(group, filter, states, hits);
   }
   return {};
 }

@@ -2,7 +2,7 @@
 #include <cstdio>
 
 #include "tools/aclctl/commands.h"
-#include "tools/aclctl/daemon_data.h"
+#include "tools/aclctl/entry_words.h"
 #include "tools/aclctl/table.h"
 
 namespace aclctl {
@@ -41,15 +41,16 @@ void PrintProfiles(const lyd_node* resources) {
   if (any) std::printf("\n%s", table.Print().c_str());
 }
 
-void PrintInterfaces(const lyd_node* resources) {
-  Table table({{"INTERFACE"}, {"GROUP"}, {"PROFILE"}, {"ENTRIES", Align::kRight}});
+void PrintInterfaces(const lyd_node* resources, const InterfaceStates& states) {
+  Table table({{"INTERFACE"}, {"STATE"}, {"GROUP"}, {"PROFILE"}, {"ENTRIES", Align::kRight}});
   const auto interfaces = Children(resources, "interface");
   for (const lyd_node* interface : interfaces) {
+    const std::string name = ChildText(interface, "interface-name");
     for (const auto& layer : kLayers) {
       const lyd_node* node = FindChild(interface, layer.node);
       for (const lyd_node* profile : Children(node, "profile")) {
-        table.AddRow({ChildText(interface, "interface-name"), layer.title,
-                      ChildText(profile, "acl-name"), ChildText(profile, "used-entries")});
+        table.AddRow({name, LinkOf(states, name), layer.title, ChildText(profile, "acl-name"),
+                      ChildText(profile, "used-entries")});
       }
     }
   }
@@ -68,10 +69,12 @@ Failure ShowResources(const Common& common) {
     return failure;
   }
   if (common.form != Form::kText) return PrintData(common.form, &client, "acl-app", data);
+  InterfaceStates states;
+  if (Failure failure = FetchInterfaces(&client, &states)) return failure;
   const lyd_node* resources = FindChild(status, "acl-resources");
   PrintTotals(resources);
   PrintProfiles(resources);
-  PrintInterfaces(resources);
+  PrintInterfaces(resources, states);
   return {};
 }
 

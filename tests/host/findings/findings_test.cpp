@@ -5,15 +5,15 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "host/filter_mgr/match/entry_match.h"
 #include "host/findings/analysis.h"
 #include "tests/host/findings/random_configuration.h"
-#include "tests/packets/reference.h"
 
 namespace host::findings {
 namespace {
 
 bool Takes(const KnownEntry& entry, const Frame& frame) {
-  return ReferenceMatches(entry.filter, frame);
+  return EntryMatches(entry.filter, ParseFrame(frame));
 }
 
 // A key that has the entry's values, and those of `other` elsewhere.

@@ -1,5 +1,5 @@
 // Random configurations over few values, so that entries cover each other often, and frames that
-// have just those values; for comparisons with what the filter does (tests/packets/reference.h).
+// have just those values; for comparisons with what the filter does (host/filter_mgr/match).
 #ifndef TESTS_HOST_FINDINGS_RANDOM_CONFIGURATION_H_
 #define TESTS_HOST_FINDINGS_RANDOM_CONFIGURATION_H_
 

@@ -46,7 +46,7 @@ TEST_F(VerdictTest, EveryMatchWithEveryAction) {
       Apply({&group, &other});
       ExpectAsReference({&group}, 1, all_);
       const auto decided = std::count_if(all_.begin(), all_.end(), [&](const Frame& frame) {
-        return ReferenceMatches(entry, frame);
+        return EntryMatches(entry, ParseFrame(frame));
       });
       const Hits hits = ebpf_->HitsOf(SlotOf(group.getType())).at(0);
       ASSERT_EQ(static_cast<uint64_t>(decided), hits.packets) << EntryText(entry);
