@@ -96,6 +96,39 @@ TEST_P(PacketTest, RandomGroupsUnderRandomEdits) {
   }
 }
 
+// Hits belong to the entry that decided, not to what it says: neither an equal entry nor one that
+// takes its place gets them, and another number, or another place, does not lose them.
+TEST_P(PacketTest, EqualEntriesCountForThemselves) {
+  const auto copies = frames_.size();
+  const FiltersEntry other = DenyTo(7);
+  std::vector<FiltersEntry> any;  // equal, and each its own
+  for (int i = 0; i < 3; ++i) {
+    any.emplace_back(0);
+    any.back().setAction(ActionPermit());
+  }
+  const FiltersGroup l2 = GroupOf(kL2Type, {});
+  const auto apply = [&](const std::vector<PlacedEntry>& entries) {
+    const FiltersGroup group = GroupOf(kL3Type, entries);
+    Apply({&l2, &group});
+    std::vector<uint64_t> hits;
+    for (unsigned short id = 0; id < entries.size(); ++id) hits.push_back(HitsOf(kL3, id));
+    return hits;
+  };
+  using Each = std::vector<uint64_t>;
+  apply({{any[0]}, {any[1]}});
+  lab_->Pass(frames_);
+  EXPECT_EQ((Each{0, copies, 0}), apply({{other}, {any[0]}, {any[1]}}));
+  EXPECT_EQ((Each{0, 0}), apply({{other}, {any[1]}})) << "the other equal one is gone";
+  lab_->Pass(frames_);
+  const uint64_t counted = HitsOf(kL3, 1);
+  EXPECT_GT(counted, copies / 2);
+  EXPECT_EQ((Each{0, counted, 0}), apply({{any[2]}, {any[1]}, {other}})) << "an equal one came";
+  EXPECT_EQ((Each{counted, 0, 0}), apply({{any[1]}, {other}, {any[2]}})) << "and moved";
+  FiltersEntry renumbered(0);
+  renumbered.setAction(ActionPermit());
+  EXPECT_EQ((Each{counted, 0}), apply({{renumbered}, {any[2]}}));
+}
+
 TEST_P(PacketTest, SettingThePcpSelectsTheQueueAndChangesNothingElse) {
   FiltersEntry entry(0);
   entry.setAction(ActionSetPcpAndQueue(5));

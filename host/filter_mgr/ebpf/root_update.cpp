@@ -1,6 +1,7 @@
 #include "host/filter_mgr/ebpf/root_update.h"
 
 #include <algorithm>
+#include <set>
 #include <unordered_map>
 
 #include "host/filter_mgr/ebpf/entry_rule.h"
@@ -15,6 +16,7 @@ using classifier::Rule;
 constexpr size_t kReach = 64;
 // So many entries that follow each other in both are where the two meet again.
 constexpr size_t kRow = 4;
+constexpr size_t kNowhere = SIZE_MAX;
 
 struct EffectHash {
   size_t operator()(const Rule& rule) const {
@@ -57,7 +59,7 @@ bool RootUpdate::Part(const FiltersCommon::FiltersEntry& entry, std::string* rea
   const auto rule = RuleOfEntry(entry, reason);
   if (!rule) return false;
   const Wanted wanted{entry.contentIdentity(), *rule};
-  if (pending_.empty() && cursor_ < end_ &&
+  if (pending_.empty() && cursor_ < end_ && (*held_)[cursor_].identity == UnknownIdentity() &&
       SameEffect(classifier_->RuleOf((*held_)[cursor_].id), *rule)) {
     Meet(cursor_, wanted.identity);
     return true;
@@ -75,8 +77,10 @@ bool RootUpdate::Part(const FiltersCommon::FiltersEntry& entry, std::string* rea
 size_t RootUpdate::FindNear(const Wanted& wanted) const {
   const size_t end = std::min(end_, cursor_ + kReach);
   const auto is_same = [&](size_t at) {
-    return (*held_)[at].identity == wanted.identity ||
-           SameEffect(classifier_->RuleOf((*held_)[at].id), wanted.rule);
+    const HeldEntry& held = (*held_)[at];
+    return held.identity == wanted.identity ||
+           (held.identity == UnknownIdentity() &&
+            SameEffect(classifier_->RuleOf(held.id), wanted.rule));
   };
   if (row_ != 0 && last_ + 1 < end_ && is_same(last_ + 1)) return last_ + 1;
   for (size_t at = cursor_; at < end; ++at) {
@@ -95,29 +99,46 @@ void RootUpdate::Meet(size_t at, const void* identity) {
   cursor_ = at + 1;
 }
 
+std::vector<size_t> RootUpdate::FindPlaces(size_t end) const {
+  std::vector<size_t> places(pending_.size(), kNowhere);
+  std::vector<bool> found(end - cursor_);
+  const auto find_in = [&](auto* places_of, const auto& key_of_held, const auto& key_of_wanted) {
+    for (size_t i = end; i-- > cursor_;) {
+      if (!found[i - cursor_]) (*places_of)[key_of_held((*held_)[i])].push_back(i);
+    }
+    for (size_t i = 0; i < pending_.size(); ++i) {
+      if (places[i] != kNowhere) continue;
+      const auto it = places_of->find(key_of_wanted(pending_[i]));
+      if (it == places_of->end() || it->second.empty()) continue;
+      places[i] = it->second.back();  // the earliest that is left
+      found[places[i] - cursor_] = true;
+      it->second.pop_back();
+    }
+  };
+  std::unordered_map<const void*, std::vector<size_t>> by_identity;
+  find_in(
+      &by_identity, [](const HeldEntry& held) { return held.identity; },
+      [](const Wanted& wanted) { return wanted.identity; });
+  std::unordered_map<Rule, std::vector<size_t>, EffectHash, EffectEqual> by_effect;
+  find_in(
+      &by_effect, [this](const HeldEntry& held) { return classifier_->RuleOf(held.id); },
+      [](const Wanted& wanted) { return wanted.rule; });
+  return places;
+}
+
 void RootUpdate::Align(size_t end) {
-  const size_t none = SIZE_MAX;
-  std::unordered_map<Rule, std::vector<size_t>, EffectHash, EffectEqual> places_of;
-  for (size_t i = end; i-- > cursor_;) {
-    places_of[classifier_->RuleOf((*held_)[i].id)].push_back(i);
-  }
-  std::vector<size_t> places(pending_.size(), none);
-  for (size_t i = 0; i < pending_.size(); ++i) {
-    const auto it = places_of.find(pending_[i].rule);
-    if (it == places_of.end() || it->second.empty()) continue;
-    places[i] = it->second.back();  // the earliest that is left
-    it->second.pop_back();
-  }
-  const std::vector<bool> stays = LongestAscending(places, none);
+  const std::vector<size_t> places = FindPlaces(end);
+  const std::vector<bool> stays = LongestAscending(places, kNowhere);
   const std::vector<Wanted> wanted = std::move(pending_);
   pending_.clear();
   row_ = 0;
   for (size_t i = 0; i < wanted.size(); ++i) {
     if (stays[i]) {
       Meet(places[i], wanted[i].identity);
-    } else {
-      pending_.push_back(wanted[i]);
+      continue;
     }
+    pending_.push_back(wanted[i]);
+    if (places[i] != kNowhere) pending_.back().from = places[i];
   }
 }
 
@@ -133,13 +154,15 @@ bool RootUpdate::Write(CounterSlots* slots, classifier::Refusal* refusal) {
   size_t erased = 0;
   for (const Edit& edit : edits_) erased += edit.erased;
   for (Wanted& wanted : added_) {
-    if (!slots->Take(&wanted.rule.counter)) {
+    if (wanted.from) {
+      wanted.rule.counter = (*held_)[*wanted.from].counter;
+    } else if (!slots->Take(&wanted.rule.counter)) {
       Undo(slots);
       *refusal = {classifier::Refusal::kNoRoom, CLS_ENTRIES, held_->size() + added_.size(),
                   "there is no room for more counters"};
       return false;
     }
-    ++counters_taken_;
+    ++counters_given_;
   }
   // Single changes of a small root cost less than new tables, too.
   constexpr size_t kFew = 64;
@@ -150,8 +173,9 @@ bool RootUpdate::Write(CounterSlots* slots, classifier::Refusal* refusal) {
 }
 
 void RootUpdate::Undo(CounterSlots* slots) {
-  for (; counters_taken_ > 0; --counters_taken_) {
-    slots->Release(added_[counters_taken_ - 1].rule.counter);
+  for (; counters_given_ > 0; --counters_given_) {
+    const Wanted& wanted = added_[counters_given_ - 1];
+    if (!wanted.from) slots->Release(wanted.rule.counter);
   }
 }
 
@@ -192,8 +216,14 @@ bool RootUpdate::WriteWhole(classifier::Refusal* refusal) {
 
 void RootUpdate::Commit(std::vector<HeldEntry>* held, std::vector<uint32_t>* freed) {
   for (const Renaming& renaming : renamed_) (*held)[renaming.at].identity = renaming.identity;
+  std::set<size_t> kept;  // places whose counters are in use elsewhere
+  for (const Wanted& wanted : added_) {
+    if (wanted.from) kept.insert(*wanted.from);
+  }
   for (const Edit& edit : edits_) {
-    for (size_t i = edit.at; i < edit.at + edit.erased; ++i) freed->push_back((*held)[i].counter);
+    for (size_t i = edit.at; i < edit.at + edit.erased; ++i) {
+      if (kept.count(i) == 0) freed->push_back((*held)[i].counter);
+    }
   }
   const auto entry_of = [](const Wanted& wanted) {
     return HeldEntry{wanted.identity, wanted.id, wanted.rule.counter};

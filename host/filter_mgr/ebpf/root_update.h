@@ -4,15 +4,17 @@
 // The wanted entries are fed in order, and mostly are the ones in force: they are told by the
 // identity of their content, at the price of one comparison each. Where the two part, wanted
 // entries are put aside until some of them in a row are found in force in a row, or none are left;
-// then what lies between is aligned by what the entries say: as many as possible stay, in order. An
-// entry that stays is not touched, so it goes on to count; where only its identity is new, as after
-// a restart, nothing is written at all.
+// then what lies between is aligned: by identity first, so that of equal entries each goes on with
+// its own hits, and by what the entries say where no identity tells, as after a restart or for an
+// entry that has got another priority. As many as possible stay, in order. An entry that stays is
+// not touched; one that changes its place is written anew, and goes on with its counter.
 #ifndef HOST_FILTER_MGR_EBPF_ROOT_UPDATE_H_
 #define HOST_FILTER_MGR_EBPF_ROOT_UPDATE_H_
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -85,6 +87,7 @@ class RootUpdate {
   struct Wanted {
     const void* identity;
     classifier::Rule rule;
+    std::optional<size_t> from{};  // the place in force whose counter it goes on with
     classifier::EntryId id = classifier::kNoEntry;  // once written
   };
   // In place of `erased` entries from position `at` on come `count` ones from added_[first] on.
@@ -101,8 +104,10 @@ class RootUpdate {
   size_t FindNear(const Wanted& wanted) const;
   // The wanted entry is the one at `at`, and what is pending stands before it.
   void Meet(size_t at, const void* identity);
-  // Finds out which of the pending entries are in force between the cursor and `end`, and goes on
-  // from there.
+  // Finds the places in force between the cursor and `end` of the pending entries; each is found
+  // once.
+  std::vector<size_t> FindPlaces(size_t end) const;
+  // Finds out which of the pending entries stay where they are in force, and goes on from `end`.
   void Align(size_t end);
   bool WriteEdits(classifier::Refusal* refusal);
   bool WriteWhole(classifier::Refusal* refusal);
@@ -120,7 +125,7 @@ class RootUpdate {
   std::vector<Edit> edits_;
   std::vector<Renaming> renamed_;
   std::vector<classifier::EntryId> ids_;  // of all, once written as a whole
-  size_t counters_taken_ = 0;             // of added_, from the first on
+  size_t counters_given_ = 0;             // to added_, from the first on
 };
 
 }  // namespace host

@@ -41,38 +41,54 @@ void KeepLongestAscent(std::vector<int>* places) {
   *places = std::move(kept);
 }
 
-// Mostly the same object, which need not be looked at.
-bool Same(const Rule* a, const Rule* b) { return a == b || SameRule(*a, *b); }
+// Pairs each rule of now[begin, ...) that has no place with the earliest free one in
+// before[begin, end) that is equal in the sense of the map.
+template <class Map>
+void PairRules(const std::vector<const Rule*>& before, size_t begin, size_t end,
+               const std::vector<const Rule*>& now, std::vector<bool>* taken,
+               std::vector<int>* places) {
+  Map free;
+  for (size_t i = end; i-- > begin;) {
+    if (!before[i]->foreign && !(*taken)[i - begin]) free[before[i]].push_back(static_cast<int>(i));
+  }
+  for (size_t i = 0; i < places->size(); ++i) {
+    if ((*places)[i] >= 0) continue;
+    const auto it = free.find(now[begin + i]);
+    if (it == free.end() || it->second.empty()) continue;
+    (*places)[i] = it->second.back();
+    (*taken)[static_cast<size_t>(it->second.back()) - begin] = true;
+    it->second.pop_back();
+  }
+}
 
 }  // namespace
 
 std::vector<int> MatchRules(const std::vector<const Rule*>& before,
-                            const std::vector<const Rule*>& now) {
+                            const std::vector<const Rule*>& now, std::vector<int>* crossing) {
   std::vector<int> result(now.size(), -1);
+  if (crossing != nullptr) crossing->assign(now.size(), -1);
   size_t begin = 0;
   size_t before_end = before.size(), now_end = now.size();
-  while (begin < before_end && begin < now_end && Same(before[begin], now[begin])) {
+  while (begin < before_end && begin < now_end && before[begin] == now[begin]) {
     result[begin] = static_cast<int>(begin);
     ++begin;
   }
-  while (before_end > begin && now_end > begin && Same(before[before_end - 1], now[now_end - 1])) {
+  while (before_end > begin && now_end > begin && before[before_end - 1] == now[now_end - 1]) {
     result[--now_end] = static_cast<int>(--before_end);
   }
   if (begin == before_end || begin == now_end) return result;
 
-  // Pair the n-th occurrence of a rule with its n-th occurrence before.
-  std::unordered_map<const Rule*, std::vector<int>, RuleHash, RuleEqual> places;
-  for (size_t i = before_end; i-- > begin;) {
-    if (!before[i]->foreign) places[before[i]].push_back(static_cast<int>(i));
-  }
   std::vector<int> middle(now_end - begin, -1);
-  for (size_t i = 0; i < middle.size(); ++i) {
-    const auto it = places.find(now[begin + i]);
-    if (it == places.end() || it->second.empty()) continue;
-    middle[i] = it->second.back();
-    it->second.pop_back();
-  }
+  std::vector<bool> taken(before_end - begin);
+  PairRules<std::unordered_map<const Rule*, std::vector<int>>>(before, begin, before_end, now,
+                                                               &taken, &middle);
+  PairRules<std::unordered_map<const Rule*, std::vector<int>, RuleHash, RuleEqual>>(
+      before, begin, before_end, now, &taken, &middle);
+  const std::vector<int> found = middle;
   KeepLongestAscent(&middle);
+  for (size_t i = 0; crossing != nullptr && i < middle.size(); ++i) {
+    if (middle[i] < 0) (*crossing)[begin + i] = found[i];
+  }
   std::copy(middle.begin(), middle.end(), result.begin() + static_cast<ptrdiff_t>(begin));
   return result;
 }
@@ -122,10 +138,18 @@ class Planner {
     }
     now.reserve(rules_.size());
     for (const RulePtr& rule : rules_) now.push_back(rule.get());
-    places_ = MatchRules(before, now);
+    places_ = MatchRules(before, now, &crossing_);
+    for (size_t i = 0; i < crossing_.size(); ++i) {
+      if (crossing_[i] >= 0) layout_.moved[i] = PlaceOf(crossing_[i]);
+    }
   }
 
   uint32_t NumberOf(int place) const { return held_.order[ordinal_[static_cast<size_t>(place)]]; }
+
+  HeldPlace PlaceOf(int place) const {
+    const auto index = static_cast<size_t>(place);
+    return {NumberOf(place), index - starts_[ordinal_[index]]};
+  }
 
   // Gives each held chunk its kept rules, and the new ones up to the next chunk's first.
   void Assign() {
@@ -215,9 +239,7 @@ class Planner {
       piece.guard = GuardOf(*rules_[piece.begin]);
       for (size_t rule = piece.begin; rule < piece.end; ++rule) {
         while (!FitsGuard(*rules_[rule], piece.guard)) piece.guard.erase(piece.guard.begin());
-        if (places_[rule] < 0) continue;
-        const auto place = static_cast<size_t>(places_[rule]);
-        layout_.moved[rule] = {NumberOf(places_[rule]), place - starts_[ordinal_[place]]};
+        if (places_[rule] >= 0) layout_.moved[rule] = PlaceOf(places_[rule]);
       }
       layout_.chunks.push_back(std::move(piece));
     }
@@ -237,6 +259,7 @@ class Planner {
   const std::vector<RulePtr>& rules_;
   const bool anew_;
   std::vector<int> places_;        // of each rule among those held, or -1
+  std::vector<int> crossing_;      // the same of those that are not kept
   std::vector<uint32_t> ordinal_;  // of the chunk, for each rule held
   std::vector<size_t> starts_;     // of each chunk, among the rules held
   std::vector<Range> ranges_;

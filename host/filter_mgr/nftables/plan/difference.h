@@ -13,9 +13,10 @@
 //    does not pass the guard (all of them);
 //  - a chunk is not empty.
 //
-// A moved rule is a new one with a counter that starts from what the old one had been read to have.
-// Hits between the reading and the move are told by the kernel with the removal of the old rule,
-// and added to what is shown as long as the process lives (HeldRule::carried).
+// A rule that changes sides with others is moved, too. A moved rule is a new one with a counter
+// that starts from what the old one had been read to have. Hits between the reading and the move
+// are told by the kernel with the removal of the old rule, and added to what is shown as long as
+// the process lives (HeldRule::carried).
 //
 // Everything here is pure: it looks at what the kernel holds, and says what to change.
 #ifndef HOST_FILTER_MGR_NFTABLES_PLAN_DIFFERENCE_H_
@@ -76,7 +77,7 @@ struct HeldPlace {
 
 struct Layout {
   std::vector<ChunkPlan> chunks;
-  std::map<size_t, HeldPlace> moved;  // kept rules, by index, that go to another chunk
+  std::map<size_t, HeldPlace> moved;  // rules, by index, that stand elsewhere now
   std::vector<uint32_t> removed;      // numbers of chunks that go
   uint32_t next_chunk = 0;
   bool order_changed = false;  // whether the base chain changes
@@ -86,9 +87,13 @@ struct Layout {
 
 // Finds a common subsequence: for each element of `now`, none of which is foreign, the place in
 // `before` of an element that is the same rule, or -1; the places ascend. It is the longest where
-// rules do not repeat.
+// rules do not repeat. Of rules that are the same, one is taken for itself before it is taken for
+// another: the object tells which entry it is of, so that equal entries keep their hits apart.
+// `crossing` (may be null) gets, likewise, the places of rules that are there but cannot stay, for
+// others that stay have changed sides with them.
 std::vector<int> MatchRules(const std::vector<const Rule*>& before,
-                            const std::vector<const Rule*>& now);
+                            const std::vector<const Rule*>& now,
+                            std::vector<int>* crossing = nullptr);
 
 // Where `rules` are to stand, given what is held. With `anew` no chunk stays: the rules that are
 // kept move.
