@@ -146,7 +146,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
 
  private:
   static constexpr char kPart[] = "filters";  // of the status board
-  static constexpr char kTrace[] = "trace";  // the operation
+  static constexpr char kTrace[] = "trace";   // the operation
 
   // FilterControl.
   void Finish() override { Resolve(table_.Finish()); }
@@ -156,6 +156,14 @@ class FilterMgrClient::Impl : private host::FilterControl {
     }
     Resolve(table_.Release());
     Afterwards();
+  }
+  host::Coverage Covered() const override {
+    host::Coverage coverage;
+    for (const auto& [name, state] : opened_.backend->Ports()) {
+      ++coverage.interfaces;
+      coverage.in_force += state == host::PortState::kEnforced ? 1 : 0;
+    }
+    return coverage;
   }
 
   host::SentGroup Sent(const FiltersGroup& group) const {

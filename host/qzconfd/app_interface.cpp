@@ -230,6 +230,7 @@ class AppInterface::Impl : private host::CommitObserver {
     const auto took = std::chrono::steady_clock::now() - start;
     facts.sent = submissions_->Take();
     facts.errors = errors.lines();
+    facts.coverage = submissions_->Covered();
     outcomes_.Add(commit, at_start, std::move(facts),
                   std::chrono::duration_cast<std::chrono::microseconds>(took));
     TellStatus();

@@ -32,6 +32,12 @@ std::string CommitText(const CommitInfo& commit) {
   return details.empty() ? text : text + " (" + details + ")";
 }
 
+std::string CoverageText(const Coverage& coverage) {
+  if (coverage.interfaces == 0) return "";
+  return "; in force on " + std::to_string(coverage.in_force) + " of " +
+         Counted(coverage.interfaces, "interface");
+}
+
 // A group is refused last: nothing is sent after it.
 bool AllTaken(const std::vector<Submission>& sent) {
   return sent.empty() || sent.back().standing.taken();
@@ -62,7 +68,11 @@ void CommitOutcomes::Add(const CommitInfo& commit, bool at_start, CommitFacts fa
   outcome.time_us = NowMicroseconds();
   outcome.took = took;
   Judge(&outcome);
-  if (outcome.result == CommitOutcome::kApplied) applied_ = commit.id;
+  if (outcome.result == CommitOutcome::kApplied) {
+    applied_ = commit.id;
+  } else {
+    outcome.facts.coverage = {};  // of what was in force before
+  }
   LogOutcome(outcome);
   if (outcomes_.size() == kMost) outcomes_.pop_front();
   outcomes_.push_back(std::move(outcome));
@@ -168,8 +178,9 @@ void CommitOutcomes::LogOutcome(const CommitOutcome& outcome) const {
     Log(LogLevel::kWarning, "%s: it stands, and is not in force yet: %s; in force: %s",
         text.c_str(), outcome.reason.c_str(), InForceText(true).c_str());
   } else if (outcome.result == CommitOutcome::kApplied) {
-    Log(LogLevel::kInfo, "%s: applied in %.1f ms; %s", text.c_str(),
-        static_cast<double>(outcome.took.count()) / 1000, InForceText(false).c_str());
+    Log(LogLevel::kInfo, "%s: applied in %.1f ms; %s%s", text.c_str(),
+        static_cast<double>(outcome.took.count()) / 1000, InForceText(false).c_str(),
+        CoverageText(outcome.facts.coverage).c_str());
   } else {
     Log(LogLevel::kError, "%s: it stands, but is not applied: %s; in force: %s", text.c_str(),
         outcome.reason.c_str(), InForceText(true).c_str());

@@ -32,6 +32,7 @@ struct CommitFacts {
   std::string first_not_taken;   // path of the first of them
   std::vector<Submission> sent;  // to the Filter Manager, in order
   std::vector<std::string> errors;
+  Coverage coverage = {};  // once they had run
 };
 
 struct CommitOutcome {

@@ -65,6 +65,11 @@ void AddCommit(const CommitOutcome& outcome, lyd_node* top, Writer* writer) {
   writer->Leaf(node, "result", kResults[outcome.result]);
   writer->Text(node, "reason", outcome.reason);
   for (const std::string& error : outcome.facts.errors) writer->Text(node, "error", error);
+  const Coverage& coverage = outcome.facts.coverage;
+  if (coverage.interfaces != 0) {
+    writer->Leaf(node, "interfaces", std::to_string(coverage.interfaces));
+    writer->Leaf(node, "interfaces-in-force", std::to_string(coverage.in_force));
+  }
   for (const Submission& sent : outcome.facts.sent) {
     lyd_node* group = writer->Entry(node, "group", sent.group);
     writer->Leaf(group, "entries", std::to_string(sent.entries));

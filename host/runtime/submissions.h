@@ -39,6 +39,12 @@ struct Submission {
   Standing standing;
 };
 
+// Where the groups in force take effect.
+struct Coverage {
+  size_t interfaces = 0;  // that they name; 0 where nothing is enforced
+  size_t in_force = 0;    // on which they are in force
+};
+
 // What others may ask of the Filter Manager.
 class FilterControl {
  public:
@@ -47,6 +53,7 @@ class FilterControl {
   virtual void Finish() = 0;
   // Puts in force what was sent while it was held back, and notes it as sent now.
   virtual void Release() = 0;
+  virtual Coverage Covered() const = 0;
 };
 
 class Submissions {
@@ -80,6 +87,7 @@ class Submissions {
     open_ = 0;
     return std::exchange(since_, {});
   }
+  Coverage Covered() const { return control_ != nullptr ? control_->Covered() : Coverage(); }
   // Null for no one.
   void SetOnSettled(OnSettled on_settled) { on_settled_ = std::move(on_settled); }
 

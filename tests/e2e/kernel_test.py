@@ -130,6 +130,13 @@ class KernelTest(DaemonTest):
         self.assert_hits(daemon, [3, 1])
         shown = self.aclctl(daemon, "show", "groups", "--hits").stdout
         self.assertRegex(shown, r"dst-port 80 +deny +3 +96\n")
+        for command, says in (
+            (("show", "acl"), r"port0 +up +in-force\n(.*\n)+ +1 .*dst-port [a-z0-9]+ +deny +3 +96\n"),
+            (("trace", "port0", "udp", "80"), r"L3: +[a-z]+ entry 1 .*\nframe is dropped\n$"),
+            (("show", "commits", "--json"), r'"interfaces-in-force": 1,'),
+        ):
+            self.assertRegex(self.aclctl(daemon, *command).stdout, says)
+        self.assertRegex(daemon.log(), r"applied in .*; in force on 1 of 1 interface\n")
         self.assert_status(daemon, rf"ok +enforced by {backend} \(as filter_backend says\) on 1 port")
         refused = self.aclctl(daemon, "flush")
         self.assertEqual(refused.returncode, 5)
