@@ -50,6 +50,7 @@ void BM_EditConfigOneEntryEnforced(benchmark::State& state) {
   constexpr int kEntries = 65536;
   const int ports = static_cast<int>(state.range(0));
   std::vector<std::string> names;
+  names.reserve(static_cast<size_t>(ports));
   for (int port = 0; port < ports; ++port) names.push_back(InterfaceName(port));
   if (!Enter(names)) {
     state.SkipWithError("no network namespace");

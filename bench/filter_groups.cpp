@@ -50,6 +50,7 @@ FiltersGroup MakeGroup(int count, int ports, Kind kind, int left_out, bool deny)
   group.setStage(FILTERS_GROUP_STAGE_PRE_INGRESS);
   group.setType(kind == kL3Entries ? FILTERS_GROUP_TYPE_L3 : FILTERS_GROUP_TYPE_L2);
   std::vector<MatchIngressPorts> lists;
+  lists.reserve(static_cast<size_t>(ports));
   for (int port = 0; port < ports; ++port) {
     lists.emplace_back(std::list<limid_t>{static_cast<limid_t>(port)});
   }
@@ -69,6 +70,7 @@ FiltersGroup MakeGroup(int count, int ports, Kind kind, int left_out, bool deny)
 
 bool Enter(int ports) {
   std::vector<std::string> names;
+  names.reserve(static_cast<size_t>(ports));
   for (int port = 0; port < ports; ++port) names.push_back(PortName(port));
   return Enter(names);
 }

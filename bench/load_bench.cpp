@@ -72,6 +72,7 @@ void BM_StartInForce(benchmark::State& state) {
   constexpr int kProfiles = 64, kEntries = 65536;
   const char* const backend = state.range(0) != 0 ? "nftables" : "bpf";
   std::vector<std::string> names;
+  names.reserve(kProfiles);
   for (int i = 0; i < kProfiles; ++i) names.push_back(InterfaceName(i));
   if (!Enter(names)) {
     state.SkipWithError("no network namespace");

@@ -101,6 +101,11 @@ class KernelTest(DaemonTest):
         self.need_tables()
         first = self.start("bpf")
         self.apply(first, (1, 80))
+        subprocess.run(["nft", "flush", "ruleset"], check=True)
+        deadline = time.monotonic() + 5
+        while "acl-app-guard" not in self.tables():  # the daemon puts the guards right
+            self.assertLess(time.monotonic(), deadline)
+            time.sleep(0.01)
         (self.directory / "second").mkdir()
         second = self.start("kernel", state_directory=self.directory / "second",
                             netconf_socket=self.directory / "second.sock")
