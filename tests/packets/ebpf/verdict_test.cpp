@@ -68,8 +68,13 @@ TEST_F(VerdictTest, RandomGroupsUnderRandomUpdates) {
           edited.erase(at);
         } else {
           const auto port = static_cast<limid_t>(1 + random() % 2);
-          edited.insert(at, {RandomEntry(&random), random() % 4 == 0 ? std::list<limid_t>{1, 2}
-                                                                     : std::list<limid_t>{port}});
+          const auto ports =
+              random() % 4 == 0 ? std::list<limid_t>{1, 2} : std::list<limid_t>{port};
+          if (at != edited.end() && random() % 3 == 0) {
+            at->ports = ports;  // its content stays the same object
+          } else {
+            edited.insert(at, {RandomEntry(&random), ports});
+          }
         }
       }
     }
