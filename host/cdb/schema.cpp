@@ -5,6 +5,8 @@
 #include <regex>
 #include <utility>
 
+#include "host/cdb/yang_texts.h"
+
 namespace host {
 namespace {
 
@@ -178,6 +180,11 @@ ContextPtr LoadSchema(const std::string& directory, DatastoreErrors* errors) {
     }
   }
   ly_err_clean(raw, nullptr);
+  const std::string why = WhyOtherModules(raw);
+  if (!why.empty()) {
+    errors->push_back(Failure(why));
+    return nullptr;
+  }
   return context;
 }
 

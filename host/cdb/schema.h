@@ -13,7 +13,8 @@ namespace host {
 constexpr char kAclModule[] = "acl-app";
 
 // Loads the modules from `directory` and its subdirectory "ietf". Null with the reasons in
-// `errors` on failure. From then on libyang keeps its messages for TakeErrors().
+// `errors` on failure, and where they are not those that the program was built with. From then on
+// libyang keeps its messages for TakeErrors().
 ContextPtr LoadSchema(const std::string& directory, DatastoreErrors* errors);
 
 // Moves what libyang has noted in `context` since the last call to `errors`. `tree` (may be null)

@@ -5,12 +5,13 @@ import grp
 import os
 import pathlib
 import re
+import shutil
 import socket
 import subprocess
 import unittest
 import unittest.mock
 
-from daemon import ACLCTL, BRIDGE, DAEMON, DaemonTest
+from daemon import ACLCTL, BRIDGE, DAEMON, YANG, DaemonTest
 from netconf_client import NAMESPACES, profile
 
 XML = (
@@ -58,11 +59,15 @@ class StartupTest(DaemonTest):
     def test_bad_settings_end_the_start(self):
         none = self.directory / "none"
         precious = self.write("file", "precious")
+        other = shutil.copytree(YANG, self.directory / "yang")
+        module = other / "acl-app.yang"
+        module.write_text(module.read_text().replace("leaf vlan {", "leaf lan {", 1))
         for name, value, said in [
             ("state_directory", none, none),
             ("netconf_socket", none / "netconf.sock", none),
             ("netconf_socket", precious, "no socket"),
             ("yang_directory", none, none),
+            ("yang_directory", other, "acl-app.yang is not the one that the daemon was built with"),
             ("filter_backend", "magic", "filter_backend"),
             ("no_such_setting", 1, "no_such_setting"),
             ("netconf_socket_group", "no-such-group", "no-such-group"),

@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "host/cdb/datastore.h"
+#include "host/cdb/schema.h"
 #include "tests/host/netconf/random_edits.h"
 
 namespace host {
@@ -43,6 +46,32 @@ std::string Text(FindingsReader reader) {
     text += "\n";
   }
   return text;
+}
+
+// The paths of the leaves below `node`.
+void CollectLeaves(const CdbNode* node, const std::string& path, std::set<std::string>* leaves) {
+  for (const auto& child : node->children) {
+    const std::string below = path + (path.empty() ? "" : "/") + child->name;
+    if (child->is(LYD_NODE_TERM)) leaves->insert(below);
+    CollectLeaves(child.get(), below, leaves);
+  }
+}
+
+// A leaf that it did not know would make it find what is not so.
+TEST(FindingsReaderTest, KnowsAllLeavesOfMatchesAndActions) {
+  DatastoreErrors errors;
+  const ContextPtr context = LoadSchema(ACL_YANG_DIR, &errors);
+  ASSERT_NE(context, nullptr);
+  const CdbSchema schema(context.get());
+  const CdbNode* node = schema.root();
+  for (const char* name :
+       {"config", "access-list", "acl-profile", "ingress", "access-list", "access-list-entry"}) {
+    node = node->Child(name);
+  }
+  std::set<std::string> leaves;
+  for (const char* part : {"match", "action"}) CollectLeaves(node->Child(part), part, &leaves);
+  const std::vector<std::string> known = EntryReader::KnownLeaves();
+  EXPECT_EQ(std::set<std::string>(known.begin(), known.end()), leaves);
 }
 
 TEST(FindingsReaderTest, ReadsWhatAnEditWillMakeOfRunning) {
