@@ -137,7 +137,7 @@ std::string SetMatches(Words* words, lyd_node* entry) {
     words->Take();
     if (EndsClause(*words)) return words->Expected("the value of " + std::string(word->word));
     const std::string value = words->Take();
-    const std::string wrong = AddMatch(*word, value, match);
+    std::string wrong = AddMatch(*word, value, match);
     if (!wrong.empty()) return std::string(word->word) + ": " + wrong;
   }
   return "";
@@ -162,7 +162,7 @@ std::string SetActions(Words* words, lyd_node* entry) {
       words->Take();
       if (EndsClause(*words)) return words->Expected("a number from 0 to 7");
       lyd_new_inner(action, nullptr, "set", 0, &inner);
-      const std::string wrong = SetLeaf(inner, "pcp", words->Take());
+      std::string wrong = SetLeaf(inner, "pcp", words->Take());
       if (!wrong.empty()) return "set-pcp: " + wrong;
       marked = true;
     } else {
@@ -206,7 +206,7 @@ std::string TakeProfileWords(Words* words, ProfileWords* given) {
       if (words->Peek() != "l2" && words->Peek() != "l3") return words->Expected("l2 or l3");
       given->type = words->Take();
     } else if (words->TakeIf("priority")) {
-      const std::string wrong = TakePriority(words, "a priority", &given->priority);
+      std::string wrong = TakePriority(words, "a priority", &given->priority);
       if (!wrong.empty()) return wrong;
     } else if (words->TakeIf("description")) {
       if (words->done()) return words->Expected("a text in quotes");
@@ -334,7 +334,7 @@ void RemoveBinding(lyd_node* interface, lyd_node* binding) {
 
 std::string Unbind(Words* words, ConfigTree* config) {
   lyd_node* profile = nullptr;
-  const std::string wrong = TakeProfile(words, *config, &profile);
+  std::string wrong = TakeProfile(words, *config, &profile);
   if (!wrong.empty()) return wrong;
   const std::string name = host::ChildText(profile, "acl-name");
   const bool all = words->done();
