@@ -41,11 +41,16 @@ Session::Session(uint32_t id, int fd, Peer peer, bool may_write, std::shared_ptr
   if (time_watch_ == nullptr) Begin(info_.user);
 }
 
+LogFields Session::Fields() const {
+  return LogFields({{"USER", info_.user}, {"SESSION", std::to_string(info_.id)}});
+}
+
 void Session::Begin(const std::string& user) {
   if (phase_ == Phase::kEnded) return;
   info_.user = user;
   if (begun_) return;
   begun_ = true;
+  const LogFields fields = Fields();
   info_.log->Write(LogLevel::kInfo, "netconf: session %u of user %s (uid %u, pid %d%s) begins",
                    info_.id, user.c_str(), peer_.uid, peer_.pid,
                    info_.may_write ? "" : ", may only read");
@@ -59,6 +64,7 @@ Session::~Session() {
   env_.usage.output -= output_bytes_;
   io_watch_.reset();
   close(fd_);
+  const LogFields fields = Fields();
   info_.log->Write(LogLevel::kInfo, "netconf: session %u of user %s ends", info_.id,
                    info_.user.c_str());
 }
@@ -66,6 +72,7 @@ Session::~Session() {
 void Session::Abort(const std::string& reason) {
   if (phase_ == Phase::kEnded) return;
   if (!reason.empty()) {
+    const LogFields fields = Fields();
     info_.log->Write(LogLevel::kWarning, "netconf: session %u (%s): %s", info_.id,
                      info_.user.c_str(), reason.c_str());
     ++env_.counters.dropped_sessions;
@@ -112,6 +119,7 @@ void Session::OnReady(uint32_t ready) {
 }
 
 bool Session::Step() {
+  const LogFields fields = Fields();
   DoWork();
   if (phase_ == Phase::kEnded) return false;
   if (HasWork()) return true;

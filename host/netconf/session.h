@@ -69,6 +69,8 @@ class Session : private Pacer::Task {
  private:
   enum class Phase { kHello, kOpen, kClosing, kEnded };
 
+  // What lines of the log are about while the session is at work.
+  LogFields Fields() const;
   void OnReady(uint32_t ready);
   bool Step() override;
   void DoWork();

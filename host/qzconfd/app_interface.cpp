@@ -222,6 +222,7 @@ class AppInterface::Impl : private host::CommitObserver {
   // Runs the handlers, and tells what came of it.
   template <class Run>
   void Watched(const host::CommitInfo& commit, bool at_start, const Run& run_handlers) {
+    const host::LogFields fields = host::FieldsOf(commit);
     const host::ErrorWatch errors;
     host::CommitFacts facts;
     submissions_->Take();  // the creation of groups is not part of it

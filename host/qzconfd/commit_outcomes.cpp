@@ -50,6 +50,13 @@ int64_t NowMicroseconds() {
 
 }  // namespace
 
+LogFields FieldsOf(const CommitInfo& commit) {
+  const uint32_t session = commit.origin.session_id;
+  return LogFields({{"COMMIT", std::to_string(commit.id)},
+                    {"USER", commit.origin.user},
+                    {"SESSION", session == 0 ? "" : std::to_string(session)}});
+}
+
 void CommitOutcomes::Add(const CommitInfo& commit, bool at_start, CommitFacts facts,
                          std::chrono::microseconds took) {
   if (facts.not_taken != 0 && out_of_step_ == 0) out_of_step_ = commit.id;
@@ -173,6 +180,7 @@ std::string CommitOutcomes::WhyNotApplied(const CommitFacts& facts, bool at_star
 }
 
 void CommitOutcomes::LogOutcome(const CommitOutcome& outcome) const {
+  const LogFields fields = FieldsOf(outcome.commit);
   const std::string text = CommitText(outcome.commit) + (outcome.at_start ? " at the start" : "");
   if (outcome.result == CommitOutcome::kPending) {
     Log(LogLevel::kWarning, "%s: it stands, and is not in force yet: %s; in force: %s",

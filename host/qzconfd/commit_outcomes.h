@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "host/cdb/datastore.h"
+#include "host/runtime/log.h"
 #include "host/runtime/status_board.h"
 #include "host/runtime/submissions.h"
 
@@ -50,6 +51,9 @@ struct CommitOutcome {
   int64_t time_us = 0;  // when its result was known, microseconds since 1970
   std::chrono::microseconds took{0};
 };
+
+// The fields of log lines about a commit.
+LogFields FieldsOf(const CommitInfo& commit);
 
 // A group as it is in force.
 struct GroupInForce {

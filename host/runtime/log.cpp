@@ -42,7 +42,7 @@ class OutputSink : public spdlog::sinks::base_sink<spdlog::details::null_mutex> 
   void sink_it_(const spdlog::details::log_msg& message) override {
     spdlog::memory_buf_t text;
     formatter_->format(message, text);
-    output_->Write(kPriorities.at(message.level), {text.data(), text.size()});
+    output_->Write(kPriorities.at(message.level), {text.data(), text.size()}, CurrentLogFields());
   }
   void flush_() override {}
 
@@ -68,6 +68,11 @@ ProcessLog& TheLog() {
   static auto& log =
       *new ProcessLog(MakeLog("acl-app", DescriptorOutput(STDERR_FILENO), kLinePattern));
   return log;
+}
+
+std::string& MutableLogFields() {
+  static auto& fields = *new std::string;
+  return fields;
 }
 
 spdlog::logger* Logger() { return TheLog().logger.get(); }
@@ -105,6 +110,22 @@ void LogLine(LogLevel level, const std::string& line) {
   }
   Logger()->log(SpdlogLevel(level), spdlog::string_view_t(LogText(line)));
 }
+
+LogFields::LogFields(std::initializer_list<std::pair<const char*, std::string>> fields)
+    : outer_(CurrentLogFields()) {
+  std::string& current = MutableLogFields();
+  for (const auto& [name, value] : fields) {
+    const std::string begin = std::string(name) + "=";
+    // The field of that name, at the begin of a line.
+    const size_t at = ("\n" + current).find("\n" + begin);
+    if (at != std::string::npos) current.erase(at, current.find('\n', at) + 1 - at);
+    if (!value.empty()) current += begin + LogText(CutText(value, kMaxOutsideText)) + "\n";
+  }
+}
+
+LogFields::~LogFields() { MutableLogFields() = std::move(outer_); }
+
+const std::string& CurrentLogFields() { return MutableLogFields(); }
 
 void Log(LogLevel level, const char* format, ...) {
   if (!LogEnabled(level)) {

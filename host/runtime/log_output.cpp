@@ -22,7 +22,7 @@ class Descriptor : public LogOutput {
   ~Descriptor() override { Close(); }
 
  protected:
-  bool Take(int /*priority*/, std::string_view line) override {
+  bool Take(int /*priority*/, std::string_view line, std::string_view /*fields*/) override {
     LookAtDescriptor();
     Continue();
     if (!rest_.empty()) return false;
@@ -88,10 +88,10 @@ class Journal : public LogOutput {
   ~Journal() override { close(fd_); }
 
  protected:
-  bool Take(int priority, std::string_view line) override {
+  bool Take(int priority, std::string_view line, std::string_view fields) override {
     // Lines have no control characters, so a field ends where its line does.
     std::string message = head_ + std::to_string(priority) + "\nMESSAGE=";
-    message.append(line).append("\n");
+    message.append(line).append("\n").append(fields);
     // Addressed anew each time: the journal may have been restarted.
     return sendto(fd_, message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
                   reinterpret_cast<const sockaddr*>(&address_), sizeof(address_)) >= 0;
@@ -105,17 +105,17 @@ class Journal : public LogOutput {
 
 }  // namespace
 
-void LogOutput::Write(int priority, std::string_view line) {
+void LogOutput::Write(int priority, std::string_view line, std::string_view fields) {
   // In one piece with the line: what finds no room for both has nobody who reads yet.
   std::string text(line);
   if (dropped_ != reported_) {
     text += " [log lines dropped before this one: " + std::to_string(dropped_ - reported_) + "]";
   }
   constexpr int kTries = 50, kPauseMs = 10;
-  bool taken = Take(priority, text);
+  bool taken = Take(priority, text, fields);
   for (int i = 1; !taken && priority <= LOG_CRIT && i < kTries; ++i) {
     poll(nullptr, 0, kPauseMs);
-    taken = Take(priority, text);
+    taken = Take(priority, text, fields);
   }
   if (taken) {
     reported_ = dropped_;

@@ -16,14 +16,14 @@ class LogOutput {
  public:
   virtual ~LogOutput() = default;
   // Writes one line without its end, or drops it. `priority` is syslog's (syslog(3)); one of
-  // LOG_CRIT tells why the process ends.
-  void Write(int priority, std::string_view line);
+  // LOG_CRIT tells why the process ends. `fields` are "NAME=value\n" each, for the journal.
+  void Write(int priority, std::string_view line, std::string_view fields = {});
   // The lines that were dropped so far.
   uint64_t dropped() const { return dropped_; }
 
  protected:
   // Takes the whole line, or nothing of it and returns false.
-  virtual bool Take(int priority, std::string_view line) = 0;
+  virtual bool Take(int priority, std::string_view line, std::string_view fields) = 0;
 
  private:
   uint64_t dropped_ = 0, reported_ = 0;

@@ -43,6 +43,10 @@ su member -c 'aclctl show resources'
 su stranger -c 'aclctl show resources'
 systemctl restart acl-app
 aclctl show commits
+ip link del uplink
+sleep 0.2
+journalctl -o cat --no-pager COMMIT=2 USER=root | sed 's/^/field: /'
+journalctl -o cat --no-pager INTERFACE=uplink | sed 's/^/field: /'
 systemctl stop acl-app
 echo "result $(systemctl show -P Result acl-app)"
 aclctl flush
@@ -72,6 +76,7 @@ class UnitTest(unittest.TestCase):
         for said in ["+ echo pins", "CapEff:\t000000c000001000", "Seccomp:\t2", "commit 2 applied",
                      "passed   ARP for the router", "dropped  telnet to the world",
                      "GROUP  CAPACITY", 'only members of the group "netops" may connect',
+                     "field: commit 2 by root", "field: interface uplink vanished",
                      "applied at the start", "result success", "Filters of "]:
             self.assertIn(said, run.stdout)
         # Nothing is missing that the kernel could do: the warnings, behind the last step, are none.

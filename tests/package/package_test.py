@@ -157,9 +157,9 @@ def the_one(files):
     return found[0]
 
 
-def build(*options):
+def build(*options, **environment):
     """Builds the package; where it is, its version, and its list of changes."""
-    run("./package", *options, cwd=ROOT)
+    run("./package", *options, cwd=ROOT, env={**os.environ, **environment})
     package = the_one(WORK.glob("acl-app_*.deb"))
     return package, package.name.split("_")[1], the_one(WORK.glob("*.changes"))
 
@@ -190,6 +190,7 @@ class PackageTest(unittest.TestCase):
                 raise unittest.SkipTest(f"no {tool}; tools/setup installs it")
         package, cls.version, changes = build()
         run("lintian", "--allow-root", "--fail-on", "error,warning", changes)
+        the_one(WORK.glob("acl-app-dbgsym_*.deb"))
         cls.first = shutil.copy(package, WORK / "first")
 
     def test_all_that_is_linked_is_in_the_copyright_file(self):
@@ -214,7 +215,7 @@ class PackageTest(unittest.TestCase):
         root, reason = throw_away_root(self.first)
         if root is None:
             self.skipTest(reason)
-        second, second_version, _ = build("--next")
+        second, second_version, _ = build("--next", DEB_BUILD_OPTIONS="noautodbgsym")
         scratch = pathlib.Path(f"/tmp/acl-app-package.{os.getpid()}")
         scratch.mkdir()
         self.addCleanup(scratch.rmdir)

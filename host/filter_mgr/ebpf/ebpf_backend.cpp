@@ -265,8 +265,10 @@ FilterMgrError EbpfBackend::Write(PreparedGroup* prepared) {
       classifier_->Discard(done->first);
       done->second.Undo(&*counters_);
     }
+    const std::string port = ports_->NameOf(it->first / 2);
+    const LogFields fields({{"INTERFACE", port}});
     Log(LogLevel::kError, "filter group %d (%s) is refused: port %s: %s", group.getId(), type,
-        ports_->NameOf(it->first / 2).c_str(), refusal.text.c_str());
+        port.c_str(), refusal.text.c_str());
     return FILTER_MGR_ERR_CAPACITY;
   }
   return FILTER_MGR_OK;
@@ -390,6 +392,7 @@ bool EbpfBackend::Poll() {
   if (changed.empty() && ports_->failed().empty()) return guarded;
   for (const std::string& name : changed) {
     if (!ports_->Names(name)) continue;
+    const LogFields fields({{"INTERFACE", name}});
     Log(LogLevel::kInfo, "interface %s %s", name.c_str(),
         links_.Has(name) ? "appeared" : "vanished");
   }

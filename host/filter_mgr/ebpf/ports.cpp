@@ -189,6 +189,7 @@ bool FilterPorts::Covered(const std::string& port) const {
 void FilterPorts::Fail(const std::string& port, const char* what, int error) {
   failed_.insert(port);
   if (reported_.insert(port).second) {
+    const LogFields fields({{"INTERFACE", port}});
     Log(LogLevel::kError, "port %s: %s: %s", port.c_str(), what, strerror(-error));
   }
 }

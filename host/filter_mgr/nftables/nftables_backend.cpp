@@ -264,6 +264,7 @@ void NftablesBackend::Note(const std::vector<TableUpdate>& updates, const BatchR
   kernel_.Settle();
   writes_ += messages;
   for (const std::string& port : damaged) {
+    const LogFields fields({{"INTERFACE", port}});
     Log(LogLevel::kWarning, "the packet filter of port %s was not as it should be; put right",
         port.c_str());
   }
@@ -273,6 +274,7 @@ void NftablesBackend::Listen() {
   for (const std::string& name : kernel_.ReadLinks()) {
     const bool ours = Ports().count(name) != 0 || kernel_.held().count(name) != 0;
     if (!ours) continue;
+    const LogFields fields({{"INTERFACE", name}});
     Log(LogLevel::kInfo, "interface %s %s", name.c_str(),
         kernel_.HasLink(name) ? "appeared" : "vanished");
     if (options_.features.hooks_by_name) continue;
@@ -304,6 +306,7 @@ bool NftablesBackend::IsForeign(const std::string& port, const Targets& targets)
   if (!IsForeign(port)) return false;
   PortStatus& status = kernel_.ports()[port];
   if (!std::exchange(status.reported, true)) {
+    const LogFields fields({{"INTERFACE", port}});
     Log(LogLevel::kWarning, "the packet filter's table %s is another process's; left alone",
         TableName(port).c_str());
   }

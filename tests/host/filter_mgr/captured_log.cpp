@@ -21,4 +21,7 @@ void Log(LogLevel /*level*/, const char* format, ...) {
   CapturedLog().emplace_back(line);
 }
 
+LogFields::LogFields(std::initializer_list<std::pair<const char*, std::string>> /*fields*/) {}
+LogFields::~LogFields() = default;
+
 }  // namespace host

@@ -9,6 +9,7 @@
 
 #include <thread>
 
+#include "host/runtime/log.h"
 #include "tests/host/runtime/scratch_state.h"
 
 namespace host {
@@ -39,18 +40,23 @@ TEST(LogOutputTest, UnreadOutputsDropWholeLinesAndTellHowMany) {
     int reader;
     std::unique_ptr<LogOutput> output;
     std::string head;  // of each line
+    std::string fields;
   } cases[] = {
-      {"pipe", pipe_ends[0], DescriptorOutput(pipe_ends[1]), ""},
-      {"stream", stream[0], DescriptorOutput(stream[1]), ""},
+      {"pipe", pipe_ends[0], DescriptorOutput(pipe_ends[1]), "", ""},
+      {"stream", stream[0], DescriptorOutput(stream[1]), "", ""},
       {"journal", journal, JournalOutput(address.sun_path, "acl-app"),
-       "SYSLOG_IDENTIFIER=acl-app\nPRIORITY=4\nMESSAGE="},
+       "SYSLOG_IDENTIFIER=acl-app\nPRIORITY=4\nMESSAGE=", "USER=eve\\x0a\nCOMMIT=7\n"},
   };
+  const LogFields outer({{"SESSION", "1"}, {"USER", "alice"}});
+  const LogFields fields({{"USER", "eve\n"}, {"COMMIT", "7"}, {"SESSION", ""}});
   const std::string filler(1500, '.');
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     ASSERT_NE(nullptr, c.output);
     size_t written = 0;
-    for (; written < 5000; ++written) c.output->Write(4, std::to_string(written) + filler);
+    for (; written < 5000; ++written) {
+      c.output->Write(4, std::to_string(written) + filler, CurrentLogFields());
+    }
     const uint64_t dropped = c.output->dropped();
     ASSERT_GT(dropped, 0U);
     std::string text = Arrived(c.reader);
@@ -58,7 +64,7 @@ TEST(LogOutputTest, UnreadOutputsDropWholeLinesAndTellHowMany) {
     text += Arrived(c.reader);
     std::string expected;
     for (size_t i = 0; i < written - dropped; ++i) {
-      expected += c.head + std::to_string(i) + filler + "\n";
+      expected += c.head + std::to_string(i) + filler + "\n" + c.fields;
     }
     expected +=
         c.head + "again [log lines dropped before this one: " + std::to_string(dropped) + "]\n";
