@@ -90,7 +90,9 @@ class FilterMgrClient::Impl : private host::FilterControl {
   explicit Impl(qzmw_t* mw)
       : loop_(host::LoopOf(mw)),
         opened_(OpenBackend()),
-        table_(opened_.backend.get(), host::ProcessSettings().filter_capacity, opened_.why),
+        table_(opened_.backend.get(), host::ProcessSettings().filter_capacity, opened_.why,
+               host::ProcessSettings().filter_threshold_l2,
+               host::ProcessSettings().filter_threshold_l3),
         submissions_(host::SubmissionsOf(mw)),
         origins_(host::OriginsOf(mw)),
         board_(host::StatusBoardOf(mw)),
@@ -113,9 +115,10 @@ class FilterMgrClient::Impl : private host::FilterControl {
     submissions_->SetLeftInForce(opened_.backend->Left());
     submissions_->SetControl(this);
     board_->Show(kPart, [this] { return host::FiltersLine(opened_); });
+    board_->Show(kGroupsPart, [this] { return host::GroupsLine(table_); });
   }
   ~Impl() override {
-    board_->Show(kPart, nullptr);
+    for (const char* part : {kPart, kGroupsPart}) board_->Show(part, nullptr);
     providers_->SetAnswer(kTrace, nullptr);
     submissions_->SetControl(nullptr);
   }
@@ -145,8 +148,8 @@ class FilterMgrClient::Impl : private host::FilterControl {
   }
 
  private:
-  static constexpr char kPart[] = "filters";  // of the status board
-  static constexpr char kTrace[] = "trace";   // the operation
+  static constexpr char kPart[] = "filters", kGroupsPart[] = "groups";  // of the status board
+  static constexpr char kTrace[] = "trace";                             // the operation
 
   // FilterControl.
   void Finish() override { Resolve(table_.Finish()); }

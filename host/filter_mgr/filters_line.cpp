@@ -5,6 +5,26 @@
 
 namespace host {
 
+StatusLine GroupsLine(const GroupTable& table) {
+  StatusLine line{StatusLine::kOk, "no group is in force"};
+  const char* between = "";
+  for (const auto& [key, group] : table.groups()) {
+    if (*between == 0) line.text.clear();
+    line.text += std::string(between) + GroupTypeName(group->getType()) + " " +
+                 std::to_string(group->getEntriesRef().size()) + " of " +
+                 std::to_string(table.capacity()) + " entries";
+    const auto waits = table.pending().find(key);
+    if (waits != table.pending().end()) {
+      line.text += " (" + std::to_string(waits->second->getEntriesRef().size()) + " wait)";
+    }
+    between = ", ";
+    if (!table.NearlyFull(group->getType())) continue;
+    line.text += " (nearly full)";
+    line.state = StatusLine::kWarning;
+  }
+  return line;
+}
+
 StatusLine FiltersLine(const OpenedBackend& opened) {
   if (!opened.enforces) return {StatusLine::kWarning, "enforced by nothing: " + opened.why};
   StatusLine line{opened.second_best ? StatusLine::kWarning : StatusLine::kOk, ""};

@@ -4,9 +4,14 @@
 
 #include "host/filter_mgr/backend.h"
 #include "host/filter_mgr/backends.h"
+#include "host/filter_mgr/group_table.h"
 #include "host/runtime/status_board.h"
 
 namespace host {
+
+// How many entries the groups in force have, and those that wait to take their place; a warning
+// where one is nearly full.
+StatusLine GroupsLine(const GroupTable& table);
 
 // Which back end is in force and why, and on how many ports. A warning where it is not the best
 // one, where it filters nothing, or where a port has no interface; an error where a port that is

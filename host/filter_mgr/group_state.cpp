@@ -99,6 +99,7 @@ class GroupStateBuilder {
     writer_->Leaf(node, "type", l2 ? "l2" : "l3");
     writer_->Leaf(node, "priority", content.getPriority());
     writer_->Leaf(node, "entries", entries_.size());
+    writer_->Leaf(node, "nearly-full", table_.NearlyFull(content.getType()) ? "true" : "false");
     for (; most > 0 && next_entry_ < entries_.size(); --most) {
       const FiltersEntry& entry = *entries_[next_entry_++];
       AddEntry(node, entry);

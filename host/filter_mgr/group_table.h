@@ -11,6 +11,7 @@
 #ifndef HOST_FILTER_MGR_GROUP_TABLE_H_
 #define HOST_FILTER_MGR_GROUP_TABLE_H_
 
+#include <array>
 #include <map>
 #include <optional>
 #include <string>
@@ -18,6 +19,7 @@
 
 #include "host/filter_mgr/backend.h"
 #include "host/filter_mgr/errors.h"
+#include "host/filter_mgr/fill_level.h"
 #include "host/filter_mgr/sent_group.h"
 
 namespace host {
@@ -28,9 +30,13 @@ class GroupTable {
   using Groups = std::map<Key, SentGroup>;
 
   // `backend` is not owned; `why` says, for people, why it is that one. `capacity` is the number of
-  // entries that one group holds at most.
-  GroupTable(Backend* backend, unsigned int capacity, std::string why = "")
-      : backend_(backend), capacity_(capacity), why_(std::move(why)) {}
+  // entries that one group holds at most; the thresholds say when one is nearly full.
+  GroupTable(Backend* backend, unsigned int capacity, std::string why = "", FillThreshold l2 = {},
+             FillThreshold l3 = {})
+      : backend_(backend),
+        capacity_(capacity),
+        why_(std::move(why)),
+        levels_{FillLevel("L2", capacity, l2), FillLevel("L3", capacity, l3)} {}
 
   // Makes a group known, and puts its entries in force if it has any. FILTER_MGR_ERR_EXISTS when a
   // group of its id and stage is known.
@@ -59,6 +65,10 @@ class GroupTable {
   unsigned int capacity() const { return capacity_; }
   Backend& backend() const { return *backend_; }
   const std::string& why() const { return why_; }
+  // Whether the group in force is nearly full.
+  bool NearlyFull(FiltersCommon::filtersGroupType_t type) const {
+    return levels_.at(SlotOf(type)).raised();
+  }
 
  private:
   // Whether the group can be held at all; logs why not.
@@ -72,6 +82,7 @@ class GroupTable {
   Backend* backend_;
   unsigned int capacity_;
   const std::string why_;
+  std::array<FillLevel, 2> levels_;  // by slot
   std::map<FiltersCommon::filtersGroupType_t, size_t> accepted_;
   Groups groups_, prepared_, pending_;
   std::string hold_;  // why nothing is put in force; empty: no such reason

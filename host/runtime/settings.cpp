@@ -86,6 +86,25 @@ Form Number(unsigned int Settings::*member, int base, unsigned int lowest, unsig
           }};
 }
 
+Form Threshold(FillThreshold Settings::*member) {
+  return {"two percentages, high and not above it low, such as 80 70",
+          [member](const std::string& value, Settings* settings) {
+            FillThreshold read;
+            const char* const end = value.data() + value.size();
+            const auto high = std::from_chars(value.data(), end, read.high);
+            if (high.ec != std::errc() || high.ptr == end || *high.ptr != ' ') return false;
+            const auto low = std::from_chars(high.ptr + 1, end, read.low);
+            if (low.ec != std::errc() || low.ptr != end) return false;
+            if (read.high == 0 || read.high > 100 || read.low > read.high) return false;
+            settings->*member = read;
+            return true;
+          },
+          [member](const Settings& settings) {
+            const FillThreshold& threshold = settings.*member;
+            return std::to_string(threshold.high) + " " + std::to_string(threshold.low);
+          }};
+}
+
 struct Setting {
   const char* name;
   Form form;
@@ -129,6 +148,12 @@ const std::vector<Setting>& AllSettings() {
       {"filter_capacity",
        Number(&Settings::filter_capacity, 10, 0, 65536, "a number of entries from 0 to 65536"),
        "Entries that each of the two filter groups holds at most."},
+      {"filter_threshold_l2", Threshold(&Settings::filter_threshold_l2),
+       "Percent of filter_capacity from which on the L2 group counts as nearly full, in the log, "
+       "the "
+       "status and the state, and down to which it has to come to count so no longer."},
+      {"filter_threshold_l3", Threshold(&Settings::filter_threshold_l3),
+       "The same for the L3 group."},
       {"log_target", OneOf(&Settings::log_target, {"journal", "stderr"}),
        "Where the log goes. Lines that nobody takes are dropped, not waited for, and a later line "
        "says how many. The installed file says \"journal\"."},

@@ -9,6 +9,8 @@
 
 #include <string>
 
+#include "host/filter_mgr/fill_threshold.h"
+
 namespace host {
 
 struct Settings {
@@ -35,6 +37,8 @@ struct Settings {
   std::string filter_backend = "kernel";
   // Entries that one filter group holds at most.
   unsigned int filter_capacity = 65536;
+  // Where the groups count as nearly full.
+  FillThreshold filter_threshold_l2, filter_threshold_l3;
   // "journal" or "stderr"; and "trace", "debug", "info", "warning" or "error".
   std::string log_target = "stderr";
   std::string log_level = "info";

@@ -170,6 +170,20 @@ TEST_F(GroupTableTest, HoldsBackWhatIsSentUntilReleased) {
   EXPECT_EQ(std::nullopt, table_.Release());
 }
 
+TEST_F(GroupTableTest, SaysOnceWhenAGroupIsNearlyFullAndWhenNoMore) {
+  GroupTable table(&backend_, 10, "", {80, 50});
+  std::string raised;
+  for (const int entries : {7, 8, 6, 10, 5, 7, 0}) {
+    table.Update(MakeGroup(0, kL2Type, entries));
+    table.Finish();
+    raised += table.NearlyFull(kL2Type) ? '!' : '.';
+  }
+  EXPECT_EQ(".!!!...", raised);
+  EXPECT_THAT(CapturedLog(),
+              ElementsAre("the L2 group is nearly full: 8 of 10 entries, 80 % or more",
+                          "the L2 group has room again: 5 of 10 entries, 50 % or less"));
+}
+
 TEST_F(GroupTableTest, RefusesGroupsItCannotPlace) {
   EXPECT_EQ(FILTER_MGR_ERR_INVALID_GROUP, table_.Create(MakeGroup(0, FILTERS_GROUP_TYPE_NONE)));
   FiltersGroup no_stage(0);
@@ -264,7 +278,7 @@ TEST_F(GroupTableTest, ShowsGroupsAsOperationalData) {
   lyd_print_mem(&text, tree, LYD_JSON, LYD_PRINT_SHRINK | LYD_PRINT_KEEPEMPTYCONT);
   EXPECT_STREQ(
       R"({"acl-app-filters:filters":{"backend":"nftables","backend-reason":"best","capacity":3,"group":[)"
-      R"({"id":0,"stage":1,"type":"l2","priority":0,"entries":2,"entry":[)"
+      R"({"id":0,"stage":1,"type":"l2","priority":0,"entries":2,"nearly-full":false,"entry":[)"
       R"({"id":0,"priority":0,"port":["eth0","eth1"],"match":{)"
       R"("destination-mac-address":"02:00:00:00:00:01",)"
       R"("destination-mac-address-mask":"ff:ff:ff:00:00:00",)"
@@ -275,7 +289,7 @@ TEST_F(GroupTableTest, ShowsGroupsAsOperationalData) {
       R"("action":{"permit":[null],"set-pcp":5},"hits":{"packets":"11","bytes":"1100"}},)"
       R"({"id":1,"priority":0,"match":{"tos":255},"action":{"deny":[null]},)"
       R"("hits":{"packets":"0","bytes":"0"}}]},)"
-      R"({"id":1,"stage":1,"type":"l3","priority":1,"entries":1,"entry":[)"
+      R"({"id":1,"stage":1,"type":"l3","priority":1,"entries":1,"nearly-full":false,"entry":[)"
       R"({"id":0,"priority":0,"port":["eth1"],"interface":"eth1","profile":"p","ace-priority":7,)"
       R"("match":{},"action":{}}]}],)"
       R"("port":[{"name":"eth0","state":"enforced"},{"name":"eth1","state":"absent"}]}})",

@@ -15,13 +15,15 @@ TEST(SettingsTest, ReadsSettingsOnTopOfTheOldOnes) {
   const std::string path = scratch.File(
       "s",
       "# comment\n\n state_directory=/s d\r\nnetconf_socket_mode = 0600\nstartup_file = /f.json\n"
-      "filter_capacity = 7\nlog_level = trace");
+      "filter_capacity = 7\nfilter_threshold_l3 = 100 0\nlog_level = trace");
   Settings settings;
   std::string error;
   ASSERT_TRUE(ReadSettings(path, &settings, &error)) << error;
   EXPECT_EQ("/s d", settings.state_directory);
   EXPECT_EQ(0600U, settings.netconf_socket_mode);
   EXPECT_EQ(7U, settings.filter_capacity);
+  EXPECT_EQ(100U, settings.filter_threshold_l3.high);
+  EXPECT_EQ(0U, settings.filter_threshold_l3.low);
   EXPECT_EQ("trace", settings.log_level) << "the last line, without an end";
 
   const std::string more = scratch.File("more", "startup_file =\nfilter_backend = kernel\n");
@@ -49,6 +51,9 @@ TEST(SettingsTest, RefusesBadFilesWithPlaceAndReason) {
       {"state_directory = var\n", "state_directory must be an absolute path"},
       {"yang_directory =\n", "yang_directory must be an absolute path"},
       {"startup_file = f.json\n", "startup_file must be an absolute path"},
+      {"filter_threshold_l2 = 80\n", "filter_threshold_l2 must be two percentages"},
+      {"filter_threshold_l3 = 70 80\n", "filter_threshold_l3 must be two percentages"},
+      {"filter_threshold_l3 = 101 0\n", "filter_threshold_l3 must be"},
       {"filter_backend = nft\n", "filter_backend must be one of: kernel, bpf, nftables, memory"},
       {"log_level = loud\n", "log_level must be one of: trace, debug, info, warning, error"},
   };

@@ -1,0 +1,39 @@
+// How full the filter groups are, so that somebody hears of it before a commit is refused.
+//
+// A group's alarm is raised when its entries take `high` percent of the capacity, and cleared when
+// they take no more than `low`: between the two it stays as it is, so that a group at the edge does
+// not raise and clear it with every commit. Both are logged, once.
+#ifndef HOST_FILTER_MGR_FILL_LEVEL_H_
+#define HOST_FILTER_MGR_FILL_LEVEL_H_
+
+#include <cstddef>
+#include <string>
+#include <utility>
+
+#include "host/filter_mgr/fill_threshold.h"
+
+namespace host {
+
+class FillLevel {
+ public:
+  // Of the group that the log calls `name`, of `capacity` entries at most.
+  FillLevel(std::string name, unsigned int capacity, FillThreshold threshold)
+      : name_(std::move(name)), capacity_(capacity), threshold_(threshold) {}
+
+  // The group has so many entries in force from now on.
+  void Note(size_t entries);
+  bool raised() const { return raised_; }
+
+ private:
+  // Whether `entries` are at least that share of the capacity.
+  bool Reaches(size_t entries, unsigned int percent) const;
+
+  const std::string name_;
+  const unsigned int capacity_;
+  const FillThreshold threshold_;
+  bool raised_ = false;
+};
+
+}  // namespace host
+
+#endif  // HOST_FILTER_MGR_FILL_LEVEL_H_
