@@ -7,33 +7,11 @@ import subprocess
 import unittest
 
 BUILD = os.path.dirname(os.environ["ACL_APP_DAEMON"])
-EXAMPLES = pathlib.Path(__file__).parents[2] / "examples"
+SOURCE = pathlib.Path(__file__).parents[2]
 
-# Over this machine's root, which stays as it is, in memory. Ends with the container's output.
-HOST = """set -eu
-mount --make-rprivate / && mount -t tmpfs none "$0" && mkdir "$0/up" "$0/work" "$0/root"
-mount -t overlay overlay -o "lowerdir=/,upperdir=$0/up,workdir=$0/work" "$0/root"
-DESTDIR="$0/root" cmake --install "$1" --strip >/dev/null
-cp -r "$2" "$0/root/examples" && echo "$3" >"$0/root/steps"
-cat >"$0/root/etc/systemd/system/steps.service" <<END
-[Service]
-Type=oneshot
-ExecStart=/bin/sh -x /steps
-ExecStopPost=/bin/systemctl poweroff --force
-END
-printf '[Unit]\\nRequires=basic.target steps.service\\n' >"$0/root/etc/systemd/system/steps.target"
-systemd-nspawn -q -D "$0/root" --register=no --keep-unit --private-network --capability=all \\
-  --console=pipe -b systemd.unit=steps.target >&2
-cat "$0/root/log"
-"""
-CONTAINER = """exec >/log 2>&1
+CONTAINER = """
 groupadd netops && useradd -G netops member && useradd stranger
 echo netconf_socket_group=netops >>/usr/local/etc/acl-app/acl-app.conf
-for port in access-1 access-2 spare uplink; do
-  ip link add $port type veth peer name $port-peer && ip link set $port up && ip link set $port-peer up
-done
-ip link set lo up
-mount -o remount,rw /sys && mkdir -p /sys/fs/bpf && mount -t bpf bpf /sys/fs/bpf
 systemctl start acl-app
 nsenter --target $(systemctl show -P MainPID acl-app) --mount mkdir /sys/fs/bpf/acl-app/maps && echo pins
 grep -E 'CapEff|Seccomp:' /proc/$(systemctl show -P MainPID acl-app)/status
@@ -65,12 +43,10 @@ class UnitTest(unittest.TestCase):
     def test_the_daemon_works_under_it(self):
         if os.geteuid() != 0 or shutil.which("systemd-nspawn") is None:
             self.skipTest("a container with systemd takes root and systemd-nspawn")
-        scratch = pathlib.Path(f"/tmp/acl-app-unit.{os.getpid()}")
-        scratch.mkdir()
-        self.addCleanup(scratch.rmdir)
-        run = subprocess.run(
-            ["unshare", "--mount", "bash", "-c", HOST, scratch, BUILD, EXAMPLES, CONTAINER],
-            capture_output=True, text=True, timeout=120)
+        prepare = (f"DESTDIR=$root cmake --install '{BUILD}' --strip >/dev/null; "
+                   f"cp -r '{SOURCE}/examples' $root/examples")
+        run = subprocess.run([SOURCE / "tools/container", "/", prepare, CONTAINER],
+                             capture_output=True, text=True, timeout=170)
         if run.returncode != 0:
             self.skipTest("no container is to be had here: " + run.stderr[-300:])
         for said in ["+ echo pins", "CapEff:\t000000c000001000", "Seccomp:\t2", "commit 2 applied",

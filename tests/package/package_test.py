@@ -15,24 +15,6 @@ ROOT = pathlib.Path(__file__).parents[2]
 WORK = ROOT / "build/package"
 TREE = WORK / "acl-app"
 
-# Over a root that stays as it is, in memory. Ends with the container's output.
-HOST = """set -eu
-mount --make-rprivate / && mount -t tmpfs none "$0" && mkdir "$0/up" "$0/work" "$0/root"
-mount -t overlay overlay -o "lowerdir=$1,upperdir=$0/up,workdir=$0/work" "$0/root"
-cp "$2" "$0/root/first.deb" && cp "$3" "$0/root/second.deb"
-printf '%s' "$4" >"$0/root/steps" && printf '%s' "$5" >"$0/root/flood"
-cat >"$0/root/etc/systemd/system/steps.service" <<END
-[Service]
-Type=oneshot
-ExecStart=/bin/sh -x /steps
-ExecStopPost=/bin/systemctl poweroff --force
-END
-printf '[Unit]\\nRequires=basic.target steps.service\\n' >"$0/root/etc/systemd/system/steps.target"
-timeout 150 systemd-nspawn -q -D "$0/root" --register=no --keep-unit --private-network \\
-  --capability=all --console=pipe -b systemd.unit=steps.target >&2
-cat "$0/root/log"
-"""
-
 # Sends a denied frame every 2 ms until it is told to end; says how many came through.
 FLOOD = """import os, struct, sys, time
 sys.path.insert(0, "/flooding")
@@ -52,16 +34,11 @@ with f.listen("access-1", f.ETH_IPV4) as listener, f.socket.socket(f.socket.AF_P
             passed += listener.recv(2048) == frame
         except BlockingIOError:
             pass
-print(f"flood: {'many' if sent > 100 else sent} sent, {passed} passed")
+print("flood:", "many" if sent > 100 else sent, "sent,", passed, "passed")
 """
 
-CONTAINER = """exec >/log 2>&1
+CONTAINER = """
 export DEBIAN_FRONTEND=noninteractive
-for port in access-1 access-2 spare uplink; do
-  ip link add $port type veth peer name $port-peer && ip link set $port up && ip link set $port-peer up
-done
-ip link set lo up
-mount -o remount,rw /sys && mkdir -p /sys/fs/bpf && mount -t bpf bpf /sys/fs/bpf
 examples=/usr/share/doc/acl-app/examples
 frame() { python3 /flooding/send_frames.py access-1 access-1-peer 192.0.2.7 10.1.2.3 tcp 443 | cut -d ' ' -f 1; }
 service() { systemctl is-active acl-app; systemctl is-enabled acl-app; aclctl --version; }
@@ -216,12 +193,10 @@ class PackageTest(unittest.TestCase):
         if root is None:
             self.skipTest(reason)
         second, second_version, _ = build("--next", DEB_BUILD_OPTIONS="noautodbgsym")
-        scratch = pathlib.Path(f"/tmp/acl-app-package.{os.getpid()}")
-        scratch.mkdir()
-        self.addCleanup(scratch.rmdir)
-        done = subprocess.run(["unshare", "--mount", "bash", "-c", HOST, scratch, root,
-                               self.first, second, CONTAINER, FLOOD],
-                              capture_output=True, text=True, timeout=200, check=False)
+        prepare = f"""cp {self.first} $root/first.deb; cp {second} $root/second.deb
+                      printf %s '{FLOOD}' >$root/flood"""
+        done = subprocess.run([ROOT / "tools/container", root, prepare, CONTAINER],
+                              capture_output=True, text=True, timeout=170, check=False)
         if done.returncode != 0:
             self.skipTest("no container is to be had here: " + done.stderr[-300:])
         (WORK / "life.log").write_text(done.stdout)
