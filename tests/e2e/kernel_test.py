@@ -110,8 +110,10 @@ class KernelTest(DaemonTest):
         second = self.start("kernel", state_directory=self.directory / "second",
                             netconf_socket=self.directory / "second.sock")
         self.apply(second, (1, 80))
-        subprocess.run(["ip", "link", "set", "port0", "name", "other"], check=True)
-        self.addCleanup(subprocess.run, ["ip", "link", "set", "other", "name", "port0"], check=True)
+        rename = "ip link set %s down && ip link set %s name %s && ip link set %s up"
+        subprocess.run(rename % ("port0", "port0", "other", "other"), shell=True, check=True)
+        self.addCleanup(subprocess.run, rename % ("other", "other", "port0", "port0"), shell=True,
+                        check=True)
         self.assert_status(second, r"warning +enforced by nftables \(not by bpf: .*: another daemon "
                            "uses it\\) on 0 ports; no interface yet: port0")
         for daemon in (second, first):
