@@ -120,10 +120,11 @@ Failure PrintJson(Client* client, const std::string& check, const std::string& f
   return {};
 }
 
-// What the configuration would have that running has not, and how much that running has as well.
+// What the configuration would have that running has not; where there is any, how much it has in
+// all.
 void PrintFindings(const Findings& found, const std::vector<std::string>& added) {
   for (const std::string& line : added) std::printf("finding: %s\n", line.c_str());
-  if (found.count > added.size()) {
+  if (!added.empty() && found.count > added.size()) {
     std::printf("%zu findings in all; aclctl show findings has those of running\n", found.count);
   }
 }
