@@ -157,7 +157,7 @@ class LinesTest(DaemonTest):
             for command in ("show groups", "watch -n 1"):
                 with self.subTest(command, filter=words):
                     out = self.ok(f"{command} {words}")
-                    found = re.findall(r"(?m)^(?:L[23] +)?(eth\d) +\S+ +(\d+) ", out)
+                    found = re.findall(r"(?m)^(?:L[23] +)?(eth\d) +(?:(?:absent|down|up) +)?\S+ +(\d+) ", out)
                     self.assertEqual(sorted(found), entries)
         self.assertEqual(self.ok("show lines --find why").count("\n"), 1)
         self.assertEqual(self.ok("show lines guests"), SHOWN)

@@ -104,6 +104,30 @@ bool Shows(const EntryFilter& filter, const lyd_node* entry) {
   return !filter.hit || (!packets.empty() && packets != "0");
 }
 
+std::string MatchOf(const lyd_node* entry) {
+  const lyd_node* const match = FindChild(entry, "match");
+  std::string text;
+  for (const MatchWord& word : MatchWords()) {
+    const std::string value = ChildText(match, word.node);
+    if (value.empty()) continue;
+    const std::string mask = ChildText(match, MaskOf(word));
+    text += std::string(text.empty() ? "" : " ") + word.word + " " + value +
+            (mask.empty() ? "" : "/" + mask);
+  }
+  return text.empty() ? "any" : text;
+}
+
+std::string ActionOf(const lyd_node* entry) {
+  std::string text;
+  const lyd_node* child;
+  LY_LIST_FOR(lyd_child(FindChild(entry, "action")), child) {
+    if (!text.empty()) text += ", ";
+    text += host::XmlName(child);
+    if (!host::XmlText(child).empty()) text += " " + std::string(host::XmlText(child));
+  }
+  return text.empty() ? "none" : text;
+}
+
 std::string PortsOf(const lyd_node* entry) {
   std::string text;
   for (const lyd_node* port : Children(entry, "port")) {

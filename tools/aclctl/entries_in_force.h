@@ -26,7 +26,9 @@ Failure CheckEntryFilter(const EntryFilter& filter);
 // Whether `entry`, of acl-app-filters, is to be shown.
 bool Shows(const EntryFilter& filter, const lyd_node* entry);
 
-// The entry's interfaces; "any" when it names none.
+// In the words of words.h.
+std::string MatchOf(const lyd_node* entry);
+std::string ActionOf(const lyd_node* entry);
 std::string PortsOf(const lyd_node* entry);
 
 // Whether `pattern`, an address in the form of the groups ("10.0.0.0/8", "aa:bb:cc:dd:ee:ff") with

@@ -6,7 +6,8 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include "tools/aclctl/entry_words.h"
+#include "tools/aclctl/daemon_data.h"
+#include "tools/aclctl/interfaces.h"
 
 namespace aclctl {
 namespace {

@@ -8,8 +8,10 @@
 
 #include "host/netconf/xml_text.h"
 #include "tools/aclctl/commands.h"
-#include "tools/aclctl/entry_words.h"
+#include "tools/aclctl/daemon_data.h"
+#include "tools/aclctl/interfaces.h"
 #include "tools/aclctl/table.h"
+#include "tools/aclctl/words.h"
 
 namespace aclctl {
 namespace {
@@ -28,6 +30,29 @@ struct Hits {
 // What the entries in force have hit: by profile, ace-priority and interface.
 using ByInterface = std::map<std::string, Hits>;
 using HitsByOrigin = std::map<std::pair<std::string, std::string>, ByInterface>;
+
+// The configuration is read here without its schema.
+std::string MatchText(const lyd_node* match) {
+  std::string text;
+  for (const MatchWord& word : MatchWords()) {
+    const lyd_node* node = FindChild(match, word.node);
+    while (lyd_child(node) != nullptr) node = lyd_child(node);  // an address is wrapped in its form
+    if (node == nullptr) continue;
+    const std::string mask =
+        word.kind == MatchWord::Kind::kMac ? ChildText(match, MaskOf(word)) : "";
+    text += (text.empty() ? "" : " ") + std::string(word.word) + " " +
+            std::string(host::XmlText(node)) + (mask.empty() ? "" : "/" + mask);
+  }
+  return text.empty() ? "any" : text;
+}
+
+std::string ActionText(const lyd_node* action) {
+  const lyd_node* handling = lyd_child(FindChild(action, "packet-handling"));
+  std::string text = handling == nullptr ? "" : std::string(host::XmlName(handling));
+  const std::string pcp = ChildText(FindChild(action, "set"), "pcp");
+  if (!pcp.empty()) text += (text.empty() ? "set-pcp " : ", set-pcp ") + pcp;
+  return text.empty() ? "none" : text;
+}
 
 uint64_t NumberIn(const lyd_node* parent, const char* leaf) {
   return std::strtoull(ChildText(parent, leaf).c_str(), nullptr, 10);
@@ -74,6 +99,8 @@ class ProfilePrinter {
     const std::string priority = ChildText(FindChild(profile_, "acl-priority-" + type), "priority");
     std::printf("%s (%s, priority %s)%s\n", name_.c_str(), type.c_str(), priority.c_str(),
                 bound_.empty() ? ", bound to no interface" : "");
+    const std::string description = ChildText(profile_, "description");
+    if (!description.empty()) std::puts(description.c_str());
     PrintBindings();
     PrintEntries();
     if (bound_.size() > 1) PrintByInterface();
@@ -96,7 +123,8 @@ class ProfilePrinter {
                  {"MATCH"},
                  {"ACTION"},
                  {"PACKETS", Align::kRight},
-                 {"BYTES", Align::kRight}});
+                 {"BYTES", Align::kRight},
+                 {"DESCRIPTION", Align::kLeft, true}});
     for (const lyd_node* entry : Children(profile_, "access-list-entry")) {
       const ByInterface* const counted = HitsOf(entry);
       Hits total;
@@ -106,7 +134,8 @@ class ProfilePrinter {
       table.AddRow({ChildText(entry, "ace-priority"), MatchText(FindChild(entry, "match")),
                     ActionText(FindChild(entry, "action")),
                     counted == nullptr ? "-" : std::to_string(total.packets),
-                    counted == nullptr ? "-" : std::to_string(total.bytes)});
+                    counted == nullptr ? "-" : std::to_string(total.bytes),
+                    ChildText(entry, "description")});
     }
     if (!table.empty()) std::fputs(("\n" + table.Print()).c_str(), stdout);
   }

@@ -6,7 +6,7 @@
 #include "tools/aclctl/commands.h"
 #include "tools/aclctl/daemon_data.h"
 #include "tools/aclctl/entries_in_force.h"
-#include "tools/aclctl/entry_words.h"
+#include "tools/aclctl/interfaces.h"
 #include "tools/aclctl/table.h"
 
 namespace aclctl {
@@ -23,7 +23,7 @@ std::string StatesText(const lyd_node* entry, const InterfaceStates& states) {
   return text.empty() ? "-" : text;
 }
 
-void PrintGroup(const lyd_node* group, const EntryFilter& filter, const InterfaceStates& states,
+void PrintGroup(const lyd_node* group, const InterfaceStates& states, const EntryFilter& filter,
                 bool hits) {
   std::string type = ChildText(group, "type");
   for (char& c : type) c = std::toupper(static_cast<unsigned char>(c));
@@ -48,8 +48,8 @@ void PrintGroup(const lyd_node* group, const EntryFilter& filter, const Interfac
                                     StatesText(entry, states),
                                     known ? ChildText(entry, "profile") : "?",
                                     known ? ChildText(entry, "ace-priority") : "?",
-                                    MatchText(FindChild(entry, "match")),
-                                    ActionText(FindChild(entry, "action"))};
+                                    MatchOf(entry),
+                                    ActionOf(entry)};
     if (hits) {
       const lyd_node* counters = FindChild(entry, "hits");
       row.push_back(counters == nullptr ? "-" : ChildText(counters, "packets"));
@@ -83,7 +83,7 @@ Failure ShowGroups(const Common& common, const EntryFilter& filter, bool hits) {
   for (const lyd_node* group : Children(filters, "group")) {
     if (!first) std::putchar('\n');
     first = false;
-    PrintGroup(group, filter, states, hits);
+    PrintGroup(group, states, filter, hits);
   }
   return {};
 }

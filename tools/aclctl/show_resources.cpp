@@ -2,7 +2,8 @@
 #include <cstdio>
 
 #include "tools/aclctl/commands.h"
-#include "tools/aclctl/entry_words.h"
+#include "tools/aclctl/daemon_data.h"
+#include "tools/aclctl/interfaces.h"
 #include "tools/aclctl/table.h"
 
 namespace aclctl {

@@ -5,10 +5,11 @@
 
 #include "host/netconf/xml_text.h"
 #include "tools/aclctl/commands.h"
-#include "tools/aclctl/entry_words.h"
+#include "tools/aclctl/daemon_data.h"
 #include "tools/aclctl/frame_words.h"
 #include "tools/aclctl/schema.h"
 #include "tools/aclctl/table.h"
+#include "tools/aclctl/words.h"
 
 namespace aclctl {
 namespace {
@@ -44,6 +45,20 @@ std::string VerdictText(const lyd_node* trace) {
   return text;
 }
 
+// The fields of the frame as it is understood.
+std::string FieldsText(const lyd_node* frame) {
+  std::string text;
+  const auto add = [&](const char* word, const char* leaf) {
+    const std::string value = ChildText(frame, leaf);
+    if (!value.empty()) text += (text.empty() ? "" : " ") + std::string(word) + " " + value;
+  };
+  for (const MatchWord& word : MatchWords()) {
+    add(word.word, word.node);
+    if (word.node == std::string("pcp")) add("inner-ethertype", "inner-ethertype");
+  }
+  return text;
+}
+
 std::string DecisionText(const lyd_node* group) {
   const lyd_node* decider = FindChild(group, "decided-by");
   if (decider != nullptr) return EntryName(decider) + " (" + ChildText(decider, "text") + ")";
@@ -73,7 +88,7 @@ void PrintMissed(const lyd_node* group) {
 
 void PrintTrace(const lyd_node* trace, const std::string& interface) {
   const lyd_node* frame = FindChild(trace, "frame");
-  std::printf("frame: %s\n", MatchText(frame).c_str());
+  std::printf("frame: %s\n", FieldsText(frame).c_str());
   for (const lyd_node* note : Children(frame, "note")) {
     std::printf("       %s\n", std::string(host::XmlText(note)).c_str());
   }
@@ -98,7 +113,7 @@ void AddFrame(size_t number, const lyd_node* trace, Table* table) {
     if (decider == nullptr) continue;
     deciders += (deciders.empty() ? "" : ", ") + EntryName(decider);
   }
-  table->AddRow({std::to_string(number), MatchText(FindChild(trace, "frame")), VerdictText(trace),
+  table->AddRow({std::to_string(number), FieldsText(FindChild(trace, "frame")), VerdictText(trace),
                  deciders.empty() ? "-" : deciders});
 }
 

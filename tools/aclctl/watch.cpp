@@ -11,7 +11,6 @@
 #include "tools/aclctl/commands.h"
 #include "tools/aclctl/daemon_data.h"
 #include "tools/aclctl/entries_in_force.h"
-#include "tools/aclctl/entry_words.h"
 #include "tools/aclctl/table.h"
 #include "tools/aclctl/terminal.h"
 
@@ -36,7 +35,7 @@ struct Count {
 // An entry over several commits: its number in the group changes, where it comes from does not.
 std::string Identity(const lyd_node* group, const lyd_node* entry) {
   return ChildText(group, "type") + " " + PortsOf(entry) + " " + ChildText(entry, "profile") + " " +
-         ChildText(entry, "ace-priority") + " " + MatchText(FindChild(entry, "match"));
+         ChildText(entry, "ace-priority") + " " + MatchOf(entry);
 }
 
 std::string Rate(uint64_t now, uint64_t before, double seconds) {
@@ -100,8 +99,7 @@ class Watcher {
     const std::string layer = ChildText(group, "type") == "l2" ? "L2" : "L3";
     before = now;
     table->AddRow({layer, PortsOf(entry), ChildText(entry, "profile"),
-                   ChildText(entry, "ace-priority"), MatchText(FindChild(entry, "match")),
-                   ActionText(FindChild(entry, "action")),
+                   ChildText(entry, "ace-priority"), MatchOf(entry), ActionOf(entry),
                    hits == nullptr ? "-" : std::to_string(now.packets), packets, bytes});
     json->push_back({{"group", layer},
                      {"port", PortsOf(entry)},

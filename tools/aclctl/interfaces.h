@@ -1,6 +1,6 @@
-// Matches, actions and interfaces in the words of the tables.
-#ifndef TOOLS_ACLCTL_ENTRY_WORDS_H_
-#define TOOLS_ACLCTL_ENTRY_WORDS_H_
+// How the interfaces are that the groups in force name.
+#ifndef TOOLS_ACLCTL_INTERFACES_H_
+#define TOOLS_ACLCTL_INTERFACES_H_
 
 #include <map>
 #include <string>
@@ -8,12 +8,6 @@
 #include "tools/aclctl/daemon_data.h"
 
 namespace aclctl {
-
-// The leaves below `match`, of an entry in force or of a configured one, such as "protocol 6
-// dst-port 443"; "any" when there are none.
-std::string MatchText(const lyd_node* match);
-// The leaves below `action`, such as "permit, set-pcp 5"; "none" when there are none.
-std::string ActionText(const lyd_node* action);
 
 // An interface that the groups in force name.
 struct InterfaceState {
@@ -31,4 +25,4 @@ std::string CoverageText(const InterfaceStates& states);
 
 }  // namespace aclctl
 
-#endif  // TOOLS_ACLCTL_ENTRY_WORDS_H_
+#endif  // TOOLS_ACLCTL_INTERFACES_H_
