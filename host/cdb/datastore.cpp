@@ -267,9 +267,9 @@ class LibyangDatastore : public Datastore {
   // Brings the part `before` of running to `after`, which is valid by itself.
   DatastoreErrors Commit(const lyd_node* before, Tree after, TestOption test, const Origin& origin,
                          bool with_capacity = true) {
-    const Tree diff = Difference(context_.get(), before, after.get());
+    const SharedDifference diff(context_.get(), before, after.get());
     DatastoreErrors errors = checks_.Check(diff.get(), with_capacity);
-    if (!errors.empty() || diff == nullptr || test == TestOption::kTestOnly) return errors;
+    if (!errors.empty() || diff.get() == nullptr || test == TestOption::kTestOnly) return errors;
     const CommitInfo info{transaction_id_ + 1, NowMicroseconds(), origin, CountChanges(diff.get())};
     if (state_ != nullptr) {
       errors = state_->Write(info, diff.get(), after.get());

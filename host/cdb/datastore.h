@@ -105,7 +105,8 @@ class CommitObserver {
   // The commit is persistent, and running still has the old content: the last moment to look at it.
   virtual void BeforeCommit(const lyd_node* /*diff*/) {}
   // `diff` is the difference in libyang's form (nodes with yang:operation), owned by the datastore
-  // and valid during the call; running already has the new content.
+  // and valid during the call; running already has the new content, and may share what was created
+  // with it: it is to be read from the top down, or copied first.
   virtual void OnCommit(const lyd_node* diff, const CommitInfo& info) = 0;
   // A commit ended the doubt about the state; `diff` is null when running stays as it is.
   virtual void OnRecovery(const lyd_node* diff, const CommitInfo& info) {

@@ -26,11 +26,11 @@ DiffOperation DiffOperationOf(const lyd_node* node, DiffOperation inherited) {
   return inherited;
 }
 
-namespace {
-
 class DiffMaker {
  public:
-  explicit DiffMaker(const ly_ctx* context) : context_(context) {}
+  // With `borrowers` (may be null) created entries share their content, and are noted there.
+  DiffMaker(const ly_ctx* context, std::vector<SharedDifference::Borrower>* borrowers)
+      : context_(context), borrowers_(borrowers) {}
 
   Tree Take() { return Tree(first_); }
 
@@ -51,8 +51,7 @@ class DiffMaker {
       }
     }
     for (const lyd_node* now = after; now != nullptr; now = now->next) {
-      if (!IsKey(now) && FindSame(before, now) == nullptr)
-        Mark(Add(now, parent, LYD_DUP_RECURSIVE), "create");
+      if (!IsKey(now) && FindSame(before, now) == nullptr) Mark(AddCreated(now, parent), "create");
     }
   }
 
@@ -69,6 +68,17 @@ class DiffMaker {
     return AddCopy(node, parent, options, &first_);
   }
 
+  lyd_node* AddCreated(const lyd_node* now, lyd_node* parent) {
+    const bool shares =
+        borrowers_ != nullptr && parent != nullptr && now->schema->nodetype == LYS_LIST;
+    if (!shares) return Add(now, parent, LYD_DUP_RECURSIVE);
+    lyd_node* node = Add(now, parent, 0);
+    auto* entry = reinterpret_cast<lyd_node_inner*>(node);
+    borrowers_->emplace_back(entry, entry->child);
+    entry->child = lyd_child(now);
+    return node;
+  }
+
   void Mark(lyd_node* node, const char* operation) { SetMeta(node, "yang:operation", operation); }
 
   void SetMeta(lyd_node* node, const char* name, const char* value) {
@@ -77,10 +87,9 @@ class DiffMaker {
   }
 
   const ly_ctx* context_;
+  std::vector<SharedDifference::Borrower>* borrowers_;
   lyd_node* first_ = nullptr;
 };
-
-}  // namespace
 
 namespace {
 
@@ -120,7 +129,12 @@ class DiffApplier {
     lyd_node* made = nullptr;
     if (parent != nullptr && diff->schema->nodetype == LYS_LIST) made = FindSame(after, diff);
     if (made == nullptr || made == after) {
-      AddCopy(diff, parent, LYD_DUP_RECURSIVE, first_);
+      const lyd_node* copy = AddCopy(diff, parent, LYD_DUP_RECURSIVE, first_);
+      const lyd_node* content = lyd_child(diff);
+      // What is shared goes with `after`, so the copy's takes its place.
+      if (content != nullptr && lyd_parent(content) != diff)
+        const_cast<lyd_node_inner*>(reinterpret_cast<const lyd_node_inner*>(diff))->child =
+            lyd_child(copy);
       return;
     }
     lyd_unlink_tree(made);
@@ -139,9 +153,20 @@ bool ApplyDifference(const lyd_node* diff, Tree* tree, Tree* after) {
 }
 
 Tree Difference(const ly_ctx* context, const lyd_node* before, const lyd_node* after) {
-  DiffMaker maker(context);
+  DiffMaker maker(context, nullptr);
   maker.Compare(before, after, nullptr);
   return maker.Take();
+}
+
+SharedDifference::SharedDifference(const ly_ctx* context, const lyd_node* before,
+                                   const lyd_node* after) {
+  DiffMaker maker(context, &borrowers_);
+  maker.Compare(before, after, nullptr);
+  tree_ = maker.Take();
+}
+
+SharedDifference::~SharedDifference() {
+  for (const auto& [entry, keys] : borrowers_) entry->child = keys;
 }
 
 size_t CountChanges(const lyd_node* diff, DiffOperation inherited) {

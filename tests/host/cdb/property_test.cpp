@@ -205,7 +205,9 @@ class Follower : public CommitObserver {
   explicit Follower(const lyd_node* running) : copy_(CopyTree(running)) {}
   void OnCommit(const lyd_node* diff, const CommitInfo&) override {
     TreeBuilder builder(&copy_);
-    EXPECT_EQ(LY_SUCCESS, lyd_diff_apply_all(builder, diff));
+    lyd_node* whole = nullptr;
+    ASSERT_EQ(LY_SUCCESS, lyd_dup_siblings(diff, nullptr, LYD_DUP_RECURSIVE, &whole));
+    EXPECT_EQ(LY_SUCCESS, lyd_diff_apply_all(builder, Tree(whole).get()));
     EXPECT_EQ(Printed(diff), DifferenceText(diff));
     ++commits_;
   }
