@@ -5,7 +5,6 @@
 
 namespace host {
 
-using FiltersCommon::FiltersEntry;
 using FiltersCommon::MatchIngressPorts;
 
 SentGroup::SentGroup(const FiltersCommon::FiltersGroup& content,

@@ -32,8 +32,9 @@ const char* TextOf(const lyd_node* input, const char* name) {
 
 // The bytes that hexadecimal digits stand for; empty when they are not such.
 Frame FromHex(const std::string& digits) {
+  constexpr char kDigits[] = "0123456789abcdefABCDEF";
   Frame frame;
-  if (digits.size() % 2 != 0 || digits.find_first_not_of("0123456789abcdefABCDEF") != digits.npos) {
+  if (digits.size() % 2 != 0 || digits.find_first_not_of(kDigits) != std::string::npos) {
     return frame;
   }
   for (size_t i = 0; i < digits.size(); i += 2) {
