@@ -86,7 +86,7 @@ class AclctlTest(DaemonTest):
     def test_a_profile_is_shown_with_its_bindings(self):
         self.begin()
         rows = ["macs%s (l2, priority 1)", "", "INTERFACE STATE FILTERS", "acl0 absent not-enforced",
-                "", "ENTRY MATCH ACTION PACKETS BYTES",
+                "", "ENTRY MATCH ACTION PACKETS BYTES DESCRIPTION",
                 "1 src-mac 00:11:22:33:44:55/ff:ff:ff:00:00:00 vlan 10 deny - -",
                 "2 any permit, set-pcp 3 - -"]
         for profile in ([], ["macs%s"]):

@@ -2,6 +2,7 @@
 
 import json
 import os
+import pathlib
 import re
 import unittest
 
@@ -32,7 +33,8 @@ class LinesTest(DaemonTest):
 
     def ok(self, line, **options):
         status, out, err = self.run_(*line.split(), **options)
-        self.assertEqual((status, err), (0, ""), line)
+        err = [told for told in err.splitlines() if not told.startswith("aclctl: finding:")]
+        self.assertEqual((status, err), (0, []), line)
         return out
 
     def lines(self):
@@ -100,11 +102,11 @@ class LinesTest(DaemonTest):
         self.assertEqual(self.lines(), SHOWN)
 
     def test_every_leaf_of_the_schema_has_a_word(self):
-        text = open(f"{YANG}/acl-app.yang").read()
+        text = pathlib.Path(f"{YANG}/acl-app.yang").read_text()
         body = text[text.index("container match {") : text.index("grouping entry-action")]
         leaves = re.findall(r"\n      (?:  )?(?:leaf|container) (\S+) {", body)
         self.assertEqual(len(leaves), 13)
-        source = open(f"{YANG}/../tools/aclctl/words.cpp").read()
+        source = pathlib.Path(f"{YANG}/../tools/aclctl/words.cpp").read_text()
         for leaf in leaves:
             self.assertIn(f'"{leaf.removesuffix("-mask")}"', source)
 

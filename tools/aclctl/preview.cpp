@@ -123,6 +123,7 @@ Failure PrintJson(Client* client, const std::string& check, const std::string& f
 // What the configuration would have that running has not; where there is any, how much it has in
 // all.
 void PrintFindings(const Findings& found, const std::vector<std::string>& added) {
+  if (!added.empty()) std::putchar('\n');
   for (const std::string& line : added) std::printf("finding: %s\n", line.c_str());
   if (!added.empty() && found.count > added.size()) {
     std::printf("%zu findings in all; aclctl show findings has those of running\n", found.count);
