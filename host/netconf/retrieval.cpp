@@ -42,20 +42,30 @@ class ViewStream : public DataStream {
   }
 
   Progress Next(std::string* xml) override {
-    ViewPart part;
-    size_t nodes = 0;
-    while (view_.has_value() && view_->Next(&part)) {
-      if (!printer_.Print(part, xml)) return Progress::kFailed;
-      nodes += part.count;
-      if (nodes >= memory_->page_nodes) return Progress::kMore;
+    if (view_.has_value()) {
+      const Progress progress = PrintPage(xml);
+      if (progress != Progress::kEnd) return progress;
+      view_.reset();
     }
-    view_.reset();
     if (with_state_ && NextState()) return Progress::kMore;
     printer_.Finish(xml);
     return Progress::kEnd;
   }
 
  private:
+  // Prints what there is of the view, up to about a page. No part outlives the view, which keeps
+  // alive what the part's page is of.
+  Progress PrintPage(std::string* xml) {
+    ViewPart part;
+    size_t nodes = 0;
+    while (view_->Next(&part)) {
+      if (!printer_.Print(part, xml)) return Progress::kFailed;
+      nodes += part.count;
+      if (nodes >= memory_->page_nodes) return Progress::kMore;
+    }
+    return Progress::kEnd;
+  }
+
   // Turns to the next tree of state; false when there is none left.
   bool NextState() {
     if (!written_seen_) {

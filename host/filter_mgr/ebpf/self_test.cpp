@@ -163,7 +163,7 @@ bool MakeMaps(const std::vector<Rule>& l2, const std::vector<Rule>& l3, FilterMa
       *reason = std::string("the kernel gives no map: ") + strerror(-error);
       return false;
     }
-    if (id < CLS_ARRAYS) {
+    if (id < CLS_ARRAYS && memory.capacity(array) != 0) {
       memcpy((*maps)[id]->base(), memory.base(array), memory.capacity(array) * MapElementSize(id));
     }
   }
