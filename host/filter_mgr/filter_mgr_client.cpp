@@ -105,10 +105,11 @@ class FilterMgrClient::Impl : private host::FilterControl {
            return host::BuildGroupState(context, table_, host::InterfaceNameOf);
          },
          [this] { return host::OpenGroupState(table_, host::InterfaceNameOf, alive_); }});
-    interfaces_ = providers_->Add({"acl-app-filters", "interfaces", [this](const ly_ctx* context) {
-                                     return host::BuildInterfaceState(
-                                         context, table_, host::InterfaceNameOf, host::LinkStateOf);
-                                   }});
+    interfaces_ =
+        providers_->Add({"acl-app-filters", "interfaces", [this](const ly_ctx* context) {
+                           return host::BuildInterfaceState(context, table_, host::InterfaceNameOf,
+                                                            host::ReadLinkStates());
+                         }});
     providers_->SetAnswer(kTrace, [this](const lyd_node* input, std::string* error) {
       return host::AnswerTrace(input, table_, host::InterfaceNameOf, error);
     });

@@ -1,16 +1,14 @@
-// Whether an interface is there, and carries frames.
+// Which interfaces are there, and carry frames.
 #ifndef HOST_FILTER_MGR_LINUX_LINK_STATE_H_
 #define HOST_FILTER_MGR_LINUX_LINK_STATE_H_
-
-#include <string>
 
 #include "host/filter_mgr/port_names.h"
 
 namespace host {
 
-// Of the interface `name` in the process's network namespace, as the kernel tells it now
-// (netdevice(7), SIOCGIFFLAGS). kUp: it is set up and has a link.
-LinkState LinkStateOf(const std::string& name);
+// Those of the process's network namespace, as they are now (getifaddrs(3)); all are absent, with a
+// log line, when they cannot be read. kUp: it is set up and has a link.
+LinkStates ReadLinkStates();
 
 }  // namespace host
 
