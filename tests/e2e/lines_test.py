@@ -57,9 +57,10 @@ class LinesTest(DaemonTest):
             ("rename acl guests visitors", [("guests", "visitors")]),
             ("unbind visitors eth0", [("eth0 ", "")]),
             ("delete acl visitors 110 match tos", [("tos 16", "any")]),
-            ("delete acl visitors 100 description", [(' description "why"', "")]),
+            ("set acl visitors 100 description [a,b]", [("why", "[a,b]")]),
+            ("delete acl visitors 100 description", [(r' description "\[a,b\]"', "")]),
             ("delete acl visitors 100", [("set acl visitors 100.*\n", "")]),
-            ("bind visitors eth7", [("eth1", "eth1 eth7")]),
+            ("bind visitors #7", [("eth1", '"#7" eth1')]),
             ("unbind visitors", [("bind .*\n", "")]),
             ("delete acl visitors", [("(?s).*", "")]),
         ):
@@ -115,6 +116,7 @@ class LinesTest(DaemonTest):
         entry = {"ace-priority": 10, "match": {"ip-protocol": "tcp"}}
         profile = {"acl-type": "l3", "acl-name": "guests", "access-list-entry": [entry]}
         inner = {"acl-profile": {"ingress": {"access-list": [profile]}}}
+        inner["interface"] = [{"interface-name": "unbound"}]  # which no line tells of
         edit = json.dumps({"acl-app:config": {"access-list": inner}})
         status, _, err = self.run_("apply", "-", text=edit)
         self.assertEqual(status, 0)

@@ -9,20 +9,41 @@
 #include "tools/aclctl/commands.h"
 
 namespace aclctl {
+namespace {
+
+// CLI11 takes a word in brackets for a list, and takes it apart. A NUL at its end, which no word of
+// a command line has, keeps it whole until it has been read.
+std::string HideBrackets(const std::string& word) {
+  const bool list = word.size() > 1 && word.front() == '[' && word.back() == ']';
+  return list ? word + '\0' : word;
+}
+
+std::string ShowBrackets(std::string word) {
+  if (!word.empty() && word.back() == '\0') word.pop_back();
+  return word;
+}
+
+// Declares an operand or an option, and where its values go.
+template <typename Value>
+CLI::Option* AddValue(CLI::App* app, const char* names, Value* value, const char* help) {
+  return app->add_option(names, *value, help)->transform(ShowBrackets);
+}
+
+}  // namespace
 
 void Syntax::Operand(const char* name, std::string* value, const char* help, Names names) {
-  app_->add_option(name, *value, help)->required()->type_name(" ");
+  AddValue(app_, name, value, help)->required()->type_name(" ");
   operands_.push_back(names);
 }
 
 void Syntax::OptionalOperand(const char* name, std::string* value, const char* help, Names names) {
-  app_->add_option(name, *value, help)->type_name(" ");
+  AddValue(app_, name, value, help)->type_name(" ");
   operands_.push_back(names);
 }
 
 void Syntax::Operands(const char* name, std::vector<std::string>* values, size_t least,
                       const char* help, Names names) {
-  app_->add_option(name, *values, help)->type_name(" ")->required(least > 0);
+  AddValue(app_, name, values, help)->type_name(" ")->required(least > 0);
   operands_.push_back(names);
 }
 
@@ -32,7 +53,7 @@ void Syntax::Flag(const char* names, bool* value, const char* help) {
 
 void Syntax::Option(const char* names, const char* value_name, std::string* value, const char* help,
                     Names of_value) {
-  const CLI::Option* option = app_->add_option(names, *value, help)->type_name(value_name);
+  const CLI::Option* option = AddValue(app_, names, value, help)->type_name(value_name);
   for (const std::string& name : option->get_lnames()) values_["--" + name] = of_value;
 }
 
@@ -69,7 +90,7 @@ struct Globals {
 void AddGlobals(CLI::App* app, unsigned traits, Globals* globals) {
   app->add_flag("--json", globals->json, "print JSON");
   if ((traits & kXml) != 0) app->add_flag("--xml", globals->xml, "print XML");
-  app->add_option("--socket", globals->socket, "the daemon's NETCONF socket")->type_name("PATH");
+  AddValue(app, "--socket", &globals->socket, "the daemon's NETCONF socket")->type_name("PATH");
 }
 
 std::string Example(const Command& command) {
@@ -158,6 +179,7 @@ Failure ReadCommand(const Command& command, std::vector<std::string> words, Comm
   line->run = command.set_up(&syntax);
   Globals globals;
   AddGlobals(&app, command.traits, &globals);
+  std::transform(words.begin(), words.end(), words.begin(), HideBrackets);
   std::reverse(words.begin(), words.end());  // as the parser takes them
   try {
     app.parse(words);

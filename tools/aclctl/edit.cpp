@@ -148,8 +148,15 @@ class Editing {
  private:
   // What is running without what the text is about.
   ConfigTree Rest() const {
-    if (wanted_.profile.empty()) return ConfigTree(context_, nullptr);
     ConfigTree rest = running_->Copy();
+    if (wanted_.profile.empty()) {
+      for (lyd_node* profile : rest.Profiles()) lyd_free_tree(profile);
+      // No line tells of an interface without bindings, so that none can take it away.
+      for (lyd_node* interface : rest.Interfaces()) {
+        if (ChildNamed(interface, "ingress") != nullptr) lyd_free_tree(interface);
+      }
+      return rest;
+    }
     lyd_node* profile = rest.FindProfile(wanted_.profile);
     if (profile == nullptr) return rest;
     ApplyStatement({"unbind", wanted_.profile}, &rest);
@@ -164,7 +171,7 @@ class Editing {
 };
 
 // Shows what the edit would change, and what would be found in it; fails where it would be refused.
-Failure Preview(Client* client, const Edit& edit) {
+Failure Preview(const Common& common, Client* client, const Edit& edit) {
   host::Tree reply;
   Failure failure = client->Call("<compare xmlns=\"urn:acl-app:history\"><default-operation>" +
                                      edit.default_operation + "</default-operation><config>" +
@@ -175,9 +182,13 @@ Failure Preview(Client* client, const Edit& edit) {
   if (!failure) failure = FetchFindings(client, "", &before);
   if (!failure) failure = FetchFindings(client, FindingsInput(edit), &then);
   if (failure) return failure;
-  std::fputs(PrintDifference(reply.get()).c_str(), stdout);
-  for (const std::string& line : then.Since(before)) std::printf("finding: %s\n", line.c_str());
-  std::fflush(stdout);
+  // Standard output is for JSON where that is asked for.
+  std::FILE* const to = common.form == Form::kJson ? stderr : stdout;
+  std::fputs(PrintDifference(reply.get()).c_str(), to);
+  for (const std::string& line : then.Since(before)) {
+    std::fprintf(to, "finding: %s\n", line.c_str());
+  }
+  std::fflush(to);
   return {};
 }
 
@@ -193,17 +204,18 @@ Failure EditOnce(const Common& common, Client* client, const Editing& editing, c
   Failure failure = editing.Read(text, &edit);
   if (!failure && edit.config.empty()) {
     *done = true;
-    std::puts("nothing to change");
+    std::puts(common.form == Form::kJson ? "{\"result\": \"unchanged\"}" : "nothing to change");
     return {};
   }
-  if (!failure) failure = Preview(client, edit);
+  if (!failure) failure = Preview(common, client, edit);
   if (!failure) {
     const char answer = wanted.yes ? 'y' : Ask("Apply this? [y]es, [e]dit again, [n]o:");
     *done = answer != 'e';
     if (answer == 'e') return {};
     if (answer != 'y') {
       draft->Keep();
-      std::printf("nothing is changed; the text is in %s\n", draft->path().c_str());
+      std::fprintf(common.form == Form::kJson ? stderr : stdout,
+                   "nothing is changed; the text is in %s\n", draft->path().c_str());
       return {};
     }
     failure = CommitEdit(common, client, edit, wanted.options);

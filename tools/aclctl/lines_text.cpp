@@ -16,13 +16,16 @@ std::string InQuotes(const std::string& text) {
   return quoted + "\"";
 }
 
+// A name. Of what names may have, only "#" in front means something else in a line.
+std::string Named(const std::string& name) { return name[0] == '#' ? InQuotes(name) : name; }
+
 std::string Described(const lyd_node* node) {
   const std::string text = host::ChildText(node, "description");
   return text.empty() ? "" : " description " + InQuotes(text);
 }
 
 std::string EntryInLine(const std::string& profile, const lyd_node* entry) {
-  return "set acl " + profile + " " + host::ChildText(entry, "ace-priority") + " match " +
+  return "set acl " + Named(profile) + " " + host::ChildText(entry, "ace-priority") + " match " +
          ConfiguredMatch(ChildNamed(entry, "match")) + " action " +
          ConfiguredAction(ChildNamed(entry, "action"), " ") + Described(entry) + "\n";
 }
@@ -58,7 +61,7 @@ std::string SplitLine(std::string_view line, Statement* words) {
 
 std::string ProfileInLines(const lyd_node* profile) {
   const std::string name = host::ChildText(profile, "acl-name");
-  std::string text = "set acl " + name + " type " + TypeOf(profile) + " priority " +
+  std::string text = "set acl " + Named(name) + " type " + TypeOf(profile) + " priority " +
                      PriorityOf(profile) + Described(profile) + "\n";
   for (const lyd_node* entry : EntriesOf(profile)) text += EntryInLine(name, entry);
   return text;
@@ -69,10 +72,10 @@ std::string BindingsInLines(const ConfigTree& config, const std::string& profile
   for (const lyd_node* interface : config.Interfaces()) {
     for (const lyd_node* binding : ChildrenNamed(interface, "ingress")) {
       if (profile != host::TextOf(binding)) continue;
-      text += " " + host::ChildText(interface, "interface-name");
+      text += " " + Named(host::ChildText(interface, "interface-name"));
     }
   }
-  return text.empty() ? "" : "bind " + profile + text + "\n";
+  return text.empty() ? "" : "bind " + Named(profile) + text + "\n";
 }
 
 std::string InLines(const ConfigTree& config) {
