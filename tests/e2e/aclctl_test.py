@@ -3,10 +3,11 @@
 import json
 import socket
 import struct
+import subprocess
 import threading
 import unittest
 
-from daemon import DaemonTest
+from daemon import ACLCTL, DaemonTest
 
 MACS = {"source-mac-address": "00:11:22:33:44:55", "source-mac-address-mask": "ff:ff:ff:00:00:00"}
 DENY, PERMIT = {"packet-handling": {"deny": [None]}}, {"packet-handling": {"permit": [None]}}
@@ -112,6 +113,7 @@ class AclctlTest(DaemonTest):
             ("dst 2001:db8::1 tcp 443 tpid 0x88a8", "inner-ethertype 0x86dd dst-port 443\n"),
             ("tcp 443 vlan 11", "L2:    macs%s entry 2 (any frame: permit, set-pcp 3)\n"
              "L3:    no entries\nframe is passed, pcp 3, queue 3\n"),
+            ("vlan 010", "vlan 10 "),
             ("tcp 443 vlan 11 --why", "PROFILE  ENTRY  MISSES\nmacs%s       1  vlan 10, "),
         ):
             self.assertIn(says, self.run_ok("trace", "acl0", *words.split()))
@@ -134,7 +136,8 @@ class AclctlTest(DaemonTest):
             (2, "src 10.0.0", "no IP address"), (2, "--hex 0", "hexadecimal"),
             (2, "", "by words, by --hex or by --pcap"), (5, "--hex 00", "length"),
             (3, "--pcap nothing", "cannot read nothing"), (2, "tcp 1 -n 2", "-n is for --pcap"),
-            (3, f"--pcap {capture} -n 3", "has 2 frames"),
+            (3, f"--pcap {capture} -n 3", "has 2 frames"), (2, "tos tcp", "tos takes a number"),
+            (2, "src 10.0.0.1 dst ::1", "different IP versions"),
         ):
             self.assert_fails(status, "trace", "acl0", *words.split(), says=[says])
 
@@ -301,6 +304,7 @@ class AclctlTest(DaemonTest):
             ("history -n x", ["number", '"x"']),
             ("history -n=", ["from 1 to 10000"]),
             ("history -n 10001", ["from 1 to 10000"]),
+            ("watch -n 1 -i nan", ["from 0.1 to 3600"]),
             ("rollback x", ["number", '"x"']),
             ("show commit 18446744073709551616", ["to 18446744073709551615"]),
         ):
@@ -345,6 +349,9 @@ class AclctlTest(DaemonTest):
         ):
             self.assert_fails(5, "apply", "--replace", self.write(name, text), says=says)
         self.assertEqual(self.run_ok("show", "config"), before)
+        with open("/dev/full", "w") as full:
+            command = [ACLCTL, "--socket", self.running.socket, "show", "config"]
+            self.assertEqual(subprocess.run(command, stdout=full, stderr=subprocess.DEVNULL).returncode, 3)
         self.running.stop()
         self.assert_fails(4, "show", "config", says=["is it running"])
 

@@ -6,6 +6,7 @@
 #include <pcap/pcap.h>
 
 #include <array>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -48,14 +49,20 @@ constexpr char kWords[] =
     "dst-port";
 
 std::optional<uint16_t> NumberOf(const std::string& text, unsigned long most) {
+  const bool hexadecimal = text.rfind("0x", 0) == 0;
+  const char* const begin = text.data() + (hexadecimal ? 2 : 0);
+  const char* const end = text.data() + text.size();
+  unsigned long value = 0;
+  const auto [read_to, error] = std::from_chars(begin, end, value, hexadecimal ? 16 : 10);
+  if (error != std::errc() || read_to != end || value > most) return std::nullopt;
+  return static_cast<uint16_t>(value);
+}
+
+std::optional<uint16_t> ProtocolOf(const std::string& text) {
   static const std::map<std::string, uint16_t> kNames = {
       {"icmp", 1}, {"tcp", 6}, {"udp", 17}, {"icmpv6", 58}, {"sctp", 132}};
   const auto named = kNames.find(text);
-  if (named != kNames.end() && most == 255) return named->second;
-  char* end = nullptr;
-  const unsigned long value = std::strtoul(text.c_str(), &end, 0);
-  if (text.empty() || text[0] == '-' || *end != '\0' || value > most) return std::nullopt;
-  return static_cast<uint16_t>(value);
+  return named != kNames.end() ? named->second : NumberOf(text, 255);
 }
 
 Failure Usage(const std::string& message) { return {kUsage, message, {}}; }
@@ -93,7 +100,9 @@ Failure Read(const std::vector<std::string>& words, Wanted* wanted) {
     const std::string value = i + 1 < words.size() ? words[i + 1] : "";
     if (address) {
       if (Failure failure = SetAddress(word, value, wanted)) return failure;
-    } else if (const auto read = NumberOf(value, number->most)) {
+    } else if (const auto read = number->field == std::string("protocol")
+                                     ? ProtocolOf(value)
+                                     : NumberOf(value, number->most)) {
       wanted->numbers[number->field] = *read;
     } else if (carrier) {
       continue;
@@ -102,6 +111,11 @@ Failure Read(const std::vector<std::string>& words, Wanted* wanted) {
                    value + "\"");
     }
     ++i;
+  }
+  const std::string &source = wanted->source_ip, &destination = wanted->destination_ip;
+  if (!source.empty() && !destination.empty() &&
+      (source.find(':') == std::string::npos) != (destination.find(':') == std::string::npos)) {
+    return Usage("src " + source + " and dst " + destination + " are of different IP versions");
   }
   return {};
 }

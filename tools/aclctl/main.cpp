@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <clocale>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,14 @@ int Report(const Failure& failure) {
   return failure.code;
 }
 
+// What has been printed may have failed before, when it no longer fitted into the buffer. A reader
+// that has seen enough is no failure.
+Failure FinishOutput() {
+  const bool written = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+  if (written || errno == EPIPE) return {};
+  return {kFile, std::string("cannot write: ") + std::strerror(errno), {}};
+}
+
 int Main(const std::vector<std::string>& words) {
   setlocale(LC_CTYPE, "");  // tables measure text in the terminal's characters
   CommandLine line;
@@ -35,7 +44,7 @@ int Main(const std::vector<std::string>& words) {
   }
   if (!line.print.empty()) {
     std::fputs(line.print.c_str(), stdout);
-    return kSuccess;
+    return Report(FinishOutput());
   }
   std::string error;
   if (line.common.socket.empty() && !host::FindSocket(&line.common.socket, &error)) {
@@ -47,10 +56,7 @@ int Main(const std::vector<std::string>& words) {
   {
     const Pager pager((line.command->traits & kPaged) != 0 && line.common.form == Form::kText);
     failure = line.run(line.common);
-    if (std::fflush(stdout) != 0 && errno != EPIPE) {
-      std::perror("aclctl: cannot write");
-      return kFile;
-    }
+    if (const Failure not_written = FinishOutput()) failure = failure ? failure : not_written;
   }
   return Report(failure);
 }

@@ -127,7 +127,9 @@ Failure ReadFrames(const Wanted& wanted, std::vector<FrameBytes>* frames) {
   if (!wanted.capture.empty()) {
     if (Failure failure = FramesFromCapture(wanted.capture, frames)) return failure;
     if (wanted.number.empty()) return {};
-    const size_t number = std::strtoul(wanted.number.c_str(), nullptr, 10);
+    char* end = nullptr;
+    const size_t number = std::strtoul(wanted.number.c_str(), &end, 10);
+    if (*end != 0) return {kUsage, "-n takes a number, not \"" + wanted.number + "\"", {}};
     if (number == 0 || number > frames->size()) {
       return {kFile, wanted.capture + " has " + std::to_string(frames->size()) + " frames", {}};
     }

@@ -120,9 +120,13 @@ class Watcher {
 
 Failure Watch(const Common& common, const Wanted& wanted) {
   if (Failure failure = CheckEntryFilter(wanted.filter)) return failure;
-  const double interval = std::strtod(wanted.interval.c_str(), nullptr);
-  const long rounds = std::strtol(wanted.rounds.c_str(), nullptr, 10);
-  if (interval < 0.1 || interval > 3600 || (!wanted.rounds.empty() && rounds < 1)) {
+  char *interval_end = nullptr, *rounds_end = nullptr;
+  const double interval = std::strtod(wanted.interval.c_str(), &interval_end);
+  const long rounds = std::strtol(wanted.rounds.c_str(), &rounds_end, 10);
+  // "nan" is a number too, and neither too small nor too large.
+  const bool in_range = interval >= 0.1 && interval <= 3600;
+  if (!in_range || *interval_end != 0 || *rounds_end != 0 ||
+      (!wanted.rounds.empty() && rounds < 1)) {
     return {kUsage, "-i takes seconds from 0.1 to 3600, -n a number of times", {}};
   }
   Client client;
