@@ -71,6 +71,10 @@ std::vector<std::string> Findings::Since(const Findings& before) const {
   for (const Line& line : lines) {
     if (known.count(line.Text()) == 0) added.push_back(line.Text());
   }
+  const size_t more = count > before.count ? count - before.count : 0;
+  if (count > lines.size() && more > added.size()) {
+    added.push_back(std::to_string(more - added.size()) + " more, which are not listed");
+  }
   return added;
 }
 
