@@ -208,7 +208,7 @@ FilterMgrError EbpfBackend::Compare(PreparedGroup* prepared) {
       return false;
     }
     prepared->group.ports.insert(name);
-    if (!ports_->NumberOf(name, number)) return false;
+    if (!ports_->NumberOf(name, number, &reason)) return false;
     if (*number >= update_of.size() || update_of[*number] == nullptr) open(*number);
     return true;
   });

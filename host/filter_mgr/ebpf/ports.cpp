@@ -43,13 +43,16 @@ bool FilterPorts::Find(const std::string& port, uint32_t* number) const {
   return true;
 }
 
-bool FilterPorts::NumberOf(const std::string& port, uint32_t* number) {
+bool FilterPorts::NumberOf(const std::string& port, uint32_t* number, std::string* reason) {
   if (Find(port, number)) return true;
   // No interface can have a longer name; such a port never gets a frame.
   if (port.size() >= kNameSize) return false;
   uint32_t free = 0;
   while (free < names_.size() && !names_[free].empty()) ++free;
-  if (!store_->GrowMap(kMapPortNames, free + 1)) return false;
+  if (!store_->GrowMap(kMapPortNames, free + 1)) {
+    *reason = "there is no room for the port " + port;
+    return false;
+  }
   if (free == names_.size()) names_.emplace_back();
   names_[free] = port;
   number_of_[port] = free;

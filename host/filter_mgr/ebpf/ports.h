@@ -30,8 +30,9 @@ class FilterPorts {
 
   // Takes over the ports that the maps name.
   void Adopt();
-  // The number of a port, given to it if need be. False when the maps have no room for more.
-  bool NumberOf(const std::string& port, uint32_t* number);
+  // The number of a port, given to it if need be. False where it has none: without a `reason` when
+  // no interface can have such a name, with one when the maps cannot grow.
+  bool NumberOf(const std::string& port, uint32_t* number, std::string* reason);
   // The same for a port that has one; false for others.
   bool Find(const std::string& port, uint32_t* number) const;
   bool Names(const std::string& port) const { return number_of_.count(port) != 0; }
