@@ -58,7 +58,11 @@ bool Analysis::Step(uint64_t work) {
       LookAtNextEntry(chain, profile);
     }
   }
-  while (work_ < end && next_ports_ < ports_.size()) LookAtPorts(ports_[next_ports_++]);
+  while (work_ < end && next_ports_ < ports_.size()) {
+    if (!LookAtPorts(ports_[next_ports_])) continue;
+    ++next_ports_;
+    ports_at_ = {};
+  }
   if (at_.chain < chains_.size() || next_ports_ < ports_.size()) return true;
   std::stable_sort(result_.list.begin(), result_.list.end(),
                    [](const Finding& a, const Finding& b) { return a.kind < b.kind; });
@@ -191,32 +195,50 @@ void Analysis::TellCover(const Placed& placed, const std::vector<uint32_t>& cove
   Tell(std::move(finding));
 }
 
-std::vector<Decider> Analysis::DecidersOf(const std::vector<const std::string*>& profiles) {
-  std::vector<Decider> deciders;
-  for (const std::string* name : profiles) {
-    for (const Entry& entry : configuration_->profiles.at(*name).entries) {
-      deciders.push_back({SetOf(entry.matches), entry.action == Entry::Action::kDeny});
-      work_ += kEntryWork;
-    }
-  }
-  return deciders;
-}
-
 // IPv6 without a tag and without a port, such as ICMPv6 or a fragment: what an entry for IPv6
 // matches, and one that only names a port does not.
-void Analysis::LookAtPorts(const Ports& ports) {
-  const size_t plain = PlainIpv6Class();
-  bool denies = false, names_ports = false;
-  for (const Decider& decider : DecidersOf(ports.l3)) {
-    if ((decider.set.classes >> plain & 1) != 0) return;
-    denies = denies || decider.deny;
-    names_ports = names_ports || (decider.set.classes >> (plain + 1) & 1) != 0;
+bool Analysis::LookAtPorts(const Ports& ports) {
+  PortsCursor& at = ports_at_;
+  const auto& profiles = at.in_l2 ? ports.l2 : ports.l3;
+  ++work_;
+  if (at.profile == profiles.size()) {
+    if (at.in_l2) TellIpv6Passes(ports);
+    if (at.in_l2 || !at.denies) return true;
+    at.in_l2 = true;
+    at.profile = 0;
+    return false;
   }
-  if (!denies) return;
-  if (!SomePasses(DecidersOf(ports.l2), PartOf({{}, {}, ~Classes{0}}, plain), plain)) return;
+  const std::vector<Entry>& entries = configuration_->profiles.at(*profiles[at.profile]).entries;
+  if (at.entry == entries.size()) {
+    ++at.profile;
+    at.entry = 0;
+    return false;
+  }
+  const Entry& entry = entries[at.entry++];
+  const FrameSet set = SetOf(entry.matches);
+  work_ += kEntryWork;
+  if (!at.in_l2) return !LookAtL3Entry(entry, set);
+  if ((set.classes >> PlainIpv6Class() & 1) != 0) {
+    at.l2.push_back({set, entry.action == Entry::Action::kDeny});
+  }
+  return false;
+}
+
+// False when the entry is about plain IPv6, so that there is nothing to tell.
+bool Analysis::LookAtL3Entry(const Entry& entry, const FrameSet& set) {
+  const size_t plain = PlainIpv6Class();
+  if ((set.classes >> plain & 1) != 0) return false;
+  if (entry.action == Entry::Action::kDeny) ports_at_.denies = true;
+  if ((set.classes >> (plain + 1) & 1) != 0) ports_at_.names_ports = true;
+  return true;
+}
+
+void Analysis::TellIpv6Passes(const Ports& ports) {
+  const size_t plain = PlainIpv6Class();
+  if (!SomePasses(ports_at_.l2, PartOf({{}, {}, ~Classes{0}}, plain), plain)) return;
   Finding finding{Kind::kIpv6Passes, ports.interfaces, {}, {}, {}};
   finding.text = "IPv6 passes: no L3 entry is about it";
-  if (names_ports) finding.text += ", but for destination ports that entries name";
+  if (ports_at_.names_ports) finding.text += ", but for destination ports that entries name";
   Tell(std::move(finding));
 }
 

@@ -71,6 +71,14 @@ class Analysis {
     std::vector<Placed> before;
   };
 
+  // Where the look at the next ports is: in one group, then in the other.
+  struct PortsCursor {
+    bool in_l2 = false;
+    size_t profile = 0, entry = 0;
+    bool denies = false, names_ports = false;  // what L3 entries do
+    std::vector<Decider> l2;                   // those that may decide about plain IPv6
+  };
+
   void FindChains();
   void LookAtInterfaces();
   void LookAtNextEntry(const Chain& chain, const Profile& profile);
@@ -79,8 +87,10 @@ class Analysis {
   bool LookForCover(const Placed& placed, const FrameSet& set, const Names& interfaces);
   void TellCover(const Placed& placed, const std::vector<uint32_t>& cover, bool all_frames,
                  const Names& interfaces);
-  void LookAtPorts(const Ports& ports);
-  std::vector<Decider> DecidersOf(const std::vector<const std::string*>& profiles);
+  // Goes on by an entry at most; true when there is no more to look at.
+  bool LookAtPorts(const Ports& ports);
+  bool LookAtL3Entry(const Entry& entry, const FrameSet& set);
+  void TellIpv6Passes(const Ports& ports);
   void Tell(Finding finding);
 
   const std::shared_ptr<const Configuration> configuration_;
@@ -88,6 +98,7 @@ class Analysis {
   std::vector<Chain> chains_;
   std::vector<Ports> ports_;
   size_t next_ports_ = 0;
+  PortsCursor ports_at_;
   Cursor at_;
   std::unordered_set<const Entry*> idle_;  // those that decide nothing in their own profile
   uint64_t work_ = 0, union_work_ = 0;     // done so far
