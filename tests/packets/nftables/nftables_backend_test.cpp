@@ -360,6 +360,24 @@ class FaultySocket : public NetlinkSocket {
   FaultPlan* plan_;
 };
 
+// Nobody who looks at the hits while entries change finds none.
+TEST_F(NftablesBackendTest, AReadingOfHitsGoesOnThroughUpdates) {
+  std::vector<PlacedEntry> entries = Denying(0, 2000);
+  FiltersGroup group = GroupOf(kL3Type, entries);
+  Apply(group);
+  SendOne(group, 700, 700);
+  const auto reading = backend_->ReadHits(kL3);
+  for (uint32_t i = 0; reading->Next() == HitsReading::Progress::kMore; ++i) {
+    ASSERT_LT(i, 100u);
+    for (size_t at = i % 2; at < 500; at += 2) entries[at] = {DenyTo(i << 16 | (9000 + at))};
+    entries.insert(entries.begin(), {DenyTo(i << 16 | 8000)});
+    Apply(group = GroupOf(kL3Type, entries));
+  }
+  ASSERT_EQ(entries.size(), reading->hits.size());
+  EXPECT_GT(entries.size(), 2001u);
+  EXPECT_EQ(1u, reading->hits[entries.size() - 1300].packets);
+}
+
 // Another program that changes the packet filter all the time, and cannot be stopped by ownership.
 TEST_F(NftablesBackendTest, UpdatesSucceedWhileOthersChangeThePacketFilter) {
   Without(/*ownership=*/false, /*hooks_by_name=*/true);
