@@ -40,4 +40,12 @@ std::string CoverageText(const InterfaceStates& states) {
   return text;
 }
 
+std::string StatesOf(const lyd_node* entry, const InterfaceStates& states) {
+  std::string text;
+  for (const lyd_node* port : Children(entry, "port")) {
+    text += (text.empty() ? "" : ",") + LinkOf(states, std::string(host::XmlText(port)));
+  }
+  return text.empty() ? "-" : text;
+}
+
 }  // namespace aclctl

@@ -19,6 +19,8 @@ using InterfaceStates = std::map<std::string, InterfaceState>;  // by name
 Failure FetchInterfaces(Client* client, InterfaceStates* states);
 // The interface's link, "-" where the groups do not name it.
 std::string LinkOf(const InterfaceStates& states, const std::string& interface);
+// The states of the interfaces that an entry of a group names, by commas; "-" when it names none.
+std::string StatesOf(const lyd_node* entry, const InterfaceStates& states);
 // "in force on 2 of 3 interfaces (waiting: spare)"; empty where the groups name none, or nothing is
 // enforced.
 std::string CoverageText(const InterfaceStates& states);

@@ -14,15 +14,6 @@ namespace {
 
 using Align = Table::Align;
 
-// The state of the port, or of all where there are several.
-std::string StatesText(const lyd_node* entry, const InterfaceStates& states) {
-  std::string text;
-  for (const lyd_node* port : Children(entry, "port")) {
-    text += (text.empty() ? "" : ",") + LinkOf(states, std::string(host::XmlText(port)));
-  }
-  return text.empty() ? "-" : text;
-}
-
 void PrintGroup(const lyd_node* group, const InterfaceStates& states, const EntryFilter& filter,
                 bool hits) {
   std::string type = ChildText(group, "type");
@@ -45,7 +36,7 @@ void PrintGroup(const lyd_node* group, const InterfaceStates& states, const Entr
     if (!Shows(filter, entry)) continue;
     const bool known = FindChild(entry, "profile") != nullptr;
     std::vector<std::string> row = {PortsOf(entry),
-                                    StatesText(entry, states),
+                                    StatesOf(entry, states),
                                     known ? ChildText(entry, "profile") : "?",
                                     known ? ChildText(entry, "ace-priority") : "?",
                                     MatchOf(entry),

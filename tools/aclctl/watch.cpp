@@ -11,6 +11,7 @@
 #include "tools/aclctl/commands.h"
 #include "tools/aclctl/daemon_data.h"
 #include "tools/aclctl/entries_in_force.h"
+#include "tools/aclctl/interfaces.h"
 #include "tools/aclctl/table.h"
 #include "tools/aclctl/terminal.h"
 
@@ -58,11 +59,13 @@ class Watcher {
                                      &reply, &filters)) {
       return failure;
     }
+    if (Failure failure = FetchInterfaces(client, &states_)) return failure;
     const Clock::time_point now = Clock::now();
     const double seconds = first_ ? 0 : std::chrono::duration<double>(now - looked_).count();
     looked_ = now;
     Table table({{"GROUP"},
                  {"PORT"},
+                 {"STATE"},
                  {"PROFILE"},
                  {"ENTRY", Align::kRight},
                  {"MATCH", Align::kLeft, true},
@@ -98,11 +101,12 @@ class Watcher {
     const std::string bytes = Rate(now.bytes, before.bytes, hits == nullptr ? 0 : seconds);
     const std::string layer = ChildText(group, "type") == "l2" ? "L2" : "L3";
     before = now;
-    table->AddRow({layer, PortsOf(entry), ChildText(entry, "profile"),
+    table->AddRow({layer, PortsOf(entry), StatesOf(entry, states_), ChildText(entry, "profile"),
                    ChildText(entry, "ace-priority"), MatchOf(entry), ActionOf(entry),
                    hits == nullptr ? "-" : std::to_string(now.packets), packets, bytes});
     json->push_back({{"group", layer},
                      {"port", PortsOf(entry)},
+                     {"state", StatesOf(entry, states_)},
                      {"profile", ChildText(entry, "profile")},
                      {"ace-priority", ChildText(entry, "ace-priority")},
                      {"packets", now.packets},
@@ -113,6 +117,7 @@ class Watcher {
 
   const Common& common_;
   const Wanted& wanted_;
+  InterfaceStates states_;
   bool first_ = true;
   Clock::time_point looked_;
   std::map<std::string, Count> counts_;
