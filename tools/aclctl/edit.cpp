@@ -18,11 +18,12 @@
 #include "tools/aclctl/findings.h"
 #include "tools/aclctl/running.h"
 #include "tools/aclctl/schema.h"
+#include "tools/aclctl/terminal.h"
 
 namespace aclctl {
 namespace {
 
-struct Wanted {
+struct EditWanted {
   std::string profile;  // empty: all of them
   bool yes = false;
   CommitOptions options;
@@ -71,8 +72,10 @@ bool RunEditor(const std::string& path) {
   const char* editor = std::getenv("VISUAL");
   if (editor == nullptr || *editor == 0) editor = std::getenv("EDITOR");
   if (editor == nullptr || *editor == 0) editor = "vi";
+  const KeysForOther keys;
   const pid_t process = fork();
   if (process == 0) {
+    keys.GiveTo();
     // The editor may be given with options, so it is for the shell to take it apart.
     const std::string command = std::string(editor) + " \"$1\"";
     execl("/bin/sh", "sh", "-c", command.c_str(), "sh", path.c_str(), nullptr);
@@ -111,7 +114,7 @@ std::string WithReason(const Failure& failure, const std::string& text) {
 
 class Editing {
  public:
-  Editing(Client* client, const ly_ctx* context, const Wanted& wanted)
+  Editing(Client* client, const ly_ctx* context, const EditWanted& wanted)
       : client_(client), context_(context), wanted_(wanted) {}
 
   Failure Fetch() {
@@ -166,7 +169,7 @@ class Editing {
 
   Client* const client_;
   const ly_ctx* const context_;
-  const Wanted& wanted_;
+  const EditWanted& wanted_;
   std::optional<ConfigTree> running_;
 };
 
@@ -193,8 +196,8 @@ Failure Preview(const Common& common, Client* client, const Edit& edit) {
 }
 
 // One round in the editor. `*done` when there is nothing more to do.
-Failure EditOnce(const Common& common, Client* client, const Editing& editing, const Wanted& wanted,
-                 Draft* draft, bool* done) {
+Failure EditOnce(const Common& common, Client* client, const Editing& editing,
+                 const EditWanted& wanted, Draft* draft, bool* done) {
   std::string text;
   if (!RunEditor(draft->path())) return {kFile, "the editor failed", {}};
   if (Failure failure = ReadFile(draft->path(), &text)) return failure;
@@ -227,7 +230,7 @@ Failure EditOnce(const Common& common, Client* client, const Editing& editing, c
   return failure;
 }
 
-Failure EditConfig(const Common& common, const Wanted& wanted) {
+Failure EditConfig(const Common& common, const EditWanted& wanted) {
   if (Failure failure = CheckCommitOptions(wanted.options)) return failure;
   Client client;
   if (Failure failure = client.Open(common.socket)) return failure;
@@ -254,8 +257,8 @@ Failure EditConfig(const Common& common, const Wanted& wanted) {
   }
 }
 
-Run SetUp(Syntax* syntax) {
-  const auto wanted = std::make_shared<Wanted>();
+Run SetUpEdit(Syntax* syntax) {
+  const auto wanted = std::make_shared<EditWanted>();
   syntax->OptionalOperand("PROFILE", &wanted->profile, "this profile and where it is bound alone",
                           Names::kProfiles);
   syntax->Flag("-y,--yes", &wanted->yes, "apply without asking");
@@ -267,6 +270,6 @@ Run SetUp(Syntax* syntax) {
 
 const Command kEdit = {"edit", Group::kConfigure,
                        "edit the configuration in lines, with $VISUAL or $EDITOR",
-                       "aclctl edit guests", SetUp};
+                       "aclctl edit guests", SetUpEdit};
 
 }  // namespace aclctl

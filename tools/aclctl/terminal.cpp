@@ -58,12 +58,28 @@ std::string Coloured(Colour colour, const std::string& text) {
   return std::string("\033[") + code + "m" + text + "\033[m";
 }
 
+KeysForOther::KeysForOther() {
+  struct sigaction ignore {};
+  ignore.sa_handler = SIG_IGN;
+  sigaction(SIGINT, &ignore, &interrupt_);
+  sigaction(SIGQUIT, &ignore, &quit_);
+}
+
+KeysForOther::~KeysForOther() { GiveTo(); }
+
+void KeysForOther::GiveTo() const {
+  sigaction(SIGINT, &interrupt_, nullptr);
+  sigaction(SIGQUIT, &quit_, nullptr);
+}
+
 Pager::Pager(bool wanted) {
   int ends[2];
   if (!wanted || !Terminal().terminal || pipe(ends) != 0) return;
   std::fflush(stdout);
+  keys_.emplace();
   process_ = fork();
   if (process_ == 0) {
+    keys_->GiveTo();
     close(ends[1]);
     RunPager(ends[0]);
     _exit(127);

@@ -2,9 +2,11 @@
 #ifndef TOOLS_ACLCTL_TERMINAL_H_
 #define TOOLS_ACLCTL_TERMINAL_H_
 
+#include <signal.h>
 #include <sys/types.h>
 
 #include <cstddef>
+#include <optional>
 #include <string>
 
 namespace aclctl {
@@ -19,6 +21,22 @@ bool TakesColour();
 const char* NameOf(Colour colour);  // "red"
 std::string Coloured(Colour colour, const std::string& text);
 
+// While it lives, the keys that interrupt (SIGINT, SIGQUIT) are left to another program that has
+// the terminal, as system(3) leaves them: this one would end, and the other go on beside the shell.
+class KeysForOther {
+ public:
+  KeysForOther();
+  KeysForOther(const KeysForOther&) = delete;
+  KeysForOther& operator=(const KeysForOther&) = delete;
+  ~KeysForOther();
+
+  // For the other program, before it is executed: it hears the keys.
+  void GiveTo() const;
+
+ private:
+  struct sigaction interrupt_, quit_;  // as they were
+};
+
 // While it lives, standard output goes through $PAGER (less where that is not set), when it is a
 // terminal: what fits the screen is printed at once. Nothing changes elsewhere. TerminalWidth() and
 // Coloured() go on as if it were not there.
@@ -32,6 +50,7 @@ class Pager {
   ~Pager();
 
  private:
+  std::optional<KeysForOther> keys_;
   pid_t process_ = -1;
 };
 
