@@ -9,14 +9,14 @@
 namespace aclctl {
 namespace {
 
-struct Wanted {
+struct ApplyWanted {
   EditFile file;
   CommitOptions options;
   Statement words;
 };
 
 Run SetUpApply(Syntax* syntax) {
-  const auto wanted = std::make_shared<Wanted>();
+  const auto wanted = std::make_shared<ApplyWanted>();
   AddEditFile(syntax, &wanted->file);
   AddCommitOptions(syntax, &wanted->options);
   return [wanted](const Common& common) -> Failure {
@@ -28,7 +28,7 @@ Run SetUpApply(Syntax* syntax) {
   };
 }
 
-Failure RunStatement(const Common& common, const Wanted& wanted, const char* verb) {
+Failure RunStatement(const Common& common, const ApplyWanted& wanted, const char* verb) {
   if (Failure failure = CheckCommitOptions(wanted.options)) return failure;
   Statement statement = {verb};
   Edit edit;
@@ -47,7 +47,7 @@ Failure RunStatement(const Common& common, const Wanted& wanted, const char* ver
 template <size_t index>
 Run SetUpVerb(Syntax* syntax) {
   const Verb& verb = Verbs()[index];
-  const auto wanted = std::make_shared<Wanted>();
+  const auto wanted = std::make_shared<ApplyWanted>();
   syntax->Operands("WORDS", &wanted->words, 1, verb.form, Names::kEditWords);
   AddCommitOptions(syntax, &wanted->options);
   return [wanted, &verb](const Common& common) { return RunStatement(common, *wanted, verb.verb); };

@@ -157,6 +157,7 @@ Failure CommitEdit(const Common& common, Client* client, const Edit& edit,
     if (!options.confirm.empty()) {
       std::printf("taken back in %s s, unless: aclctl confirm\n", options.confirm.c_str());
     }
+    std::fflush(stdout);  // the commit comes first also where both go to one file
     WarnOfFindings(client, before);
   }
   return {};

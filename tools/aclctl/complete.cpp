@@ -141,7 +141,7 @@ Failure Complete(const Common& common, const std::vector<std::string>& line) {
   return {};
 }
 
-Run SetUp(Syntax* syntax) {
+Run SetUpComplete(Syntax* syntax) {
   const auto words = std::make_shared<std::vector<std::string>>();
   syntax->Operands("WORDS", words.get(), 0, "the command line so far");
   return [words](const Common& common) { return Complete(common, *words); };
@@ -149,8 +149,11 @@ Run SetUp(Syntax* syntax) {
 
 }  // namespace
 
-const Command kComplete = {
-    "complete", Group::kOther, "what may come next on a command line", "aclctl complete -- show ''",
-    SetUp,      kHidden};
+const Command kComplete = {"complete",
+                           Group::kOther,
+                           "what may come next on a command line",
+                           "aclctl complete -- show ''",
+                           SetUpComplete,
+                           kHidden};
 
 }  // namespace aclctl

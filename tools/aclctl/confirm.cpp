@@ -42,7 +42,7 @@ Failure Cancel(const Common& common, const std::string& token) {
 }
 
 template <Failure (*run)(const Common& common, const std::string& token)>
-Run SetUp(Syntax* syntax) {
+Run SetUpConfirm(Syntax* syntax) {
   const auto token = std::make_shared<std::string>(kPersistId);
   syntax->Option("--persist-id", "TOKEN", token.get(),
                  "of a commit that another client made (default: aclctl's)");
@@ -52,8 +52,9 @@ Run SetUp(Syntax* syntax) {
 }  // namespace
 
 const Command kConfirm = {"confirm", Group::kCommits, "keep what --confirm would take back",
-                          "aclctl apply --confirm 120 change.json\naclctl confirm", SetUp<Confirm>};
+                          "aclctl apply --confirm 120 change.json\naclctl confirm",
+                          SetUpConfirm<Confirm>};
 const Command kCancel = {"cancel", Group::kCommits, "take back at once what is not confirmed yet",
-                         "aclctl cancel", SetUp<Cancel>};
+                         "aclctl cancel", SetUpConfirm<Cancel>};
 
 }  // namespace aclctl

@@ -60,7 +60,7 @@ Failure ShowFindings(const Common& common) {
   return {};
 }
 
-Run SetUp(Syntax* /*syntax*/) { return ShowFindings; }
+Run SetUpFindings(Syntax* /*syntax*/) { return ShowFindings; }
 
 }  // namespace
 
@@ -105,7 +105,7 @@ const Command kShowFindings = {"show findings",
                                Group::kLook,
                                "what is configured, but does nothing or not what it seems to",
                                "aclctl show findings",
-                               SetUp,
+                               SetUpFindings,
                                kPaged};
 
 }  // namespace aclctl

@@ -20,7 +20,7 @@ constexpr uint16_t kIpv4 = 0x0800, kIpv6 = 0x86dd, kTag = 0x8100;
 constexpr uint16_t kNothing = 0x88b5;  // an EtherType for experiments: of a frame of no protocol
 
 // What the words give, in host byte order.
-struct Wanted {
+struct WantedFrame {
   ether_addr source = {{2, 0, 0, 0, 0, 1}}, destination = {{2, 0, 0, 0, 0, 2}};
   std::string source_ip, destination_ip;
   std::map<std::string, uint16_t> numbers;
@@ -67,7 +67,7 @@ std::optional<uint16_t> ProtocolOf(const std::string& text) {
 
 Failure Usage(const std::string& message) { return {kUsage, message, {}}; }
 
-Failure SetAddress(const std::string& word, const std::string& value, Wanted* wanted) {
+Failure SetAddress(const std::string& word, const std::string& value, WantedFrame* wanted) {
   const bool source = word[0] == 's';
   if (word.size() > 3 && word.substr(3) == "-mac") {
     ether_addr* const mac = source ? &wanted->source : &wanted->destination;
@@ -85,7 +85,7 @@ Failure SetAddress(const std::string& word, const std::string& value, Wanted* wa
   return {};
 }
 
-Failure Read(const std::vector<std::string>& words, Wanted* wanted) {
+Failure Read(const std::vector<std::string>& words, WantedFrame* wanted) {
   for (size_t i = 0; i < words.size(); ++i) {
     const std::string& word = words[i];
     const bool address = word == "src" || word == "dst" || word == "src-ip" || word == "dst-ip" ||
@@ -122,7 +122,7 @@ Failure Read(const std::vector<std::string>& words, Wanted* wanted) {
 
 class Builder {
  public:
-  explicit Builder(const Wanted& wanted) : wanted_(wanted) {}
+  explicit Builder(const WantedFrame& wanted) : wanted_(wanted) {}
 
   FrameBytes Build() {
     const bool ipv6 = (wanted_.source_ip + wanted_.destination_ip).find(':') != std::string::npos;
@@ -192,14 +192,14 @@ class Builder {
     AppendAddress(AF_INET6, wanted_.destination_ip);
   }
 
-  const Wanted& wanted_;
+  const WantedFrame& wanted_;
   FrameBytes frame_;
 };
 
 }  // namespace
 
 Failure FrameFromWords(const std::vector<std::string>& words, FrameBytes* frame) {
-  Wanted wanted;
+  WantedFrame wanted;
   if (Failure failure = Read(words, &wanted)) return failure;
   *frame = Builder(wanted).Build();
   return {};

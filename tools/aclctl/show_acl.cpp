@@ -215,7 +215,7 @@ Failure ShowAcl(const Common& common, const std::string& profile) {
   return {};
 }
 
-Run SetUp(Syntax* syntax) {
+Run SetUpShowAcl(Syntax* syntax) {
   const auto profile = std::make_shared<std::string>();
   syntax->OptionalOperand("PROFILE", profile.get(), "this profile alone", Names::kProfiles);
   return [profile](const Common& common) { return ShowAcl(common, *profile); };
@@ -227,7 +227,7 @@ const Command kShowAcl = {"show acl",
                           Group::kLook,
                           "profiles as configured, where they are bound, what they have hit",
                           "aclctl show acl guests",
-                          SetUp,
+                          SetUpShowAcl,
                           kXml | kPaged};
 
 }  // namespace aclctl

@@ -79,7 +79,7 @@ Failure ShowGroups(const Common& common, const EntryFilter& filter, bool hits) {
   return {};
 }
 
-Run SetUp(Syntax* syntax) {
+Run SetUpShowGroups(Syntax* syntax) {
   const auto hits = std::make_shared<bool>(false);
   syntax->Flag("--hits", hits.get(), "with the frames that each entry decided");
   const auto filter = std::make_shared<EntryFilter>();
@@ -96,7 +96,7 @@ const Command kShowGroups = {"show groups",
                              "what is programmed, in the order of evaluation",
                              "aclctl show groups --hits\n"
                              "aclctl show groups --port access-1 --covers 10.1.2.3",
-                             SetUp,
+                             SetUpShowGroups,
                              kXml | kPaged};
 
 }  // namespace aclctl

@@ -12,12 +12,12 @@
 namespace aclctl {
 namespace {
 
-struct Wanted {
+struct ShowLinesWanted {
   std::string profile;
   std::string find;
 };
 
-Failure ShowLines(const Common& common, const Wanted& wanted) {
+Failure ShowLines(const Common& common, const ShowLinesWanted& wanted) {
   Client client;
   if (Failure failure = client.Open(common.socket)) return failure;
   host::ContextPtr context;
@@ -44,8 +44,8 @@ Failure ShowLines(const Common& common, const Wanted& wanted) {
   return {};
 }
 
-Run SetUp(Syntax* syntax) {
-  const auto wanted = std::make_shared<Wanted>();
+Run SetUpShowLines(Syntax* syntax) {
+  const auto wanted = std::make_shared<ShowLinesWanted>();
   syntax->OptionalOperand("PROFILE", &wanted->profile, "this profile alone", Names::kProfiles);
   syntax->Option("--find", "TEXT", &wanted->find, "lines with this text, as in a description");
   return [wanted](const Common& common) { return ShowLines(common, *wanted); };
@@ -57,7 +57,7 @@ const Command kShowLines = {"show lines",
                             Group::kLook,
                             "the configuration in lines, as apply and edit take them",
                             "aclctl show lines guests\naclctl show lines --find 'ticket 4711'",
-                            SetUp,
+                            SetUpShowLines,
                             kPaged};
 
 }  // namespace aclctl

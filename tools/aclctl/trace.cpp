@@ -16,7 +16,7 @@ namespace {
 
 using Align = Table::Align;
 
-struct Wanted {
+struct TraceWanted {
   std::string interface;
   std::vector<std::string> words;
   std::string hex, capture, number;
@@ -117,7 +117,7 @@ void AddFrame(size_t number, const lyd_node* trace, Table* table) {
                  deciders.empty() ? "-" : deciders});
 }
 
-Failure ReadFrames(const Wanted& wanted, std::vector<FrameBytes>* frames) {
+Failure ReadFrames(const TraceWanted& wanted, std::vector<FrameBytes>* frames) {
   const int ways = (wanted.words.empty() ? 0 : 1) + (wanted.hex.empty() ? 0 : 1) +
                    (wanted.capture.empty() ? 0 : 1);
   if (ways != 1) return {kUsage, "a frame is given by words, by --hex or by --pcap", {}};
@@ -141,7 +141,7 @@ Failure ReadFrames(const Wanted& wanted, std::vector<FrameBytes>* frames) {
                             : FrameFromHex(wanted.hex, &frames->back());
 }
 
-std::string Request(const Wanted& wanted, const FrameBytes& frame) {
+std::string Request(const TraceWanted& wanted, const FrameBytes& frame) {
   std::string digits;
   for (const uint8_t byte : frame) {
     char text[3];
@@ -152,7 +152,7 @@ std::string Request(const Wanted& wanted, const FrameBytes& frame) {
          "</interface><frame>" + digits + "</frame>" + (wanted.why ? "<why/>" : "") + "</trace>";
 }
 
-Failure Trace(const Common& common, const Wanted& wanted) {
+Failure Trace(const Common& common, const TraceWanted& wanted) {
   std::vector<FrameBytes> frames;
   if (Failure failure = ReadFrames(wanted, &frames)) return failure;
   Client client;
@@ -189,8 +189,8 @@ Failure Trace(const Common& common, const Wanted& wanted) {
   return {};
 }
 
-Run SetUp(Syntax* syntax) {
-  const auto wanted = std::make_shared<Wanted>();
+Run SetUpTrace(Syntax* syntax) {
+  const auto wanted = std::make_shared<TraceWanted>();
   syntax->Operand("PORT", &wanted->interface, "where the frame enters", Names::kInterfaces);
   syntax->Operands(
       "FIELD", &wanted->words, 0,
@@ -210,7 +210,7 @@ const Command kTrace = {"trace",
                         "which entry takes this frame, and what becomes of it",
                         "aclctl trace access-1 src 192.0.2.7 dst 10.0.0.2 tcp 443\n"
                         "aclctl trace access-1 --pcap capture.pcap -n 3 --why",
-                        SetUp,
+                        SetUpTrace,
                         kPaged};
 
 }  // namespace aclctl

@@ -21,7 +21,7 @@ namespace {
 using Align = Table::Align;
 using Clock = std::chrono::steady_clock;
 
-struct Wanted {
+struct WatchWanted {
   EntryFilter filter;
   std::string interval = "2";
   std::string rounds;  // empty: without an end
@@ -49,7 +49,7 @@ std::string Rate(uint64_t now, uint64_t before, double seconds) {
 
 class Watcher {
  public:
-  Watcher(const Common& common, const Wanted& wanted) : common_(common), wanted_(wanted) {}
+  Watcher(const Common& common, const WatchWanted& wanted) : common_(common), wanted_(wanted) {}
 
   Failure Look(Client* client) {
     std::string data;
@@ -116,14 +116,14 @@ class Watcher {
   }
 
   const Common& common_;
-  const Wanted& wanted_;
+  const WatchWanted& wanted_;
   InterfaceStates states_;
   bool first_ = true;
   Clock::time_point looked_;
   std::map<std::string, Count> counts_;
 };
 
-Failure Watch(const Common& common, const Wanted& wanted) {
+Failure Watch(const Common& common, const WatchWanted& wanted) {
   if (Failure failure = CheckEntryFilter(wanted.filter)) return failure;
   char *interval_end = nullptr, *rounds_end = nullptr;
   const double interval = std::strtod(wanted.interval.c_str(), &interval_end);
@@ -144,8 +144,8 @@ Failure Watch(const Common& common, const Wanted& wanted) {
   return {};
 }
 
-Run SetUp(Syntax* syntax) {
-  const auto wanted = std::make_shared<Wanted>();
+Run SetUpWatch(Syntax* syntax) {
+  const auto wanted = std::make_shared<WatchWanted>();
   AddEntryFilter(syntax, &wanted->filter);
   syntax->Option("-i,--interval", "SECONDS", &wanted->interval, "between two looks (default 2)");
   syntax->Option("-n", "N", &wanted->rounds, "look so many times (default: until Ctrl-C)");
@@ -155,6 +155,6 @@ Run SetUp(Syntax* syntax) {
 }  // namespace
 
 const Command kWatch = {"watch", Group::kLook, "the hits of entries, with their rates",
-                        "aclctl watch --port access-1 --hit", SetUp};
+                        "aclctl watch --port access-1 --hit", SetUpWatch};
 
 }  // namespace aclctl
