@@ -115,7 +115,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
     });
     submissions_->SetLeftInForce(opened_.backend->Left());
     submissions_->SetControl(this);
-    board_->Show(kPart, [this] { return host::FiltersLine(opened_); });
+    board_->Show(kPart, [this] { return host::FiltersLine(opened_, table_); });
     board_->Show(kGroupsPart, [this] { return host::GroupsLine(table_); });
   }
   ~Impl() override {

@@ -25,7 +25,7 @@ StatusLine GroupsLine(const GroupTable& table) {
   return line;
 }
 
-StatusLine FiltersLine(const OpenedBackend& opened) {
+StatusLine FiltersLine(const OpenedBackend& opened, const GroupTable& table) {
   if (!opened.enforces) return {StatusLine::kWarning, "enforced by nothing: " + opened.why};
   StatusLine line{opened.second_best ? StatusLine::kWarning : StatusLine::kOk, ""};
   size_t enforced = 0;
@@ -39,8 +39,16 @@ StatusLine FiltersLine(const OpenedBackend& opened) {
     const auto least = state == PortState::kFailed ? StatusLine::kError : StatusLine::kWarning;
     if (line.state < least) line.state = least;
   }
+  const auto count = [](size_t ports) {
+    return std::to_string(ports) + (ports == 1 ? " port" : " ports");
+  };
   line.text = std::string("enforced by ") + opened.backend->name() + " (" + opened.why + ") on " +
-              std::to_string(enforced) + (enforced == 1 ? " port" : " ports");
+              count(enforced);
+  if (enforced == 0 && others.empty() && !table.pending().empty() && opened.backend->Left() != 0) {
+    line.state = StatusLine::kWarning;
+    line.text +=
+        "; what was in force before the start stays so on " + count(opened.backend->Left());
+  }
   constexpr struct {
     PortState state;
     const char* text;

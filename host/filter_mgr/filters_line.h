@@ -14,9 +14,9 @@ namespace host {
 StatusLine GroupsLine(const GroupTable& table);
 
 // Which back end is in force and why, and on how many ports. A warning where it is not the best
-// one, where it filters nothing, or where a port has no interface; an error where a port that is
-// there is not filtered.
-StatusLine FiltersLine(const OpenedBackend& opened);
+// one, where it filters nothing, where a port has no interface, or where what an earlier process
+// left is in force while the groups wait; an error where a port that is there is not filtered.
+StatusLine FiltersLine(const OpenedBackend& opened, const GroupTable& table);
 
 }  // namespace host
 

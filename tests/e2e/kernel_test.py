@@ -231,7 +231,9 @@ class KernelTest(DaemonTest):
                 before = self.rules()
                 damage()
                 daemon = self.start()
-                self.assertRegex(self.aclctl(daemon, "show", "status").stdout, f"storage +error.*{said}")
+                self.assertRegex(
+                    self.aclctl(daemon, "show", "status").stdout,
+                    f"filters +warning .*stays so on [1-9](.|\n)*storage +error.*{said}")
                 self.assertRegex(daemon.log(), said)
                 refused = self.aclctl(daemon, "apply", self.directory / "config.xml")
                 self.assertEqual(refused.returncode, 5)
