@@ -128,10 +128,11 @@ class FindingsPieces : public StateProviders::Pieces {
 }  // namespace
 
 InterfaceNames SystemInterfaces() {
-  InterfaceNames names;
   const std::unique_ptr<struct if_nameindex, void (*)(struct if_nameindex*)> all(if_nameindex(),
                                                                                  if_freenameindex);
-  for (const struct if_nameindex* at = all.get(); at != nullptr && at->if_name != nullptr; ++at) {
+  if (all == nullptr) return std::nullopt;
+  std::set<std::string> names;
+  for (const struct if_nameindex* at = all.get(); at->if_name != nullptr; ++at) {
     names.insert(at->if_name);
   }
   return names;
@@ -163,7 +164,7 @@ void FindingsSearch::BeginAnalysis() {
   std::shared_ptr<findings::Configuration> configuration = reader_->Take();
   reader_.reset();
   for (auto& [name, interface] : configuration->interfaces) {
-    interface.absent = known_.interfaces.count(name) == 0;
+    interface.absent = known_.interfaces && known_.interfaces->count(name) == 0;
   }
   analysis_ = std::make_unique<findings::Analysis>(std::move(configuration));
 }

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -24,7 +25,8 @@
 
 namespace host {
 
-using InterfaceNames = std::set<std::string>;
+// None where they cannot be read; then no interface counts as absent.
+using InterfaceNames = std::optional<std::set<std::string>>;
 // Those of the process's network namespace (if_nameindex(3)).
 InterfaceNames SystemInterfaces();
 
