@@ -165,7 +165,7 @@ lyd_node* AnswerTrace(const lyd_node* input, const GroupTable& table, const Port
   const Frame frame = digits == nullptr ? Frame() : FromHex(digits);
   if (interface == nullptr || frame.size() < kShortestFrame) {
     *error = "an interface is needed, and a frame of " + std::to_string(kShortestFrame) +
-             " bytes or more";
+             " bytes or more, two digits each";
     return nullptr;
   }
   std::vector<const SentGroup*> groups;
