@@ -10,8 +10,8 @@
 
 #include "host/filter_mgr/entry_order.h"
 #include "host/filter_mgr/entry_text.h"
-#include "host/filter_mgr/tree_writer.h"
 #include "host/runtime/middleware.h"
+#include "host/runtime/tree_writer.h"
 
 namespace host {
 namespace {

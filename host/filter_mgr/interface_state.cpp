@@ -3,8 +3,8 @@
 #include <list>
 #include <set>
 
-#include "host/filter_mgr/tree_writer.h"
 #include "host/runtime/log.h"
+#include "host/runtime/tree_writer.h"
 
 namespace host {
 namespace {

@@ -10,7 +10,7 @@
 #include "host/filter_mgr/entry_text.h"
 #include "host/filter_mgr/interface_state.h"
 #include "host/filter_mgr/match/trace.h"
-#include "host/filter_mgr/tree_writer.h"
+#include "host/runtime/tree_writer.h"
 
 namespace host {
 namespace {

@@ -11,7 +11,6 @@ using namespace FiltersCommon;  // NOLINT: the classes of one library, used thro
 
 // Where the fields are in the key's words (classifier/layout.h).
 constexpr int kMacShift = 16, kSourceIpShift = 32, kTosShift = 16, kProtocolShift = 24;
-constexpr int kPcpShift = 13;
 constexpr uint64_t kVidBits = 0x0fff, kPcpBits = 7 << kPcpShift;
 
 class KeyBuilder {

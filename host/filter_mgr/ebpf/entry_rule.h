@@ -10,6 +10,8 @@
 
 namespace host {
 
+constexpr int kPcpShift = 13;  // of the PCP in a TCI (IEEE 802.1Q)
+
 // The rule that matches what the entry's matches do, ingress ports aside, and does what its actions
 // say; without a counter. An entry that no frame can match becomes a rule that no key can match.
 // No value, and why in `reason`, when the entry cannot be enforced exactly.

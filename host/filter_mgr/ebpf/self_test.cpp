@@ -24,7 +24,6 @@ constexpr int kFillers = 100;           // entries that no frame matches, for ta
 constexpr uint16_t kVlan = 100;         // of tagged frames
 constexpr uint32_t kNet = 0x0a000000U;  // 10.0.0.0, of all addresses
 constexpr uint8_t kUdp = 17, kNewPcp = 5;
-constexpr int kPcpShift = 13;
 constexpr uint32_t kLoopback = 1;  // the interface that test runs are on
 
 // A frame of the trial: UDP from MAC address 02::`mac` to 10.0.0.`host` or an IPv6 address.

@@ -1,6 +1,6 @@
 // Builds data of a YANG module node by node.
-#ifndef HOST_FILTER_MGR_TREE_WRITER_H_
-#define HOST_FILTER_MGR_TREE_WRITER_H_
+#ifndef HOST_RUNTIME_TREE_WRITER_H_
+#define HOST_RUNTIME_TREE_WRITER_H_
 
 #include <libyang/libyang.h>
 
@@ -42,6 +42,14 @@ class TreeWriter {
   void Leaf(lyd_node* parent, const char* name, uint64_t value) {
     Leaf(parent, name, std::to_string(value));
   }
+  // A text of somebody's: control characters, which no YANG string has, become blanks; an empty one
+  // is left out.
+  void Text(lyd_node* parent, const char* name, std::string value) {
+    for (char& c : value) {
+      if (static_cast<unsigned char>(c) < 0x20) c = ' ';
+    }
+    if (!value.empty()) Leaf(parent, name, value);
+  }
 
  private:
   const lys_module* module_;
@@ -51,4 +59,4 @@ class TreeWriter {
 
 }  // namespace host
 
-#endif  // HOST_FILTER_MGR_TREE_WRITER_H_
+#endif  // HOST_RUNTIME_TREE_WRITER_H_
