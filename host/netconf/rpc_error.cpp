@@ -4,7 +4,6 @@
 #include <libyang/libyang.h>
 
 #include <algorithm>
-#include <cctype>
 #include <map>
 #include <utility>
 
@@ -15,11 +14,6 @@ namespace {
 
 std::string Element(const std::string& name, const std::string& content) {
   return "<" + name + ">" + XmlEscape(content) + "</" + name + ">";
-}
-
-bool IsNameStart(char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0 || c == '_'; }
-bool IsNameChar(char c) {
-  return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-' || c == '.';
 }
 
 // A libyang path names the module only where it changes; an XPath needs a prefix on every name.

@@ -2,6 +2,7 @@
 #ifndef HOST_NETCONF_XML_TEXT_H_
 #define HOST_NETCONF_XML_TEXT_H_
 
+#include <cctype>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -12,6 +13,14 @@
 namespace host {
 
 inline constexpr char kNetconfNamespace[] = "urn:ietf:params:xml:ns:netconf:base:1.0";
+
+// Of the names of XML and YANG, as far as they are ASCII.
+inline bool IsNameStart(char c) {
+  return std::isalpha(static_cast<unsigned char>(c)) != 0 || c == '_';
+}
+inline bool IsNameChar(char c) {
+  return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-' || c == '.';
+}
 
 // `text` as element content or attribute value. Bytes that are no UTF-8, and characters that
 // XML cannot hold, become '?'.

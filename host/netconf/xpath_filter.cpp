@@ -4,8 +4,9 @@
 #include <libyang/libyang.h>
 
 #include <algorithm>
-#include <cctype>
 #include <string_view>
+
+#include "host/netconf/xml_text.h"
 
 namespace host {
 namespace {
@@ -16,10 +17,6 @@ constexpr std::string_view kAxes[] = {
     "child", "self", "parent", "descendant", "descendant-or-self", "ancestor", "ancestor-or-self"};
 // Below a predicate only what leads down.
 constexpr std::string_view kPredicateAxes[] = {"child", "self"};
-
-bool IsNameChar(char c) {
-  return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-' || c == '.';
-}
 
 // The expression without its literals, which may hold anything.
 std::string WithoutLiterals(const std::string& xpath) {

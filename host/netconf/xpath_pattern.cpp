@@ -1,20 +1,16 @@
 // XPath expressions as filters: see xpath_pattern.h.
 #include "host/netconf/xpath_pattern.h"
 
-#include <cctype>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include "host/netconf/xml_text.h"
 
 namespace host {
 namespace {
 
 using Node = SubtreeFilter::Node;
-
-bool IsNameStart(char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0 || c == '_'; }
-bool IsNameChar(char c) {
-  return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-' || c == '.';
-}
 
 struct Name {
   const lys_module* module = nullptr;  // null: the schema does not have it

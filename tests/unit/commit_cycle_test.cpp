@@ -13,18 +13,18 @@ const std::string kProfile = "/config/access-list/acl-profile/ingress/access-lis
 
 // Steps that are always taken together; the opening of a status session stands for all that
 // happens in it.
-const Names kSteps = {{"$apply", "trace 10 ApplyCommitConfig: Entry Point"},
-                      {"$submit", R"(model SubmitConfiguration
+const Names kCommitSteps = {{"$apply", "trace 10 ApplyCommitConfig: Entry Point"},
+                            {"$submit", R"(model SubmitConfiguration
                                      updateGroup 0 stage 1 type 6 priority 0
                                      updateGroup 1 stage 1 type 4 priority 1)"},
-                      {"$status", "open 101 3 false"}};
+                            {"$status", "open 101 3 false"}};
 
 class CommitCycleTest : public ManagerTest {
  protected:
   void ExpectSteps(const std::string& block) {
     EXPECT_EQ(platform_.Take({"trace", "log ", "fault", "model Submit", "updateGroup", "open",
                               "cdb_get_txid", "cdb_set_namespace"}),
-              Text(block, kSteps));
+              Text(block, kCommitSteps));
   }
 };
 

@@ -11,10 +11,10 @@ using testing::IsEmpty;
 
 // Of the first profile and its first entry, and of the interfaces.
 const std::string kList = "/config/access-list/acl-profile/ingress/access-list/";
-const std::string kEntry = kList + "[0]/access-list-entry[0]";
+const std::string kLoadedEntry = kList + "[0]/access-list-entry[0]";
 const Names kPaths = {{"$list", kList},
                       {"$p", kList + "[0]"},
-                      {"$q", kEntry},
+                      {"$q", kLoadedEntry},
                       {"$interfaces", "/config/access-list/interface/"}};
 
 class LoadTest : public ManagerTest {
@@ -99,12 +99,16 @@ class EntryLoadTest : public LoadTest {
     filter_->CreateEntry("P", 5);
     platform_.Take();
   }
-  std::string& Match(const std::string& leaf) { return platform_.cdb[kEntry + "/match/" + leaf]; }
-  std::string& Action(const std::string& leaf) { return platform_.cdb[kEntry + "/action/" + leaf]; }
-  int LoadMatches(const std::string& entry = kEntry + '/') {
+  std::string& Match(const std::string& leaf) {
+    return platform_.cdb[kLoadedEntry + "/match/" + leaf];
+  }
+  std::string& Action(const std::string& leaf) {
+    return platform_.cdb[kLoadedEntry + "/action/" + leaf];
+  }
+  int LoadMatches(const std::string& entry = kLoadedEntry + '/') {
     return manager_.LoadConfdMatches(kLoadSocket, "P", 5, entry);
   }
-  int LoadActions() { return manager_.LoadConfdActions(kLoadSocket, "P", 5, kEntry + '/'); }
+  int LoadActions() { return manager_.LoadConfdActions(kLoadSocket, "P", 5, kLoadedEntry + '/'); }
 };
 
 TEST_F(EntryLoadTest, LeavesAreReadInByteOrder) {
@@ -143,7 +147,7 @@ TEST_F(EntryLoadTest, StepsOfALeaf) {
   EXPECT_EQ(Lines(record.begin() + 10, record.begin() + 16),
             Text("cdb_exists 7 $leaf ; cdb_cd 7 $leaf ; cdb_getcwd_kpath 7 ; cdb_get 7 $leaf ; "
                  "cdb_exists 7 $leaf-mask ; model CreateMatch P 5 1 0x020000000001 null",
-                 {{"$leaf", kEntry + "/match/source-mac-address"}}));
+                 {{"$leaf", kLoadedEntry + "/match/source-mac-address"}}));
   // A position that cannot be a match's.
   platform_.cdb["/config/access-list/match/pcp"] = "u8 1";
   platform_.Take();

@@ -6,9 +6,9 @@ namespace {
 
 using testing::IsEmpty;
 
-const std::string kRoot = "/status/acl-resources/";
-const Names kNames = {{"$start", "open 101 3 false"},
-                      {"$capacity", "fm_init ; fm_local_slot ; fm_capacity 3 4"}};
+const std::string kStatusRoot = "/status/acl-resources/";
+const Names kStatusNames = {{"$start", "open 101 3 false"},
+                            {"$capacity", "fm_init ; fm_local_slot ; fm_capacity 3 4"}};
 
 class ResourceStatusTest : public ManagerTest {
  protected:
@@ -16,8 +16,8 @@ class ResourceStatusTest : public ManagerTest {
   Lines TakeStatus(std::initializer_list<const char*> heads = {}) {
     Lines lines = platform_.Take(heads);
     for (std::string& line : lines) {
-      const size_t at = line.find("101 " + kRoot);
-      if (at != std::string::npos) line.erase(at, 4 + kRoot.size());
+      const size_t at = line.find("101 " + kStatusRoot);
+      if (at != std::string::npos) line.erase(at, 4 + kStatusRoot.size());
     }
     return lines;
   }
@@ -28,7 +28,7 @@ class ResourceStatusTest : public ManagerTest {
 };
 
 TEST_F(ResourceStatusTest, ClearLeavesCapacityAndNothingUsed) {
-  Names names = kNames;
+  Names names = kStatusNames;
   names["$leaves"] = R"(
       cdb_set_elem l2/entries-capacity = u32 1000 ; cdb_set_elem l3/entries-capacity = u32 1000
       cdb_set_elem l2/used-entries = u32 0 ; cdb_set_elem l3/used-entries = u32 0
@@ -54,7 +54,7 @@ TEST_F(ResourceStatusTest, ClearLeavesCapacityAndNothingUsed) {
 
 TEST_F(ResourceStatusTest, UpdateWritesInterfacesThenProfilesThenTotals) {
   SetUsage({{"b", {{"P", 3}}}, {"a 1/%s", {{"P", 2}, {"O%d", 1}}}}, {{"b", {{"Q", 1001}}}});
-  Names names = kNames;
+  Names names = kStatusNames;
   names["$a"] = "interface{a 1/%s}";
   names["$b"] = "interface{b}";
   manager_.UpdateAclResources();
@@ -97,14 +97,14 @@ TEST_F(ResourceStatusTest, CountsHoldEvenWhenWritesFail) {
   const acl_app::ResourceMap usage = {{name, {{"P", 1}, {"Q", 2}}}, {"f", {{"P", 4}}}};
   unsigned int total = 99;
   const char* const base = "/status/acl-resources/interface{%s}/l2";
-  platform_.On("cdb_create 101 " + kRoot + "interface{" + name + "}/l2/profile{P}", -1);
+  platform_.On("cdb_create 101 " + kStatusRoot + "interface{" + name + "}/l2/profile{P}", -1);
   platform_.On("cdb_set_elem", -1);
   manager_.UpdateInterfaceResourcesData(kSessionSocket, usage, base, total);
   EXPECT_EQ(total, 7u);
   platform_.cdb.clear();
   platform_.Take();
   platform_.EndRules();
-  platform_.On("cdb_create 101 " + kRoot + "interface{" + name + "}", -1);
+  platform_.On("cdb_create 101 " + kStatusRoot + "interface{" + name + "}", -1);
   manager_.UpdateInterfaceResourcesData(kSessionSocket, usage, base, total);
   EXPECT_EQ(total, 4u) << "an interface that cannot be listed is not counted";
   EXPECT_EQ(platform_.Take({"fault"}),

@@ -22,7 +22,7 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr char kOk[] = "<ok/>";
+constexpr char kOkReply[] = "<ok/>";
 
 std::string EditConfig(const std::string& data, const std::string& options = "") {
   return "<edit-config><target><running/></target>" + options + "<config xmlns:nc='" +
@@ -112,8 +112,8 @@ TEST_F(SessionTest, EditsShowInGetConfig) {
   Start();
   TestClient client(server_options_.socket_path);
   client.Open();
-  EXPECT_THAT(client.Rpc(EditInterface("e0")), HasSubstr(kOk));
-  EXPECT_THAT(client.Rpc(EditInterface("e1%s", "create")), HasSubstr(kOk));
+  EXPECT_THAT(client.Rpc(EditInterface("e0")), HasSubstr(kOkReply));
+  EXPECT_THAT(client.Rpc(EditInterface("e1%s", "create")), HasSubstr(kOkReply));
   EXPECT_THAT(client.Rpc(kGetRunning),
               AllOf(HasSubstr("<interface-name>e0<"), HasSubstr("<interface-name>e1%s<")));
   EXPECT_THAT(client.Rpc("<get-config><source><running/></source><filter type='subtree'>"
@@ -121,13 +121,13 @@ TEST_F(SessionTest, EditsShowInGetConfig) {
                          "<interface-name>e0</interface-name></interface></access-list></config>"
                          "</filter></get-config>"),
               AllOf(HasSubstr("<interface-name>e0<"), Not(HasSubstr("e1%s"))));
-  EXPECT_THAT(client.Rpc(EditInterface("e0", "delete")), HasSubstr(kOk));
+  EXPECT_THAT(client.Rpc(EditInterface("e0", "delete")), HasSubstr(kOkReply));
   EXPECT_THAT(client.Rpc(EditInterface("e2", "merge", "<test-option>test-only</test-option>")),
-              HasSubstr(kOk));
+              HasSubstr(kOkReply));
   EXPECT_THAT(client.Rpc(kGetRunning), AllOf(Not(HasSubstr("e0")), Not(HasSubstr("e2"))));
   EXPECT_THAT(client.Rpc("<edit-config><target><running/></target>"
                          "<default-operation>replace</default-operation><config/></edit-config>"),
-              HasSubstr(kOk));
+              HasSubstr(kOkReply));
   EXPECT_THAT(client.Rpc(kGetRunning), Not(HasSubstr("interface-name")));
 }
 
@@ -161,9 +161,9 @@ TEST_F(SessionTest, ListsAreShownByKeyWhateverTheirHistory) {
   Start();
   EXPECT_THAT(Ask(edit(list("bb", reversed) + list("b", reversed) + list("bbb", many),
                        interface("e2", bb + b) + interface("e1", "") + interface("e10", ""))),
-              HasSubstr(kOk));
+              HasSubstr(kOkReply));
   EXPECT_THAT(Ask(edit(list("aaaa", "") + list("bbb", reversed), interface("e0", ""))),
-              HasSubstr(kOk));
+              HasSubstr(kOkReply));
   const std::string running = Ask(kGetRunning);
   EXPECT_THAT(running, AllOf(HasSubstr(list("aaaa", "") + list("b", shown) + list("bb", shown)),
                              HasSubstr(shown + entry(2000) + entry(2001) + entry(2002)),
@@ -316,7 +316,7 @@ TEST_P(ErrorTest, IsAnsweredAndChangesNothing) {
   Start();
   TestClient client(server_options_.socket_path);
   client.Open();
-  ASSERT_THAT(client.Rpc(EditInterface("here")), HasSubstr(kOk));
+  ASSERT_THAT(client.Rpc(EditInterface("here")), HasSubstr(kOkReply));
   const std::string before = client.Rpc(kGetRunning);
   client.SendMessage(GetParam().message);
   const std::string reply = client.Receive();
@@ -349,20 +349,21 @@ TEST_F(SessionTest, LockKeepsOthersOutUntilItsSessionEnds) {
   TestClient holder(server_options_.socket_path), other(server_options_.socket_path);
   holder.Open();
   other.Open();
-  EXPECT_THAT(holder.Rpc(lock), HasSubstr(kOk));
+  EXPECT_THAT(holder.Rpc(lock), HasSubstr(kOkReply));
   EXPECT_THAT(holder.Rpc(lock), HasSubstr("<error-tag>lock-denied<"));
   EXPECT_THAT(other.Rpc(lock), AllOf(HasSubstr("<error-tag>lock-denied<"),
                                      HasSubstr("<error-info><session-id>1</session-id>")));
   EXPECT_THAT(other.Rpc(EditInterface("e0")), HasSubstr("<error-tag>in-use<"));
   EXPECT_THAT(other.Rpc(unlock), HasSubstr("<error-tag>operation-failed<"));
-  EXPECT_THAT(holder.Rpc(EditInterface("e0")), HasSubstr(kOk));
-  EXPECT_THAT(holder.Rpc(unlock), HasSubstr(kOk));
-  EXPECT_THAT(other.Rpc(lock), HasSubstr(kOk));
+  EXPECT_THAT(holder.Rpc(EditInterface("e0")), HasSubstr(kOkReply));
+  EXPECT_THAT(holder.Rpc(unlock), HasSubstr(kOkReply));
+  EXPECT_THAT(other.Rpc(lock), HasSubstr(kOkReply));
   other.Close();
   // The server may see the next request before the end of the other session.
   std::string reply;
-  for (int i = 0; i < 100 && reply.find(kOk) == std::string::npos; ++i) reply = holder.Rpc(lock);
-  EXPECT_THAT(reply, HasSubstr(kOk));
+  for (int i = 0; i < 100 && reply.find(kOkReply) == std::string::npos; ++i)
+    reply = holder.Rpc(lock);
+  EXPECT_THAT(reply, HasSubstr(kOkReply));
 }
 
 TEST_F(SessionTest, KillEndsTheOtherSession) {
@@ -370,11 +371,11 @@ TEST_F(SessionTest, KillEndsTheOtherSession) {
   TestClient killer(server_options_.socket_path), victim(server_options_.socket_path);
   killer.Open();
   victim.Open();
-  EXPECT_THAT(victim.Rpc("<lock><target><running/></target></lock>"), HasSubstr(kOk));
+  EXPECT_THAT(victim.Rpc("<lock><target><running/></target></lock>"), HasSubstr(kOkReply));
   EXPECT_THAT(killer.Rpc("<kill-session><session-id>2</session-id></kill-session>"),
-              HasSubstr(kOk));
+              HasSubstr(kOkReply));
   EXPECT_EQ(victim.Receive(), "CLOSED");
-  EXPECT_THAT(killer.Rpc(EditInterface("e0")), HasSubstr(kOk));
+  EXPECT_THAT(killer.Rpc(EditInterface("e0")), HasSubstr(kOkReply));
 }
 
 TEST_F(SessionTest, PipelinedRequestsAreAnsweredInOrder) {
@@ -393,7 +394,7 @@ TEST_F(SessionTest, PipelinedRequestsAreAnsweredInOrder) {
   ASSERT_TRUE(client.Send(burst));
   for (int i = 0; i < kCount; ++i) {
     EXPECT_THAT(client.Receive(),
-                AllOf(HasSubstr("message-id='" + std::to_string(i) + "'"), HasSubstr(kOk)));
+                AllOf(HasSubstr("message-id='" + std::to_string(i) + "'"), HasSubstr(kOkReply)));
   }
 }
 
@@ -452,7 +453,7 @@ TEST_F(SessionTest, HostilePeersDoNotStallOthers) {
   TestClient worker(server_options_.socket_path);
   worker.Open();
   for (int i = 0; i < 2000; ++i) {
-    ASSERT_THAT(worker.Rpc(EditInterface("interface-" + std::to_string(i))), HasSubstr(kOk));
+    ASSERT_THAT(worker.Rpc(EditInterface("interface-" + std::to_string(i))), HasSubstr(kOkReply));
   }
   std::vector<std::unique_ptr<TestClient>> peers;
   for (int i = 0; i < 150; ++i) {
@@ -468,7 +469,7 @@ TEST_F(SessionTest, HostilePeersDoNotStallOthers) {
   }
   for (int i = 0; i < 200; ++i) {
     EXPECT_THAT(worker.Rpc(EditInterface("interface-" + std::to_string(i * 10), "remove")),
-                HasSubstr(kOk));
+                HasSubstr(kOkReply));
   }
   Stop();
   EXPECT_EQ(server_->session_count(), 151u);
@@ -538,7 +539,7 @@ TEST_F(SessionTest, ReadersHaveSoManySessionsAndGroupsComeFromTheKernel) {
   AsOther(54322, 54321, [&] { EXPECT_THAT(hello(), HasSubstr("<hello")); });
   AsOther(54323, kGroup, [&] {
     for (int i = 0; i < 3; ++i) EXPECT_THAT(hello(), HasSubstr("<hello"));
-    EXPECT_THAT(clients.back()->Rpc(EditInterface("e0")), HasSubstr(kOk));
+    EXPECT_THAT(clients.back()->Rpc(EditInterface("e0")), HasSubstr(kOkReply));
   });
 }
 

@@ -37,14 +37,14 @@ constexpr char kData[] =
     "<interface><N:>e0</N:><ingress>A</ingress><ingress>B</ingress></interface>"
     "<interface><N:>e1</N:><ingress>B</ingress></interface>}";
 
-struct Case {
+struct FilterCase {
   const char* name;
   const char* filter;
   const char* selected;
 };
-void PrintTo(const Case& c, std::ostream* out) { *out << c.name; }
+void PrintTo(const FilterCase& c, std::ostream* out) { *out << c.name; }
 
-const Case kCases[] = {
+const FilterCase kFilterCases[] = {
     {"Empty", "", ""},
     {"TopLevelSelection", "<config xmlns='urn:acl-app:acl'/>", kData},
     {"OtherNamespace", "<config xmlns='urn:other'/>", ""},
@@ -88,7 +88,7 @@ const Case kCases[] = {
     {"ContainmentOfALeafSelectsNothing", "{<interface><N:><x/></N:></interface>}", ""},
 };
 
-class SubtreeFilterTest : public testing::TestWithParam<Case> {
+class SubtreeFilterTest : public testing::TestWithParam<FilterCase> {
  protected:
   void SetUp() override {
     DatastoreErrors errors;
@@ -130,7 +130,7 @@ TEST_P(SubtreeFilterTest, Selects) {
   EXPECT_EQ(selected, Expand(GetParam().selected));
 }
 
-INSTANTIATE_TEST_SUITE_P(Rules, SubtreeFilterTest, testing::ValuesIn(kCases),
+INSTANTIATE_TEST_SUITE_P(Rules, SubtreeFilterTest, testing::ValuesIn(kFilterCases),
                          [](const auto& info) { return info.param.name; });
 
 }  // namespace

@@ -13,7 +13,7 @@ namespace {
 
 using Fault = XmlOutline::Fault;
 
-struct Case {
+struct OutlineCase {
   std::string xml;
   Fault fault;
   const char* root;
@@ -21,7 +21,7 @@ struct Case {
 };
 
 TEST(ScanXmlTest, FindsRootAndFaults) {
-  const Case cases[] = {
+  const OutlineCase cases[] = {
       {"<a/>", Fault::kNone, "a", ""},
       {"\n<?xml version='1.0'?><!-- <b> --> <x:a  m=\"1>\" n='2' ><b/></x:a >", Fault::kNone, "x:a",
        "m=\"1>\" n='2'"},
@@ -39,7 +39,7 @@ TEST(ScanXmlTest, FindsRootAndFaults) {
       {"", Fault::kMalformed, "", ""},
       {"<>", Fault::kMalformed, "", ""},
   };
-  for (const Case& c : cases) {
+  for (const OutlineCase& c : cases) {
     const XmlOutline outline = ScanXml(c.xml, 3);
     EXPECT_EQ(outline.fault, c.fault) << c.xml;
     EXPECT_EQ(outline.root, c.root) << c.xml;
