@@ -29,9 +29,8 @@ uint8_t SlotsFor(size_t entries) {
 
 Refusal TooComplex(size_t left, size_t entries) {
   return {Refusal::kTooComplex, CLS_TABLES, left,
-          std::to_string(left) + " of " + std::to_string(entries) + " entries fit into none of " +
-              std::to_string(CLS_MAX_TABLES) + " tables with " +
-              std::to_string(TableGroup::kMaxChain) +
+          std::to_string(entries) + " entries do not fit into " + std::to_string(CLS_MAX_TABLES) +
+              " tables with " + std::to_string(TableGroup::kMaxChain) +
               " entries in a bucket: too many overlap in too many different masks"};
 }
 

@@ -263,7 +263,14 @@ std::vector<PlannedTable> PlanTables(const std::vector<cls_key>& masks,
                                      size_t* left_over) {
   std::vector<PlannedTable> tables;
   Planner planner(masks, rules, limits.chain);
-  while (planner.left() != 0 && tables.size() < limits.tables) tables.push_back(planner.Next());
+  size_t most = 0;  // rules of one table so far
+  while (planner.left() != 0 && tables.size() < limits.tables) {
+    // Tables that take hardly any rules are not worth going on with: later ones take no more.
+    const size_t hope = 2 * most * (limits.tables - tables.size());
+    if (!tables.empty() && planner.left() > hope) break;
+    tables.push_back(planner.Next());
+    most = std::max(most, tables.back().rules.size());
+  }
   *left_over = planner.left();
   std::sort(tables.begin(), tables.end(), [](const PlannedTable& a, const PlannedTable& b) {
     return a.rules.front() < b.rules.front();

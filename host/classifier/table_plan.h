@@ -32,7 +32,8 @@ struct PlannedTable {
 };
 
 // The tables for `rules`, ordered by their first rules. `left_over` gets the number of rules that
-// fit into no table under the limits; the plan is of use only when that is 0.
+// are in no table where the limits, or the hope to hold them all, end; the plan is of use only when
+// that is 0.
 std::vector<PlannedTable> PlanTables(const std::vector<cls_key>& masks,
                                      const std::vector<PlanRule>& rules, const PlanLimits& limits,
                                      size_t* left_over);

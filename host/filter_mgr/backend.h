@@ -31,6 +31,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,7 @@
 #include "host/filter_mgr/group_slot.h"
 #include "host/filter_mgr/sent_group.h"
 #include "host/runtime/submissions.h"
+#include "host/search_cost/search_cost.h"
 
 namespace host {
 
@@ -99,6 +101,10 @@ class Backend {
   // Starts to read the hits of the group in force; the reading must end before the back end does.
   // Null where hits are not counted.
   virtual std::unique_ptr<HitsReading> ReadHits(GroupSlot slot) = 0;
+  // What the group in force costs a frame, on the port where that is most. None where nothing is
+  // enforced. What was found is kept until the group changes; some 0.5 us for each entry are needed
+  // to find it.
+  virtual std::optional<SearchCost> CostOf(GroupSlot /*slot*/) { return std::nullopt; }
   // Does what can wait until after an answer, such as giving back the memory of what was replaced.
   virtual void Idle() {}
   // The ports that the groups in force name.

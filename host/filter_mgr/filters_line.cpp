@@ -13,6 +13,13 @@ StatusLine GroupsLine(const GroupTable& table) {
     line.text += std::string(between) + GroupTypeName(group->getType()) + " " +
                  std::to_string(group->getEntriesRef().size()) + " of " +
                  std::to_string(table.capacity()) + " entries";
+    if (const auto cost = table.backend().CostOf(SlotOf(group->getType()))) {
+      line.text += cost->tables
+                       ? " (a frame is looked up in " + std::to_string(cost->tables->worst) +
+                             " tables at most, at " + cost->port + ")"
+                       : " (a frame is compared with " + std::to_string(cost->entries_worst) +
+                             " rules at most, at " + cost->port + ")";
+    }
     const auto waits = table.pending().find(key);
     if (waits != table.pending().end()) {
       line.text += " (" + std::to_string(waits->second->getEntriesRef().size()) + " wait)";

@@ -85,6 +85,7 @@ class GroupStateBuilder {
     }
     reading_.reset();
     reading_started_ = false;
+    cost_ = table_.backend().CostOf(SlotOf(it->second->getType()));
     group_ = it->second;
     next_entry_ = 0;
     entries_ = EntriesInOrder(group_->content());
@@ -100,6 +101,7 @@ class GroupStateBuilder {
     writer_->Leaf(node, "priority", content.getPriority());
     writer_->Leaf(node, "entries", entries_.size());
     writer_->Leaf(node, "nearly-full", table_.NearlyFull(content.getType()) ? "true" : "false");
+    if (cost_) AddCost(node);
     for (; most > 0 && next_entry_ < entries_.size(); --most) {
       const FiltersEntry& entry = *entries_[next_entry_++];
       AddEntry(node, entry);
@@ -107,6 +109,16 @@ class GroupStateBuilder {
     if (next_entry_ < entries_.size()) return;
     group_.reset();
     ++next_group_;
+  }
+
+  void AddCost(lyd_node* group) {
+    lyd_node* node = writer_->Inner(group, "search");
+    writer_->Leaf(node, "port", cost_->port);
+    if (cost_->tables) {
+      writer_->Leaf(node, "tables-mean", cost_->MeanText());
+      writer_->Leaf(node, "tables-worst", cost_->tables->worst);
+    }
+    writer_->Leaf(node, "entries-worst", cost_->entries_worst);
   }
 
   void AddEntry(lyd_node* group, const FiltersEntry& entry) {
@@ -161,6 +173,7 @@ class GroupStateBuilder {
   std::optional<SentGroup> group_;            // the one at work
   std::vector<const FiltersEntry*> entries_;  // its entries by priority
   size_t next_entry_ = 0;
+  std::optional<SearchCost> cost_;
   std::unique_ptr<HitsReading> reading_;  // of the next one's hits, where they are counted
   bool reading_started_ = false;
   std::optional<std::vector<Hits>> hits_;

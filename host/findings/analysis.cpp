@@ -32,7 +32,8 @@ std::string Does(const Entry& entry) {
 
 const char* NameOf(Kind kind) {
   constexpr const char* kNames[] = {"absent-interface", "no-frame",  "contradicting-cover",
-                                    "redundant",        "no-action", "ipv6-passes"};
+                                    "redundant",        "no-action", "ipv6-passes",
+                                    "beyond-tables"};
   return kNames[static_cast<int>(kind)];
 }
 

@@ -19,9 +19,11 @@ enum class Kind : uint8_t {
   kRedundant,         // the same, and they all do what the entry does
   kNoAction,          // an entry without an action, which permits
   kIpv6Passes,        // a port with L3 entries that deny, none of which says anything of IPv6
+  kBeyondTables,      // a port whose entries the packet filter's tables cannot hold
 };
 constexpr Kind kAllKinds[] = {Kind::kAbsentInterface, Kind::kNoFrame,  Kind::kContradictsCover,
-                              Kind::kRedundant,       Kind::kNoAction, Kind::kIpv6Passes};
+                              Kind::kRedundant,       Kind::kNoAction, Kind::kIpv6Passes,
+                              Kind::kBeyondTables};
 // The kind's name where programs read it, such as "no-frame".
 const char* NameOf(Kind kind);
 

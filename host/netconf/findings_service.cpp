@@ -29,6 +29,21 @@ void WriteCounts(const findings::Findings& found, XmlWriter* xml) {
   if (!found.complete) xml->Leaf("incomplete", "");
 }
 
+void WriteCost(const EstimatedCost& cost, XmlWriter* xml) {
+  for (const bool l3 : {false, true}) {
+    const std::optional<SearchCost>& group = cost.groups[l3 ? 1 : 0];
+    if (!group) continue;
+    xml->Open("search");
+    xml->Leaf("group", l3 ? "l3" : "l2");
+    xml->Leaf("port", group->port);
+    xml->Leaf("tables-mean", group->MeanText());
+    xml->Leaf("tables-worst", uint64_t{group->tables->worst});
+    xml->Leaf("entries-worst", uint64_t{group->entries_worst});
+    xml->Close("search");
+  }
+  xml->Leaf("tables-memory", cost.bytes);
+}
+
 void WriteName(const findings::EntryName& name, XmlWriter* xml) {
   xml->Leaf("profile", name.profile);
   xml->Leaf("ace-priority", uint64_t{name.ace_priority});
@@ -77,7 +92,10 @@ class FindingsStream : public DataStream {
     if (search_->result() == nullptr) return Progress::kMore;
     const findings::Findings& found = search_->result()->found;
     XmlWriter writer(kNamespace);
-    if (next_ == 0) WriteCounts(found, &writer);
+    if (next_ == 0) {
+      WriteCounts(found, &writer);
+      WriteCost(search_->result()->cost, &writer);
+    }
     WritePart(found, &next_, &writer);
     *xml += writer.Take();
     return next_ < found.list.size() ? Progress::kMore : Progress::kEnd;
@@ -141,7 +159,7 @@ InterfaceNames SystemInterfaces() {
 FindingsSearch::FindingsSearch(uint64_t commit, InterfaceNames interfaces,
                                std::unique_ptr<FindingsReader> reader,
                                std::function<void(const Result& result)> on_done)
-    : known_{commit, std::move(interfaces), {}},
+    : known_{commit, std::move(interfaces), {}, {}},
       reader_(std::move(reader)),
       on_done_(std::move(on_done)) {}
 
@@ -149,7 +167,7 @@ FindingsSearch::Progress FindingsSearch::Step() {
   if (failed_) return Progress::kFailed;
   if (result_ != nullptr) return Progress::kEnd;
   if (reader_ == nullptr) {
-    if (analysis_->Step(kStepWork)) return Progress::kMore;
+    if (Analyse()) return Progress::kMore;
     End();
     return Progress::kEnd;
   }
@@ -166,13 +184,29 @@ void FindingsSearch::BeginAnalysis() {
   for (auto& [name, interface] : configuration->interfaces) {
     interface.absent = known_.interfaces && known_.interfaces->count(name) == 0;
   }
-  analysis_ = std::make_unique<findings::Analysis>(std::move(configuration));
+  analysis_ = std::make_unique<findings::Analysis>(configuration);
+  estimate_ = std::make_unique<CostEstimate>(std::move(configuration));
+}
+
+bool FindingsSearch::Analyse() {
+  if (analysis_ == nullptr) return estimate_->Step();
+  if (analysis_->Step(kStepWork)) return true;
+  known_.found = analysis_->result();
+  analysis_.reset();
+  return true;
 }
 
 void FindingsSearch::End() {
   auto result = std::make_shared<FindingsResult>(known_);
-  result->found = analysis_->result();
-  analysis_.reset();
+  result->cost = estimate_->result();
+  estimate_.reset();
+  for (const EstimatedCost::Refused& refused : result->cost.refused) {
+    if (result->found.count[findings::Kind::kBeyondTables]++ >= findings::Limits().list_per_kind) {
+      continue;
+    }
+    const auto port = std::make_shared<const std::vector<std::string>>(1, refused.port);
+    result->found.list.push_back({findings::Kind::kBeyondTables, port, {}, {}, refused.text});
+  }
   result_ = std::move(result);
   if (on_done_) on_done_(result_);
 }

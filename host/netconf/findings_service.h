@@ -1,7 +1,9 @@
-// Looks for findings (host/findings/analysis.h) on behalf of sessions.
+// Looks for findings (host/findings/analysis.h) on behalf of sessions, and for what a configuration
+// would cost (host/search_cost/cost_estimate.h).
 //
-// A search reads a configuration and analyses it, in steps of some tenths of a millisecond that are
-// made where a session's own work is: nobody waits for it but who asked. Those who ask for running
+// A search reads a configuration and analyses it, in steps of some tenths of a millisecond (but for
+// the cost of a port with very many entries) that are made where a session's own work is: nobody
+// waits for it but who asked. Those who ask for running
 // share one search, whoever takes its next step, and its result is kept until running or the
 // system's interfaces are others.
 #ifndef HOST_NETCONF_FINDINGS_SERVICE_H_
@@ -22,6 +24,7 @@
 #include "host/netconf/rpc_error.h"
 #include "host/netconf/tree_pages.h"
 #include "host/runtime/state_providers.h"
+#include "host/search_cost/cost_estimate.h"
 
 namespace host {
 
@@ -35,6 +38,7 @@ struct FindingsResult {
   uint64_t commit = 0;  // that running was of
   InterfaceNames interfaces;
   findings::Findings found;
+  EstimatedCost cost;
 };
 
 // One search.
@@ -60,11 +64,14 @@ class FindingsSearch {
 
  private:
   void BeginAnalysis();
+  // False when there is nothing more to do.
+  bool Analyse();
   void End();
 
-  FindingsResult known_;                    // but for what is found
-  std::unique_ptr<FindingsReader> reader_;  // until all is read
-  std::unique_ptr<findings::Analysis> analysis_;
+  FindingsResult known_;                          // but for what is found
+  std::unique_ptr<FindingsReader> reader_;        // until all is read
+  std::unique_ptr<findings::Analysis> analysis_;  // until it is done
+  std::unique_ptr<CostEstimate> estimate_;
   std::function<void(const Result& result)> on_done_;
   bool failed_ = false;
   Result result_;

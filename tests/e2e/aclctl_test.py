@@ -264,7 +264,8 @@ class AclctlTest(DaemonTest):
         file = self.write("c.json", json.dumps(CONFIG))
         table, _, _ = self.run_ok("check", file).partition("\n\n")
         self.assert_rows(
-            table, ["GROUP CAPACITY USED NOW THEN AVAILABLE", "L2 3 0 2 1", "L3 3 0 0 3"]
+            table, ["GROUP CAPACITY USED NOW THEN AVAILABLE", "L2 3 0 2 1", "L3 3 0 0 3",
+                    "tables that a frame is looked up in: L2 1.0, at most 1 (acl0); they take 2 kB"]
         )
         self.run_ok("apply", file)
         more = self.write("d.json", json.dumps(CONFIG).replace("acl0", "acl1"))

@@ -22,6 +22,10 @@ DENY = """<access-list-entry><ace-priority>%d</ace-priority><match><destination-
 </destination-port></match><action><packet-handling><deny/></packet-handling></action>
 </access-list-entry>"""
 
+# What a frame costs with two entries, which rules are three each for.
+SEARCH = {"bpf": r'"tables-worst": 1,\n +"entries-worst": 1\n',
+          "nftables": r'"port": "port0",\n +"entries-worst": 6\n'}
+
 
 def setUpModule():
     libc = ctypes.CDLL(None, use_errno=True)
@@ -141,6 +145,8 @@ class KernelTest(DaemonTest):
             (("show", "acl"), r"port0 +up +in-force\n(.*\n)+ +1 .*dst-port [a-z0-9]+ +deny +3 +96\n"),
             (("trace", "port0", "udp", "80"), r"L3: +[a-z]+ entry 1 .*\nframe is dropped\n$"),
             (("show", "commits", "--json"), r'"interfaces-in-force": 1,'),
+            (("show", "groups", "--json"), SEARCH[backend]),
+            (("check", self.directory / "config.xml", "--json"), SEARCH["bpf"]),
         ):
             self.assertRegex(self.aclctl(daemon, *command).stdout, says)
         self.assertRegex(daemon.log(), r"applied in .*; in force on 1 of 1 interface\n")

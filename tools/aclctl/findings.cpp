@@ -41,6 +41,19 @@ Findings::Line LineOf(const lyd_node* finding) {
   return line;
 }
 
+std::string CostIn(const lyd_node* reply) {
+  std::string line;
+  for (const lyd_node* search : Children(reply, "search")) {
+    line += line.empty() ? "tables that a frame is looked up in: " : "; ";
+    line += ChildText(search, "group") == "l2" ? "L2 " : "L3 ";
+    line += ChildText(search, "tables-mean") + ", at most " + ChildText(search, "tables-worst") +
+            " (" + ChildText(search, "port") + ")";
+  }
+  const uint64_t bytes = std::strtoull(ChildText(reply, "tables-memory").c_str(), nullptr, 10);
+  return line.empty() ? line
+                      : line + "; they take " + std::to_string((bytes + 1023) / 1024) + " kB";
+}
+
 Failure ShowFindings(const Common& common) {
   Client client;
   if (Failure failure = client.Open(common.socket)) return failure;
@@ -97,6 +110,7 @@ Failure FetchFindings(Client* client, const std::string& input, Findings* found,
   for (const lyd_node* finding : Children(reply.get(), "finding")) {
     found->lines.push_back(LineOf(finding));
   }
+  found->cost = CostIn(reply.get());
   found->complete = FindChild(reply.get(), "incomplete") == nullptr;
   return {};
 }

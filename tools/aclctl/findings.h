@@ -18,6 +18,7 @@ struct Findings {
   std::vector<Line> lines;  // a part, where there are thousands
   size_t count = 0;
   bool complete = true;  // all was looked at
+  std::string cost;      // of a frame, in a line; empty where no group has entries
 
   // Those that `before` has not.
   std::vector<std::string> Since(const Findings& before) const;

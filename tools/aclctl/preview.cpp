@@ -156,6 +156,7 @@ Failure Check(const Common& common, const EditFile& file, bool strict) {
     return refusal;
   }
   PrintGroups(reply.get());
+  if (!then.cost.empty()) std::printf("%s\n", then.cost.c_str());
   if (refusal) return refusal;
   PrintFindings(then, added);
   std::printf("\n%s would be accepted, changes: %s\n", WhatOf(file).c_str(),

@@ -338,7 +338,10 @@ void EbpfBackend::Commit() {
   std::vector<uint32_t> freed;
   for (const GroupSlot slot : kSlots) {
     if (!prepared_[slot]) continue;
-    for (auto& [root, update] : prepared_[slot]->updates) update.Commit(&held_[root], &freed);
+    for (auto& [root, update] : prepared_[slot]->updates) {
+      if (!update.empty()) costs_.erase(root);
+      update.Commit(&held_[root], &freed);
+    }
     if (groups_[slot]) retired_.push_back(std::move(*groups_[slot]));
     groups_[slot].emplace(std::move(prepared_[slot]->group));
     prepared_[slot].reset();
@@ -428,6 +431,22 @@ std::vector<Hits> EbpfBackend::HitsOf(GroupSlot slot) const {
     }
   }
   return hits;
+}
+
+std::optional<SearchCost> EbpfBackend::CostOf(GroupSlot slot) {
+  std::optional<SearchCost> worst;
+  for (uint32_t number = 0; groups_[slot] && number < ports_->count(); ++number) {
+    const uint32_t root = FilterPorts::RootOf(number, slot);
+    if (root >= held_.size() || held_[root].empty()) continue;
+    const auto [found, is_new] = costs_.try_emplace(root);
+    if (is_new) found->second = classifier_->CostOf(root, SearchSamples(held_[root].size()));
+    const classifier::Cost& cost = found->second;
+    const SearchCost here{ports_->NameOf(number),
+                          SearchCost::Tables{cost.mean_tables, cost.worst_tables},
+                          cost.worst_entries};
+    if (!worst || *worst < here) worst = here;
+  }
+  return worst;
 }
 
 std::unique_ptr<HitsReading> EbpfBackend::ReadHits(GroupSlot slot) {

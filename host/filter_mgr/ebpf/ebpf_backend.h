@@ -69,6 +69,7 @@ class EbpfBackend : public Backend {
   bool Poll() override;
   bool Pending() const override { return !links_.complete(); }
   std::unique_ptr<HitsReading> ReadHits(GroupSlot slot) override;
+  std::optional<SearchCost> CostOf(GroupSlot slot) override;
   void Idle() override;
   std::map<std::string, PortState> Ports() const override;
 
@@ -115,7 +116,8 @@ class EbpfBackend : public Backend {
   std::optional<PortHooks> hooks_;
   std::unique_ptr<PortGuards> guards_;
   std::optional<FilterPorts> ports_;
-  std::deque<std::vector<HeldEntry>> held_;  // by root; they keep their places
+  std::deque<std::vector<HeldEntry>> held_;     // by root; they keep their places
+  std::map<uint32_t, classifier::Cost> costs_;  // by root, as far as known
   std::array<std::optional<Group>, kGroupSlots> groups_;
   std::array<std::optional<PreparedGroup>, kGroupSlots> prepared_;
   std::vector<Group> retired_;  // to be given back when there is time

@@ -164,9 +164,10 @@ bool RootUpdate::Write(CounterSlots* slots, classifier::Refusal* refusal) {
     }
     ++counters_given_;
   }
-  // Single changes of a small root cost less than new tables, too.
+  // Single changes of a small root cost less than new tables, too; but what is there from the
+  // beginning gets tables that suit it.
   constexpr size_t kFew = 64;
-  const bool few = erased + added_.size() <= std::max(held_->size() / 4, kFew);
+  const bool few = !held_->empty() && erased + added_.size() <= std::max(held_->size() / 4, kFew);
   const bool ok = few ? WriteEdits(refusal) : WriteWhole(refusal);
   if (!ok) Undo(slots);
   return ok;

@@ -413,6 +413,16 @@ std::map<std::string, PortState> NftablesBackend::Ports() const {
   return ports;
 }
 
+std::optional<SearchCost> NftablesBackend::CostOf(GroupSlot slot) {
+  std::optional<SearchCost> worst;
+  if (!groups_[slot]) return worst;
+  for (const auto& [port, rules] : groups_[slot]->ports) {
+    const SearchCost here{port, {}, static_cast<uint32_t>(rules.rules.size())};
+    if (!worst || *worst < here) worst = here;
+  }
+  return worst;
+}
+
 std::unique_ptr<HitsReading> NftablesBackend::ReadHits(GroupSlot slot) {
   if (!groups_[slot]) return nullptr;
   return std::make_unique<KernelHits>(&groups_[slot], &kernel_, slot);

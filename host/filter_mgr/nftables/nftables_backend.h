@@ -51,6 +51,7 @@ class NftablesBackend : public Backend {
   bool Poll() override;
   bool Pending() const override;
   std::unique_ptr<HitsReading> ReadHits(GroupSlot slot) override;
+  std::optional<SearchCost> CostOf(GroupSlot slot) override;
   void Idle() override { retired_.clear(); }
   std::map<std::string, PortState> Ports() const override;
 
