@@ -31,9 +31,8 @@ std::unique_ptr<Backend> OpenBpf(const PortNames& names, std::string* why_not) {
 }  // namespace
 
 const std::vector<BackendUnderTest>& BackendsUnderTest() {
-  static const std::vector<BackendUnderTest> kBackends = {{"nftables", OpenNftables, true},
-                                                          {"bpf", OpenBpf<true>, false},
-                                                          {"bpfClassifier", OpenBpf<false>, false}};
+  static const std::vector<BackendUnderTest> kBackends = {
+      {"nftables", OpenNftables}, {"bpf", OpenBpf<true>}, {"bpfClassifier", OpenBpf<false>}};
   return kBackends;
 }
 

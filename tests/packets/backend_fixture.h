@@ -28,9 +28,6 @@ struct BackendUnderTest {
   // Opens it in the network namespace of the process; null, with the reason, where the kernel does
   // not have what it takes.
   std::unique_ptr<Backend> (*open)(const PortNames& names, std::string* why_not);
-  // Whether a frame that is between the groups at the moment of a switch may be put to the L2 group
-  // from before it and the L3 group from after it.
-  bool may_split_frames;
 };
 const std::vector<BackendUnderTest>& BackendsUnderTest();
 

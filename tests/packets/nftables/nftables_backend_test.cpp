@@ -35,8 +35,9 @@ Frame FrameTo(uint32_t address) {
   return frame;
 }
 
-// What a port's table takes without its chunks: the table, two sets with their values, two chains.
-constexpr size_t kTableWrites = 1 + 2 * 2 + 2;
+// What a port's table takes without its chunks: the table, two sets with their values, the base
+// chain, the groups' chains and the jumps to them.
+constexpr size_t kTableWrites = 1 + 2 * 2 + 1 + 2 * 2;
 
 class NftablesBackendTest : public NftablesTest {
  protected:
@@ -95,7 +96,7 @@ TEST_F(NftablesBackendTest, WritesOnlyWhatChanged) {
 }
 
 TEST_F(NftablesBackendTest, ARestartAdoptsWhatItFinds) {
-  const FiltersGroup l2 = GroupOf(kL2Type, Denying(0, 300));
+  const FiltersGroup l2 = GroupOf(kL2Type, Denying(10000, 3000));
   FiltersGroup l3 = GroupOf(kL3Type, Denying(1000, 300));
   Apply(l2);
   Apply(l3);
@@ -124,6 +125,29 @@ TEST_F(NftablesBackendTest, ARestartAdoptsWhatItFinds) {
   EXPECT_EQ(0u, ReadKernel().count("p1"));
 }
 
+// An earlier version had a base chain for each group, in which L2 entries permitted by an accept.
+TEST_F(NftablesBackendTest, TablesOfAnEarlierVersionAreTakenOver) {
+  PacketLab::Run(
+      "nft 'add table netdev acl-app/p1;"
+      "add chain netdev acl-app/p1 l2 { type filter hook ingress device p1 priority -20; };"
+      "add chain netdev acl-app/p1 l3 { type filter hook ingress device p1 priority -10; };"
+      "add chain netdev acl-app/p1 l2-0; add rule netdev acl-app/p1 l2 jump l2-0;"
+      "add rule netdev acl-app/p1 l2-0 @ll,0,48 2 counter packets 5 bytes 50 accept;"
+      "add rule netdev acl-app/p1 l2-0 counter packets 6 bytes 60 drop'");
+  FiltersEntry permit(0), deny(0);
+  permit.setMatch(MatchDstMac(ether_addr{{0, 0, 0, 0, 0, 2}}));
+  deny.setAction(ActionDeny());
+  const FiltersGroup l2 = GroupOf(kL2Type, {{permit}, {deny}}),
+                     l3 = GroupOf(kL3Type, Denying(0, 3));
+  Open();
+  EXPECT_EQ(1u, backend_->Left());
+  Apply(l3);
+  ExpectInKernel({&l2, &l3});
+  Apply(l2);
+  EXPECT_EQ(5u, HitsOf(l2, 0));
+  EXPECT_EQ(6u, HitsOf(l2, 1));
+}
+
 // What a run finds of foreign making in its tables is put right by its first update.
 TEST_F(NftablesBackendTest, ARestartRepairsWhatOthersDid) {
   const FiltersGroup group = GroupOf(kL2Type, Denying(0, 500));
@@ -139,7 +163,9 @@ TEST_F(NftablesBackendTest, ARestartRepairsWhatOthersDid) {
       "add set netdev acl-app/p1 mine { type ether_type; }",
       "add chain netdev acl-app/p1 mine { type filter hook ingress device p1 priority 0; }",
       "delete table netdev acl-app/p1",
-      "add chain netdev acl-app/p1 l2 { policy drop; }",
+      "add chain netdev acl-app/p1 ingress { policy drop; }",
+      "insert rule netdev acl-app/p1 ingress accept",
+      "flush chain netdev acl-app/p1 ingress",
   };
   for (const std::string damage : kDamage) {
     Open();
@@ -152,7 +178,8 @@ TEST_F(NftablesBackendTest, ARestartRepairsWhatOthersDid) {
     Open();
     EXPECT_GT(Apply(group), 0u) << damage;
     // What still has its rule, and is still reached, counts on.
-    const bool lost = damage == "flush chain netdev acl-app/p1 l2" || damage.find("delete") == 0;
+    const bool lost = damage.find("flush chain netdev acl-app/p1 l2") == 0 ||  // leads there
+                      damage.find("delete") == 0;
     EXPECT_EQ(lost ? 0 : hits, HitsOf(group, 300)) << damage;
     ExpectInKernel({&group});
     // The group that has not been updated yet keeps its rules, where they are still there.
@@ -489,7 +516,7 @@ TEST_F(FaultTest, NamesTheEntryThatTheKernelRefuses) {
   };
   for (int rule = 0; rule < 4; ++rule) {
     CapturedLog().clear();
-    plan.spoiled_rule = rule;
+    plan.spoiled_rule = rule < 3 ? rule : rule + 2;  // behind the jumps of the other port's table
     EXPECT_EQ(FILTER_MGR_ERR_KERNEL, Try(GroupOf(kL3Type, entries)).error);
     EXPECT_THAT(CapturedLog(), Contains(HasSubstr(kNamed[rule])));
     ExpectInKernel({&before});

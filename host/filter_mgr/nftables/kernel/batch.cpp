@@ -112,10 +112,10 @@ void NftBatch::AddSet(const std::string& table, const FixedSet& set) {
   Finish(message);
 }
 
-void NftBatch::AddBaseChain(const std::string& table, GroupSlot slot, const std::string& device) {
-  const ChainPtr object = MakeChain(table, BaseChainName(slot));
+void NftBatch::AddBaseChain(const std::string& table, const std::string& device) {
+  const ChainPtr object = MakeChain(table, kIngressChain);
   nftnl_chain_set_u32(object.get(), NFTNL_CHAIN_HOOKNUM, NF_NETDEV_INGRESS);
-  nftnl_chain_set_s32(object.get(), NFTNL_CHAIN_PRIO, HookPriority(slot));
+  nftnl_chain_set_s32(object.get(), NFTNL_CHAIN_PRIO, kHookPriority);
   nftnl_chain_set_u32(object.get(), NFTNL_CHAIN_POLICY, NF_ACCEPT);
   nftnl_chain_set_str(object.get(), NFTNL_CHAIN_TYPE, "filter");
   nftnl_chain_set_str(object.get(), NFTNL_CHAIN_DEV, device.c_str());
@@ -130,15 +130,15 @@ void NftBatch::AddChain(const std::string& table, const std::string& chain) {
   Finish(message);
 }
 
-uint16_t NftBatch::Tell(bool tell, size_t rules) {
+uint16_t NftBatch::Tell(size_t rules) {
   constexpr size_t kMost = 8192;  // about 4 MiB
-  if (!tell || told_ + rules > kMost) return 0;
+  if (rules == 0 || told_ + rules > kMost) return 0;
   told_ += rules;
   return NLM_F_ECHO;
 }
 
-void NftBatch::DeleteChain(const std::string& table, const std::string& chain, bool tell) {
-  nlmsghdr* message = Start(NFT_MSG_DELCHAIN, Tell(tell, kMaxChunk));
+void NftBatch::DeleteChain(const std::string& table, const std::string& chain, size_t tell) {
+  nlmsghdr* message = Start(NFT_MSG_DELCHAIN, Tell(tell));
   nftnl_chain_nlmsg_build_payload(message, MakeChain(table, chain).get());
   Finish(message);
 }
@@ -153,7 +153,7 @@ void NftBatch::DeleteRule(const std::string& table, const std::string& chain, ui
                           bool tell) {
   const RuleObjectPtr object = MakeRule(table, chain);
   nftnl_rule_set_u64(object.get(), NFTNL_RULE_HANDLE, handle);
-  nlmsghdr* message = Start(NFT_MSG_DELRULE, Tell(tell, 1));
+  nlmsghdr* message = Start(NFT_MSG_DELRULE, Tell(tell ? 1 : 0));
   nftnl_rule_nlmsg_build_payload(message, object.get());
   Finish(message);
 }
@@ -164,6 +164,15 @@ void NftBatch::AddRule(const std::string& table, const std::string& chain, const
   if (before != 0) nftnl_rule_set_u64(object.get(), NFTNL_RULE_POSITION, before);
   EncodeRule(rule, guard, slot, hits, object.get());
   nlmsghdr* message = Start(NFT_MSG_NEWRULE, before != 0 ? kAdd : kAppend);
+  nftnl_rule_nlmsg_build_payload(message, object.get());
+  Finish(message);
+}
+
+void NftBatch::AddJump(const std::string& table, const std::string& chain,
+                       const std::string& target) {
+  const RuleObjectPtr object = MakeRule(table, chain);
+  EncodeJump(target, object.get());
+  nlmsghdr* message = Start(NFT_MSG_NEWRULE, kAppend);
   nftnl_rule_nlmsg_build_payload(message, object.get());
   Finish(message);
 }

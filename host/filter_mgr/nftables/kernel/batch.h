@@ -48,11 +48,11 @@ class NftBatch {
   void AddTable(const std::string& table, uint32_t flags);
   void DeleteTable(const std::string& table);
   void AddSet(const std::string& table, const FixedSet& set);
-  void AddBaseChain(const std::string& table, GroupSlot slot, const std::string& device);
+  void AddBaseChain(const std::string& table, const std::string& device);
   void AddChain(const std::string& table, const std::string& chain);
-  // With its rules. With `tell` the result says what their counters came to, until it has become a
-  // lot: the kernel would drop what overflows its buffer, and its answer with it.
-  void DeleteChain(const std::string& table, const std::string& chain, bool tell = false);
+  // With its rules. The result says what the counters of `tell` of them came to (all, or 0), until
+  // it has become a lot: the kernel would drop what overflows its buffer, and its answer with it.
+  void DeleteChain(const std::string& table, const std::string& chain, size_t tell = 0);
   // Removes all rules of a chain.
   void FlushChain(const std::string& table, const std::string& chain);
   void DeleteRule(const std::string& table, const std::string& chain, uint64_t handle,
@@ -60,6 +60,9 @@ class NftBatch {
   // Adds a rule before the rule with that handle; 0: at the chain's end.
   void AddRule(const std::string& table, const std::string& chain, const Rule& rule,
                const Guard& guard, GroupSlot slot, const Hits& hits, uint64_t before);
+
+  // Adds a rule that jumps from `chain` to `target`, to the chain's end.
+  void AddJump(const std::string& table, const std::string& chain, const std::string& target);
 
   // Number of messages, begin and end aside.
   size_t size() const { return origins_.size(); }
@@ -84,8 +87,8 @@ class NftBatch {
   void Append(nlmsghdr* message);
   void ReadAnswers(NetlinkSocket& socket, BatchResult* result) const;
 
-  // Flag for a removal of so many rules at most that are to be told of.
-  uint16_t Tell(bool tell, size_t rules);
+  // Flag for a removal of so many rules that are to be told of.
+  uint16_t Tell(size_t rules);
 
   std::vector<Page> pages_;
   std::vector<MessageOrigin> origins_;  // per message

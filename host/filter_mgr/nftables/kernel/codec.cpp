@@ -56,6 +56,11 @@ constexpr struct {
     {Source::kL4Protocol, NFT_META_L4PROTO, 1},
 };
 
+// What ends a group's evaluation (names.h).
+uint32_t PermitOf(GroupSlot slot) {
+  return slot == kL2 ? static_cast<uint32_t>(NFT_RETURN) : NF_ACCEPT;
+}
+
 class Encoder {
  public:
   explicit Encoder(nftnl_rule* out) : out_(out) {}
@@ -173,12 +178,18 @@ void EncodeRule(const Rule& rule, const Guard& guard, GroupSlot slot, const Hits
   if (outcome.queue) encoder.AddQueue(*outcome.queue);
   switch (outcome.verdict) {
     case Verdict::kAccept:
-      return encoder.AddVerdict(NF_ACCEPT, "");
+      return encoder.AddVerdict(PermitOf(slot), "");
     case Verdict::kDrop:
       return encoder.AddVerdict(NF_DROP, "");
     case Verdict::kJump:
       return encoder.AddVerdict(static_cast<uint32_t>(NFT_JUMP), ChunkName(slot, outcome.chunk));
+    case Verdict::kGoto:
+      return encoder.AddVerdict(static_cast<uint32_t>(NFT_GOTO), ChunkName(slot, outcome.chunk));
   }
+}
+
+void EncodeJump(const std::string& chain, nftnl_rule* out) {
+  Encoder(out).AddVerdict(static_cast<uint32_t>(NFT_JUMP), chain);
 }
 
 namespace {
@@ -358,13 +369,15 @@ class Decoder {
   bool ReadVerdict(Outcome* outcome) {
     if (!Is("immediate") || !IsVerdict()) return false;
     const auto verdict = static_cast<int32_t>(Get(NFTNL_EXPR_IMM_VERDICT));
-    if (verdict == NFT_JUMP) {
+    if (verdict == NFT_JUMP || verdict == NFT_GOTO) {
       const auto chunk = ParseChunkName(nftnl_expr_get_str(expr_, NFTNL_EXPR_IMM_CHAIN));
       if (!chunk || chunk->first != slot_) return false;
-      outcome->verdict = Verdict::kJump;
+      outcome->verdict = verdict == NFT_JUMP ? Verdict::kJump : Verdict::kGoto;
       outcome->chunk = chunk->second;
-    } else if (verdict == NF_ACCEPT || verdict == NF_DROP) {
-      outcome->verdict = verdict == NF_DROP ? Verdict::kDrop : Verdict::kAccept;
+    } else if (verdict == NF_DROP) {
+      outcome->verdict = Verdict::kDrop;
+    } else if (static_cast<uint32_t>(verdict) == PermitOf(slot_)) {
+      outcome->verdict = Verdict::kAccept;
     } else {
       return false;
     }
@@ -388,6 +401,19 @@ Rule DecodeRule(const nftnl_rule* in, const Guard& guard, GroupSlot slot, Hits* 
   Rule foreign;
   foreign.foreign = true;
   return foreign;
+}
+
+std::string DecodeJump(const nftnl_rule* in) {
+  nftnl_expr_iter* iterator = nftnl_expr_iter_create(in);
+  const nftnl_expr* expr = nftnl_expr_iter_next(iterator);
+  std::string chain;
+  if (expr != nullptr && nftnl_expr_iter_next(iterator) == nullptr &&
+      strcmp(nftnl_expr_get_str(expr, NFTNL_EXPR_NAME), "immediate") == 0 &&
+      static_cast<int32_t>(nftnl_expr_get_u32(expr, NFTNL_EXPR_IMM_VERDICT)) == NFT_JUMP) {
+    chain = nftnl_expr_get_str(expr, NFTNL_EXPR_IMM_CHAIN);
+  }
+  nftnl_expr_iter_destroy(iterator);
+  return chain;
 }
 
 Hits CounterOf(const nftnl_rule* rule) {

@@ -138,7 +138,7 @@ int RunTrials() {
   }
   if (Commit(*socket, [&](NftBatch* batch) {
         batch->AddTable(TableName(absent), 0);
-        batch->AddBaseChain(TableName(absent), kL2, absent);
+        batch->AddBaseChain(TableName(absent), absent);
       }) == 0) {
     result |= kHooksByName;
   }

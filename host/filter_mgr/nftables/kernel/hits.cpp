@@ -22,12 +22,13 @@ HitsReading::Progress KernelHits::Next() {
 }
 
 size_t KernelHits::ReadChunk(HeldGroup* held, uint32_t number) {
-  std::vector<HeldRule>& rules = held->chunks.at(number).rules;
+  HeldChain& chunk = held->chunks.at(number);
+  std::vector<HeldRule>& rules = chunk.rules;
   std::vector<Hits> read;
   const int error = kernel_->reader()->ReadHits(port_, slot_, number, &read);
   // Otherwise someone else has changed the chunk, which will be put right.
-  if (error == 0 && read.size() == rules.size()) {
-    for (size_t i = 0; i < read.size(); ++i) rules[i].hits = read[i];
+  if (error == 0 && read.size() == rules.size() + (chunk.link ? 1 : 0)) {
+    for (size_t i = 0; i < rules.size(); ++i) rules[i].hits = read[i];
   }
   return rules.size();
 }

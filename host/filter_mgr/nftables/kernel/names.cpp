@@ -9,13 +9,11 @@ namespace host {
 namespace {
 
 constexpr char kTablePrefix[] = "acl-app/";
-constexpr const char* kBaseChains[kGroupSlots] = {"l2", "l3"};
+constexpr const char* kGroupChains[kGroupSlots] = {"l2", "l3"};
 
 }  // namespace
 
-const char* BaseChainName(GroupSlot slot) { return kBaseChains[slot]; }
-
-int32_t HookPriority(GroupSlot slot) { return slot == kL2 ? -20 : -10; }
+const char* GroupChainName(GroupSlot slot) { return kGroupChains[slot]; }
 
 std::string TableName(const std::string& port) { return kTablePrefix + port; }
 
@@ -26,13 +24,13 @@ std::optional<std::string> PortOfTable(const std::string& table) {
 }
 
 std::string ChunkName(GroupSlot slot, uint32_t number) {
-  return std::string(kBaseChains[slot]) + "-" + std::to_string(number);
+  return std::string(kGroupChains[slot]) + "-" + std::to_string(number);
 }
 
 std::optional<std::pair<GroupSlot, uint32_t>> ParseChunkName(const std::string& name) {
   for (const GroupSlot slot : {kL2, kL3}) {
-    const size_t prefix = strlen(kBaseChains[slot]) + 1;
-    if (name.compare(0, prefix, std::string(kBaseChains[slot]) + "-") != 0) continue;
+    const size_t prefix = strlen(kGroupChains[slot]) + 1;
+    if (name.compare(0, prefix, std::string(kGroupChains[slot]) + "-") != 0) continue;
     const std::string digits = name.substr(prefix);
     if (digits.empty() || digits.size() > 9 ||
         digits.find_first_not_of("0123456789") != std::string::npos) {

@@ -1,10 +1,21 @@
 // Names and numbers of what the Filter Manager keeps in the kernel's packet filter (nf_tables).
 //
 // Each port has a table of its own in the netdev family, named after it, so that an update of one
-// port is no concern of the others. In it are two base chains on the port's ingress hook, one per
-// group, with policy accept: L2 before L3. "accept" ends only its own chain, "drop" is final. The
-// base chains jump to chunks named after their group and a number. Two fixed sets hold what no
-// mask can express.
+// port is no concern of the others. In it is one base chain on the port's ingress hook, which jumps
+// to the chain of the L2 group and then to that of the L3 group. Two fixed sets hold what no mask
+// can express.
+//
+//   ingress ─┬► l2 ──goto──► l2-0 ──goto──► l2-1 ...     permit: return, which leads to ingress
+//            └► l3 ─┬► l3-0                              permit: accept
+//                   └► l3-1 ...
+//
+// It is one base chain so that a frame is filtered by one transaction's rules: the kernel looks at
+// the beginning of a base chain which generation of all its rules counts. With a base chain for
+// each group a frame would be put to the L2 group before a transaction, and to the L3 group after
+// it. A permit of the L2 group has to end that group wherever it is; a return does so, for what
+// goto leads to returns to where the last jump was made. So the chunks of the L2 group are a list,
+// in which each ends with a goto to the next; those of the L3 group are jumped to one by one, after
+// a look at what all of their rules ask for.
 #ifndef HOST_FILTER_MGR_NFTABLES_KERNEL_NAMES_H_
 #define HOST_FILTER_MGR_NFTABLES_KERNEL_NAMES_H_
 
@@ -16,14 +27,19 @@
 #include <vector>
 
 #include "host/filter_mgr/group_slot.h"
-#include "host/filter_mgr/nftables/plan/rule.h"
+#include "host/filter_mgr/nftables/plan/difference.h"
 
 namespace host {
 
-// "l2" or "l3".
-const char* BaseChainName(GroupSlot slot);
-// Priority of the group's base chain on the hook; lower runs earlier.
-int32_t HookPriority(GroupSlot slot);
+// The base chain, and its priority on the hook.
+constexpr char kIngressChain[] = "ingress";
+constexpr int32_t kHookPriority = -20;
+// "l2" or "l3": the chain that leads to the group's chunks.
+const char* GroupChainName(GroupSlot slot);
+// How the group's chunks follow each other.
+constexpr ChunkOrder ChunkOrderOf(GroupSlot slot) {
+  return slot == kL2 ? ChunkOrder::kLinks : ChunkOrder::kJumps;
+}
 
 std::string TableName(const std::string& port);
 // The port of a table, no value for a table that is not the Filter Manager's.

@@ -21,11 +21,17 @@ namespace {
 
 std::string Text(const char* text) { return text == nullptr ? "" : text; }
 
-bool IsOurBaseChain(const nftnl_chain* chain, GroupSlot slot, const std::string& port) {
+bool IsOurBaseChain(const nftnl_chain* chain, const std::string& port) {
   return nftnl_chain_get_u32(chain, NFTNL_CHAIN_HOOKNUM) == NF_NETDEV_INGRESS &&
-         nftnl_chain_get_s32(chain, NFTNL_CHAIN_PRIO) == HookPriority(slot) &&
+         nftnl_chain_get_s32(chain, NFTNL_CHAIN_PRIO) == kHookPriority &&
          nftnl_chain_get_u32(chain, NFTNL_CHAIN_POLICY) == NF_ACCEPT &&
          Text(nftnl_chain_get_str(chain, NFTNL_CHAIN_DEV)) == port;
+}
+
+// Whether the rule leads from one linked chunk to the next.
+bool IsLink(const Rule& rule) {
+  return !rule.foreign && rule.outcome.verdict == Verdict::kGoto && !rule.outcome.counted &&
+         rule.tests.empty();
 }
 
 HeldRule ToHeldRule(const nftnl_rule* object, const Guard& guard, GroupSlot slot) {
@@ -50,12 +56,16 @@ class KernelReader::Assembly {
   void AddChain(const nftnl_chain* chain) {
     const std::string name = Text(nftnl_chain_get_str(chain, NFTNL_CHAIN_NAME));
     const bool is_base = nftnl_chain_is_set(chain, NFTNL_CHAIN_HOOKNUM);
-    for (const GroupSlot slot : {kL2, kL3}) {
-      if (is_base && name == BaseChainName(slot)) {
-        has_base_[slot] = true;
-        intact_ = intact_ && IsOurBaseChain(chain, slot, port_);
-        return;
-      }
+    if (is_base && name == kIngressChain) {
+      has_ingress_ = true;
+      intact_ = intact_ && IsOurBaseChain(chain, port_);
+      return;
+    }
+    for (const GroupSlot slot : kSlots) {
+      if (name != GroupChainName(slot)) continue;
+      has_chain_[slot] = true;
+      table_.on_hooks = table_.on_hooks || is_base;
+      return;
     }
     const auto chunk = ParseChunkName(name);
     if (is_base || !chunk) {
@@ -73,30 +83,41 @@ class KernelReader::Assembly {
     }
   }
 
+  bool has_ingress() const { return has_ingress_; }
+  // What the base chain jumps to.
+  void AddJumps(const std::vector<std::string>& chains) {
+    intact_ =
+        intact_ && chains == std::vector<std::string>{GroupChainName(kL2), GroupChainName(kL3)};
+  }
+
   // Every chain that rules are read from, with the place that they go to. The chunks come behind
-  // their base chain, which tells their guards.
+  // the group's own chain, which tells their guards.
   template <class F>
   void ForEachChain(const F& f) {
-    for (const GroupSlot slot : {kL2, kL3}) {
+    for (const GroupSlot slot : kSlots) {
       HeldGroup& group = table_.groups[slot];
-      if (has_base_[slot]) f(slot, std::string(BaseChainName(slot)), &group.base);
+      if (has_chain_[slot]) f(slot, std::string(GroupChainName(slot)), &group.base);
       for (const HeldRule& held : group.base.rules) {
         const auto chunk = group.chunks.find(held.rule->outcome.chunk);
         if (IsJump(*held.rule) && chunk != group.chunks.end()) {
           chunk->second.guard = held.rule->tests;
         }
       }
-      for (auto& [number, chunk] : group.chunks) f(slot, ChunkName(slot, number), &chunk);
+      for (auto& [number, chunk] : group.chunks) {
+        f(table_.VerdictsOf(slot), ChunkName(slot, number), &chunk);
+      }
     }
   }
 
   HeldTable Finish() {
     // A dormant table, for one, is left out by the kernel however it is built.
     const bool plain = (table_.flags & ~(kTableOwner | kTablePersist)) == 0;
-    table_.sound =
-        intact_ && plain && has_base_[kL2] && has_base_[kL3] && sets_.size() == FixedSets().size();
-    for (HeldGroup& group : table_.groups) {
-      if (!OrderChunks(&group)) table_.sound = false;
+    table_.sound = intact_ && plain && has_ingress_ && has_chain_[kL2] && has_chain_[kL3] &&
+                   !table_.on_hooks && sets_.size() == FixedSets().size();
+    for (const GroupSlot slot : kSlots) {
+      const bool linked = ChunkOrderOf(slot) == ChunkOrder::kLinks && !table_.on_hooks;
+      HeldGroup* const group = &table_.groups[slot];
+      if (linked ? !FollowLinks(group) : !OrderChunks(group)) table_.sound = false;
     }
     return std::move(table_);
   }
@@ -107,8 +128,29 @@ class KernelReader::Assembly {
            std::all_of(rule.tests.begin(), rule.tests.end(), CanGuard);
   }
 
-  // Derives the order from the jumps; false unless they are the base chain's only rules and name
-  // every chunk once.
+  // Derives the order from the links; false unless they lead through every chunk once.
+  static bool FollowLinks(HeldGroup* group) {
+    const auto& rules = group->base.rules;
+    const auto first = std::find_if(rules.begin(), rules.end(),
+                                    [](const HeldRule& held) { return IsLink(*held.rule); });
+    const HeldRule* link = first == rules.end() ? nullptr : &*first;
+    bool sound = rules.size() == (link == nullptr ? 0 : 1);
+    std::set<uint32_t> seen;
+    while (link != nullptr) {
+      const auto chunk = group->chunks.find(link->rule->outcome.chunk);
+      if (chunk == group->chunks.end() || !seen.insert(chunk->first).second) {
+        sound = false;
+        break;
+      }
+      group->order.push_back(chunk->first);
+      link = chunk->second.link ? &*chunk->second.link : nullptr;
+    }
+    if (!group->chunks.empty()) group->next_chunk = group->chunks.rbegin()->first + 1;
+    return sound && seen.size() == group->chunks.size();
+  }
+
+  // Derives the order from the jumps; false unless they are the chain's only rules and name every
+  // chunk once.
   static bool OrderChunks(HeldGroup* group) {
     bool sound = true;
     std::set<uint32_t> seen;
@@ -128,7 +170,8 @@ class KernelReader::Assembly {
   std::string port_;
   HeldTable table_;
   bool intact_ = true;  // nothing but what belongs here
-  std::array<bool, kGroupSlots> has_base_{};
+  bool has_ingress_ = false;
+  std::array<bool, kGroupSlots> has_chain_{};
   std::set<std::string> sets_;
 };
 
@@ -249,6 +292,16 @@ int KernelReader::DumpRules(const std::string& table, const std::string& chain,
       });
 }
 
+int KernelReader::DumpIngress(const std::string& port, std::vector<std::string>* chains) {
+  return DumpRules(TableName(port), kIngressChain, [chains](const nftnl_rule* rule) {
+    if (rule == nullptr) {
+      chains->clear();
+    } else {
+      chains->push_back(DecodeJump(rule));
+    }
+  });
+}
+
 int KernelReader::ReadFiltered(const std::string* only_port, HeldTables* tables) {
   std::map<std::string, Assembly> assemblies;
   int error = Dump(
@@ -271,6 +324,11 @@ int KernelReader::ReadFiltered(const std::string* only_port, HeldTables* tables)
   HeldTables result;
   for (auto& [name, assembly] : assemblies) {
     const std::string& port = assembly.port();
+    if (assembly.has_ingress()) {
+      std::vector<std::string> chains;
+      error = DumpIngress(port, &chains);
+      assembly.AddJumps(chains);
+    }
     assembly.ForEachChain([&](GroupSlot slot, const std::string& chain, HeldChain* rules) {
       if (error == 0) error = ReadChain(port, slot, chain, rules);
     });
@@ -318,6 +376,10 @@ int KernelReader::ReadChain(const std::string& port, GroupSlot slot, const std::
     }
   });
   if (error != 0 && error != -ENOENT) return error;
+  if (ParseChunkName(chain) && !result.rules.empty() && IsLink(*result.rules.back().rule)) {
+    result.link = std::move(result.rules.back());
+    result.rules.pop_back();
+  }
   *rules = std::move(result);
   return 0;
 }

@@ -22,10 +22,16 @@ namespace host {
 struct HeldTable {
   uint32_t flags = 0;
   bool of_another = false;  // owned by another socket, which alone may change it
-  // Whether the table is built as this program builds them: flags, base chains, sets and jumps. One
-  // that is not has to be built anew; its groups hold the rules that could be read.
+  // Whether the table is built as this program builds them: flags, chains, sets and jumps. One that
+  // is not has to be built anew; its groups hold the rules that could be read.
   bool sound = false;
   std::array<HeldGroup, kGroupSlots> groups;  // by GroupSlot
+  // Of an earlier version, which had the groups' chains on hooks of their own.
+  bool on_hooks = false;
+
+  // The group by whose verdicts the rules of a group's chunks are read: with a hook of its own, an
+  // L2 entry permits as those of the L3 group do.
+  GroupSlot VerdictsOf(GroupSlot slot) const { return on_hooks ? kL3 : slot; }
 };
 using HeldTables = std::map<std::string, HeldTable>;  // by port
 
@@ -48,7 +54,7 @@ class KernelReader {
   // exist reads as empty.
   int ReadChain(const std::string& port, GroupSlot slot, const std::string& chain,
                 HeldChain* rules);
-  // The hits of each rule of a chunk, in order.
+  // The hits of each rule of a chunk, in order; the link is one of them.
   int ReadHits(const std::string& port, GroupSlot slot, uint32_t chunk, std::vector<Hits>* hits);
 
  private:
@@ -57,6 +63,9 @@ class KernelReader {
   int ReadFiltered(const std::string* only_port, HeldTables* tables);
   int DumpChains(std::map<std::string, Assembly>* assemblies);
   int DumpSets(std::map<std::string, Assembly>* assemblies);
+  // The chains that the base chain jumps to, in order; one without a name for a rule that does
+  // anything else.
+  int DumpIngress(const std::string& port, std::vector<std::string>* chains);
   int DumpElements(const std::string& table, const FixedSet& set, bool* equal);
   // The rules of one chain; `sink` gets null where the dump begins anew. (A dump of a whole table
   // walks it again from the start for every few rules.)

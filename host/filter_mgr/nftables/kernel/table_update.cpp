@@ -29,12 +29,6 @@ std::vector<RulePtr> Salvage(const HeldGroup& held) {
 
 bool HasRules(const HeldGroup& held) { return !held.chunks.empty(); }
 
-std::vector<RulePtr> Jumps(const Layout& layout) {
-  std::vector<RulePtr> jumps;
-  for (const ChunkPlan& chunk : layout.chunks) jumps.push_back(JumpTo(chunk.number, chunk.guard));
-  return jumps;
-}
-
 std::vector<const Rule*> Pointers(const std::vector<RulePtr>& rules) {
   std::vector<const Rule*> pointers;
   pointers.reserve(rules.size());
@@ -62,7 +56,9 @@ bool CanClaim(uint32_t held, uint32_t wanted) {
 
 }  // namespace
 
-std::string ChainRef::Name() const { return chunk ? ChunkName(slot, *chunk) : BaseChainName(slot); }
+std::string ChainRef::Name() const {
+  return chunk ? ChunkName(slot, *chunk) : GroupChainName(slot);
+}
 
 TableUpdate::TableUpdate(const std::string& port, const HeldTable* held,
                          const DesiredTable& desired)
@@ -94,8 +90,8 @@ void TableUpdate::PlanBuild() {
           Salvage(held_ == nullptr ? NoGroup() : held_->groups[slot]));
       group.rules = group.salvaged.get();
     }
-    group.layout =
-        PlanLayout(held_ == nullptr ? NoGroup() : held_->groups[slot], *group.rules, /*anew=*/true);
+    group.layout = PlanLayout(held_ == nullptr ? NoGroup() : held_->groups[slot], *group.rules,
+                              ChunkOrderOf(slot), /*anew=*/true);
   }
 }
 
@@ -105,7 +101,7 @@ void TableUpdate::PlanEdit(const DesiredTable& desired) {
   for (const GroupSlot slot : kSlots) {
     GroupUpdate& group = groups_[slot];
     if (group.rules == nullptr) continue;
-    group.layout = PlanLayout(held_->groups[slot], *group.rules);
+    group.layout = PlanLayout(held_->groups[slot], *group.rules, ChunkOrderOf(slot));
     if (!group.layout.NothingToDo()) action_ = Action::kEdit;
   }
 }
@@ -131,7 +127,7 @@ std::vector<ChainRef> TableUpdate::ChainsToRead() const {
     std::set<uint32_t> moved_from = MovedFrom(layout);
     if (layout.order_changed && !HeldOf(slot).order.empty()) chains.push_back({slot, {}});
     for (const ChunkPlan& chunk : layout.chunks) {
-      if (!chunk.changed || chunk.is_new) continue;
+      if (!(chunk.changed || chunk.relinked) || chunk.is_new) continue;
       chains.push_back({slot, chunk.number});
       moved_from.erase(chunk.number);
     }
@@ -155,19 +151,26 @@ void TableUpdate::EncodeFrame(NftBatch* batch) const {
   if (held_ != nullptr) batch->DeleteTable(table_);
   batch->AddTable(table_, flags_);
   for (const FixedSet& set : FixedSets()) batch->AddSet(table_, set);
-  for (const GroupSlot slot : kSlots) batch->AddBaseChain(table_, slot, *port_);
+  batch->AddBaseChain(table_, *port_);
+  for (const GroupSlot slot : kSlots) {
+    batch->AddChain(table_, GroupChainName(slot));
+    batch->AddJump(table_, kIngressChain, GroupChainName(slot));
+  }
 }
 
 void TableUpdate::EncodeGroup(GroupSlot slot, NftBatch* batch) const {
   const Layout& layout = groups_[slot].layout;
   for (const ChunkPlan& chunk : layout.chunks) {
-    if (chunk.is_new || chunk.changed) EncodeChunk(slot, chunk, batch);
+    if (chunk.is_new || chunk.changed || chunk.relinked) EncodeChunk(slot, chunk, batch);
   }
   batch->SetOrigin({port_, slot, -1});
+  EncodeLinks(slot, batch);
   if (layout.order_changed) EncodeJumps(slot, batch);
   const std::set<uint32_t> moved_from = MovedFrom(layout);
   for (uint32_t number : layout.removed) {
-    batch->DeleteChain(table_, ChunkName(slot, number), moved_from.count(number) != 0);
+    const size_t tell =
+        moved_from.count(number) != 0 ? held_->groups[slot].chunks.at(number).rules.size() : 0;
+    batch->DeleteChain(table_, ChunkName(slot, number), tell);
   }
 }
 
@@ -180,27 +183,42 @@ const HeldRule* TableUpdate::MovedRule(GroupSlot slot, size_t index) const {
 
 void TableUpdate::EncodeChunk(GroupSlot slot, const ChunkPlan& chunk, NftBatch* batch) const {
   const std::string name = ChunkName(slot, chunk.number);
+  const HeldChain& held = HeldChunk(slot, chunk);
   const std::vector<int> none(chunk.end - chunk.begin, -1);
-  const ChainEdit edit =
-      EditChain(HeldChunk(slot, chunk), RulesOf(slot, chunk), chunk.is_new ? none : chunk.places);
+  ChainEdit edit;
+  if (chunk.changed) {
+    edit = EditChain(held, RulesOf(slot, chunk), chunk.is_new ? none : chunk.places);
+  }
   batch->SetOrigin({port_, slot, -1});
   if (chunk.is_new) batch->AddChain(table_, name);
   if (edit.flush) batch->FlushChain(table_, name);
   const bool tell = MovedFrom(groups_[slot].layout).count(chunk.number) != 0;
   for (uint64_t handle : edit.deletes) batch->DeleteRule(table_, name, handle, tell);
+  // A link that stays is the last rule.
+  if (held.link && chunk.relinked) batch->DeleteRule(table_, name, held.link->handle);
+  const uint64_t end = held.link && !chunk.relinked ? held.link->handle : 0;
   for (const RuleInsert& insert : edit.inserts) {
     const size_t index = chunk.begin + insert.index;
     const HeldRule* const old = MovedRule(slot, index);
     batch->SetOrigin({port_, slot, static_cast<int64_t>(index)});
     batch->AddRule(table_, name, *insert.rule, chunk.guard, slot,
-                   old == nullptr ? Hits{} : old->hits + old->carried, insert.before);
+                   old == nullptr ? Hits{} : old->hits + old->carried,
+                   insert.before != 0 ? insert.before : end);
+  }
+}
+
+// Once all chunks are there.
+void TableUpdate::EncodeLinks(GroupSlot slot, NftBatch* batch) const {
+  for (const ChunkPlan& chunk : groups_[slot].layout.chunks) {
+    if (!chunk.relinked || !chunk.next) continue;
+    batch->AddRule(table_, ChunkName(slot, chunk.number), *GoTo(*chunk.next), {}, slot, {}, 0);
   }
 }
 
 void TableUpdate::EncodeJumps(GroupSlot slot, NftBatch* batch) const {
-  const std::string base = BaseChainName(slot);
+  const std::string base = GroupChainName(slot);
   const HeldChain& held = HeldOf(slot).base;
-  const std::vector<RulePtr> jumps = Jumps(groups_[slot].layout);
+  const std::vector<RulePtr> jumps = LeadingRules(groups_[slot].layout, ChunkOrderOf(slot));
   const ChainEdit edit = EditChain(held, jumps, MatchRules(Pointers(held), Pointers(jumps)));
   if (edit.flush) batch->FlushChain(table_, base);
   for (uint64_t handle : edit.deletes) batch->DeleteRule(table_, base, handle);
@@ -253,7 +271,12 @@ void TableUpdate::CommitGroup(GroupSlot slot, const BatchResult& result, HeldGro
   for (uint32_t number : layout.removed) held->chunks.erase(number);
   for (const ChunkPlan& chunk : layout.chunks) {
     HeldChain& chain = held->chunks[chunk.number];
-    if (chunk.changed) chain = {chunk.guard, std::move(changed.at(chunk.number))};
+    if (chunk.changed) {
+      chain.guard = chunk.guard;
+      chain.rules = std::move(changed.at(chunk.number));
+    }
+    if (chunk.relinked) chain.link.reset();
+    if (chunk.relinked && chunk.next) chain.link = HeldRule{GoTo(*chunk.next), 0, {}, {}};
     // Equal rules become the same one, which later comparisons see at a glance.
     for (size_t i = 0; i < chain.rules.size(); ++i) {
       if (chain.rules[i].rule != rules[chunk.begin + i]) {
@@ -265,9 +288,9 @@ void TableUpdate::CommitGroup(GroupSlot slot, const BatchResult& result, HeldGro
   if (!layout.order_changed) return;
   held->order.clear();
   held->base = {};
-  for (const ChunkPlan& chunk : layout.chunks) {
-    held->order.push_back(chunk.number);
-    held->base.rules.push_back({JumpTo(chunk.number, chunk.guard), 0, {}, {}});
+  for (const ChunkPlan& chunk : layout.chunks) held->order.push_back(chunk.number);
+  for (RulePtr& rule : LeadingRules(layout, ChunkOrderOf(slot))) {
+    held->base.rules.push_back({std::move(rule), 0, {}, {}});
   }
 }
 

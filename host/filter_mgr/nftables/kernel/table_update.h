@@ -21,7 +21,7 @@ struct DesiredTable {
   uint32_t flags = 0;  // ownership, where the kernel has it
 };
 
-// Names a chain of a table: a chunk, or the group's base chain.
+// Names a chain of a table: a chunk, or the group's own chain.
 struct ChainRef {
   GroupSlot slot = kL2;
   std::optional<uint32_t> chunk;
@@ -71,6 +71,7 @@ class TableUpdate {
   void EncodeFrame(NftBatch* batch) const;
   void EncodeGroup(GroupSlot slot, NftBatch* batch) const;
   void EncodeChunk(GroupSlot slot, const ChunkPlan& chunk, NftBatch* batch) const;
+  void EncodeLinks(GroupSlot slot, NftBatch* batch) const;
   void EncodeJumps(GroupSlot slot, NftBatch* batch) const;
   // The rule, as held, that the group's rule `index` is moved from; null if it is not moved.
   const HeldRule* MovedRule(GroupSlot slot, size_t index) const;

@@ -17,7 +17,10 @@ namespace {
 // Whether two readings of a chain are of the same rules. One that is not understood is the same as
 // long as its handle is.
 bool SameRules(const HeldChain& a, const HeldChain& b) {
-  return std::equal(a.rules.begin(), a.rules.end(), b.rules.begin(), b.rules.end(),
+  const bool linked_alike = a.link && b.link ? SameRule(*a.link->rule, *b.link->rule)
+                                             : a.link.has_value() == b.link.has_value();
+  return linked_alike &&
+         std::equal(a.rules.begin(), a.rules.end(), b.rules.begin(), b.rules.end(),
                     [](const HeldRule& x, const HeldRule& y) {
                       return SameRule(*x.rule, *y.rule) ||
                              (x.rule->foreign && y.rule->foreign && x.handle == y.handle);
@@ -142,10 +145,12 @@ int WatchedTables::Refresh() {
 
 int WatchedTables::ReadHandles(const TableUpdate& update) {
   for (const ChainRef& ref : update.ChainsToRead()) {
-    HeldGroup& group = held_.at(update.port()).groups[ref.slot];
+    HeldTable& table = held_.at(update.port());
+    HeldGroup& group = table.groups[ref.slot];
     HeldChain& known = ref.chunk ? group.chunks.at(*ref.chunk) : group.base;
     HeldChain now{known.guard, {}};
-    const int error = reader_->ReadChain(update.port(), ref.slot, ref.Name(), &now);
+    const GroupSlot as = ref.chunk ? table.VerdictsOf(ref.slot) : ref.slot;
+    const int error = reader_->ReadChain(update.port(), as, ref.Name(), &now);
     if (error != 0) return error;
     if (!SameRules(known, now)) {
       ports_[update.port()].stale = true;
@@ -155,6 +160,7 @@ int WatchedTables::ReadHandles(const TableUpdate& update) {
       known.rules[i].handle = now.rules[i].handle;
       known.rules[i].hits = now.rules[i].hits;
     }
+    if (known.link) known.link->handle = now.link->handle;
   }
   return 0;
 }

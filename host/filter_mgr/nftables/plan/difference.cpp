@@ -103,17 +103,22 @@ namespace {
 // Lays rules out over the chunks that are there.
 class Planner {
  public:
-  Planner(const HeldGroup& held, const std::vector<RulePtr>& rules, bool anew)
-      : held_(held), rules_(rules), anew_(anew) {
-    layout_.next_chunk = anew ? 0 : held.next_chunk;
+  Planner(const HeldGroup& held, const std::vector<RulePtr>& rules, ChunkOrder order, bool anew)
+      : held_(held), rules_(rules), order_(order), anew_(anew), stay_(!anew) {
+    if (order != ChunkOrder::kLinks) return;
+    fill_ = std::max(kFillChunk, (rules.size() + kManyLinked - 1) / kManyLinked);
+    most_ = std::max(kMaxChunk, fill_ * 4 / 3);
   }
 
   Layout Plan() {
     Match();
-    Assign();
-    for (size_t i = 0; i + 1 < ranges_.size(); ++i) HandOn(&ranges_[i], &ranges_[i + 1]);
-    for (const Range& range : ranges_) Place(range);
+    Lay();
+    if (order_ == ChunkOrder::kLinks && layout_.chunks.size() > kMaxLinked) {
+      stay_ = false;
+      Lay();
+    }
     Compare();
+    if (order_ == ChunkOrder::kLinks) Link();
     return std::move(layout_);
   }
 
@@ -128,6 +133,18 @@ class Planner {
     size_t size() const { return end - begin; }
   };
 
+  void Lay() {
+    layout_ = {};
+    layout_.next_chunk = anew_ ? 0 : held_.next_chunk;
+    ranges_.clear();
+    for (size_t i = 0; i < crossing_.size(); ++i) {
+      if (crossing_[i] >= 0) layout_.moved[i] = PlaceOf(crossing_[i]);
+    }
+    Assign();
+    for (size_t i = 0; i + 1 < ranges_.size(); ++i) HandOn(&ranges_[i], &ranges_[i + 1]);
+    for (const Range& range : ranges_) Place(range);
+  }
+
   void Match() {
     std::vector<const Rule*> before, now;
     for (uint32_t i = 0; i < held_.order.size(); ++i) {
@@ -139,9 +156,6 @@ class Planner {
     now.reserve(rules_.size());
     for (const RulePtr& rule : rules_) now.push_back(rule.get());
     places_ = MatchRules(before, now, &crossing_);
-    for (size_t i = 0; i < crossing_.size(); ++i) {
-      if (crossing_[i] >= 0) layout_.moved[i] = PlaceOf(crossing_[i]);
-    }
   }
 
   uint32_t NumberOf(int place) const { return held_.order[ordinal_[static_cast<size_t>(place)]]; }
@@ -153,7 +167,7 @@ class Planner {
 
   // Gives each held chunk its kept rules, and the new ones up to the next chunk's first.
   void Assign() {
-    for (size_t i = 0; i < rules_.size() && !anew_; ++i) {
+    for (size_t i = 0; i < rules_.size() && stay_; ++i) {
       if (places_[i] < 0) continue;
       const uint32_t number = NumberOf(places_[i]);
       if (ranges_.empty() || ranges_.back().number != number) {
@@ -169,8 +183,8 @@ class Planner {
   }
 
   // New rules at the end of a chunk that is too large go to the next as far as that has room.
-  static void HandOn(Range* range, Range* next) {
-    while (range->size() > kMaxChunk && range->end > range->last && next->size() < kMaxChunk) {
+  void HandOn(Range* range, Range* next) const {
+    while (range->size() > most_ && range->end > range->last && next->size() < most_) {
       --range->end;
       --next->begin;
     }
@@ -207,9 +221,9 @@ class Planner {
   // The part of a range that stays in its chunk: all of it if that is possible, else all that is
   // kept, else the part with the most of that; where the chunk is full, with room for more.
   std::pair<size_t, size_t> Staying(const Range& range, const Guard& guard) const {
-    const size_t room = range.size() <= kMaxChunk               ? kMaxChunk
-                        : range.last - range.first <= kMaxChunk ? range.last - range.first
-                                                                : kFillChunk;
+    const size_t room = range.size() <= most_               ? most_
+                        : range.last - range.first <= most_ ? range.last - range.first
+                                                            : fill_;
     std::pair<size_t, size_t> best, now{range.begin, range.begin};
     size_t most = 0, kept = 0;
     while (now.second < range.end) {
@@ -229,14 +243,14 @@ class Planner {
 
   // Lays rules out over new chunks, evenly.
   void PlaceNew(size_t begin, size_t end) {
-    const size_t size = end - begin, pieces = (size + kFillChunk - 1) / kFillChunk;
+    const size_t size = end - begin, pieces = (size + fill_ - 1) / fill_;
     for (size_t i = 0; i < pieces; ++i) {
       ChunkPlan piece;
       piece.number = layout_.next_chunk++;
       piece.begin = begin + size * i / pieces;
       piece.end = begin + size * (i + 1) / pieces;
       piece.is_new = piece.changed = true;
-      piece.guard = GuardOf(*rules_[piece.begin]);
+      if (order_ == ChunkOrder::kJumps) piece.guard = GuardOf(*rules_[piece.begin]);
       for (size_t rule = piece.begin; rule < piece.end; ++rule) {
         while (!FitsGuard(*rules_[rule], piece.guard)) piece.guard.erase(piece.guard.begin());
         if (places_[rule] >= 0) layout_.moved[rule] = PlaceOf(places_[rule]);
@@ -255,9 +269,25 @@ class Planner {
                  [&stay](uint32_t number) { return stay.count(number) == 0; });
   }
 
+  // What each chunk is linked to.
+  void Link() {
+    for (size_t i = 0; i < layout_.chunks.size(); ++i) {
+      ChunkPlan& chunk = layout_.chunks[i];
+      if (i + 1 < layout_.chunks.size()) chunk.next = layout_.chunks[i + 1].number;
+      std::optional<uint32_t> held;
+      if (!chunk.is_new && held_.chunks.at(chunk.number).link) {
+        held = held_.chunks.at(chunk.number).link->rule->outcome.chunk;
+      }
+      chunk.relinked = held != chunk.next;
+    }
+  }
+
   const HeldGroup& held_;
   const std::vector<RulePtr>& rules_;
+  const ChunkOrder order_;
   const bool anew_;
+  bool stay_;  // whether chunks do
+  size_t most_ = kMaxChunk, fill_ = kFillChunk;
   std::vector<int> places_;        // of each rule among those held, or -1
   std::vector<int> crossing_;      // the same of those that are not kept
   std::vector<uint32_t> ordinal_;  // of the chunk, for each rule held
@@ -268,8 +298,18 @@ class Planner {
 
 }  // namespace
 
-Layout PlanLayout(const HeldGroup& held, const std::vector<RulePtr>& rules, bool anew) {
-  return Planner(held, rules, anew).Plan();
+Layout PlanLayout(const HeldGroup& held, const std::vector<RulePtr>& rules, ChunkOrder order,
+                  bool anew) {
+  return Planner(held, rules, order, anew).Plan();
+}
+
+std::vector<RulePtr> LeadingRules(const Layout& layout, ChunkOrder order) {
+  std::vector<RulePtr> rules;
+  for (const ChunkPlan& chunk : layout.chunks) {
+    if (order == ChunkOrder::kLinks) return {GoTo(chunk.number)};
+    rules.push_back(JumpTo(chunk.number, chunk.guard));
+  }
+  return rules;
 }
 
 ChainEdit EditChain(const HeldChain& held, const std::vector<RulePtr>& rules,

@@ -1,10 +1,15 @@
 // The difference between the rules that a port should have and those that the kernel holds.
 //
 // The kernel rebuilds a touched chain whole, and finds a rule by walking its chain. So a port's
-// rules for one group stand in chunks, chains of at most kMaxChunk rules, and the group's base
+// rules for one group stand in chunks, chains of at most kMaxChunk rules, and the group's own
 // chain holds nothing but jumps to them, in order. An update that touches one chunk costs the same
 // for any number of rules. What all rules of a chunk end with is tested once, before the jump (its
 // guard): each test in a rule costs the kernel much of the time that it takes to load the rule.
+//
+// Where evaluation must be able to leave the group from within a chunk (kernel/names.h), chunks are
+// linked instead: the group's chain leads to the first, and each to the next. The kernel follows
+// 15 chains at most, so there are at most kMaxLinked chunks, without guards, and of a large group
+// they are larger.
 //
 // Invariants of a layout:
 //  - the chunks, in order, hold the rules in order: each chunk is a range of them;
@@ -24,6 +29,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <vector>
 
 #include "host/filter_mgr/backend.h"
@@ -34,6 +40,11 @@ namespace host {
 constexpr size_t kMaxChunk = 256;
 // How far chunks are filled at first: room for insertions before a split.
 constexpr size_t kFillChunk = 192;
+// Linked chunks: how many there are at most, and how many a group is laid out over when it is
+// large.
+constexpr size_t kMaxLinked = 12, kManyLinked = 8;
+
+enum class ChunkOrder : uint8_t { kJumps, kLinks };
 
 // A rule in the kernel.
 struct HeldRule {
@@ -47,12 +58,13 @@ struct HeldRule {
 struct HeldChain {
   Guard guard;  // of the jump to it
   std::vector<HeldRule> rules;
+  std::optional<HeldRule> link = {};  // its last rule, which leads to the next linked chunk
 };
 
 // What the kernel holds for one group on one port.
 struct HeldGroup {
-  HeldChain base;                        // jumps only
-  std::vector<uint32_t> order;           // chunk numbers in the order of the jumps
+  HeldChain base;                        // what leads to the chunks
+  std::vector<uint32_t> order;           // chunk numbers in the order of evaluation
   std::map<uint32_t, HeldChain> chunks;  // by number
   uint32_t next_chunk = 0;               // above every number in use
 };
@@ -67,6 +79,9 @@ struct ChunkPlan {
   // For a changed chunk that is not new: for each of its rules the place among those that it holds
   // now, or -1.
   std::vector<int> places;
+  // The chunk that it is linked to; and whether it has to be, or must not be any more.
+  std::optional<uint32_t> next = {};
+  bool relinked = false;
 };
 
 // Where a rule stands in what is held.
@@ -80,7 +95,7 @@ struct Layout {
   std::map<size_t, HeldPlace> moved;  // rules, by index, that stand elsewhere now
   std::vector<uint32_t> removed;      // numbers of chunks that go
   uint32_t next_chunk = 0;
-  bool order_changed = false;  // whether the base chain changes
+  bool order_changed = false;  // whether what leads to the chunks changes
 
   bool NothingToDo() const;
 };
@@ -97,7 +112,10 @@ std::vector<int> MatchRules(const std::vector<const Rule*>& before,
 
 // Where `rules` are to stand, given what is held. With `anew` no chunk stays: the rules that are
 // kept move.
-Layout PlanLayout(const HeldGroup& held, const std::vector<RulePtr>& rules, bool anew = false);
+Layout PlanLayout(const HeldGroup& held, const std::vector<RulePtr>& rules, ChunkOrder order,
+                  bool anew = false);
+// The rules of the group's own chain.
+std::vector<RulePtr> LeadingRules(const Layout& layout, ChunkOrder order);
 
 // A rule to add.
 struct RuleInsert {

@@ -65,13 +65,21 @@ bool FitsGuard(const Rule& rule, const Guard& guard) {
          std::equal(guard.rbegin(), guard.rend(), rule.tests.rbegin());
 }
 
-RulePtr JumpTo(uint32_t chunk, const Guard& guard) {
+namespace {
+
+RulePtr LeadTo(Verdict how, uint32_t chunk, const Guard& guard) {
   auto rule = std::make_shared<Rule>();
   rule->tests = guard;
-  rule->outcome.verdict = Verdict::kJump;
+  rule->outcome.verdict = how;
   rule->outcome.counted = false;
   rule->outcome.chunk = chunk;
   return rule;
 }
+
+}  // namespace
+
+RulePtr JumpTo(uint32_t chunk, const Guard& guard) { return LeadTo(Verdict::kJump, chunk, guard); }
+
+RulePtr GoTo(uint32_t chunk) { return LeadTo(Verdict::kGoto, chunk, {}); }
 
 }  // namespace host

@@ -57,12 +57,13 @@ enum class Verdict : uint8_t {
   kAccept,  // ends the group's evaluation
   kDrop,    // final
   kJump,    // evaluation goes on in a chunk of rules and comes back if none of them matches
+  kGoto,    // evaluation goes on in a chunk of rules, and comes back to behind the last jump
 };
 
 struct Outcome {
   Verdict verdict = Verdict::kAccept;
   bool counted = true;             // whether matches are counted
-  uint32_t chunk = 0;              // number of the chunk that kJump goes to
+  uint32_t chunk = 0;              // number of the chunk that kJump or kGoto goes to
   std::optional<uint8_t> tag_pcp;  // PCP written into the outer tag; needs a test for kTpids
   std::optional<uint8_t> queue;    // priority given to the packet
 
@@ -93,6 +94,8 @@ bool FitsGuard(const Rule& rule, const Guard& guard);
 
 // A rule that jumps to a chunk.
 RulePtr JumpTo(uint32_t chunk, const Guard& guard);
+// The rule that leads to a chunk for good.
+RulePtr GoTo(uint32_t chunk);
 
 }  // namespace host
 

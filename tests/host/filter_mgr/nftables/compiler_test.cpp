@@ -133,7 +133,7 @@ TEST(CompilerTest, TakesUnchangedEntriesFromThePreviousGroup) {
 
 TEST(RuleCodecTest, ReadsBackWhatItWrites) {
   const ether_addr mac = {{2, 0, 0, 0, 0, 1}}, ignored = {{0, 0, 0, 0, 0xf0, 0}};
-  std::vector<RulePtr> rules = {JumpTo(12, {}),
+  std::vector<RulePtr> rules = {GoTo(12), JumpTo(12, {}),
                                 JumpTo(12, GuardOf(*Compile(Entry(MatchIpProtocol(6)))[0]))};
   for (const FiltersEntry& entry :
        {Entry(), Entry(ActionDeny()), Entry(ActionSetPcpAndQueue(7)), Entry(MatchDstL4Port(53)),
@@ -143,23 +143,26 @@ TEST(RuleCodecTest, ReadsBackWhatItWrites) {
     for (const RulePtr& rule : Compile(entry)) rules.push_back(rule);
   }
   for (const RulePtr& rule : rules) {
-    const bool jumps = rule->outcome.verdict == Verdict::kJump;
-    Guard guard = jumps ? Guard{} : GuardOf(*rule);
+    const bool leads = !rule->outcome.counted;
+    const GroupSlot slot = rule->tests.size() % 2 == 0 ? kL2 : kL3, other = slot == kL2 ? kL3 : kL2;
+    Guard guard = leads ? Guard{} : GuardOf(*rule);
     for (;; guard.erase(guard.begin())) {  // with each guard that the rule fits
       const RuleObjectPtr written(nftnl_rule_alloc()), read(nftnl_rule_alloc());
       ASSERT_TRUE(FitsGuard(*rule, guard));
-      EncodeRule(*rule, guard, kL3, {5, 500}, written.get());
+      EncodeRule(*rule, guard, slot, {5, 500}, written.get());
       char buffer[4096];
       nlmsghdr* message = nftnl_nlmsg_build_hdr(buffer, NFT_MSG_NEWRULE, NFPROTO_NETDEV, 0, 1);
       nftnl_rule_nlmsg_build_payload(message, written.get());
       ASSERT_EQ(0, nftnl_rule_nlmsg_parse(message, read.get()));
       Hits hits;
-      EXPECT_TRUE(SameRule(*rule, DecodeRule(read.get(), guard, kL3, &hits)));
-      EXPECT_EQ(jumps ? 0u : 5u, hits.packets);
-      // A jump is a jump within its own group; a rule with more to it is none of ours.
-      EXPECT_EQ(jumps, DecodeRule(read.get(), guard, kL2, &hits).foreign);
+      EXPECT_TRUE(SameRule(*rule, DecodeRule(read.get(), guard, slot, &hits)));
+      EXPECT_EQ(leads ? 0u : 5u, hits.packets);
+      // A jump is a jump within its own group, whose permits are its own as well; a rule with more
+      // to it is none of ours.
+      EXPECT_EQ(rule->outcome.verdict != Verdict::kDrop,
+                DecodeRule(read.get(), guard, other, &hits).foreign);
       nftnl_rule_add_expr(read.get(), nftnl_expr_alloc("notrack"));
-      EXPECT_TRUE(DecodeRule(read.get(), guard, kL3, &hits).foreign);
+      EXPECT_TRUE(DecodeRule(read.get(), guard, slot, &hits).foreign);
       if (guard.empty()) break;
     }
   }

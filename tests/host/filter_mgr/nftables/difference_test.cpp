@@ -27,16 +27,25 @@ RulePtr NumberedRule(uint32_t number) {
 // which tells whether a counter was carried on.
 class ModelKernel {
  public:
+  explicit ModelKernel(ChunkOrder order = ChunkOrder::kJumps) : order_(order) {}
+
   // Brings the rules to `rules`; gives the number of messages.
   size_t Update(const std::vector<RulePtr>& rules) {
-    const Layout layout = PlanLayout(held_, rules);
+    const Layout layout = PlanLayout(held_, rules, order_);
+    const bool linked = order_ == ChunkOrder::kLinks;
+    const size_t most = std::max(kMaxChunk, linked ? (rules.size() / kManyLinked + 1) * 4 / 3 : 0);
+    EXPECT_TRUE(!linked || layout.chunks.size() <= kMaxLinked);
     size_t messages = 0;
     HeldGroup after = held_;
     for (const ChunkPlan& chunk : layout.chunks) {
-      EXPECT_TRUE(chunk.begin < chunk.end && chunk.end - chunk.begin <= kMaxChunk);
+      EXPECT_TRUE(chunk.begin < chunk.end && chunk.end - chunk.begin <= most);
       for (size_t i = chunk.begin; i < chunk.end; ++i) {
         EXPECT_TRUE(FitsGuard(*rules[i], chunk.guard));
       }
+      auto& link = after.chunks[chunk.number].link;
+      if (chunk.relinked) link.reset();
+      if (chunk.relinked && chunk.next) link = HeldRule{GoTo(*chunk.next), next_handle_++, {}, {}};
+      messages += chunk.relinked ? 1 : 0;
       if (!chunk.changed) continue;
       const HeldChain before = chunk.is_new ? HeldChain{} : held_.chunks.at(chunk.number);
       EXPECT_EQ(chunk.is_new, held_.chunks.count(chunk.number) == 0);
@@ -99,6 +108,13 @@ class ModelKernel {
     for (const RulePtr& rule : rules) want.push_back(rule.get());
     ASSERT_EQ(want, have);
     ASSERT_EQ(held_.order.size(), held_.chunks.size());
+    for (size_t i = 0; order_ == ChunkOrder::kLinks && i < held_.order.size(); ++i) {
+      const auto& link = held_.chunks.at(held_.order[i]).link;
+      ASSERT_EQ(i + 1 < held_.order.size(), link.has_value());
+      if (link) {
+        ASSERT_EQ(held_.order[i + 1], link->rule->outcome.chunk);
+      }
+    }
   }
 
   HeldRule* Find(const Rule* rule) {
@@ -110,6 +126,7 @@ class ModelKernel {
     return nullptr;
   }
 
+  const ChunkOrder order_;
   HeldGroup held_;
   uint64_t next_handle_ = 1;
   size_t moved_ = 0;
@@ -136,7 +153,7 @@ TEST(DifferenceTest, OneChangeTouchesOneRule) {
   // Rules that are equal without being the same object are no change.
   std::vector<RulePtr> equal;
   for (const RulePtr& rule : rules) equal.push_back(std::make_shared<Rule>(*rule));
-  EXPECT_TRUE(PlanLayout(kernel.held(), equal).NothingToDo());
+  EXPECT_TRUE(PlanLayout(kernel.held(), equal, ChunkOrder::kJumps).NothingToDo());
 }
 
 // Rules of two protocols behind one EtherType, and rules without either.
@@ -206,8 +223,8 @@ TEST(DifferenceTest, MovesFewRulesAndTheirCountersWithThem) {
 TEST(DifferenceTest, RandomEditsArriveAtTheWantedRules) {
   std::mt19937 random(20261121);
   const auto below = [&random](size_t n) { return random() % n; };
-  for (int round = 0; round < 6; ++round) {
-    ModelKernel kernel;
+  for (int round = 0; round < 8; ++round) {
+    ModelKernel kernel(round % 4 < 2 ? ChunkOrder::kJumps : ChunkOrder::kLinks);
     const uint32_t kinds = round % 2 == 0 ? 1000000 : 40;  // the latter: rules repeat a lot
     std::vector<RulePtr> pool = Numbered(0, 40);
     const auto any = [&] { return kinds == 40 ? pool[below(40)] : NumberedRule(random()); };
