@@ -107,7 +107,7 @@ class LinesTest(DaemonTest):
         body = text[text.index("container match {") : text.index("grouping entry-action")]
         leaves = re.findall(r"\n      (?:  )?(?:leaf|container) (\S+) {", body)
         self.assertEqual(len(leaves), 13)
-        source = pathlib.Path(f"{YANG}/../tools/aclctl/words.cpp").read_text()
+        source = pathlib.Path(f"{YANG}/../tools/client/match_words.cpp").read_text()
         for leaf in leaves:
             self.assertIn(f'"{leaf.removesuffix("-mask")}"', source)
 

@@ -1,63 +1,26 @@
-// A NETCONF session with the daemon, from the client's side. Blocking.
+// The session with the daemon (tools/client), and what goes wrong with it, by their short names.
 #ifndef TOOLS_ACLCTL_CLIENT_H_
 #define TOOLS_ACLCTL_CLIENT_H_
 
-#include <cstdint>
-#include <memory>
-#include <string>
-#include <vector>
-
-#include "host/netconf/framing.h"
-#include "host/netconf/generic_xml.h"
-#include "tools/aclctl/exit_codes.h"
+#include "tools/client/client.h"
+#include "tools/client/exit_codes.h"
 
 namespace aclctl {
 
-// Why a command did not succeed.
-struct Failure {
-  ExitCode code = kSuccess;
-  std::string message;
-  std::vector<std::string> details;  // a line each, such as the errors of a refused edit
-  bool access_denied = false;        // the user may not do this, whatever the request holds
+using client::Client;
+using client::ExitCode;
+using client::Failure;
+using client::InnerXml;
+using client::ShortPath;
 
-  explicit operator bool() const { return code != kSuccess; }
-};
-
-class Client {
- public:
-  Client();
-  Client(const Client&) = delete;
-  Client& operator=(const Client&) = delete;
-  ~Client();
-
-  // Connects to the socket at `path` and exchanges hellos.
-  Failure Open(const std::string& path);
-  // Carries out one operation, given as XML. On success `*reply` is the <rpc-reply> element and, if
-  // `text` is not null, `*text` what was received.
-  Failure Call(const std::string& operation, host::Tree* reply, std::string* text = nullptr);
-
-  // The number that the daemon gave the session.
-  uint32_t session_id() const { return session_id_; }
-  const host::GenericXml& xml() const { return *xml_; }
-
- private:
-  Failure Send(const std::string& message);
-  Failure Receive(std::string* message);
-
-  std::unique_ptr<host::GenericXml> xml_;
-  int fd_ = -1;
-  uint32_t session_id_ = 0;
-  host::Framing framing_ = host::Framing::kEndOfMessage;
-  host::FrameDecoder decoder_;
-  std::string unread_;
-  int last_id_ = 0;
-};
-
-// The content of the reply's <data>, or what its only child holds, as XML: `text` without envelope.
-std::string InnerXml(const std::string& text, const std::string& element);
-
-// An instance path without the prefixes, which a person does not need.
-std::string ShortPath(const std::string& path);
+using client::kFile;
+using client::kKernel;
+using client::kNotApplied;
+using client::kProtocol;
+using client::kRefused;
+using client::kSuccess;
+using client::kUnreachable;
+using client::kUsage;
 
 }  // namespace aclctl
 

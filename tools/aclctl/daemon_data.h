@@ -1,19 +1,19 @@
-// The daemon's data: asking for it, reading it, printing it as it is.
+// The daemon's data: asking for it and reading it (tools/client/data.h), and printing it as it is.
 #ifndef TOOLS_ACLCTL_DAEMON_DATA_H_
 #define TOOLS_ACLCTL_DAEMON_DATA_H_
 
 #include <string>
-#include <string_view>
-#include <vector>
 
 #include "tools/aclctl/command.h"
+#include "tools/client/data.h"
 
 namespace aclctl {
 
-// Fetches what the subtree filter `filter` selects of the operational data. `*data` is the content
-// of <data> as XML; `*reply` holds the same, read, with `*top` as its first element (null: none).
-Failure FetchState(Client* client, const std::string& filter, std::string* data, host::Tree* reply,
-                   const lyd_node** top);
+using client::Children;
+using client::ChildText;
+using client::FetchState;
+using client::FindChild;
+
 // Prints `data`, of `module`, to standard output as JSON or, where `form` says so, as XML.
 Failure PrintData(Form form, Client* client, const std::string& module, const std::string& data);
 
@@ -26,13 +26,6 @@ Failure PrintOutput(Client* client, const std::string& module, const std::string
 
 // "2026-11-21T06:47:21.123456Z" without what a person does not need.
 std::string ShortTime(const std::string& time);
-
-// Text of the child `name`, empty when there is none.
-std::string ChildText(const lyd_node* parent, std::string_view name);
-// First child `name`, or null.
-const lyd_node* FindChild(const lyd_node* parent, std::string_view name);
-// All children `name`.
-std::vector<const lyd_node*> Children(const lyd_node* parent, std::string_view name);
 
 }  // namespace aclctl
 

@@ -11,7 +11,7 @@
 #include "tools/aclctl/daemon_data.h"
 #include "tools/aclctl/interfaces.h"
 #include "tools/aclctl/table.h"
-#include "tools/aclctl/words.h"
+#include "tools/client/match_words.h"
 
 namespace aclctl {
 namespace {
@@ -30,29 +30,6 @@ struct Hits {
 // What the entries in force have hit: by profile, ace-priority and interface.
 using ByInterface = std::map<std::string, Hits>;
 using HitsByOrigin = std::map<std::pair<std::string, std::string>, ByInterface>;
-
-// The configuration is read here without its schema.
-std::string MatchText(const lyd_node* match) {
-  std::string text;
-  for (const MatchWord& word : MatchWords()) {
-    const lyd_node* node = FindChild(match, word.node);
-    while (lyd_child(node) != nullptr) node = lyd_child(node);  // an address is wrapped in its form
-    if (node == nullptr) continue;
-    const std::string mask =
-        word.kind == MatchWord::Kind::kMac ? ChildText(match, MaskOf(word)) : "";
-    text += (text.empty() ? "" : " ") + std::string(word.word) + " " +
-            std::string(host::XmlText(node)) + (mask.empty() ? "" : "/" + mask);
-  }
-  return text.empty() ? "any" : text;
-}
-
-std::string ActionText(const lyd_node* action) {
-  const lyd_node* handling = lyd_child(FindChild(action, "packet-handling"));
-  std::string text = handling == nullptr ? "" : std::string(host::XmlName(handling));
-  const std::string pcp = ChildText(FindChild(action, "set"), "pcp");
-  if (!pcp.empty()) text += (text.empty() ? "set-pcp " : ", set-pcp ") + pcp;
-  return text.empty() ? "none" : text;
-}
 
 uint64_t NumberIn(const lyd_node* parent, const char* leaf) {
   return std::strtoull(ChildText(parent, leaf).c_str(), nullptr, 10);
@@ -131,8 +108,8 @@ class ProfilePrinter {
       if (counted != nullptr) {
         for (const auto& [interface, hits] : *counted) total.Add(hits);
       }
-      table.AddRow({ChildText(entry, "ace-priority"), MatchText(FindChild(entry, "match")),
-                    ActionText(FindChild(entry, "action")),
+      table.AddRow({ChildText(entry, "ace-priority"), client::MatchText(FindChild(entry, "match")),
+                    client::ActionText(FindChild(entry, "action")),
                     counted == nullptr ? "-" : std::to_string(total.packets),
                     counted == nullptr ? "-" : std::to_string(total.bytes),
                     ChildText(entry, "description")});

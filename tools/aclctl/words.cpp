@@ -59,23 +59,6 @@ std::string ValueOf(const MatchWord& word, const lyd_node* match) {
 
 }  // namespace
 
-const std::vector<MatchWord>& MatchWords() {
-  static const std::vector<MatchWord> kWords = {
-      {"dst-mac", "dmac", "destination-mac-address", Kind::kMac},
-      {"src-mac", "smac", "source-mac-address", Kind::kMac},
-      {"ethertype", "ether", "ethertype"},
-      {"vlan", "vlan", "vlan"},
-      {"pcp", "pcp", "pcp"},
-      {"dscp", "dscp", "dscp"},
-      {"tos", "tos", "tos"},
-      {"src-ip", "src", "source-ipv4-address", Kind::kIpv4},
-      {"dst-ip", "dst", "destination-ipv4-address", Kind::kIpv4},
-      {"protocol", "proto", "ip-protocol"},
-      {"dst-port", "dport", "destination-port"},
-  };
-  return kWords;
-}
-
 const MatchWord* FindMatchWord(const std::string& word) {
   for (const MatchWord& known : MatchWords()) {
     if (word == known.word || word == known.brief) return &known;
@@ -88,8 +71,6 @@ std::string ListMatchWords() {
   for (const MatchWord& word : MatchWords()) list += std::string(word.word) + ", ";
   return list + "or any";
 }
-
-std::string MaskOf(const MatchWord& word) { return std::string(word.node) + "-mask"; }
 
 std::string AddMatch(const MatchWord& word, const std::string& value, lyd_node* match) {
   switch (word.kind) {

@@ -1,8 +1,9 @@
-// How aclctl ends: a status for each kind of error, so that scripts can tell them apart.
-#ifndef TOOLS_ACLCTL_EXIT_CODES_H_
-#define TOOLS_ACLCTL_EXIT_CODES_H_
+// Kinds of errors of the daemon's clients. aclctl ends with them as its status, so that scripts can
+// tell them apart.
+#ifndef TOOLS_CLIENT_EXIT_CODES_H_
+#define TOOLS_CLIENT_EXIT_CODES_H_
 
-namespace aclctl {
+namespace client {
 
 enum ExitCode {
   kSuccess = 0,
@@ -15,6 +16,6 @@ enum ExitCode {
   kNotApplied = 8,   // the commit stands, but its filters are not in force
 };
 
-}  // namespace aclctl
+}  // namespace client
 
-#endif  // TOOLS_ACLCTL_EXIT_CODES_H_
+#endif  // TOOLS_CLIENT_EXIT_CODES_H_

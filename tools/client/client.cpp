@@ -1,5 +1,5 @@
 // A NETCONF session from the client's side: see client.h.
-#include "tools/aclctl/client.h"
+#include "tools/client/client.h"
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -15,10 +15,8 @@
 #include "host/netconf/unreachable.h"
 #include "host/netconf/xml_text.h"
 
-namespace aclctl {
+namespace client {
 namespace {
-
-constexpr int kPatienceMs = 120 * 1000;
 
 std::string ChildText(const lyd_node* parent, const char* name) {
   const lyd_node* child = host::FindNetconfChild(parent, name);
@@ -42,8 +40,10 @@ Failure ReadErrors(const lyd_node* reply) {
 
 }  // namespace
 
-Client::Client()
-    : xml_(host::GenericXml::Create()), decoder_(std::numeric_limits<size_t>::max() / 2) {}
+Client::Client(Patience patience)
+    : patience_(patience),
+      xml_(host::GenericXml::Create()),
+      decoder_(std::numeric_limits<size_t>::max() / 2) {}
 
 Client::~Client() {
   if (fd_ >= 0) close(fd_);
@@ -118,14 +118,22 @@ Failure Client::Receive(std::string* message) {
     if (status != host::FrameDecoder::Status::kNeedMore) {
       return {kProtocol, "the daemon's answer is not framed as agreed", {}};
     }
-    pollfd ready{fd_, POLLIN, 0};
-    if (poll(&ready, 1, kPatienceMs) == 0) return {kProtocol, "the daemon does not answer", {}};
+    if (Failure failure = WaitForInput()) return failure;
     char buffer[65536];
     const ssize_t size = recv(fd_, buffer, sizeof(buffer), 0);
     if (size < 0 && errno == EINTR) continue;
     if (size <= 0) return {kProtocol, "the daemon ended the session", {}};
     unread_.assign(buffer, size);
   }
+}
+
+Failure Client::WaitForInput() const {
+  pollfd ready[] = {{fd_, POLLIN, 0}, {patience_.end, POLLIN, 0}};
+  if (poll(ready, 2, static_cast<int>(patience_.time.count())) == 0) {
+    return {kProtocol, "the daemon does not answer", {}};
+  }
+  if (ready[1].revents != 0) return {kProtocol, "it was not waited for the answer", {}};
+  return {};
 }
 
 std::string ShortPath(const std::string& path) {
@@ -150,4 +158,4 @@ std::string InnerXml(const std::string& text, const std::string& element) {
   return text.substr(start + 1, end - start - 1);
 }
 
-}  // namespace aclctl
+}  // namespace client
