@@ -42,7 +42,7 @@ set(ACL_WRITE_GROUP "" CACHE STRING "netconf_write_group in the settings that ar
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/yang DESTINATION ${CMAKE_INSTALL_DATADIR}/acl-app
         FILES_MATCHING PATTERN "*.yang")
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/ ${CMAKE_SOURCE_DIR}/examples
-        DESTINATION ${CMAKE_INSTALL_DOCDIR} PATTERN man EXCLUDE)
+        DESTINATION ${CMAKE_INSTALL_DOCDIR} PATTERN man EXCLUDE PATTERN __pycache__ EXCLUDE)
 foreach(file acl-app.conf acl-app.service sshd-acl-app.conf)
   configure_file(${CMAKE_SOURCE_DIR}/dist/${file}.in ${CMAKE_BINARY_DIR}/dist/${file} @ONLY)
 endforeach()

@@ -4,8 +4,6 @@ import getpass
 import os
 import pathlib
 import re
-import shutil
-import socket
 import subprocess
 import time
 import unittest
@@ -18,11 +16,9 @@ try:
 except ImportError:
     manager = None
 
-from daemon import DaemonTest
+from daemon import BRIDGE, DaemonTest
 from netconf_client import ACL, BASE
-
-BRIDGE = os.environ["ACL_APP_BRIDGE"]
-SSHD = shutil.which("sshd", path="/usr/sbin:/usr/local/sbin:" + os.environ.get("PATH", ""))
+from sshd import SSHD, Sshd, make_keys
 
 
 def config(*interfaces, operation="merge"):
@@ -42,50 +38,9 @@ class SshTest(DaemonTest):
     def setUp(self):
         super().setUp()
         self.running = self.daemon().start()
-        self.port = self.start_sshd()
-
-    def start_sshd(self):
-        """An sshd on loopback with keys of its own; returns its port."""
-        for key in ("host_key", "user_key"):
-            subprocess.run(
-                ["ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", self.directory / key],
-                check=True,
-            )
-        with socket.socket() as probe:
-            probe.bind(("127.0.0.1", 0))
-            port = probe.getsockname()[1]
-        sshd_config = self.write(
-            "sshd_config",
-            f"""
-Port {port}
-ListenAddress 127.0.0.1
-HostKey {self.directory}/host_key
-PidFile {self.directory}/sshd.pid
-AuthorizedKeysFile {self.directory}/user_key.pub
-StrictModes no
-UsePAM no
-PasswordAuthentication no
-PermitRootLogin prohibit-password
-Subsystem netconf {BRIDGE} --socket {self.running.socket}
-""",
-        )
-        separation = pathlib.Path("/run/sshd")
-        if os.geteuid() == 0 and not separation.exists():
-            separation.mkdir(mode=0o755)
-            self.addCleanup(separation.rmdir)
-        log = open(self.directory / "sshd.log", "wb")
-        self.addCleanup(log.close)
-        sshd = subprocess.Popen([SSHD, "-D", "-e", "-f", sshd_config], stderr=log)
-        self.addCleanup(sshd.wait)
-        self.addCleanup(sshd.terminate)
-        deadline = time.monotonic() + 20
-        while time.monotonic() < deadline and sshd.poll() is None:
-            try:
-                socket.create_connection(("127.0.0.1", port)).close()
-                return port
-            except OSError:
-                time.sleep(0.02)
-        raise AssertionError((self.directory / "sshd.log").read_text())
+        make_keys(self.directory)
+        self.port = Sshd(self, self.directory, self.directory,
+                         f"{BRIDGE} --socket {self.running.socket}").port
 
     def connect(self):
         session = manager.connect(
@@ -216,44 +171,6 @@ Subsystem netconf {BRIDGE} --socket {self.running.socket}
         log = self.running.log()
         self.assertIn(f"user {getpass.getuser()} (", log)
         self.assertIn(f"session {other_id}", log)
-
-    @unittest.skipIf(shutil.which("ansible-playbook") is None, "ansible is not installed")
-    def test_the_playbook_of_the_examples(self):
-        example = pathlib.Path(__file__).parents[2] / "examples" / "ansible.yml"
-        bad = config("bad", operation="merge").replace("</interface-name>",
-                                                       "</interface-name><ingress>none</ingress>")
-        playbook = self.write(
-            "playbook.yml",
-            f"""
-- import_playbook: {example}
-- hosts: all
-  gather_facts: false
-  connection: ansible.netcommon.netconf
-  tasks:
-    - ansible.builtin.assert: {{that: '"no-telnet" in running.output'}}
-    - ansible.netcommon.netconf_config: {{content: '{bad}'}}
-      check_mode: true
-      ignore_errors: true
-      register: refused
-    - ansible.builtin.assert: {{that: 'refused is failed and "none" in refused.msg'}}
-    - ansible.netcommon.netconf_config: {{content: '{config("good")}'}}
-      check_mode: true
-      register: tested
-    - ansible.builtin.assert: {{that: tested is changed}}
-    - ansible.builtin.meta: reset_connection
-""",
-        )
-        m = self.connect()
-        m.edit_config(target="running", config=config("spare"))
-        done = subprocess.run(
-            ["ansible-playbook", "-i", "127.0.0.1,", "-u", getpass.getuser(), "--private-key",
-             self.directory / "user_key", "-e", f"ansible_port={self.port}", playbook],
-            env={**os.environ, "HOME": str(self.directory), "ANSIBLE_HOST_KEY_CHECKING": "False",
-                 "ANSIBLE_HOME": str(self.directory / "ansible"), "LC_ALL": "C.UTF-8"},
-            capture_output=True, text=True, timeout=200,
-        )
-        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
-        self.assert_config(m, ["no-telnet", "uplink"], ["spare", "bad", "good"])
 
     def test_a_large_configuration_passes(self):
         m = self.connect()
