@@ -18,7 +18,7 @@
 namespace client {
 namespace {
 
-std::string ChildText(const lyd_node* parent, const char* name) {
+std::string NetconfChildText(const lyd_node* parent, const char* name) {
   const lyd_node* child = host::FindNetconfChild(parent, name);
   return child == nullptr ? "" : std::string(host::XmlText(child));
 }
@@ -27,10 +27,10 @@ Failure ReadErrors(const lyd_node* reply) {
   Failure failure{kRefused, "the daemon refused the request", {}};
   for (const lyd_node* child = lyd_child(reply); child != nullptr; child = child->next) {
     if (host::XmlName(child) != "rpc-error") continue;
-    const std::string path = ShortPath(ChildText(child, "error-path"));
+    const std::string path = ShortPath(NetconfChildText(child, "error-path"));
     std::string line = path.empty() ? "" : path + ": ";
-    const std::string tag = ChildText(child, "error-tag");
-    line += ChildText(child, "error-message") + " (" + tag + ")";
+    const std::string tag = NetconfChildText(child, "error-tag");
+    line += NetconfChildText(child, "error-message") + " (" + tag + ")";
     failure.access_denied |= tag == "access-denied";
     failure.details.push_back(line);
   }
