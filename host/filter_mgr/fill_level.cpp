@@ -15,6 +15,7 @@ void FillLevel::Note(size_t entries) {
   if (raised == raised_) return;
   raised_ = raised;
   if (raised) {
+    ++times_raised_;
     Log(LogLevel::kWarning, "the %s group is nearly full: %zu of %u entries, %u %% or more",
         name_.c_str(), entries, capacity_, threshold_.high);
   } else {

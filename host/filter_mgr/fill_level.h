@@ -7,6 +7,7 @@
 #define HOST_FILTER_MGR_FILL_LEVEL_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <utility>
 
@@ -23,6 +24,9 @@ class FillLevel {
   // The group has so many entries in force from now on.
   void Note(size_t entries);
   bool raised() const { return raised_; }
+  // How often it was raised.
+  uint64_t times_raised() const { return times_raised_; }
+  const FillThreshold& threshold() const { return threshold_; }
 
  private:
   // Whether `entries` are at least that share of the capacity.
@@ -32,6 +36,7 @@ class FillLevel {
   const unsigned int capacity_;
   const FillThreshold threshold_;
   bool raised_ = false;
+  uint64_t times_raised_ = 0;
 };
 
 }  // namespace host

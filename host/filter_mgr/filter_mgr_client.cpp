@@ -13,7 +13,9 @@
 #include "host/filter_mgr/filters_line.h"
 #include "host/filter_mgr/flush.h"
 #include "host/filter_mgr/group_state.h"
+#include "host/filter_mgr/group_summary.h"
 #include "host/filter_mgr/group_table.h"
+#include "host/filter_mgr/hits_answer.h"
 #include "host/filter_mgr/interface_state.h"
 #include "host/filter_mgr/linux/link_state.h"
 #include "host/filter_mgr/trace_operation.h"
@@ -50,6 +52,9 @@ class BackendWatch {
     }
   }
 
+  // Attempts to put in force what had failed before.
+  uint64_t retries() const { return retries_; }
+
   // To be called after each update.
   void AfterUpdate() {
     if (retry_ != nullptr || !table_->backend().Pending()) return;
@@ -71,7 +76,10 @@ class BackendWatch {
   }
 
   void Retry() {
-    retry_ = loop_->After(delay_, [this] { Poll(); });
+    retry_ = loop_->After(delay_, [this] {
+      ++retries_;
+      Poll();
+    });
     delay_ = std::min(2 * delay_, kLongestDelay);
   }
 
@@ -80,6 +88,7 @@ class BackendWatch {
   std::function<void(const host::Standing&)> on_changed_;
   std::vector<std::unique_ptr<host::Watch>> watches_;
   std::unique_ptr<host::Watch> retry_;
+  uint64_t retries_ = 0;
   std::chrono::milliseconds delay_ = kFirstDelay;  // until the next attempt after a failure
 };
 
@@ -110,6 +119,12 @@ class FilterMgrClient::Impl : private host::FilterControl {
                            return host::BuildInterfaceState(context, table_, host::InterfaceNameOf,
                                                             host::ReadLinkStates());
                          }});
+    summary_ = providers_->Add({"acl-app-filters", "groups", [this](const ly_ctx* context) {
+                                  return host::BuildGroupSummary(context, table_, watch_.retries());
+                                }});
+    providers_->SetLongAnswer(kGetHits, [this](const lyd_node* input) {
+      return host::AnswerHits(input, table_, alive_);
+    });
     providers_->SetAnswer(kTrace, [this](const lyd_node* input, std::string* error) {
       return host::AnswerTrace(input, table_, host::InterfaceNameOf, error);
     });
@@ -121,6 +136,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
   ~Impl() override {
     for (const char* part : {kPart, kGroupsPart}) board_->Show(part, nullptr);
     providers_->SetAnswer(kTrace, nullptr);
+    providers_->SetLongAnswer(kGetHits, nullptr);
     submissions_->SetControl(nullptr);
   }
   Impl(const Impl&) = delete;
@@ -150,7 +166,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
 
  private:
   static constexpr char kPart[] = "filters", kGroupsPart[] = "groups";  // of the status board
-  static constexpr char kTrace[] = "trace";                             // the operation
+  static constexpr char kTrace[] = "trace", kGetHits[] = "get-hits";    // operations
 
   // FilterControl.
   void Finish() override { Resolve(table_.Finish()); }
@@ -231,7 +247,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
   bool taken_over_ = false;  // what other back ends had left
   std::unique_ptr<host::Watch> idle_;
   std::shared_ptr<const void> alive_ = std::make_shared<char>();
-  host::StateProviders::Registration registration_, interfaces_;
+  host::StateProviders::Registration registration_, interfaces_, summary_;
 };
 
 FilterMgrClient::FilterMgrClient(qzmw_t* mw, const std::string& /*name*/)

@@ -10,6 +10,7 @@
 
 #include "host/filter_mgr/entry_order.h"
 #include "host/filter_mgr/entry_text.h"
+#include "host/filter_mgr/group_summary.h"
 #include "host/runtime/middleware.h"
 #include "host/runtime/tree_writer.h"
 
@@ -101,7 +102,7 @@ class GroupStateBuilder {
     writer_->Leaf(node, "priority", content.getPriority());
     writer_->Leaf(node, "entries", entries_.size());
     writer_->Leaf(node, "nearly-full", table_.NearlyFull(content.getType()) ? "true" : "false");
-    if (cost_) AddCost(node);
+    if (cost_) AddSearchCost(*cost_, node, &*writer_);
     for (; most > 0 && next_entry_ < entries_.size(); --most) {
       const FiltersEntry& entry = *entries_[next_entry_++];
       AddEntry(node, entry);
@@ -109,16 +110,6 @@ class GroupStateBuilder {
     if (next_entry_ < entries_.size()) return;
     group_.reset();
     ++next_group_;
-  }
-
-  void AddCost(lyd_node* group) {
-    lyd_node* node = writer_->Inner(group, "search");
-    writer_->Leaf(node, "port", cost_->port);
-    if (cost_->tables) {
-      writer_->Leaf(node, "tables-mean", cost_->MeanText());
-      writer_->Leaf(node, "tables-worst", cost_->tables->worst);
-    }
-    writer_->Leaf(node, "entries-worst", cost_->entries_worst);
   }
 
   void AddEntry(lyd_node* group, const FiltersEntry& entry) {

@@ -65,10 +65,11 @@ class GroupTable {
   unsigned int capacity() const { return capacity_; }
   Backend& backend() const { return *backend_; }
   const std::string& why() const { return why_; }
-  // Whether the group in force is nearly full.
-  bool NearlyFull(FiltersCommon::filtersGroupType_t type) const {
-    return levels_.at(SlotOf(type)).raised();
+  // How full the group in force is.
+  const FillLevel& LevelOf(FiltersCommon::filtersGroupType_t type) const {
+    return levels_.at(SlotOf(type));
   }
+  bool NearlyFull(FiltersCommon::filtersGroupType_t type) const { return LevelOf(type).raised(); }
 
  private:
   // Whether the group can be held at all; logs why not.

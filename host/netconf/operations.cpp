@@ -31,6 +31,7 @@ constexpr Operation kOperations[] = {
     {kNetconf, "close-session", OperationKind::kOwn, RunCloseSession},
     {kNetconf, "kill-session", OperationKind::kChange, RunKillSession},
     {kMonitoring, "get-schema", OperationKind::kQuery, RunGetSchema},
+    {kFilters, "get-hits", OperationKind::kQuery, RunAnswered},
     {kFilters, "trace", OperationKind::kQuery, RunAnswered},
     {kHistory, "get-history", OperationKind::kQuery, RunGetHistory},
     {kHistory, "get-commit", OperationKind::kQuery, RunGetCommit},

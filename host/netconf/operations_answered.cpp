@@ -2,17 +2,42 @@
 #include <libyang/libyang.h>
 
 #include <cstdlib>
+#include <memory>
 #include <string>
+#include <utility>
 
 #include "host/cdb/operational_store.h"
 #include "host/netconf/operations.h"
 
 namespace host {
+namespace {
+
+class TextPiecesStream : public DataStream {
+ public:
+  explicit TextPiecesStream(std::unique_ptr<StateProviders::TextPieces> pieces)
+      : pieces_(std::move(pieces)) {}
+
+  bool in_data() const override { return false; }
+  RpcErrors Begin() override { return {}; }
+  Progress Next(std::string* xml) override {
+    return pieces_->Next(xml) ? Progress::kMore : Progress::kEnd;
+  }
+
+ private:
+  const std::unique_ptr<StateProviders::TextPieces> pieces_;
+};
+
+}  // namespace
 
 OperationResult RunAnswered(const OperationContext& context, const OperationCall& call) {
   const auto& providers = context.datastore.Operational().providers();
   const char* const name = call.input->schema->name;
   std::string error = std::string("nobody answers ") + name;
+  if (providers != nullptr && providers->LongAnswerOf(name) != nullptr) {
+    OperationResult result;
+    result.stream = std::make_unique<TextPiecesStream>(providers->LongAnswerOf(name)(call.input));
+    return result;
+  }
   lyd_node* output = nullptr;
   if (providers != nullptr && providers->AnswerOf(name) != nullptr) {
     output = providers->AnswerOf(name)(call.input, &error);

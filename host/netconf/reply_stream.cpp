@@ -37,7 +37,8 @@ ReplyStream::Progress ReplyStream::Next(std::string* xml) {
     *xml += frame_.end;
   }
   size_ += xml->size() - before;
-  if (ended_) log_->Write(LogLevel::kInfo, "netconf: %s done, %zu bytes", name_.c_str(), size_);
+  // Who watches reads every few seconds.
+  if (ended_) log_->Write(LogLevel::kDebug, "netconf: %s done, %zu bytes", name_.c_str(), size_);
   return progress;
 }
 

@@ -19,6 +19,7 @@
 #include "host/qzconfd/commit_state.h"
 #include "host/qzconfd/daemon_state.h"
 #include "host/qzconfd/diff_iteration.h"
+#include "host/runtime/date_and_time.h"
 #include "host/runtime/error_watch.h"
 #include "host/runtime/event_loop.h"
 #include "host/runtime/memory.h"
@@ -178,10 +179,10 @@ class AppInterface::Impl : private host::CommitObserver {
                              }});
     board_->Show("storage", [this] { return host::StorageLine(*datastore_); });
     board_->Show("commits", [this] { return outcomes_.Line(); });
-    status_ =
-        providers->Add({"acl-app-status", "daemon", [this](const ly_ctx*) {
-                          return host::BuildDaemonState(*datastore_, *board_, submissions_->held());
-                        }});
+    status_ = providers->Add({"acl-app-status", "daemon", [this](const ly_ctx*) {
+                                return host::BuildDaemonState(*datastore_, *board_,
+                                                              submissions_->held(), started_us_);
+                              }});
     for (ConfigHandler* handler : config_handlers)
       subscriptions_.emplace_back(handler, service_.schema());
     server_ = Listen(*datastore_, mw);
@@ -272,6 +273,7 @@ class AppInterface::Impl : private host::CommitObserver {
   const std::shared_ptr<host::Submissions> submissions_;
   const std::shared_ptr<host::StatusBoard> board_;
   const std::shared_ptr<host::EntryOriginSource> origins_;
+  const int64_t started_us_ = host::NowMicroseconds();
   host::CommitOutcomes outcomes_;
   const std::unique_ptr<Datastore> datastore_;
   host::CdbService service_;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/runtime/date_and_time.h"
 #include "host/runtime/log.h"
 
 namespace host {
@@ -43,11 +44,6 @@ bool AllTaken(const std::vector<Submission>& sent) {
   return sent.empty() || sent.back().standing.taken();
 }
 
-int64_t NowMicroseconds() {
-  const auto since_1970 = std::chrono::system_clock::now().time_since_epoch();
-  return std::chrono::duration_cast<std::chrono::microseconds>(since_1970).count();
-}
-
 }  // namespace
 
 LogFields FieldsOf(const CommitInfo& commit) {
@@ -55,6 +51,17 @@ LogFields FieldsOf(const CommitInfo& commit) {
   return LogFields({{"COMMIT", std::to_string(commit.id)},
                     {"USER", commit.origin.user},
                     {"SESSION", session == 0 ? "" : std::to_string(session)}});
+}
+
+void CommitCounts::Add(const CommitOutcome& outcome) {
+  if (outcome.at_start || outcome.result == CommitOutcome::kPending) return;
+  if (outcome.result != CommitOutcome::kApplied) {
+    ++(outcome.result == CommitOutcome::kFailed ? failed : superseded);
+    return;
+  }
+  ++applied;
+  took_us += outcome.took.count();
+  for (size_t i = 0; i < kBounds.size(); ++i) up_to_bound[i] += outcome.took.count() <= kBounds[i];
 }
 
 void CommitOutcomes::Add(const CommitInfo& commit, bool at_start, CommitFacts facts,
@@ -81,8 +88,15 @@ void CommitOutcomes::Add(const CommitInfo& commit, bool at_start, CommitFacts fa
     outcome.facts.coverage = {};  // of what was in force before
   }
   LogOutcome(outcome);
+  counts_.Add(outcome);
   if (outcomes_.size() == kMost) outcomes_.pop_front();
   outcomes_.push_back(std::move(outcome));
+}
+
+size_t CommitOutcomes::pending() const {
+  return std::count_if(outcomes_.begin(), outcomes_.end(), [](const CommitOutcome& outcome) {
+    return outcome.result == CommitOutcome::kPending;
+  });
 }
 
 StatusLine CommitOutcomes::Line() const {
@@ -124,9 +138,7 @@ bool CommitOutcomes::Settle(const Standing& standing) {
     for (const auto& [type, group] : waiting_) in_force_[type] = group;
   }
   if (standing.state != Standing::kPending) waiting_.clear();
-  const bool concerned = std::any_of(outcomes_.begin(), outcomes_.end(), [](const auto& outcome) {
-    return outcome.result == CommitOutcome::kPending;
-  });
+  const bool concerned = pending() != 0;
   switch (standing.state) {
     case Standing::kInForce:
       Correct(CommitOutcome::kApplied, "");
@@ -153,6 +165,7 @@ void CommitOutcomes::Correct(CommitOutcome::Result result, const std::string& re
     outcome.time_us = now;
     outcome.result = result;
     if (result == CommitOutcome::kApplied) applied_ = outcome.commit.id;
+    counts_.Add(outcome);
     if (result != CommitOutcome::kSuperseded) LogOutcome(outcome);
   }
 }

@@ -12,6 +12,7 @@
 #ifndef HOST_QZCONFD_COMMIT_OUTCOMES_H_
 #define HOST_QZCONFD_COMMIT_OUTCOMES_H_
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <deque>
@@ -55,6 +56,19 @@ struct CommitOutcome {
 // The fields of log lines about a commit.
 LogFields FieldsOf(const CommitInfo& commit);
 
+// The commits since the start whose outcome is known, but for the load at the start.
+struct CommitCounts {
+  // Durations in microseconds, ascending, that applied commits are counted by.
+  static constexpr std::array<uint32_t, 10> kBounds = {300,    1000,   3000,    10000,   30000,
+                                                       100000, 300000, 1000000, 3000000, 10000000};
+
+  void Add(const CommitOutcome& outcome);
+
+  uint64_t applied = 0, failed = 0, superseded = 0;
+  uint64_t took_us = 0;                                // the applied ones together
+  std::array<uint64_t, kBounds.size()> up_to_bound{};  // of the applied ones
+};
+
 // A group as it is in force.
 struct GroupInForce {
   uint64_t commit = 0;
@@ -73,6 +87,10 @@ class CommitOutcomes {
   // Notes how the groups stand now that the Filter Manager took last; whether this concerns any
   // outcome. Those that were pending are corrected, with a line in the log.
   bool Settle(const Standing& standing);
+
+  const CommitCounts& counts() const { return counts_; }
+  // Commits whose outcome is not known yet.
+  size_t pending() const;
 
   // How the last commit stands, for the board.
   StatusLine Line() const;
@@ -95,6 +113,7 @@ class CommitOutcomes {
   std::string InForceText(bool with_commits) const;
 
   std::deque<CommitOutcome> outcomes_;
+  CommitCounts counts_;
   uint64_t applied_ = 0;
   uint64_t out_of_step_ = 0;  // the first commit of which a change was not taken; 0: none
   std::map<std::string, GroupInForce> in_force_, waiting_;  // the latter were taken, and are not

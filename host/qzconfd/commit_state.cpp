@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 #include "host/runtime/date_and_time.h"
 #include "host/runtime/log.h"
@@ -45,6 +46,21 @@ void AddCommit(const CommitOutcome& outcome, lyd_node* top, TreeWriter* writer) 
   }
 }
 
+void AddStatistics(const CommitOutcomes& outcomes, lyd_node* top, TreeWriter* writer) {
+  const CommitCounts& counts = outcomes.counts();
+  lyd_node* node = writer->Inner(top, "statistics");
+  const std::pair<const char*, uint64_t> leaves[] = {{"applied", counts.applied},
+                                                     {"failed", counts.failed},
+                                                     {"superseded", counts.superseded},
+                                                     {"pending", outcomes.pending()},
+                                                     {"duration", counts.took_us}};
+  for (const auto& [name, value] : leaves) writer->Leaf(node, name, value);
+  for (size_t i = 0; i < counts.up_to_bound.size(); ++i) {
+    lyd_node* bucket = writer->List(node, "bucket", std::to_string(CommitCounts::kBounds[i]));
+    writer->Leaf(bucket, "commits", counts.up_to_bound[i]);
+  }
+}
+
 }  // namespace
 
 lyd_node* BuildCommitState(const ly_ctx* context, uint64_t running,
@@ -58,6 +74,7 @@ lyd_node* BuildCommitState(const ly_ctx* context, uint64_t running,
     writer.Leaf(group, "commit", in_force.commit);
     writer.Leaf(group, "entries", in_force.entries);
   }
+  AddStatistics(outcomes, top, &writer);
   for (const CommitOutcome& outcome : outcomes.all()) AddCommit(outcome, top, &writer);
   if (writer.ok()) return top;
   Log(LogLevel::kError, "what became of the commits cannot be shown: %s", ly_errmsg(context));

@@ -3,8 +3,10 @@
 
 #include <cstdint>
 
+#include "host/runtime/date_and_time.h"
 #include "host/runtime/log.h"
 #include "host/runtime/tree_writer.h"
+#include "host/runtime/version.h"
 
 namespace host {
 namespace {
@@ -39,10 +41,13 @@ StatusLine StorageLine(const Datastore& datastore) {
 }
 
 lyd_node* BuildDaemonState(const Datastore& datastore, const StatusBoard& board,
-                           const std::string& held) {
+                           const std::string& held, int64_t started_us) {
   const ly_ctx* const context = datastore.Context();
   TreeWriter writer(ly_ctx_get_module_implemented(context, "acl-app-status"));
   lyd_node* const top = writer.Inner(nullptr, "daemon");
+  writer.Leaf(top, "version", Version());
+  writer.Leaf(top, "started", DateAndTime(started_us, 3));
+  writer.Leaf(top, "log-lines-dropped", DroppedLogLines());
   for (const auto& [name, report] : board.reports()) {
     if (report == nullptr) continue;
     const StatusLine line = report();

@@ -5,6 +5,7 @@
 
 #include <libyang/libyang.h>
 
+#include <cstdint>
 #include <string>
 
 #include "host/cdb/datastore.h"
@@ -13,9 +14,10 @@
 namespace host {
 
 // The tree of <daemon>; the caller frees it. `held` is why filters are held back, empty when they
-// are not. Null, with the reason in the log, when it cannot be built.
+// are not; `started_us` is when the process was, in microseconds since 1970. Null, with the reason
+// in the log, when it cannot be built.
 lyd_node* BuildDaemonState(const Datastore& datastore, const StatusBoard& board,
-                           const std::string& held);
+                           const std::string& held, int64_t started_us);
 
 // The line about the stored configuration, for the board.
 StatusLine StorageLine(const Datastore& datastore);

@@ -3,11 +3,17 @@
 #define HOST_RUNTIME_DATE_AND_TIME_H_
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <string>
 
 namespace host {
+
+inline int64_t NowMicroseconds() {
+  const auto since_1970 = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::microseconds>(since_1970).count();
+}
 
 // `time_us` is in microseconds since 1970; `digits` (0 to 6) of the fraction of a second are kept.
 inline std::string DateAndTime(int64_t time_us, int digits) {

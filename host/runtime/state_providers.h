@@ -64,12 +64,29 @@ class StateProviders {
   // Null when nobody answers.
   const Answer& AnswerOf(const std::string& name) { return answers_[name]; }
 
+  // The content of an answer that is long, as XML, in pieces.
+  class TextPieces {
+   public:
+    virtual ~TextPieces() = default;
+    // Appends the next piece, which may be empty, to `*xml`, in some milliseconds at most; whether
+    // there is another.
+    virtual bool Next(std::string* xml) = 0;
+  };
+  // Answers an operation in pieces. They may outlive who answers, and then say no more.
+  using LongAnswer = std::function<std::unique_ptr<TextPieces>(const lyd_node* input)>;
+  // As SetAnswer() and AnswerOf(), for operations whose answers are long.
+  void SetLongAnswer(const std::string& name, LongAnswer answer) {
+    long_answers_[name] = std::move(answer);
+  }
+  const LongAnswer& LongAnswerOf(const std::string& name) { return long_answers_[name]; }
+
   // In the order of registration. Valid until the next change.
   const std::list<Entry>& entries() const { return *entries_; }
 
  private:
   std::shared_ptr<std::list<Entry>> entries_ = std::make_shared<std::list<Entry>>();
   std::map<std::string, Answer> answers_;
+  std::map<std::string, LongAnswer> long_answers_;
 };
 
 }  // namespace host

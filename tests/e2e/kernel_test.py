@@ -11,6 +11,7 @@ import time
 import unittest
 
 from daemon import ACLCTL, DAEMON, DaemonTest
+from netconf_client import FILTERS, NAMESPACES
 
 CLONE_NEWUSER, CLONE_NEWNET = 0x10000000, 0x40000000
 
@@ -66,6 +67,14 @@ class KernelTest(DaemonTest):
         shown = json.loads(self.aclctl(daemon, "show", "groups", "--json").stdout)
         group = shown["acl-app-filters:filters"]["group"][1]
         return [int(entry["hits"]["packets"]) for entry in group.get("entry", [])]
+
+    def counted(self, daemon, only=""):
+        """The same as the operation get-hits tells it, by ace-priority."""
+        with daemon.session() as session:
+            reply = session.rpc(f'<get-hits xmlns="{FILTERS}">{only}</get-hits>')
+        return {int(e.findtext("f:ace-priority", None, NAMESPACES)):
+                int(e.findtext("f:packets", None, NAMESPACES))
+                for e in reply.iterfind("f:group/f:binding/f:entry", NAMESPACES)}
 
     def assert_hits(self, daemon, expected):
         deadline = time.monotonic() + 5
@@ -163,6 +172,8 @@ class KernelTest(DaemonTest):
         self.assert_hits(daemon, [3, 2])  # and counted on
         self.apply(daemon, (1, 80), (5, 22), (2, 443))
         self.assert_hits(daemon, [3, 2, 0])
+        self.assertEqual(self.counted(daemon), {1: 3, 2: 2, 5: 0})
+        self.assertEqual(self.counted(daemon, "<hit/>"), {1: 3, 2: 2})
         send(22)
         self.assert_hits(daemon, [3, 2, 1])
 

@@ -125,6 +125,12 @@ TEST_F(CommitOutcomesTest, WhatIsPendingIsCorrected) {
   EXPECT_EQ("1:ASSFFP6", results()) << "in force, but for a port";
   outcomes_.Settle(Standing());
   EXPECT_EQ("6:ASSFFA6", results());
+  const CommitCounts& counts = outcomes_.counts();
+  EXPECT_EQ((std::array<uint64_t, 4>{2, 2, 2, 0}),
+            (std::array<uint64_t, 4>{counts.applied, counts.failed, counts.superseded,
+                                     outcomes_.pending()}));
+  EXPECT_EQ(0, counts.up_to_bound.front()) << "each took 1.5 ms";
+  EXPECT_EQ(2, counts.up_to_bound.back());
 }
 
 TEST_F(CommitOutcomesTest, TheStateIsBoundedAndWhatItsModuleSays) {
