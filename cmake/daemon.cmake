@@ -43,7 +43,7 @@ install(DIRECTORY ${CMAKE_SOURCE_DIR}/yang DESTINATION ${CMAKE_INSTALL_DATADIR}/
         FILES_MATCHING PATTERN "*.yang")
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/ ${CMAKE_SOURCE_DIR}/examples
         DESTINATION ${CMAKE_INSTALL_DOCDIR} PATTERN man EXCLUDE PATTERN __pycache__ EXCLUDE)
-foreach(file acl-app.conf acl-app.service sshd-acl-app.conf)
+foreach(file acl-app.conf acl-app.service acl-app-metrics.service sshd-acl-app.conf)
   configure_file(${CMAKE_SOURCE_DIR}/dist/${file}.in ${CMAKE_BINARY_DIR}/dist/${file} @ONLY)
 endforeach()
 # The settings are the operator's: a file that is there stays, with the new one beside it.
@@ -57,5 +57,13 @@ install(CODE "
 install(FILES ${CMAKE_BINARY_DIR}/dist/acl-app.service DESTINATION ${ACL_UNIT_DIRECTORY})
 install(FILES ${CMAKE_SOURCE_DIR}/dist/acl-app.sysusers DESTINATION lib/sysusers.d
         RENAME acl-app.conf)
+# The same for who shows the daemon; the package of it has its documents apart.
+set(METRICS_EXAMPLES_DIRECTORY ${CMAKE_INSTALL_FULL_DATADIR}/doc/acl-app-metrics/examples)
+install(FILES ${CMAKE_BINARY_DIR}/dist/acl-app-metrics.service DESTINATION ${ACL_UNIT_DIRECTORY})
+install(FILES ${CMAKE_SOURCE_DIR}/dist/acl-app-metrics.sysusers DESTINATION lib/sysusers.d
+        RENAME acl-app-metrics.conf)
+install(FILES ${CMAKE_SOURCE_DIR}/dist/prometheus/acl-app.rules.yml
+              ${CMAKE_SOURCE_DIR}/dist/prometheus/grafana-dashboard.json
+        DESTINATION ${METRICS_EXAMPLES_DIRECTORY})
 install(FILES ${CMAKE_BINARY_DIR}/dist/sshd-acl-app.conf
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)

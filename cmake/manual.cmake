@@ -7,14 +7,14 @@ set(MANUAL_DIR ${CMAKE_BINARY_DIR}/man)
 file(MAKE_DIRECTORY ${MANUAL_DIR})
 set(manual_sources)
 set(manual_pages)
-foreach(page aclctl.1 acl-app-netconf.1 acl-app.conf.5 acl-app.8)
+foreach(page aclctl.1 acl-app-metrics.1 acl-app-netconf.1 acl-app.conf.5 acl-app.8)
   string(REGEX MATCH "[0-9]$" section ${page})
   list(APPEND manual_sources ${CMAKE_SOURCE_DIR}/docs/man/${page})
   list(APPEND manual_pages ${MANUAL_DIR}/${page})
   install(FILES ${MANUAL_DIR}/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
 endforeach()
 set(manual_programs)
-foreach(program acl-app acl-app-netconf aclctl)
+foreach(program acl-app acl-app-metrics acl-app-netconf aclctl)
   list(APPEND manual_programs PROGRAM.${program}=$<TARGET_FILE:${program}>)
 endforeach()
 add_custom_command(
@@ -24,6 +24,7 @@ add_custom_command(
           SETTINGS_FILE=${CMAKE_INSTALL_FULL_SYSCONFDIR}/acl-app/acl-app.conf
           YANG_DIRECTORY=${CMAKE_INSTALL_FULL_DATADIR}/acl-app/yang
           DOC_DIRECTORY=${CMAKE_INSTALL_FULL_DOCDIR}
-  DEPENDS ${CMAKE_SOURCE_DIR}/tools/manual ${manual_sources} acl-app acl-app-netconf aclctl
+          EXAMPLES_DIRECTORY=${METRICS_EXAMPLES_DIRECTORY}
+  DEPENDS ${CMAKE_SOURCE_DIR}/tools/manual ${manual_sources} acl-app acl-app-metrics acl-app-netconf aclctl
   VERBATIM)
 add_custom_target(manual ALL DEPENDS ${manual_pages})

@@ -172,7 +172,8 @@ class PackageTest(unittest.TestCase):
 
     def test_all_that_is_linked_is_in_the_copyright_file(self):
         said = (ROOT / "debian/copyright").read_text()
-        for program in ("acl-app", "tools/aclctl/aclctl", "tools/netconf_bridge/acl-app-netconf"):
+        for program in ("acl-app", "tools/aclctl/aclctl", "tools/metrics/acl-app-metrics",
+                        "tools/netconf_bridge/acl-app-netconf"):
             needed = run("objdump", "-p", TREE / "build/debian" / program)
             for library in re.findall(r"NEEDED +(?:lib)?([a-z]+)", needed):
                 if library not in ("c", "m", "gcc", "stdc", "ld"):  # the toolchain's, named as such
@@ -180,7 +181,7 @@ class PackageTest(unittest.TestCase):
 
     def test_the_manual_pages_are_sound(self):
         pages = list((TREE / "build/debian/man").iterdir())
-        self.assertEqual(len(pages), 4)
+        self.assertEqual(len(pages), 5)
         for page in pages:
             run("sh", "-c", '[ -z "$(man --warnings -l "$0" 2>&1 >/dev/null | tee /dev/stderr)" ]',
                 page, env={**os.environ, "LC_ALL": "C.UTF-8", "MANWIDTH": "100"})

@@ -1,0 +1,31 @@
+// Moments as seconds since 1970.
+#ifndef TOOLS_METRICS_MOMENT_H_
+#define TOOLS_METRICS_MOMENT_H_
+
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <string>
+
+namespace metrics {
+
+// Of a moment of this process.
+inline double UnixSeconds(std::chrono::steady_clock::time_point moment) {
+  using Seconds = std::chrono::duration<double>;
+  const Seconds ago = std::chrono::steady_clock::now() - moment;
+  return Seconds(std::chrono::system_clock::now().time_since_epoch()).count() - ago.count();
+}
+
+// Of a moment as YANG's date-and-time writes it, in UTC; 0 where it is none.
+inline double UnixSeconds(const std::string& date_and_time) {
+  tm broken_down{};
+  const char* rest = strptime(date_and_time.c_str(), "%Y-%m-%dT%H:%M:%S", &broken_down);
+  if (rest == nullptr) return 0;
+  double fraction = 0;
+  std::sscanf(rest, "%lf", &fraction);
+  return static_cast<double>(timegm(&broken_down)) + fraction;
+}
+
+}  // namespace metrics
+
+#endif  // TOOLS_METRICS_MOMENT_H_
