@@ -148,6 +148,7 @@ void FilterPorts::SetGuards(const std::set<std::string>& wanted, bool keep_other
   PortGuards::Guards guards;
   if (keep_others) guards = guards_->in_force();
   for (const std::string& port : wanted) {
+    if (!Names(port)) continue;  // no interface can have such a name
     const int interface = links_->IndexOf(port);
     guards[port] = hooks_->attached().count(interface) != 0 ? interface : 0;
   }
