@@ -9,11 +9,8 @@
 
 namespace metrics {
 
-// Of a moment of this process.
-inline double UnixSeconds(std::chrono::steady_clock::time_point moment) {
-  using Seconds = std::chrono::duration<double>;
-  const Seconds ago = std::chrono::steady_clock::now() - moment;
-  return Seconds(std::chrono::system_clock::now().time_since_epoch()).count() - ago.count();
+inline double UnixSeconds(std::chrono::system_clock::time_point moment) {
+  return std::chrono::duration<double>(moment.time_since_epoch()).count();
 }
 
 // Of a moment as YANG's date-and-time writes it, in UTC; 0 where it is none.

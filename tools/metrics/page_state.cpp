@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/metrics/history.h"
+#include "tools/metrics/moment.h"
 
 namespace metrics {
 namespace {
@@ -137,7 +138,7 @@ std::string PageState(const Snapshot& snapshot, double interval_s) {
   const State& state = snapshot.state;
   json page = {{"up", snapshot.up}, {"trouble", snapshot.trouble}, {"interval", interval_s}};
   if (snapshot.read_at) {
-    page["age"] = Ago(*snapshot.read_at);
+    page["readAt"] = UnixSeconds(*snapshot.read_at);
     page["version"] = state.version;
     page["started"] = state.started;
     page["backend"] = state.backend;

@@ -95,7 +95,7 @@ Failure Sampler::ReadParts(Snapshot* next) {
     history_.Clear();
   }
   next->state = std::move(state);
-  next->read_at = start;
+  next->read_at = std::chrono::system_clock::now();
   if (texts_of_ != next->state.running) {
     if (Failure failure = reader_.ReadProfiles(&next->profiles)) return failure;
     texts_.clear();

@@ -139,9 +139,10 @@ struct BusyEntry {
 
 // All that is known at a moment.
 struct Snapshot {
-  bool up = false;                           // the last reading succeeded
-  std::string trouble;                       // why not
-  std::optional<Clock::time_point> read_at;  // when `state` was read; none: never
+  bool up = false;      // the last reading succeeded
+  std::string trouble;  // why not
+  // When `state` was read; none: never.
+  std::optional<std::chrono::system_clock::time_point> read_at;
   State state;
   std::vector<Profile> profiles;
   Findings findings;

@@ -21,7 +21,8 @@ const byId = (id) => document.getElementById(id);
 
 const whole = new Intl.NumberFormat('en-US');
 const number = (value) => whole.format(value);
-const plural = (count, word) => `${number(count)} ${word}${count === 1 ? '' : 's'}`;
+const counted = (count, one, more) => `${number(count)} ${count === 1 ? one : more}`;
+const entries = (count) => counted(count, 'entry', 'entries');
 
 function scaled(value, units, step) {
   let unit = 0;
@@ -33,6 +34,7 @@ function scaled(value, units, step) {
   return `${value.toFixed(digits)}${units[unit]}`;
 }
 const rate = (value) => scaled(value, ['', ' k', ' M', ' G'], 1000);
+const total = (value) => value < 1000 ? number(value) : rate(value);
 const bytes = (value) => scaled(value, [' B', ' kB', ' MB', ' GB', ' TB'], 1000);
 
 function duration(seconds) {
@@ -43,6 +45,10 @@ function duration(seconds) {
   return `${Math.round(s / 86400)} d`;
 }
 const milliseconds = (us) => `${(us / 1000).toFixed(us < 10000 ? 1 : 0)} ms`;
+const percentOf = (part, all) => {
+  const percent = all ? 100 * part / all : 0;
+  return percent > 0 && percent < 0.1 ? 'less than 0.1 %' : `${percent.toFixed(percent < 10 ? 1 : 0)} %`;
+};
 const time = (text) => text.slice(0, 19).replace('T', ' ');
 const upper = (text) => text.toUpperCase();
 
@@ -74,20 +80,19 @@ function groupBar(group) {
 function showGroups(page) {
   const fact = (name, value) => h('div', {}, h('dt', {}, name), h('dd', {}, value));
   return page.groups.map((group) => {
-    const percent = group.capacity ? 100 * group.entries / group.capacity : 0;
     return h('div', {class: 'group', 'data-group': group.type},
              h('div', {class: 'group-head'}, h('h3', {}, tag(group.type)),
                h('span', {class: 'used'}, number(group.entries)),
-               h('span', {class: 'quiet'}, `of ${number(group.capacity)} entries, ` +
-                                           `${percent.toFixed(percent < 10 ? 1 : 0)} %`),
+               h('span', {class: 'quiet'}, `of ${entries(group.capacity)}, ` +
+                                           percentOf(group.entries, group.capacity)),
                group.nearlyFull ? state('bad', 'nearly full') : null),
              groupBar(group),
              h('dl', {class: 'facts quiet small'},
                fact('free', number(Math.max(0, group.capacity - group.entries))),
-               group.waiting === undefined ? null : fact('waiting', plural(group.waiting, 'entry').replace('entrys', 'entries')),
+               group.waiting === undefined ? null : fact('waiting', entries(group.waiting)),
                fact('nearly full', `from ${group.high} %, until ${group.low} %`),
                group.tables === undefined ? null
-                                          : fact('costliest search', plural(group.tables, 'table'))));
+                                          : fact('costliest search', counted(group.tables, 'table', 'tables'))));
   });
 }
 
@@ -95,7 +100,7 @@ function showParts(page) {
   return h('ul', {class: 'rows'}, page.parts.map((part) =>
     h('li', {class: 'part'}, h('span', {class: 'name'}, part.name),
       state(KINDS[part.state] || '', part.state),
-      h('span', {class: 'quiet small'}, part.text))));
+      h('span', {class: 'clamped quiet small', title: part.text}, part.text))));
 }
 
 function curveOf(entry, window) {
@@ -129,20 +134,28 @@ function showBusy(page) {
       h('div', {class: 'numbers number'}, h('div', {class: 'rate'}, `${rate(entry.rate)}/s`),
         h('div', {class: 'quiet small'}, `${bytes(entry.byteRate)}/s`),
         h('div', {class: 'quiet small', title: `${number(entry.packets)} frames, ${number(entry.bytes)} bytes`},
-          `${rate(entry.packets)} in all`)),
+          `${total(entry.packets)} in all`)),
       curveOf(entry, page.window)));
   return [h('ul', {class: 'rows'}, rows),
-          h('p', {class: 'quiet small'},
+          h('p', {class: 'note quiet small'},
             `Frames a second that an entry decided, over the last ${duration(page.window)}; each curve up to its own highest.`)];
 }
 
-function more(shown, all) {
-  return all > shown ? empty(`and ${number(all - shown)} more`) : null;
+// The first rows of a list, the others folded away; `all` is how many there would be in all.
+function folded(kind, rows, most, all) {
+  const rest = rows.slice(most);
+  const beyond = all > rows.length ? empty(`and ${number(all - rows.length)} more, which are not shown here`) : null;
+  return [h('ul', {class: kind}, rows.slice(0, most)),
+          rest.length === 0 ? beyond
+              : h('details', {}, h('summary', {}, `${number(rest.length)} more`),
+                  h('ul', {class: kind}, rest), beyond)];
 }
 
 function showInterfaces(page) {
   if (page.interfaces.length === 0) return empty('No profile with entries is bound to an interface.');
-  const rows = page.interfaces.map((one) => {
+  const urgent = ['failed', 'waiting'];  // first
+  const place = (one) => (urgent.indexOf(one.filters) + 1) || urgent.length + 1;
+  const rows = [...page.interfaces].sort((a, b) => place(a) - place(b)).map((one) => {
     const [kind, text] = FILTERS[one.filters] || ['', one.filters];
     return h('li', {class: 'part'},
              h('span', {}, h('span', {class: 'name'}, one.name), ' ',
@@ -152,7 +165,7 @@ function showInterfaces(page) {
                h('span', {}, tag(use.group), ' ', use.profile, ' ',
                  h('span', {class: 'quiet'}, number(use.entries))))));
   });
-  return [h('ul', {class: 'rows'}, rows), more(rows.length, page.interfaceCount)];
+  return folded('rows tiles', rows, 24, page.interfaceCount);
 }
 
 function showProfiles(page) {
@@ -162,9 +175,9 @@ function showProfiles(page) {
       h('span', {}, tag(one.group), ' ', h('span', {class: 'name'}, one.name), ' ',
         h('span', {class: 'quiet'}, `priority ${one.priority}`)),
       h('span', {class: 'quiet'},
-        one.entries === 0 ? 'not in use' : one.entries === 1 ? '1 entry' : `${number(one.entries)} entries`),
+        one.entries === 0 ? 'not in use' : entries(one.entries)),
       one.description === '' ? null : h('span', {class: 'quiet small'}, one.description)));
-  return [h('ul', {class: 'rows'}, rows), more(rows.length, page.profileCount)];
+  return folded('rows', rows, 8, page.profileCount);
 }
 
 function showCommits(page) {
@@ -198,9 +211,8 @@ function showFindings(page) {
       : empty(`These are of commit ${found.commit}; those of commit ${page.running} are being looked for.`);
   const part = found.incomplete ? empty('Not all entries could be looked at: it would take too long.') : null;
   if (found.total === 0) return [old, empty('Nothing was found: every entry does what it seems to.'), part];
-  return [old, h('ul', {class: 'rows'}, found.list.map((one) =>
-    h('li', {}, h('span', {class: 'name'}, one.where), ' ', one.text))),
-          more(found.list.length, found.total), part];
+  const rows = found.list.map((one) => h('li', {}, h('span', {class: 'name'}, one.where), ' ', one.text));
+  return [old, folded('rows', rows, 8, found.total), part].flat();
 }
 
 const SECTIONS = {groups: showGroups, parts: showParts, busy: showBusy, interfaces: showInterfaces,
@@ -213,7 +225,9 @@ function showSections(page) {
     const text = content.outerHTML;
     if (shown[id] === text) continue;
     shown[id] = text;
+    const opened = byId(id).querySelector('details')?.open;
     byId(id).replaceChildren(...content.childNodes);
+    if (opened) byId(id).querySelector('details')?.setAttribute('open', '');
   }
 }
 
@@ -231,32 +245,28 @@ function setVerdict(kind, text) {
   document.title = `${text} · acl-app`;
 }
 
-let last = null;    // the state that is shown
-let lastAt = 0;     // when it came, in milliseconds
+let last = null;  // the state that is shown
 let interval = 5;
 
-// What is shown may be old: the time goes on, whoever is away.
-function ageOf(page) {
-  return page.age === undefined ? null : page.age + (Date.now() - lastAt) / 1000;
-}
-
+// Says who is away, in words that stay the same as long as that is so: they are read out.
 function away(title, why) {
-  const age = last === null ? null : ageOf(last);
-  const since = age === null ? 'It has not been seen yet.' : `What follows is as it was ${duration(age)} ago.`;
+  const seen = last !== null && last.readAt !== undefined;
+  const since = seen ? `What follows is as it was at ${time(new Date(1000 * last.readAt).toISOString())} UTC.`
+                     : 'It has not been seen yet.';
   setVerdict('bad', 'away');
-  setAlert(title, `${since} ${why}`);
+  setAlert(title, `${since} The reason: ${why}`);
   byId('main').classList.add('stale');
-  byId('main').hidden = age === null;
+  byId('main').hidden = !seen;
 }
 
 function showState(page) {
   last = page;
-  lastAt = Date.now();
   interval = page.interval;
-  if (page.age !== undefined) showSections(page);
+  if (page.readAt !== undefined) showSections(page);
   byId('about').textContent = page.version === undefined ? location.host
       : `acl-app ${page.version} on ${location.hostname}, filters by ${page.backend}, ` +
-        `${plural(page.sessions, 'session')}`;
+        `${counted(page.sessions, 'session', 'sessions')}`;
+  byId('renewed').textContent = `It is renewed every ${duration(interval)}.`;
   if (!page.up) return away('The daemon is away.', page.trouble);
   setAlert(null);
   byId('main').classList.remove('stale');
