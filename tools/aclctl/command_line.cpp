@@ -78,7 +78,8 @@ constexpr char kExitStatus[] =
     "  6  the daemon's answer cannot be understood, or does not come\n"
     "  7  the kernel refused\n"
     "  8  the commit was made and stands, but its filters are not in force; the reasons are "
-    "printed\n";
+    "printed\n"
+    "  9  converted, but for what was left out as the options allow; it is listed\n";
 
 // Options that stand on every command line.
 struct Globals {

@@ -240,13 +240,15 @@ Failure EditFromStatements(Client* client, const std::vector<PlacedStatement>& s
 }
 
 Failure OpenWithEdit(const Common& common, const EditFile& file, Client* client, Edit* edit) {
-  std::string content;
-  if (Failure failure = ReadFile(file.path, &content)) return failure;
+  std::string content = file.content;
+  if (content.empty()) {
+    if (Failure failure = ReadFile(file.path, &content)) return failure;
+  }
   if (Failure failure = client->Open(common.socket)) return failure;
   edit->what = file.path == "-" ? "standard input" : file.path;
   edit->default_operation = file.replace ? "replace" : "merge";
   Failure failure;
-  switch (KindOf(file.path, content)) {
+  switch (KindOf(file.content.empty() ? file.path : "", content)) {
     case Kind::kJson:
       failure = FromJson(client, content, file.replace, edit);
       break;

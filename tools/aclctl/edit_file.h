@@ -13,6 +13,7 @@ namespace aclctl {
 // An edit as the command line names it.
 struct EditFile {
   std::string path;      // "-": standard input
+  std::string content;   // where it is not empty, in place of the file's: JSON
   bool replace = false;  // it replaces the configuration, instead of being merged with it
 };
 

@@ -11,6 +11,7 @@
 #include "tools/aclctl/difference_text.h"
 #include "tools/aclctl/edit_file.h"
 #include "tools/aclctl/findings.h"
+#include "tools/aclctl/preview.h"
 #include "tools/aclctl/table.h"
 
 namespace aclctl {
@@ -67,6 +68,8 @@ Failure RefusalIn(const lyd_node* reply, const std::string& file) {
   return failure;
 }
 
+}  // namespace
+
 Failure Diff(const Common& common, const EditFile& file) {
   Client client;
   host::Tree reply;
@@ -79,6 +82,8 @@ Failure Diff(const Common& common, const EditFile& file) {
   std::fputs(PrintDifference(reply.get()).c_str(), stdout);
   return {};
 }
+
+namespace {
 
 // What became of the configuration between two commits.
 Failure DiffCommits(const Common& common, const std::string& from, const std::string& to) {
@@ -130,6 +135,8 @@ void PrintFindings(const Findings& found, const std::vector<std::string>& added)
   }
 }
 
+}  // namespace
+
 Failure Check(const Common& common, const EditFile& file, bool strict) {
   Client client;
   host::Tree reply;
@@ -163,6 +170,8 @@ Failure Check(const Common& common, const EditFile& file, bool strict) {
               ChildText(reply.get(), "changes").c_str());
   return {};
 }
+
+namespace {
 
 Run SetUpCheck(Syntax* syntax) {
   const auto file = std::make_shared<EditFile>();

@@ -14,6 +14,7 @@ enum ExitCode {
   kProtocol = 6,     // the daemon's answer cannot be understood, or does not come
   kKernel = 7,       // the kernel refused
   kNotApplied = 8,   // the commit stands, but its filters are not in force
+  kLossy = 9,        // converted, without what the operator allowed to be left out
 };
 
 }  // namespace client

@@ -1,0 +1,151 @@
+// Values and conditions: see ace_builder.h.
+#include "host/standard/ace_builder.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <charconv>
+#include <utility>
+
+namespace host::standard {
+namespace {
+
+// The whole of `text` as a number in `base`.
+std::optional<uint64_t> Parse(std::string_view text, int base) {
+  uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return number;
+}
+
+}  // namespace
+
+std::optional<uint32_t> NumberOf(const std::string& text, uint32_t most) {
+  const std::optional<uint64_t> number = Parse(text, 10);
+  if (!number || *number > most) return std::nullopt;
+  return static_cast<uint32_t>(*number);
+}
+
+std::optional<Value> PrefixOf(const std::string& text) {
+  const size_t slash = text.find('/');
+  in_addr address{};
+  if (inet_pton(AF_INET, text.substr(0, slash).c_str(), &address) != 1) return std::nullopt;
+  uint32_t length = 32;
+  if (slash != std::string::npos) {
+    const std::optional<uint32_t> given = NumberOf(text.substr(slash + 1), 32);
+    if (!given) return std::nullopt;
+    length = *given;
+  }
+  const uint64_t mask = length == 0 ? 0 : 0xffffffffu << (32 - length) & 0xffffffffu;
+  return Value{ntohl(address.s_addr), mask};
+}
+
+std::optional<uint64_t> MacOf(const std::string& text) {
+  if (text.size() != 17) return std::nullopt;
+  uint64_t address = 0;
+  for (size_t i = 0; i < 6; ++i) {
+    const std::optional<uint64_t> byte = Parse(std::string_view(text).substr(3 * i, 2), 16);
+    if (!byte || (i > 0 && text[3 * i - 1] != ':' && text[3 * i - 1] != '-')) return std::nullopt;
+    address = address << 8 | *byte;
+  }
+  return address;
+}
+
+Ranges Union(Ranges ranges) {
+  std::sort(ranges.begin(), ranges.end(),
+            [](const Range& a, const Range& b) { return a.low < b.low; });
+  Ranges all;
+  for (const Range& range : ranges) {
+    if (!all.empty() && range.low <= all.back().high + 1) {
+      all.back().high = std::max(all.back().high, range.high);
+    } else {
+      all.push_back(range);
+    }
+  }
+  return all;
+}
+
+Ranges Difference(const Ranges& all, const Ranges& without) {
+  Ranges rest = all;
+  for (const Range& hole : without) {
+    Ranges next;
+    for (const Range& range : rest) {
+      if (hole.low > range.low) next.push_back({range.low, std::min(range.high, hole.low - 1)});
+      if (hole.high < range.high) next.push_back({std::max(range.low, hole.high + 1), range.high});
+    }
+    rest = Union(std::move(next));
+  }
+  return rest;
+}
+
+uint64_t CountOf(const Ranges& ranges) {
+  uint64_t count = 0;
+  for (const Range& range : ranges) count += range.high - range.low + 1;
+  return count;
+}
+
+std::vector<Value> PrefixesOf(const Ranges& addresses) {
+  std::vector<Value> prefixes;
+  for (Range range : addresses) {
+    while (range.low <= range.high) {
+      // The largest block that begins there, and is not beyond the end.
+      uint64_t size = 1;
+      while (size < (uint64_t{1} << 32) && range.low % (2 * size) == 0 &&
+             range.low + 2 * size - 1 <= range.high) {
+        size *= 2;
+      }
+      prefixes.push_back({range.low, 0xffffffff & ~(size - 1)});
+      range.low += size;
+    }
+  }
+  return prefixes;
+}
+
+std::optional<Ranges> RangesOf(std::string_view op, uint32_t number, uint32_t most) {
+  if (op == "eq" || op.empty()) return Ranges{{number, number}};
+  if (op == "lte") return Ranges{{0, number}};
+  if (op == "gte") return Ranges{{number, most}};
+  if (op == "neq") return Difference({{0, most}}, {{number, number}});
+  return std::nullopt;
+}
+
+void AceBuilder::And(Field field, std::vector<Value> values) {
+  std::vector<Value>& known = ace_->conditions[field];
+  if (known.empty()) {
+    known = std::move(values);
+  } else {
+    known = Intersect(known, values);
+  }
+  if (known.empty()) ace_->matches_nothing = true;
+}
+
+void AceBuilder::AndRanges(Field field, const Ranges& ranges, const std::string& path,
+                           const std::string& meaning) {
+  const uint64_t count = CountOf(ranges);
+  if (count > most_values_) {
+    Refuse(path, meaning + " is " + std::to_string(count) + " values, and more than " +
+                     std::to_string(most_values_) + " entries for one are too many");
+    return;
+  }
+  std::vector<Value> values;
+  for (const Range& range : ranges) {
+    for (uint64_t number = range.low; number <= range.high; ++number) {
+      values.push_back({number, FullMask(field)});
+    }
+  }
+  And(field, std::move(values));
+}
+
+void AceBuilder::Refuse(const std::string& path, const std::string& meaning, bool is_condition) {
+  ace_->problems.push_back({path, meaning, is_condition});
+}
+
+std::string EntryPath(const std::string& parent, std::string_view list, std::string_view key,
+                      const std::string& value) {
+  const char quote = value.find('\'') == std::string::npos ? '\'' : '"';
+  std::string path = parent + "/";
+  path.append(list).append("[").append(key).append("=");
+  return path + quote + value + quote + "]";
+}
+
+}  // namespace host::standard

@@ -1,0 +1,149 @@
+// aclctl export: our configuration as access lists of other models.
+#include <cstdio>
+#include <memory>
+
+#include "host/cdb/schema.h"
+#include "host/cdb/yang_texts.h"
+#include "host/standard/configuration.h"
+#include "host/standard/writers.h"
+#include "tools/aclctl/commands.h"
+#include "tools/aclctl/edit_file.h"
+#include "tools/aclctl/running.h"
+#include "tools/aclctl/schema.h"
+#include "tools/aclctl/standards.h"
+
+namespace aclctl {
+namespace {
+
+namespace standard = host::standard;
+
+struct Wanted {
+  std::string to, path;
+  bool standard_only = false;
+  LossOptions loss;
+};
+
+// libyang's ly_module_imp_clb, for the modules that this program was built with.
+LY_ERR FindBuiltIn(const char* name, const char* /*revision*/, const char* /*submodule*/,
+                   const char* /*submodule_revision*/, void* /*user_data*/, LYS_INFORMAT* format,
+                   const char** text, ly_module_imp_data_free_clb* free_text) {
+  for (size_t i = 0; i < host::kYangTextCount; ++i) {
+    if (std::string(host::kYangTexts[i].module) != name) continue;
+    *format = LYS_IN_YANG;
+    *text = host::kYangTexts[i].text;
+    *free_text = nullptr;
+    return LY_SUCCESS;
+  }
+  return LY_ENOTFOUND;
+}
+
+// The schema of the configuration, without a daemon.
+Failure BuiltInSchema(host::ContextPtr* context) {
+  ly_ctx* raw = nullptr;
+  if (ly_ctx_new(nullptr, LY_CTX_NO_YANGLIBRARY | LY_CTX_DISABLE_SEARCHDIRS, &raw) == LY_SUCCESS) {
+    context->reset(raw);
+    ly_ctx_set_module_imp_clb(raw, FindBuiltIn, nullptr);
+    if (ly_ctx_load_module(raw, host::kAclModule, nullptr, nullptr) != nullptr) return {};
+  }
+  return {kProtocol, "cannot make a schema", {}};
+}
+
+// The configuration in a text: JSON, XML, or lines.
+Failure ReadText(const std::string& what, const std::string& text, const ly_ctx* context,
+                 host::Tree* tree) {
+  const size_t first = text.find_first_not_of(" \t\r\n");
+  const char c = first == std::string::npos ? 0 : text[first];
+  if (c != '{' && c != '<') {
+    std::vector<PlacedStatement> statements;
+    if (Failure failure = ReadStatements(what, text, &statements)) return failure;
+    ConfigTree config(context, nullptr);
+    if (Failure failure = ApplyAll(statements, &config)) return failure;
+    *tree = host::CopyTree(config.root());
+    return {};
+  }
+  ly_log_options(LY_LOSTORE);
+  lyd_node* raw = nullptr;
+  const LY_ERR result =
+      lyd_parse_data_mem(context, text.c_str(), c == '{' ? LYD_JSON : LYD_XML,
+                         LYD_PARSE_STRICT | LYD_PARSE_NO_STATE, LYD_VALIDATE_NO_STATE, &raw);
+  tree->reset(raw);
+  if (result == LY_SUCCESS) return {};
+  host::DatastoreErrors errors;
+  host::TakeErrors(context, nullptr, &errors);
+  Failure failure{kFile, what + " is no configuration", {}};
+  for (const host::DatastoreError& error : errors) {
+    failure.details.push_back(ShortPath(error.path) + ": " + error.message);
+  }
+  return failure;
+}
+
+Failure ReadProfiles(const Common& common, const Wanted& wanted, const std::string& what,
+                     standard::Profiles* profiles) {
+  host::ContextPtr context;
+  host::Tree tree;
+  if (wanted.path.empty()) {
+    Client client;
+    if (Failure failure = client.Open(common.socket)) return failure;
+    if (Failure failure = FetchSchema(&client, {host::kAclModule}, &context)) return failure;
+    Scope scope;
+    scope.everything = true;
+    if (Failure failure = FetchRunning(&client, context.get(), scope, &tree)) return failure;
+  } else {
+    std::string text;
+    if (Failure failure = ReadFile(wanted.path, &text)) return failure;
+    if (Failure failure = BuiltInSchema(&context)) return failure;
+    if (Failure failure = ReadText(what, text, context.get(), &tree)) return failure;
+  }
+  *profiles = standard::ReadConfiguration(context.get(), tree.get());
+  return {};
+}
+
+Failure Export(const Common& common, const Wanted& wanted) {
+  Standard to = Standard::kRfc8519;
+  if (Failure failure = FindStandard(wanted.to, &to)) return failure;
+  if (to == Standard::kOpenConfig) return {kUsage, "OpenConfig can be imported alone", {}};
+  const std::string what = wanted.path.empty()  ? "the running configuration"
+                           : wanted.path == "-" ? "standard input"
+                                                : wanted.path;
+  standard::Profiles profiles;
+  if (Failure failure = ReadProfiles(common, wanted, what, &profiles)) return failure;
+  standard::ExportOptions options;
+  options.allowance = wanted.loss.allowance;
+  options.standard_only = wanted.standard_only;
+  options.vlan_filter = to == Standard::kRfc9899;
+  standard::Report report;
+  const standard::AccessLists lists = ToAccessLists(profiles, options, &report);
+  Failure loss = TellReport(report, wanted.loss, what);
+  if (loss && loss.code != kLossy) return loss;
+  standard::Document document;
+  WriteRfc8519(lists, to == Standard::kRfc9899, &document);
+  const bool xml = common.form == Form::kXml;
+  std::fputs(document.Print(xml ? standard::Format::kXml : standard::Format::kJson).c_str(),
+             stdout);
+  return loss;
+}
+
+Run SetUp(Syntax* syntax) {
+  const auto wanted = std::make_shared<Wanted>();
+  syntax->Option("--to", "MODEL", &wanted->to, "rfc8519 or rfc9899");
+  syntax->OptionalOperand("FILE", &wanted->path,
+                          "a configuration: JSON, XML or lines; - is standard input; without one "
+                          "it is the running configuration",
+                          Names::kFiles);
+  syntax->Flag("--standard-only", &wanted->standard_only,
+               "nothing but the standard's own: refuse what only acl-app-standard has");
+  AddLossOptions(syntax, &wanted->loss);
+  return [wanted](const Common& common) { return Export(common, *wanted); };
+}
+
+}  // namespace
+
+const Command kExport = {"export",
+                         Group::kLook,
+                         "the configuration as access lists of RFC 8519 or RFC 9899",
+                         "aclctl export --to rfc8519 >lists.json\n"
+                         "aclctl export --to rfc9899 --standard-only --xml examples/branch.json",
+                         SetUp,
+                         kXml};
+
+}  // namespace aclctl
