@@ -15,6 +15,7 @@ using client::ShortPath;
 
 using client::kFile;
 using client::kKernel;
+using client::kLossy;
 using client::kNotApplied;
 using client::kProtocol;
 using client::kRefused;

@@ -554,7 +554,7 @@ TEST_F(SessionTest, ReadersHaveSoManyLinesOfTheLog) {
     for (uint64_t i = 0; i < kSessions; ++i) {
       TestClient client(server_options_.socket_path);
       client.Open();
-      for (const char* operation : {"<zap/>", "<get><filter/></get>"}) client.Rpc(operation);
+      for (int request = 0; request < 2; ++request) client.Rpc("<zap/>");
     }
   };
   ask();
