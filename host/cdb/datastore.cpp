@@ -18,6 +18,7 @@
 #include "host/cdb/state_directory.h"
 #include "host/cdb/validation.h"
 #include "host/cdb/yang_tree.h"
+#include "host/runtime/date_and_time.h"
 #include "host/runtime/memory.h"
 
 namespace host {
@@ -34,11 +35,6 @@ DatastoreErrors Refusal(const char* tag, const std::string& message) {
   error.tag = tag;
   error.message = message;
   return {error};
-}
-
-int64_t NowMicroseconds() {
-  const auto since_1970 = std::chrono::system_clock::now().time_since_epoch();
-  return std::chrono::duration_cast<std::chrono::microseconds>(since_1970).count();
 }
 
 class LibyangDatastore : public Datastore {

@@ -22,13 +22,17 @@ constexpr Module kModules[] = {
      {"writable-running", "candidate", "confirmed-commit", "rollback-on-error", "validate", "xpath",
       nullptr}},
     {"ietf-netconf-monitoring", {nullptr}},
+    {"ietf-netconf-notifications", {nullptr}},
     {"ietf-netconf-with-defaults", {nullptr}},
+    {"notifications", {nullptr}},
+    {"nc-notifications", {nullptr}},
     {kAclModule, {nullptr}},
     {"acl-app-commits", {nullptr}},
     {"acl-app-filters", {nullptr}},
     {"acl-app-findings", {nullptr}},
     {"acl-app-history", {nullptr}},
     {"acl-app-netconf", {nullptr}},
+    {"acl-app-notifications", {nullptr}},
     {"acl-app-status", {nullptr}},
 };
 

@@ -38,6 +38,7 @@
 #include "host/filter_mgr/errors.h"
 #include "host/filter_mgr/group_slot.h"
 #include "host/filter_mgr/sent_group.h"
+#include "host/runtime/events.h"
 #include "host/runtime/submissions.h"
 #include "host/search_cost/search_cost.h"
 
@@ -109,6 +110,17 @@ class Backend {
   virtual void Idle() {}
   // The ports that the groups in force name.
   virtual std::map<std::string, PortState> Ports() const = 0;
+
+  // Has others told when somebody else has changed the filters. Not owned.
+  void SetEvents(const Events* events) { events_ = events; }
+
+ protected:
+  void Tell(const FiltersTouched& touched) const {
+    if (events_ != nullptr) events_->Publish(touched);
+  }
+
+ private:
+  const Events* events_ = nullptr;
 };
 
 }  // namespace host

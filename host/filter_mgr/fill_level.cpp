@@ -22,6 +22,9 @@ void FillLevel::Note(size_t entries) {
     Log(LogLevel::kInfo, "the %s group has room again: %zu of %u entries, %u %% or less",
         name_.c_str(), entries, capacity_, threshold_.low);
   }
+  if (events_ == nullptr) return;
+  events_->Publish(
+      GroupFilled{type_, raised, entries, capacity_, raised ? threshold_.high : threshold_.low});
 }
 
 }  // namespace host

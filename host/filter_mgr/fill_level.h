@@ -2,7 +2,7 @@
 //
 // A group's alarm is raised when its entries take `high` percent of the capacity, and cleared when
 // they take no more than `low`: between the two it stays as it is, so that a group at the edge does
-// not raise and clear it with every commit. Both are logged, once.
+// not raise and clear it with every commit. Both are logged and told to others, once.
 #ifndef HOST_FILTER_MGR_FILL_LEVEL_H_
 #define HOST_FILTER_MGR_FILL_LEVEL_H_
 
@@ -12,14 +12,21 @@
 #include <utility>
 
 #include "host/filter_mgr/fill_threshold.h"
+#include "host/runtime/events.h"
 
 namespace host {
 
 class FillLevel {
  public:
-  // Of the group that the log calls `name`, of `capacity` entries at most.
-  FillLevel(std::string name, unsigned int capacity, FillThreshold threshold)
-      : name_(std::move(name)), capacity_(capacity), threshold_(threshold) {}
+  // Of the group `type`, "l2" or "l3", that the log calls `name`, of `capacity` entries at most.
+  // `events` (null: none) must outlive the object.
+  FillLevel(std::string type, std::string name, unsigned int capacity, FillThreshold threshold,
+            const Events* events)
+      : type_(std::move(type)),
+        name_(std::move(name)),
+        capacity_(capacity),
+        threshold_(threshold),
+        events_(events) {}
 
   // The group has so many entries in force from now on.
   void Note(size_t entries);
@@ -32,9 +39,10 @@ class FillLevel {
   // Whether `entries` are at least that share of the capacity.
   bool Reaches(size_t entries, unsigned int percent) const;
 
-  const std::string name_;
+  const std::string type_, name_;
   const unsigned int capacity_;
   const FillThreshold threshold_;
+  const Events* const events_;
   bool raised_ = false;
   uint64_t times_raised_ = 0;
 };

@@ -17,6 +17,7 @@
 #include "host/filter_mgr/group_table.h"
 #include "host/filter_mgr/hits_answer.h"
 #include "host/filter_mgr/interface_state.h"
+#include "host/filter_mgr/interface_watch.h"
 #include "host/filter_mgr/linux/link_state.h"
 #include "host/filter_mgr/trace_operation.h"
 #include "host/limid/limid.h"
@@ -43,10 +44,11 @@ host::OpenedBackend OpenBackend() {
 // Lets the back end hear what the kernel announces, and try again what failed.
 class BackendWatch {
  public:
-  // Neither is owned but the loop. `on_changed` hears how the groups stand that were taken last.
-  BackendWatch(host::GroupTable* table, std::shared_ptr<host::EventLoop> loop,
-               std::function<void(const host::Standing&)> on_changed)
-      : table_(table), loop_(std::move(loop)), on_changed_(std::move(on_changed)) {
+  // Neither is owned but the loop. `on_polled` is called whenever the back end has done something,
+  // with how the groups stand that were taken last if that has changed.
+  using OnPolled = std::function<void(const std::optional<host::Standing>& changed)>;
+  BackendWatch(host::GroupTable* table, std::shared_ptr<host::EventLoop> loop, OnPolled on_polled)
+      : table_(table), loop_(std::move(loop)), on_polled_(std::move(on_polled)) {
     for (int fd : table->backend().fds()) {
       watches_.push_back(loop_->OnIo(fd, EPOLLIN, [this](uint32_t) { Poll(); }));
     }
@@ -70,7 +72,7 @@ class BackendWatch {
     retry_.reset();
     std::optional<host::Standing> changed;
     const bool done = table_->Poll(&changed);
-    if (changed) on_changed_(*changed);
+    on_polled_(changed);
     if (!done) return Retry();
     delay_ = kFirstDelay;
   }
@@ -85,7 +87,7 @@ class BackendWatch {
 
   host::GroupTable* table_;
   std::shared_ptr<host::EventLoop> loop_;
-  std::function<void(const host::Standing&)> on_changed_;
+  OnPolled on_polled_;
   std::vector<std::unique_ptr<host::Watch>> watches_;
   std::unique_ptr<host::Watch> retry_;
   uint64_t retries_ = 0;
@@ -99,15 +101,20 @@ class FilterMgrClient::Impl : private host::FilterControl {
   explicit Impl(qzmw_t* mw)
       : loop_(host::LoopOf(mw)),
         opened_(OpenBackend()),
+        events_(host::EventsOf(mw)),
         table_(opened_.backend.get(), host::ProcessSettings().filter_capacity, opened_.why,
                host::ProcessSettings().filter_threshold_l2,
-               host::ProcessSettings().filter_threshold_l3),
+               host::ProcessSettings().filter_threshold_l3, events_.get()),
+        interface_watch_(*opened_.backend, host::ReadLinkStates, *loop_, *events_),
         submissions_(host::SubmissionsOf(mw)),
         origins_(host::OriginsOf(mw)),
         board_(host::StatusBoardOf(mw)),
         providers_(host::StateProvidersOf(mw)),
-        watch_(&table_, loop_,
-               [this](const host::Standing& standing) { submissions_->Settle(standing); }) {
+        watch_(&table_, loop_, [this](const std::optional<host::Standing>& changed) {
+          if (changed) submissions_->Settle(*changed);
+          interface_watch_.MayHaveChanged();
+        }) {
+    opened_.backend->SetEvents(events_.get());
     registration_ = providers_->Add(
         {"acl-app-filters", "filters",
          [this](const ly_ctx* context) {
@@ -209,6 +216,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
       Finish();
       retired_.clear();
       TakeOver();
+      interface_watch_.MayHaveChanged();
       opened_.backend->Idle();
     });
   }
@@ -236,7 +244,9 @@ class FilterMgrClient::Impl : private host::FilterControl {
   std::shared_ptr<host::EventLoop> loop_;
   // Destroyed in reverse: what is shown goes before what it shows, watches before their back end.
   host::OpenedBackend opened_;
+  std::shared_ptr<host::Events> events_;
   host::GroupTable table_;
+  host::InterfaceWatch interface_watch_;
   std::vector<host::SentGroup> retired_;  // that were in force since the loop was idle last
   std::shared_ptr<host::Submissions> submissions_;
   std::shared_ptr<host::EntryOriginSource> origins_;

@@ -27,10 +27,13 @@ void AddPorts(const FiltersCommon::FiltersGroup& group, const PortNames& names,
 
 }  // namespace
 
+const char* NameOf(LinkState link) { return kLinks[static_cast<int>(link)]; }
+const char* NameOf(PortState filters) { return kStates[static_cast<int>(filters)]; }
+
 const char* EnforcementOn(const std::string& interface, const Backend& backend) {
   const std::map<std::string, PortState> ports = backend.Ports();
   const auto found = ports.find(interface);
-  return found == ports.end() ? "not-enforced" : kStates[static_cast<int>(found->second)];
+  return found == ports.end() ? "not-enforced" : NameOf(found->second);
 }
 
 lyd_node* BuildInterfaceState(const ly_ctx* context, const GroupTable& table,
@@ -43,11 +46,10 @@ lyd_node* BuildInterfaceState(const ly_ctx* context, const GroupTable& table,
   size_t in_force = 0;
   for (const std::string& name : interfaces) {
     lyd_node* node = writer.List(top, "interface", name);
-    writer.Leaf(node, "link", kLinks[static_cast<int>(links(name))]);
+    writer.Leaf(node, "link", NameOf(links(name)));
     const auto port = ports.find(name);
     const bool enforced = port != ports.end();
-    writer.Leaf(node, "filters",
-                enforced ? kStates[static_cast<int>(port->second)] : "not-enforced");
+    writer.Leaf(node, "filters", enforced ? NameOf(port->second) : "not-enforced");
     in_force += enforced && port->second == PortState::kEnforced ? 1 : 0;
   }
   writer.Leaf(top, "named", interfaces.size());

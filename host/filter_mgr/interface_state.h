@@ -17,6 +17,10 @@ namespace host {
 lyd_node* BuildInterfaceState(const ly_ctx* context, const GroupTable& table,
                               const PortNames& names, const LinkStates& links);
 
+// How the link and the filters of an interface are called there.
+const char* NameOf(LinkState link);
+const char* NameOf(PortState filters);
+
 // Whether the groups are in force on an interface that they name: "in-force", "waiting", "failed",
 // or "not-enforced" where the back end enforces nothing.
 const char* EnforcementOn(const std::string& interface, const Backend& backend);

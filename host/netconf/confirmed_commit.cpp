@@ -14,6 +14,8 @@
 namespace host {
 namespace {
 
+using Step = ConfirmedCommitStep;
+
 constexpr std::chrono::seconds kRetryDelay{10};
 
 // Since 1970.
@@ -31,6 +33,8 @@ void ConfirmedCommit::Recover() {
   if (!errors.empty()) {
     Log(LogLevel::kError, "netconf: a commit that was not confirmed cannot be taken back: %s",
         errors.front().message.c_str());
+  } else {
+    Tell({Step::kCancel, user_});
   }
   // What cannot be taken back now stays: a later start must not undo what came after it.
   Forget();
@@ -46,17 +50,26 @@ DatastoreErrors ConfirmedCommit::Prepare() {
 
 void ConfirmedCommit::Begin(std::chrono::seconds timeout, const Origin& origin,
                             const std::string& persist) {
+  const Step::What what = ongoing_ ? Step::kExtend : Step::kStart;
   if (!ongoing_ || !persist.empty()) persist_ = persist;
   ongoing_ = true;
   user_ = origin.user;
   session_ = persist_.empty() ? origin.session_id : 0;
   commit_ = datastore_.TransactionId();
   until_ = std::chrono::system_clock::now() + timeout;
-  timer_ = loop_.After(timeout, [this] { Cancel("it was not confirmed in time"); });
-  if (timer_ == nullptr) Cancel("there is no timer for it");
+  Tell({what, origin.user, origin.session_id, static_cast<uint32_t>(timeout.count())});
+  timer_ = loop_.After(timeout, [this] { End("it was not confirmed in time", {Step::kTimeout, ""}); });
+  if (timer_ == nullptr) End("there is no timer for it", {Step::kTimeout, ""});
 }
 
-DatastoreErrors ConfirmedCommit::Confirm() {
+DatastoreErrors ConfirmedCommit::Confirm(const Origin& by) {
+  const bool ongoing = ongoing_;
+  DatastoreErrors errors = Clear();
+  if (ongoing && errors.empty()) Tell({Step::kComplete, by.user, by.session_id});
+  return errors;
+}
+
+DatastoreErrors ConfirmedCommit::Clear() {
   DatastoreErrors errors = datastore_.ClearCheckpoint();
   if (!errors.empty()) return errors;
   timer_.reset();
@@ -68,21 +81,29 @@ DatastoreErrors ConfirmedCommit::Confirm() {
 }
 
 void ConfirmedCommit::Forget() {
-  const DatastoreErrors errors = Confirm();
+  const DatastoreErrors errors = Clear();
   if (errors.empty()) return;
   Log(LogLevel::kError, "netconf: %s", errors.front().message.c_str());
   timer_ = loop_.After(kRetryDelay, [this] { Forget(); });
 }
 
-DatastoreErrors ConfirmedCommit::Cancel(const std::string& why) {
+DatastoreErrors ConfirmedCommit::Cancel(const std::string& why, const Origin& by) {
+  return End(why, {Step::kCancel, by.user, by.session_id});
+}
+
+// Goes back, and tells of it as `step`.
+DatastoreErrors ConfirmedCommit::End(const std::string& why, const ConfirmedCommitStep& step) {
   DatastoreErrors errors;
   if (!gone_back_) errors = GoBack(why);
   gone_back_ = errors.empty();
-  if (gone_back_) errors = Confirm();
-  if (errors.empty()) return {};
+  if (gone_back_) errors = Clear();
+  if (errors.empty()) {
+    Tell(step);
+    return {};
+  }
   Log(LogLevel::kError, "netconf: the confirmed commit of %s cannot be taken back yet: %s",
       user_.c_str(), errors.front().message.c_str());
-  timer_ = loop_.After(kRetryDelay, [this, why] { Cancel(why); });
+  timer_ = loop_.After(kRetryDelay, [this, why, step] { End(why, step); });
   return errors;
 }
 
@@ -129,7 +150,13 @@ Tree ConfirmedCommit::State(const ly_ctx* context) const {
 }
 
 void ConfirmedCommit::OnSessionEnd(uint32_t session) {
-  if (ongoing_ && session_ == session && session != 0) Cancel("its session ended");
+  if (ongoing_ && session_ == session && session != 0) {
+    Cancel("its session ended", {user_, session});
+  }
+}
+
+void ConfirmedCommit::Tell(const ConfirmedCommitStep& step) const {
+  if (events_ != nullptr) events_->Publish(step);
 }
 
 }  // namespace host

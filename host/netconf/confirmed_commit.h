@@ -19,13 +19,16 @@
 
 #include "host/cdb/datastore.h"
 #include "host/runtime/event_loop.h"
+#include "host/runtime/events.h"
 
 namespace host {
 
 class ConfirmedCommit {
  public:
-  // `datastore` and `loop` must outlive this object.
-  ConfirmedCommit(Datastore& datastore, EventLoop& loop) : datastore_(datastore), loop_(loop) {}
+  // `datastore`, `loop` and `events`, which are told of each step (null: nobody is), must outlive
+  // this object.
+  ConfirmedCommit(Datastore& datastore, EventLoop& loop, const Events* events = nullptr)
+      : datastore_(datastore), loop_(loop), events_(events) {}
 
   // Takes back what an earlier process left unconfirmed. To be called before the first session.
   void Recover();
@@ -43,10 +46,12 @@ class ConfirmedCommit {
   // Begins, or extends the ongoing commit: what to go back to stays then, and so does its token
   // unless `persist` gives another one.
   void Begin(std::chrono::seconds timeout, const Origin& origin, const std::string& persist);
-  // Keeps what was committed. After errors (of the disk) it is still to be confirmed.
-  DatastoreErrors Confirm();
-  // Goes back at once; after errors it is tried again by and by. `why` is for log and history.
-  DatastoreErrors Cancel(const std::string& why);
+  // Keeps what was committed, for `by`; nothing is to be done when nothing is ongoing. After errors
+  // (of the disk) it is still to be confirmed.
+  DatastoreErrors Confirm(const Origin& by);
+  // Goes back at once, for `by`; after errors it is tried again by and by. `why` is for log and
+  // history.
+  DatastoreErrors Cancel(const std::string& why, const Origin& by);
   // What is ongoing, as operational data (acl-app-commits); null when nothing is.
   Tree State(const ly_ctx* context) const;
   // To be called at a session's end.
@@ -54,9 +59,13 @@ class ConfirmedCommit {
 
  private:
   DatastoreErrors GoBack(const std::string& why);
+  DatastoreErrors End(const std::string& why, const ConfirmedCommitStep& step);
+  DatastoreErrors Clear();
+  void Tell(const ConfirmedCommitStep& step) const;
 
   Datastore& datastore_;
   EventLoop& loop_;
+  const Events* const events_;
   bool ongoing_ = false;
   bool gone_back_ = false;  // but the checkpoint could not be cleared yet
   std::string user_;        // who made the commit

@@ -73,6 +73,7 @@ Dispatcher::Reply Dispatcher::Handle(std::string message_text, const Conditions&
   }
   Reply reply;
   reply.close_session = result.close_session;
+  reply.subscription = std::move(result.subscription);
   reply.bad_rpc = !message.valid();
   reply.error_count = result.errors.size();
   ReplyFrame frame{message.ReplyStart(), message.ReplyEnd(), message.ReplyChildNamespace()};

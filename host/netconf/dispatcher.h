@@ -14,8 +14,9 @@ namespace host {
 class Dispatcher {
  public:
   struct Reply {
-    std::string xml;                      // the whole reply, unless there is
-    std::unique_ptr<ReplyStream> stream;  // its maker
+    std::string xml;                             // the whole reply, unless there is
+    std::unique_ptr<ReplyStream> stream;         // its maker
+    std::unique_ptr<Subscription> subscription;  // that the session has from now on; may be null
     bool close_session = false;
     bool bad_rpc = false;  // not even an RPC of the schema
     uint32_t error_count = 0;

@@ -18,6 +18,8 @@ constexpr const char* kProtocolCapabilities[] = {
     "urn:ietf:params:netconf:capability:rollback-on-error:1.0",
     "urn:ietf:params:netconf:capability:validate:1.1",
     "urn:ietf:params:netconf:capability:xpath:1.0",
+    "urn:ietf:params:netconf:capability:notification:1.0",
+    "urn:ietf:params:netconf:capability:interleave:1.0",
     // NOLINTNEXTLINE(bugprone-suspicious-missing-comma): one text on two lines
     "urn:ietf:params:netconf:capability:with-defaults:1.0?basic-mode=explicit&"
     "also-supported=report-all,report-all-tagged,trim",

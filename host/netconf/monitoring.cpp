@@ -60,7 +60,8 @@ std::string Schemas(const ly_ctx* context) {
 
 std::string Counters(const RpcCounters& counters) {
   return Number("in-rpcs", counters.in_rpcs) + Number("in-bad-rpcs", counters.in_bad_rpcs) +
-         Number("out-rpc-errors", counters.out_rpc_errors) + Number("out-notifications", 0);
+         Number("out-rpc-errors", counters.out_rpc_errors) +
+         Number("out-notifications", counters.out_notifications);
 }
 
 std::string Sessions(const std::vector<SessionState>& sessions) {

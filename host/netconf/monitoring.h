@@ -17,6 +17,7 @@ struct RpcCounters {
   uint32_t in_rpcs = 0;
   uint32_t in_bad_rpcs = 0;
   uint32_t out_rpc_errors = 0;
+  uint32_t out_notifications = 0;
 };
 
 struct ServerCounters {

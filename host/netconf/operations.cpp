@@ -14,6 +14,7 @@ constexpr char kMonitoring[] = "ietf-netconf-monitoring";
 constexpr char kFilters[] = "acl-app-filters";
 constexpr char kFindings[] = "acl-app-findings";
 constexpr char kHistory[] = "acl-app-history";
+constexpr char kNotifications[] = "notifications";
 constexpr char kStatus[] = "acl-app-status";
 
 constexpr Operation kOperations[] = {
@@ -32,6 +33,7 @@ constexpr Operation kOperations[] = {
     {kNetconf, "kill-session", OperationKind::kChange, RunKillSession},
     {kMonitoring, "get-schema", OperationKind::kQuery, RunGetSchema},
     {kFilters, "get-hits", OperationKind::kQuery, RunAnswered},
+    {kNotifications, "create-subscription", OperationKind::kOwn, RunCreateSubscription},
     {kFilters, "trace", OperationKind::kQuery, RunAnswered},
     {kHistory, "get-history", OperationKind::kQuery, RunGetHistory},
     {kHistory, "get-commit", OperationKind::kQuery, RunGetCommit},

@@ -17,6 +17,7 @@
 #include "host/netconf/data_stream.h"
 #include "host/netconf/findings_service.h"
 #include "host/netconf/locks.h"
+#include "host/netconf/notifications/notifier.h"
 #include "host/netconf/peer_log.h"
 #include "host/netconf/rpc_error.h"
 #include "host/netconf/rpc_message.h"
@@ -30,6 +31,7 @@ struct SessionInfo {
   std::string user;
   bool may_write = false;
   std::shared_ptr<PeerLog> log;  // of the user, never null
+  bool subscribed = false;       // to notifications
 };
 
 // What operations can do to other sessions.
@@ -50,6 +52,7 @@ struct OperationContext {
   std::shared_ptr<PageMemory> pages = std::make_shared<PageMemory>(size_t{16} << 20);
   std::shared_ptr<FindingsService> findings =
       std::make_shared<FindingsService>(datastore, candidate, pages);
+  Notifier* notifier = nullptr;  // null: there are no notifications
 };
 
 struct OperationCall {
@@ -62,6 +65,8 @@ struct OperationResult {
   RpcErrors errors;
   std::string data;                    // XML inside the reply; empty: <ok/>
   std::unique_ptr<DataStream> stream;  // in place of `data`
+  // What the session is to be sent once it has the reply.
+  std::unique_ptr<Subscription> subscription;
   bool close_session = false;
   std::string note;  // for the log
 
@@ -106,6 +111,7 @@ OperationResult RunGetSchema(const OperationContext& context, const OperationCal
 OperationResult RunGetHistory(const OperationContext& context, const OperationCall& call);
 OperationResult RunGetCommit(const OperationContext& context, const OperationCall& call);
 OperationResult RunRollback(const OperationContext& context, const OperationCall& call);
+OperationResult RunCreateSubscription(const OperationContext& context, const OperationCall& call);
 OperationResult RunAnswered(const OperationContext& context, const OperationCall& call);
 OperationResult RunRecover(const OperationContext& context, const OperationCall& call);
 OperationResult RunCompare(const OperationContext& context, const OperationCall& call);

@@ -55,7 +55,7 @@ OperationResult RunCommit(const OperationContext& context, const OperationCall& 
   result.note = after == before ? "done" : "done, transaction " + std::to_string(after);
   if (!to_be_confirmed) {
     const bool ongoing = confirmed.ongoing();
-    result.errors = FromDatastore(confirmed.Confirm());
+    result.errors = FromDatastore(confirmed.Confirm(origin));
     if (ongoing) result.note += ", confirmed";
     return result;
   }
@@ -76,7 +76,8 @@ OperationResult RunCancelCommit(const OperationContext& context, const Operation
   if (std::optional<RpcError> error = LockedByOther(context, call, "running")) {
     return OperationResult::Error(std::move(*error));
   }
-  return FromErrors(context.confirmed.Cancel("cancelled by " + call.session.user));
+  return FromErrors(context.confirmed.Cancel("cancelled by " + call.session.user,
+                                             {call.session.user, call.session.id}));
 }
 
 OperationResult RunDiscardChanges(const OperationContext& context, const OperationCall& call) {

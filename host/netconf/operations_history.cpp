@@ -14,7 +14,7 @@
 namespace host {
 namespace {
 
-constexpr char kNamespace[] = "urn:acl-app:history";
+constexpr char kHistoryNamespace[] = "urn:acl-app:history";
 
 // The changes of one commit that are shown to those who may only read. More would hold up the
 // commits of others for longer than readers may.
@@ -52,7 +52,7 @@ EditPreview PreviewOf(const OperationContext& context, const OperationCall& call
 }  // namespace
 
 OperationResult RunGetHistory(const OperationContext& context, const OperationCall& call) {
-  XmlWriter xml(kNamespace);
+  XmlWriter xml(kHistoryNamespace);
   for (const CommitInfo& info : context.datastore.History(NumberIn(call, "most", "20"))) {
     xml.Open("commit");
     WriteCommit(info, &xml);
@@ -74,7 +74,7 @@ OperationResult RunGetCommit(const OperationContext& context, const OperationCal
   DatastoreErrors errors;
   const Tree diff(context.datastore.DifferenceOf(id, &errors));
   if (!errors.empty()) return Refuse(errors);
-  XmlWriter xml(kNamespace);
+  XmlWriter xml(kHistoryNamespace);
   WriteCommit(info, &xml);
   WriteDifference(diff.get(), &xml);
   return Reply(&xml);
@@ -94,7 +94,7 @@ OperationResult RunRollback(const OperationContext& context, const OperationCall
   if (!errors.empty()) return Refuse(errors);
   const uint64_t after = context.datastore.TransactionId();
   if (after == before) return OperationResult::Ok();
-  XmlWriter xml(kNamespace);
+  XmlWriter xml(kHistoryNamespace);
   xml.Leaf("id", after);
   OperationResult result = Reply(&xml);
   result.note = "done, transaction " + std::to_string(after);
@@ -104,7 +104,7 @@ OperationResult RunRollback(const OperationContext& context, const OperationCall
 OperationResult RunCompare(const OperationContext& context, const OperationCall& call) {
   const EditPreview preview = PreviewOf(context, call);
   if (!preview.errors.empty()) return Refuse(preview.errors);
-  XmlWriter xml(kNamespace);
+  XmlWriter xml(kHistoryNamespace);
   WriteDifference(preview.difference.get(), &xml);
   return Reply(&xml);
 }
@@ -115,7 +115,7 @@ OperationResult RunCompareCommits(const OperationContext& context, const Operati
   const Tree difference = context.datastore.DifferenceBetween(
       NumberIn(call, "from", "0"), NumberIn(call, "to", now.c_str()), &errors);
   if (!errors.empty()) return Refuse(errors);
-  XmlWriter xml(kNamespace);
+  XmlWriter xml(kHistoryNamespace);
   WriteDifference(difference.get(), &xml);
   return Reply(&xml);
 }
@@ -123,7 +123,7 @@ OperationResult RunCompareCommits(const OperationContext& context, const Operati
 OperationResult RunCheck(const OperationContext& context, const OperationCall& call) {
   const EditPreview preview = PreviewOf(context, call);
   const std::optional<uint32_t> capacity = context.datastore.GroupCapacity();
-  XmlWriter xml(kNamespace);
+  XmlWriter xml(kHistoryNamespace);
   xml.Leaf("changes", CountChanges(preview.difference.get()));
   for (const auto& [group, entries] : preview.now) {
     xml.Open("group");

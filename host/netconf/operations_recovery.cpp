@@ -23,7 +23,7 @@ OperationResult RunRecover(const OperationContext& context, const OperationCall&
       FromDatastore(context.datastore.Recover(recovery, {call.session.user, call.session.id, ""}));
   if (!result.errors.empty()) return result;
   // A commit that was to be confirmed is settled by that, too.
-  context.confirmed.Confirm();
+  context.confirmed.Confirm({call.session.user, call.session.id});
   const uint64_t id = context.datastore.TransactionId();
   XmlWriter xml("urn:acl-app:status");
   xml.Leaf("id", id);

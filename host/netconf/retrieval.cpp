@@ -10,12 +10,11 @@
 
 #include "host/cdb/list_order.h"
 #include "host/cdb/operational_store.h"
+#include "host/netconf/compiled_filter.h"
 #include "host/netconf/data_printer.h"
-#include "host/netconf/generic_xml.h"
 #include "host/netconf/subtree_filter.h"
 #include "host/netconf/tree_view.h"
 #include "host/netconf/xpath_filter.h"
-#include "host/netconf/xpath_pattern.h"
 
 namespace host {
 namespace {
@@ -180,49 +179,20 @@ class XPathStream : public DataStream {
   size_t given_ = 0;
 };
 
-std::unique_ptr<DataStream> RetrieveXPath(const RetrievalRequest& request, const std::string& xpath,
-                                          Datastore& datastore, RpcErrors* errors) {
-  const std::string why = WhyTooCostly(xpath);
-  if (!why.empty()) {
-    errors->push_back(BadAttribute("select", "filter", why));
-    return nullptr;
-  }
-  if (!request.trusted) {
-    errors->push_back(
-        {"protocol", "resource-denied",
-         "those who may only read can select with location paths of names whose predicates compare "
-         "a child with a value; this expression would hold up everybody else",
-         "", "", ""});
-    return nullptr;
-  }
-  return std::make_unique<XPathStream>(request.configuration, request.with_state, xpath,
-                                       request.print_options, datastore);
-}
-
 }  // namespace
 
 std::unique_ptr<DataStream> Retrieve(const RetrievalRequest& request, Datastore& datastore,
                                      const std::shared_ptr<PageMemory>& memory, RpcErrors* errors) {
-  const ly_ctx* context = datastore.Context();
-  std::unique_ptr<const SubtreeFilter> subtree;
-  if (request.filter != nullptr) {
-    if (XmlAttribute(request.filter, "type") == "xpath") {
-      const lyd_meta* select =
-          lyd_find_meta(request.typed_filter->meta, nullptr, "ietf-netconf:select");
-      if (select == nullptr) {
-        errors->push_back(MissingAttribute("select", "filter"));
-        return nullptr;
-      }
-      const std::string xpath = lyd_get_meta_value(select);
-      std::optional<SubtreeFilter> pattern = CompileXPath(xpath, context);
-      if (!pattern.has_value()) return RetrieveXPath(request, xpath, datastore, errors);
-      subtree = std::make_unique<SubtreeFilter>(std::move(*pattern));
-    } else {
-      subtree = std::make_unique<SubtreeFilter>(request.filter, context);
-    }
+  std::optional<CompiledFilter> filter = CompileFilter(
+      request.filter, request.typed_filter, datastore.Context(), request.trusted, errors);
+  if (!filter.has_value()) return nullptr;
+  if (!filter->xpath.empty()) {
+    return std::make_unique<XPathStream>(request.configuration, request.with_state, filter->xpath,
+                                         request.print_options, datastore);
   }
-  return std::make_unique<ViewStream>(request.configuration, request.with_state, std::move(subtree),
-                                      request.print_options, datastore, memory);
+  return std::make_unique<ViewStream>(request.configuration, request.with_state,
+                                      std::move(filter->subtree), request.print_options, datastore,
+                                      memory);
 }
 
 }  // namespace host

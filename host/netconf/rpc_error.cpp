@@ -3,10 +3,9 @@
 
 #include <libyang/libyang.h>
 
-#include <algorithm>
-#include <map>
 #include <utility>
 
+#include "host/netconf/qualified_path.h"
 #include "host/netconf/xml_text.h"
 
 namespace host {
@@ -14,44 +13,6 @@ namespace {
 
 std::string Element(const std::string& name, const std::string& content) {
   return "<" + name + ">" + XmlEscape(content) + "</" + name + ">";
-}
-
-// A libyang path names the module only where it changes; an XPath needs a prefix on every name.
-// Writes `path` with the module's name as prefix everywhere and collects the modules used.
-std::string QualifyPath(const std::string& path, std::map<std::string, std::string>* namespaces,
-                        const ly_ctx* context) {
-  std::string qualified, module;
-  for (size_t pos = 0; pos < path.size();) {
-    const char c = path[pos];
-    if (c == '\'' || c == '"') {
-      const size_t end = std::min(path.find(c, pos + 1), path.size() - 1);
-      qualified.append(path, pos, end + 1 - pos);
-      pos = end + 1;
-    } else if (IsNameStart(c)) {
-      size_t end = pos;
-      while (end < path.size() && IsNameChar(path[end])) ++end;
-      if (end < path.size() && path[end] == ':') {
-        module = path.substr(pos, end - pos);
-        pos = end + 1;
-        continue;
-      }
-      if (!module.empty()) {
-        const lys_module* found = ly_ctx_get_module_implemented(context, module.c_str());
-        if (found != nullptr) {
-          (*namespaces)[module] = found->ns;
-          qualified += module + ":";
-        }
-      }
-      qualified.append(path, pos, end - pos);
-      pos = end;
-    } else if (std::isdigit(static_cast<unsigned char>(c)) != 0) {
-      while (pos < path.size() && IsNameChar(path[pos])) qualified += path[pos++];
-    } else {
-      qualified += c;
-      ++pos;
-    }
-  }
-  return qualified;
 }
 
 // Name of the node that a path ends with, without prefix and predicates.
@@ -90,12 +51,9 @@ std::string PrintRpcError(const RpcError& error, const ly_ctx* context) {
   xml += "<error-severity>error</error-severity>";
   if (!error.app_tag.empty()) xml += Element("error-app-tag", error.app_tag);
   if (!error.path.empty()) {
-    std::map<std::string, std::string> namespaces;
-    const std::string path = QualifyPath(error.path, &namespaces, context);
-    xml += "<error-path";
-    for (const auto& [prefix, name_space] : namespaces) {
-      xml += " xmlns:" + prefix + "=\"" + XmlEscape(name_space) + "\"";
-    }
+    std::string declarations;
+    const std::string path = QualifiedPath(error.path, context, &declarations);
+    xml += "<error-path" + declarations;
     xml += ">" + XmlEscape(path) + "</error-path>";
   }
   if (!error.message.empty()) {

@@ -2,6 +2,7 @@
 #include "host/netconf/rpc_message.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -75,7 +76,11 @@ void CheckInput(const lyd_node* node, const lysc_node* schema, const ly_ctx* con
 // Looks for a filter of a type that there is not. To be called when nothing else is wrong: whether
 // an expression is one was for the parser to say.
 void CheckFilter(const lyd_node* operation, RpcErrors* errors) {
-  const lyd_node* filter = FindNetconfChild(operation, "filter");
+  const lyd_node* filter = lyd_child(operation);
+  while (filter != nullptr &&
+         (XmlName(filter) != "filter" || XmlNamespace(filter) != XmlNamespace(operation))) {
+    filter = filter->next;
+  }
   const auto type = filter == nullptr ? std::nullopt : XmlAttribute(filter, "type");
   if (type.has_value() && *type != "subtree" && *type != "xpath") {
     errors->push_back(BadAttribute("type", "filter",
@@ -252,10 +257,44 @@ bool RpcMessage::ParseApart() {
 }
 
 void RpcMessage::ParseOperation() {
+  if (Parse(text_)) return;
+  reason_ = TakeLibyangReason(context_);
+  errors_ = FindSchema();
+  undiagnosed_ = errors_.empty();
+  if (!undiagnosed_ || !AdoptFilter()) return;
+  char* text = nullptr;
+  if (lyd_print_mem(&text, generic_.get(), LYD_XML, LYD_PRINT_SHRINK) != LY_SUCCESS) return;
+  undiagnosed_ = !Parse(text);
+  std::free(text);
+  if (undiagnosed_) reason_ = TakeLibyangReason(context_);
+}
+
+// Some clients send the <filter> of a <create-subscription> in NETCONF's namespace, as that of a
+// <get>. There is no doubt about what it means: whether that was so, and is put right in the
+// message as it is read without the schema.
+bool RpcMessage::AdoptFilter() {
+  lyd_node* operation = lyd_child(generic_.get());
+  if (XmlName(operation) != "create-subscription") return false;
+  const lyd_node* found = FindNetconfChild(operation, "filter");
+  if (found == nullptr) return false;
+  const ly_ctx* dictionary = LYD_CTX(found);
+  ly_opaq_name& name = reinterpret_cast<lyd_node_opaq*>(const_cast<lyd_node*>(found))->name;
+  const ly_opaq_name& of_operation = AsOpaque(operation)->name;
+  for (const auto& [own, others] : {std::pair{&name.prefix, of_operation.prefix},
+                                    std::pair{&name.module_ns, of_operation.module_ns}}) {
+    lydict_remove(dictionary, *own);
+    *own = nullptr;
+    if (others != nullptr) lydict_insert(dictionary, others, 0, own);
+  }
+  return true;
+}
+
+// Whether the schema takes the message `text`.
+bool RpcMessage::Parse(const std::string& text) {
   ly_in* in = nullptr;
-  if (ly_in_new_memory(text_.c_str(), &in) != LY_SUCCESS) {
+  if (ly_in_new_memory(text.c_str(), &in) != LY_SUCCESS) {
     errors_.push_back({"rpc", "resource-denied", "out of memory", "", "", ""});
-    return;
+    return true;
   }
   lyd_node *envelope = nullptr, *operation = nullptr;
   const LY_ERR result =
@@ -267,11 +306,9 @@ void RpcMessage::ParseOperation() {
     schema_ = operation->schema;
     CheckShape();
     if (errors_.empty() && outline_.foreign_attributes) CheckAttributes();
-    return;
+    return true;
   }
-  reason_ = TakeLibyangReason(context_);
-  errors_ = FindSchema();
-  undiagnosed_ = errors_.empty();
+  return false;
 }
 
 // libyang does not look for what is given too often, and takes a text for a configuration.

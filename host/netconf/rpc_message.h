@@ -47,6 +47,8 @@ class RpcMessage {
  private:
   bool ParseApart();
   void ParseOperation();
+  bool Parse(const std::string& text);
+  bool AdoptFilter();
   void CheckShape();
   void CheckAttributes();
   RpcErrors FindSchema();

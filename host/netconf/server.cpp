@@ -89,6 +89,9 @@ void NetconfServer::ShowState(StateProviders* providers) {
       providers->Add({"acl-app-commits", "confirmed-commit", [this](const ly_ctx* context) {
                         return confirmed_.State(context).release();
                       }}));
+  shown_.push_back(providers->Add({"nc-notifications", "netconf", [this](const ly_ctx* context) {
+                                     return notifier_.State(context).release();
+                                   }}));
   for (const char* node : {"yang-library", "modules-state"}) {
     shown_.push_back(providers->Add({"ietf-yang-library", node, [node](const ly_ctx* context) {
                                        return BuildYangLibrary(context, node).release();
@@ -104,11 +107,13 @@ NetconfServer::NetconfServer(const NetconfServerOptions& options, Datastore& dat
       xml_(std::move(xml)),
       capabilities_(ServerCapabilities(datastore.Context())),
       pages_(std::make_shared<PageMemory>(options.limits.all_page_bytes)),
+      events_(options.events != nullptr ? options.events : std::make_shared<Events>()),
+      notifier_(options.notification_directory, datastore, *loop_, events_),
       candidate_(datastore),
-      confirmed_(datastore, *loop_),
+      confirmed_(datastore, *loop_, events_.get()),
       findings_(std::make_shared<FindingsService>(datastore, candidate_, pages_)),
-      dispatcher_({datastore, candidate_, confirmed_, locks_, *this, pages_, findings_}, *xml_,
-                  options.limits.depth),
+      dispatcher_({datastore, candidate_, confirmed_, locks_, *this, pages_, findings_, &notifier_},
+                  *xml_, options.limits.depth),
       pacer_(*loop_) {
   counters_.started = time(nullptr);
   datastore_.AddObserver(this);
@@ -117,6 +122,7 @@ NetconfServer::NetconfServer(const NetconfServerOptions& options, Datastore& dat
 NetconfServer::~NetconfServer() {
   listener_watch_.reset();
   cleanup_watch_.reset();
+  for (const auto& [id, session] : sessions_) session->TellEnd(SessionEnded::kOther);
   sessions_.clear();
   ended_.clear();
   datastore_.RemoveObserver(this);
@@ -162,8 +168,8 @@ void NetconfServer::Accept() {
   ++counters_.in_sessions;
   const uint32_t id = next_id_++;
   if (next_id_ == 0) next_id_ = 1;
-  const Session::Environment environment{*loop_,          dispatcher_, *xml_,   pacer_,
-                                         options_.limits, usage_,      *pages_, counters_};
+  const Session::Environment environment{*loop_, dispatcher_, *xml_,     pacer_,  options_.limits,
+                                         usage_, *pages_,     counters_, *events_};
   const std::optional<std::string> name = user_names_->Find(peer->uid);
   std::unique_ptr<Session>& session = sessions_[id];
   session =
@@ -230,7 +236,8 @@ void NetconfServer::OnSessionEnd(uint32_t id) {
 bool NetconfServer::KillSession(uint32_t id, const SessionInfo& killer) {
   const auto found = sessions_.find(id);
   if (found == sessions_.end()) return false;
-  found->second->Abort("killed by session " + std::to_string(killer.id) + " (" + killer.user + ")");
+  found->second->Abort("killed by session " + std::to_string(killer.id) + " (" + killer.user + ")",
+                       SessionEnded::kKilled, killer.id);
   return true;
 }
 

@@ -21,12 +21,14 @@
 #include "host/netconf/dispatcher.h"
 #include "host/netconf/limits.h"
 #include "host/netconf/locks.h"
+#include "host/netconf/notifications/notifier.h"
 #include "host/netconf/pacer.h"
 #include "host/netconf/peer_log.h"
 #include "host/netconf/session.h"
 #include "host/netconf/tree_pages.h"
 #include "host/netconf/user_names.h"
 #include "host/runtime/event_loop.h"
+#include "host/runtime/events.h"
 #include "host/runtime/state_providers.h"
 
 namespace host {
@@ -37,7 +39,9 @@ struct NetconfServerOptions {
   std::string socket_group;  // empty: the process's own
   std::string write_group;   // see access.h; empty: none
   NetconfLimits limits;
-  UserNames::LookUp user_name;  // empty: the system's
+  UserNames::LookUp user_name;         // empty: the system's
+  std::string notification_directory;  // see Notifier; empty: notifications are not kept on disk
+  std::shared_ptr<Events> events;      // what notifications are made of; null: the server's alone
 };
 
 class NetconfServer : private SessionControl, private CommitObserver {
@@ -82,6 +86,8 @@ class NetconfServer : private SessionControl, private CommitObserver {
   const std::unique_ptr<GenericXml> xml_;
   const std::vector<std::string> capabilities_;
   const std::shared_ptr<PageMemory> pages_;
+  const std::shared_ptr<Events> events_;
+  Notifier notifier_;
   Candidate candidate_;
   ConfirmedCommit confirmed_;
   Locks locks_;

@@ -69,7 +69,14 @@ Session::~Session() {
                    info_.user.c_str());
 }
 
-void Session::Abort(const std::string& reason) {
+void Session::TellEnd(SessionEnded::Reason event, uint32_t killed_by) {
+  subscription_.reset();
+  const bool known = phase_ == Phase::kOpen || phase_ == Phase::kClosing;
+  if (!known && event != SessionEnded::kBadHello && event != SessionEnded::kTimeout) return;
+  env_.events.Publish(SessionEnded{info_.id, info_.user, event, killed_by});
+}
+
+void Session::Abort(const std::string& reason, SessionEnded::Reason event, uint32_t killed_by) {
   if (phase_ == Phase::kEnded) return;
   if (!reason.empty()) {
     const LogFields fields = Fields();
@@ -77,6 +84,7 @@ void Session::Abort(const std::string& reason) {
                      info_.user.c_str(), reason.c_str());
     ++env_.counters.dropped_sessions;
   }
+  TellEnd(event, killed_by);
   phase_ = Phase::kEnded;
   env_.pacer.Remove(this);
   io_watch_.reset();
@@ -100,29 +108,45 @@ void Session::WatchTime() {
   time_watch_.reset();
   if (phase_ == Phase::kEnded) return;
   if (OutputPending()) {
-    time_watch_ = env_.loop.After(env_.limits.stall_timeout,
-                                  [this] { Abort("the peer does not read its replies"); });
+    time_watch_ = env_.loop.After(env_.limits.stall_timeout, [this] {
+      Abort("the peer does not read what it is sent", SessionEnded::kTimeout);
+    });
   } else if (phase_ == Phase::kHello) {
-    time_watch_ =
-        env_.loop.After(env_.limits.hello_timeout, [this] { Abort("the peer sent no hello"); });
+    time_watch_ = env_.loop.After(env_.limits.hello_timeout, [this] {
+      Abort("the peer sent no hello", SessionEnded::kTimeout);
+    });
   } else if (decoder_.InMessage()) {
-    time_watch_ = env_.loop.After(env_.limits.stall_timeout,
-                                  [this] { Abort("the peer does not finish its message"); });
+    time_watch_ = env_.loop.After(env_.limits.stall_timeout, [this] {
+      Abort("the peer does not finish its message", SessionEnded::kTimeout);
+    });
   }
 }
 
 void Session::OnReady(uint32_t ready) {
-  if ((ready & EPOLLERR) != 0) return Abort("the connection failed");
+  if ((ready & EPOLLERR) != 0) return Abort("the connection failed", SessionEnded::kDropped);
   readable_ = (ready & (EPOLLIN | EPOLLHUP)) != 0;
+  Enlist();
+}
+
+// Has the pacer call Step(). Nothing else is waited for then.
+void Session::Enlist() {
   io_watch_.reset();
+  queued_ = true;
   env_.pacer.Add(this, peer_.uid);
+}
+
+// There is something for the subscription. Not while the peer still has to read what was sent last.
+void Session::Wake() {
+  if (queued_ || (OutputPending() && !subscription_->overrun())) return;
+  Enlist();
 }
 
 bool Session::Step() {
   const LogFields fields = Fields();
   DoWork();
   if (phase_ == Phase::kEnded) return false;
-  if (HasWork()) return true;
+  queued_ = HasWork();
+  if (queued_) return true;
   WatchSocket();
   WatchTime();
   return false;
@@ -136,23 +160,30 @@ void Session::DoWork() {
     Decode();
   } else if (readable_ && InputWanted()) {
     Read();
+  } else if (subscription_ != nullptr && phase_ == Phase::kOpen) {
+    AddNotifications();
   }
   readable_ = false;
   if (phase_ != Phase::kEnded) Write();
 }
 
-bool Session::HasWork() const { return !blocked_ && (reply_ != nullptr || !unread_.empty()); }
+bool Session::HasWork() const {
+  const bool to_tell =
+      phase_ == Phase::kOpen && subscription_ != nullptr && subscription_->HasMore();
+  return !blocked_ && (reply_ != nullptr || !unread_.empty() || to_tell);
+}
 
 void Session::Read() {
   std::array<char, kReadSize> buffer;
   const ssize_t size = recv(fd_, buffer.data(), buffer.size(), MSG_DONTWAIT);
   if (size < 0) {
     if (errno == EAGAIN || errno == EINTR) return;
-    return Abort(std::string("reading failed: ") + std::strerror(errno));
+    return Abort(std::string("reading failed: ") + std::strerror(errno), SessionEnded::kDropped);
   }
   if (size == 0) {
     input_ended_ = true;
-    return Abort(decoder_.InMessage() ? "the peer left within a message" : "");
+    return Abort(decoder_.InMessage() ? "the peer left within a message" : "",
+                 SessionEnded::kDropped);
   }
   unread_.assign(buffer.data(), size);
   Decode();
@@ -191,9 +222,9 @@ void Session::AccountInput() {
 
 void Session::TakeHello() {
   const std::string fault = AcceptHello();
-  if (fault.empty()) return;
+  if (fault.empty()) return env_.events.Publish(SessionBegan{info_.id, info_.user});
   ++env_.counters.in_bad_hellos;
-  Abort(fault);
+  Abort(fault, SessionEnded::kBadHello);
 }
 
 // Reads the peer's hello; why it cannot be accepted, empty when it was.
@@ -221,6 +252,11 @@ void Session::TakeMessage(bool cut) {
   }
   // The message may have ended sessions, but never this one.
   if (reply.close_session) phase_ = Phase::kClosing;
+  if (reply.subscription != nullptr) {
+    subscription_ = std::move(reply.subscription);
+    subscription_->SetOnMore([this] { Wake(); });
+    info_.subscribed = true;
+  }
   if (reply.stream == nullptr) return Send(std::move(reply.xml));
   reply_ = std::move(reply.stream);
 }
@@ -240,6 +276,25 @@ void Session::AddPart() {
   counters_.out_rpc_errors += reply_->error_count();
   env_.counters.rpcs.out_rpc_errors += reply_->error_count();
   reply_.reset();
+}
+
+// What the subscription has, as far as it is enough for one turn.
+void Session::AddNotifications() {
+  if (subscription_->overrun()) return Abort("the peer does not read its notifications");
+  if (!subscription_->HasMore() || output_bytes_ >= kEnoughOutput) return;
+  std::string framed, message;
+  do {
+    subscription_->Next(&message);
+    if (message.empty()) break;
+    framed += FramePrefix(FramingOut(), message.size()) + message;
+    framed += FrameSuffix(FramingOut());
+    ++counters_.out_notifications;
+    ++env_.counters.rpcs.out_notifications;
+  } while (framed.size() < kEnoughOutput && subscription_->HasMore());
+  Queue(std::move(framed));
+  if (!subscription_->over()) return;
+  subscription_.reset();
+  info_.subscribed = false;
 }
 
 Framing Session::FramingOut() const {
@@ -271,7 +326,7 @@ void Session::Write() {
         blocked_ = true;
         return;
       }
-      return Abort(std::string("writing failed: ") + std::strerror(errno));
+      return Abort(std::string("writing failed: ") + std::strerror(errno), SessionEnded::kDropped);
     }
     output_sent_ += size;
     if (output_sent_ == piece.size()) {
@@ -281,7 +336,7 @@ void Session::Write() {
       output_sent_ = 0;
     }
   }
-  if (phase_ == Phase::kClosing && reply_ == nullptr) Abort("");
+  if (phase_ == Phase::kClosing && reply_ == nullptr) Abort("", SessionEnded::kClosed);
 }
 
 }  // namespace host

@@ -6,7 +6,8 @@
 // the peer reads; a session never holds much more than one part.
 //
 // When the socket is ready nothing is done but to queue the session with the pacer; all work is
-// done in steps there: reading and decoding up to one message, carrying it out, a part of a reply.
+// done in steps there: reading and decoding up to one message, carrying it out, a part of a reply,
+// some notifications of a subscription.
 #ifndef HOST_NETCONF_SESSION_H_
 #define HOST_NETCONF_SESSION_H_
 
@@ -22,9 +23,11 @@
 #include "host/netconf/framing.h"
 #include "host/netconf/limits.h"
 #include "host/netconf/monitoring.h"
+#include "host/netconf/notifications/subscription.h"
 #include "host/netconf/pacer.h"
 #include "host/netconf/peer.h"
 #include "host/runtime/event_loop.h"
+#include "host/runtime/events.h"
 
 namespace host {
 
@@ -45,6 +48,7 @@ class Session : private Pacer::Task {
     NetconfUsage& usage;
     const PageMemory& pages;
     ServerCounters& counters;
+    const Events& events;
   };
 
   // Takes over `fd`; `log` is that of the user. The session begins when the name of its user is
@@ -63,8 +67,11 @@ class Session : private Pacer::Task {
 
   uid_t user() const { return peer_.uid; }
   SessionState State() const { return {info_.id, info_.user, login_, counters_}; }
-  // Ends the session for the reason given, with what is unsent.
-  void Abort(const std::string& reason);
+  // Ends the session for the reason given, with what is unsent. `event` is what others are told.
+  void Abort(const std::string& reason, SessionEnded::Reason event = SessionEnded::kOther,
+             uint32_t killed_by = 0);
+  // Tells others that the session ends, if they know of it. Done by Abort().
+  void TellEnd(SessionEnded::Reason event, uint32_t killed_by = 0);
 
  private:
   enum class Phase { kHello, kOpen, kClosing, kEnded };
@@ -81,6 +88,9 @@ class Session : private Pacer::Task {
   std::string AcceptHello();
   void TakeMessage(bool cut);
   void AddPart();
+  void AddNotifications();
+  void Enlist();
+  void Wake();
   void Send(std::string message);
   void Queue(std::string piece);
   Framing FramingOut() const;
@@ -107,8 +117,10 @@ class Session : private Pacer::Task {
   std::string unread_;  // received, not yet decoded
   size_t accounted_input_ = 0;
   std::unique_ptr<ReplyStream> reply_;  // that is being made
-  bool readable_ = false;               // the socket is
-  bool blocked_ = false;                // the socket takes no more
+  std::unique_ptr<Subscription> subscription_;
+  bool queued_ = false;    // with the pacer, or at work
+  bool readable_ = false;  // the socket is
+  bool blocked_ = false;   // the socket takes no more
   std::deque<std::string> output_;
   size_t output_sent_ = 0;  // of the first piece
   size_t output_bytes_ = 0;

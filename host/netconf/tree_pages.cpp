@@ -6,6 +6,7 @@
 #include <numeric>
 #include <utility>
 
+#include "host/cdb/diff.h"
 #include "host/cdb/list_order.h"
 
 namespace host {
@@ -13,14 +14,6 @@ namespace {
 
 // What a node costs, with its place in its parent's hash table and a short value.
 constexpr size_t kBytesPerNode = 160;
-
-size_t CountNodes(const lyd_node* node) {
-  size_t count = 1;
-  for (const lyd_node* child = lyd_child(node); child != nullptr; child = child->next) {
-    count += CountNodes(child);
-  }
-  return count;
-}
 
 // `priv` is for the users of a tree; libyang neither reads nor copies it.
 void SetPage(const lyd_node* node, TreePage* page) { const_cast<lyd_node*>(node)->priv = page; }

@@ -32,6 +32,12 @@ class XmlWriter {
     Close(name);
   }
   void Leaf(std::string_view name, uint64_t number) { Leaf(name, std::to_string(number)); }
+  // The same within another element, with attributes as they are written, such as declarations of
+  // namespaces: " xmlns=\"urn:other\"".
+  void Leaf(std::string_view name, std::string_view text, std::string_view attributes) {
+    xml_.append("<").append(name).append(attributes).append(">");
+    xml_.append(XmlEscape(text)).append("</").append(name).append(">");
+  }
 
   std::string Take() { return std::move(xml_); }
 

@@ -147,7 +147,7 @@ class Compiler {
   }
 
  private:
-  static constexpr uint16_t kData = LYS_CONTAINER | LYS_LIST | LYS_LEAF | LYS_LEAFLIST;
+  static constexpr uint16_t kData = LYS_CONTAINER | LYS_LIST | LYS_LEAF | LYS_LEAFLIST | LYS_NOTIF;
 
   static Node NodeOf(const lysc_node* schema) {
     Node node;
@@ -212,7 +212,7 @@ class Compiler {
                      const lysc_module* module, std::vector<Node>* nodes) {
     const lysc_node* schema = nullptr;
     while ((schema = lys_getnext(schema, parent, module, 0)) != nullptr) {
-      if ((schema->nodetype & (LYS_CONTAINER | LYS_LIST)) == 0) continue;
+      if ((schema->nodetype & (LYS_CONTAINER | LYS_LIST | LYS_NOTIF)) == 0) continue;
       Node node = NodeOf(schema);
       node.children = Compile(path, index, schema);
       if (!node.children.empty()) nodes->push_back(std::move(node));

@@ -109,6 +109,8 @@ std::unique_ptr<host::NetconfServer> Listen(Datastore& datastore, qzmw_t* mw) {
   options.socket_mode = settings.netconf_socket_mode;
   options.socket_group = settings.netconf_socket_group;
   options.write_group = settings.netconf_write_group;
+  options.notification_directory = settings.state_directory;
+  options.events = host::EventsOf(mw);
   std::string error;
   auto server = host::NetconfServer::Create(options, datastore, host::LoopOf(mw),
                                             host::StateProvidersOf(mw), &error);
@@ -167,6 +169,8 @@ class AppInterface::Impl : private host::CommitObserver {
         submissions_(host::SubmissionsOf(mw)),
         board_(host::StatusBoardOf(mw)),
         origins_(host::OriginsOf(mw)),
+        events_(host::EventsOf(mw)),
+        outcomes_(events_.get()),
         datastore_(OpenDatastore(submissions_.get())),
         service_(datastore_.get()),
         interface_(service_.OpenSession(CDB_RUNNING)) {
@@ -274,6 +278,7 @@ class AppInterface::Impl : private host::CommitObserver {
   const std::shared_ptr<host::StatusBoard> board_;
   const std::shared_ptr<host::EntryOriginSource> origins_;
   const int64_t started_us_ = host::NowMicroseconds();
+  const std::shared_ptr<host::Events> events_;
   host::CommitOutcomes outcomes_;
   const std::unique_ptr<Datastore> datastore_;
   host::CdbService service_;

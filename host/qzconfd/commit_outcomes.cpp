@@ -46,6 +46,11 @@ bool AllTaken(const std::vector<Submission>& sent) {
 
 }  // namespace
 
+const char* NameOf(CommitOutcome::Result result) {
+  constexpr const char* kNames[] = {"applied", "pending", "failed", "superseded"};
+  return kNames[result];
+}
+
 LogFields FieldsOf(const CommitInfo& commit) {
   const uint32_t session = commit.origin.session_id;
   return LogFields({{"COMMIT", std::to_string(commit.id)},
@@ -87,7 +92,7 @@ void CommitOutcomes::Add(const CommitInfo& commit, bool at_start, CommitFacts fa
   } else {
     outcome.facts.coverage = {};  // of what was in force before
   }
-  LogOutcome(outcome);
+  Tell(outcome, false);
   counts_.Add(outcome);
   if (outcomes_.size() == kMost) outcomes_.pop_front();
   outcomes_.push_back(std::move(outcome));
@@ -166,7 +171,7 @@ void CommitOutcomes::Correct(CommitOutcome::Result result, const std::string& re
     outcome.result = result;
     if (result == CommitOutcome::kApplied) applied_ = outcome.commit.id;
     counts_.Add(outcome);
-    if (result != CommitOutcome::kSuperseded) LogOutcome(outcome);
+    Tell(outcome, true);
   }
 }
 
@@ -190,6 +195,28 @@ std::string CommitOutcomes::WhyNotApplied(const CommitFacts& facts, bool at_star
            " could not be taken over; restart the daemon to load the configuration anew";
   }
   return "";
+}
+
+void CommitOutcomes::Tell(const CommitOutcome& outcome, bool corrected) const {
+  if (outcome.result != CommitOutcome::kSuperseded) LogOutcome(outcome);
+  if (events_ == nullptr) return;
+  const Origin& origin = outcome.commit.origin;
+  CommitJudged event;
+  event.commit = outcome.commit.id;
+  event.user = origin.user;
+  event.session = outcome.at_start ? 0 : origin.session_id;  // which was an earlier process's
+  event.comment = origin.comment;
+  event.at_start = outcome.at_start;
+  event.result = NameOf(outcome.result);
+  event.corrected = corrected;
+  event.reason = outcome.reason;
+  event.took = outcome.took;
+  event.interfaces = outcome.facts.coverage.interfaces;
+  event.in_force = outcome.facts.coverage.in_force;
+  for (const Submission& sent : outcome.facts.sent) {
+    event.entries.emplace_back(sent.group, sent.entries);
+  }
+  events_->Publish(event);
 }
 
 void CommitOutcomes::LogOutcome(const CommitOutcome& outcome) const {

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "host/cdb/datastore.h"
+#include "host/runtime/events.h"
 #include "host/runtime/log.h"
 #include "host/runtime/status_board.h"
 #include "host/runtime/submissions.h"
@@ -53,6 +54,8 @@ struct CommitOutcome {
   std::chrono::microseconds took{0};
 };
 
+// What the result is called where it is shown.
+const char* NameOf(CommitOutcome::Result result);
 // The fields of log lines about a commit.
 LogFields FieldsOf(const CommitInfo& commit);
 
@@ -78,6 +81,9 @@ struct GroupInForce {
 class CommitOutcomes {
  public:
   static constexpr size_t kMost = 256;
+
+  // `events` are told of each result (null: nobody is), and must outlive the object.
+  explicit CommitOutcomes(const Events* events = nullptr) : events_(events) {}
 
   // Judges what was seen of a commit, logs the outcome in a line and keeps it; the oldest goes when
   // there are more than kMost.
@@ -109,9 +115,12 @@ class CommitOutcomes {
   void Judge(CommitOutcome* outcome) const;
   // Sets the result of those that are pending.
   void Correct(CommitOutcome::Result result, const std::string& reason);
+  // Tells of it, in the log and to others; `corrected`: it was told to be pending.
+  void Tell(const CommitOutcome& outcome, bool corrected) const;
   void LogOutcome(const CommitOutcome& outcome) const;
   std::string InForceText(bool with_commits) const;
 
+  const Events* const events_;
   std::deque<CommitOutcome> outcomes_;
   CommitCounts counts_;
   uint64_t applied_ = 0;

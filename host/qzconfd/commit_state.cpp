@@ -14,9 +14,6 @@
 namespace host {
 namespace {
 
-// By CommitOutcome::Result.
-constexpr const char* kResults[] = {"applied", "pending", "failed", "superseded"};
-
 void AddCommit(const CommitOutcome& outcome, lyd_node* top, TreeWriter* writer) {
   const Origin& origin = outcome.commit.origin;
   lyd_node* node = writer->List(top, "commit", std::to_string(outcome.commit.id));
@@ -30,7 +27,7 @@ void AddCommit(const CommitOutcome& outcome, lyd_node* top, TreeWriter* writer) 
   writer->Leaf(node, "time", DateAndTime(outcome.time_us, 3));
   writer->Leaf(node, "duration",
                std::to_string(std::min<int64_t>(outcome.took.count(), UINT32_MAX)));
-  writer->Leaf(node, "result", kResults[outcome.result]);
+  writer->Leaf(node, "result", NameOf(outcome.result));
   writer->Text(node, "reason", outcome.reason);
   for (const std::string& error : outcome.facts.errors) writer->Text(node, "error", error);
   const Coverage& coverage = outcome.facts.coverage;

@@ -1,4 +1,4 @@
-// Moments as YANG's date-and-time writes them (RFC 3339), in UTC.
+// Moments, and how YANG's date-and-time writes them (RFC 3339), in UTC.
 #ifndef HOST_RUNTIME_DATE_AND_TIME_H_
 #define HOST_RUNTIME_DATE_AND_TIME_H_
 
@@ -10,6 +10,7 @@
 
 namespace host {
 
+// Microseconds since 1970.
 inline int64_t NowMicroseconds() {
   const auto since_1970 = std::chrono::system_clock::now().time_since_epoch();
   return std::chrono::duration_cast<std::chrono::microseconds>(since_1970).count();

@@ -25,6 +25,7 @@ struct Shared {
   Submissions submissions;
   StatusBoard status_board;
   EntryOriginSource origins;
+  Events events;
   std::vector<std::unique_ptr<Watch>> signal_watches;
 };
 
@@ -108,6 +109,8 @@ std::shared_ptr<StatusBoard> StatusBoardOf(qzmw_t* mw) {
 std::shared_ptr<EntryOriginSource> OriginsOf(qzmw_t* mw) {
   return {mw->shared, &mw->shared->origins};
 }
+
+std::shared_ptr<Events> EventsOf(qzmw_t* mw) { return {mw->shared, &mw->shared->events}; }
 
 void NotifyReady() { sd_notify(0, "READY=1"); }
 

@@ -10,6 +10,7 @@
 
 #include "host/runtime/entry_origins.h"
 #include "host/runtime/event_loop.h"
+#include "host/runtime/events.h"
 #include "host/runtime/log.h"
 #include "host/runtime/state_providers.h"
 #include "host/runtime/status_board.h"
@@ -24,6 +25,7 @@ std::shared_ptr<StateProviders> StateProvidersOf(qzmw_t* mw);
 std::shared_ptr<Submissions> SubmissionsOf(qzmw_t* mw);
 std::shared_ptr<StatusBoard> StatusBoardOf(qzmw_t* mw);
 std::shared_ptr<EntryOriginSource> OriginsOf(qzmw_t* mw);
+std::shared_ptr<Events> EventsOf(qzmw_t* mw);
 
 // Ends a start that the operator's settings or files keep from succeeding, with status 1: logs the
 // reason, which names the setting or the file, and nothing else, for there is nothing to debug.

@@ -7,18 +7,10 @@ import re
 import subprocess
 import time
 import unittest
-import warnings
 
-warnings.simplefilter("ignore", DeprecationWarning)  # ncclient's own
-try:
-    from ncclient import manager
-    from ncclient.operations import RPCError
-except ImportError:
-    manager = None
-
-from daemon import BRIDGE, DaemonTest
+from daemon import BRIDGE
 from netconf_client import ACL, BASE
-from sshd import SSHD, Sshd, make_keys
+from ssh_test_case import RPCError, SshTestCase
 
 
 def config(*interfaces, operation="merge"):
@@ -32,30 +24,7 @@ def config(*interfaces, operation="merge"):
     )
 
 
-@unittest.skipIf(manager is None, "python3-ncclient is not installed")
-@unittest.skipIf(SSHD is None, "openssh-server is not installed")
-class SshTest(DaemonTest):
-    def setUp(self):
-        super().setUp()
-        self.running = self.daemon().start()
-        make_keys(self.directory)
-        self.port = Sshd(self, self.directory, self.directory,
-                         f"{BRIDGE} --socket {self.running.socket}").port
-
-    def connect(self):
-        session = manager.connect(
-            host="127.0.0.1",
-            port=self.port,
-            username=getpass.getuser(),
-            key_filename=str(self.directory / "user_key"),
-            hostkey_verify=False,
-            allow_agent=False,
-            look_for_keys=False,
-            timeout=30,
-        )
-        self.addCleanup(lambda: session.connected and session.close_session())
-        return session
-
+class SshTest(SshTestCase):
     def assert_config(self, session, present=(), absent=(), source="running"):
         text = session.get_config(source=source).data_xml
         for name in present:

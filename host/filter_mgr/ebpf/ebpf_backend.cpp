@@ -372,6 +372,9 @@ std::vector<int> EbpfBackend::fds() const {
 bool EbpfBackend::RepairGuards() {
   if (guards_ == nullptr || !guards_->Damaged()) return true;
   const int error = guards_->Repair();
+  if (error == 0 || !guards_reported_) {
+    Tell({"", "the guards of the ports were changed by another program", error == 0});
+  }
   if (error == 0) {
     Log(LogLevel::kWarning, "the guards of the ports were changed by another program; put right");
   } else if (!guards_reported_) {

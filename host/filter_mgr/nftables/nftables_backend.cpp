@@ -12,6 +12,9 @@
 namespace host {
 namespace {
 
+// Of so many ports others are told one by one.
+constexpr size_t kMostTold = 64;
+
 using FiltersCommon::FiltersGroup;
 
 const std::vector<RulePtr>& NoRules() {
@@ -267,6 +270,15 @@ void NftablesBackend::Note(const std::vector<TableUpdate>& updates, const BatchR
     const LogFields fields({{"INTERFACE", port}});
     Log(LogLevel::kWarning, "the packet filter of port %s was not as it should be; put right",
         port.c_str());
+    if (damaged.size() <= kMostTold) {
+      Tell({port, "the packet filter was not as it should be", true});
+    }
+  }
+  if (damaged.size() > kMostTold) {
+    Tell({"",
+          "the packet filter of " + std::to_string(damaged.size()) +
+              " ports was not as it should be",
+          true});
   }
 }
 
@@ -309,6 +321,7 @@ bool NftablesBackend::IsForeign(const std::string& port, const Targets& targets)
     const LogFields fields({{"INTERFACE", port}});
     Log(LogLevel::kWarning, "the packet filter's table %s is another process's; left alone",
         TableName(port).c_str());
+    Tell({port, "the packet filter's table " + TableName(port) + " is another process's", false});
   }
   status.failed = Names(targets, port) || Names(InForce(), port);
   return true;

@@ -203,9 +203,9 @@ TEST_F(StateTest, ReadersMayOnlyRead) {
   }
   EXPECT_THAT(run(kEdit, true), HasSubstr("<ok/>"));
   // Of all operations of the schema readers have these and no others.
-  const std::set<std::string> allowed = {"get",         "get-config", "close-session",
-                                         "get-schema",  "get-hits",   "trace",
-                                         "get-history", "get-commit", "get-findings"};
+  const std::set<std::string> allowed = {
+      "get",   "get-config",  "close-session", "get-schema",  "get-hits", "create-subscription",
+      "trace", "get-history", "get-commit",    "get-findings"};
   uint32_t index = 0;
   while (const lys_module* module = ly_ctx_get_module_iter(datastore_->Context(), &index)) {
     if (!module->implemented) continue;
