@@ -197,16 +197,20 @@ class KernelTest(DaemonTest):
         self.assertEqual(state(), "enforced")
         subprocess.run("ip link set port0 down; ip link set port0 name away", shell=True, check=True)
         self.await_(lambda: state() == "absent")
+        gone = "interface-state +interface=port0 link=absent filters=waiting\n"
+        self.await_events(daemon, gone)
         subprocess.run("ip link set away name port0; ip link set port0 up", shell=True, check=True)
         # The peer takes a while to see that the link is up.
         self.await_(lambda: send(80) or self.hits(daemon) != [0])
         self.assertIn("interface port0 vanished", daemon.log())
+        self.await_events(daemon, gone, "interface-state +interface=port0 link=up filters=in-force\n")
 
         # Others either cannot do any damage, or it is put right.
         damage = ["nft", "flush", "chain", "netdev", "acl-app/port0", "l3"]
         done = subprocess.run(damage, capture_output=True, text=True)
         if done.returncode == 0:
             self.await_(lambda: "port0 was not as it should be" in daemon.log())
+            self.await_events(daemon, "filters-changed +interface=port0 put-right=true reason=")
         else:
             self.assertIn("Operation not permitted", done.stderr)
         # Without the daemon they can, until it is back.
@@ -216,6 +220,11 @@ class KernelTest(DaemonTest):
         before = self.hits(daemon)[0]
         send(80)
         self.assert_hits(daemon, [before + 1])
+
+    def await_events(self, daemon, *events):
+        """Waits until `aclctl events` shows lines with these patterns, one after the other."""
+        pattern = re.compile(".*".join(events), re.S)
+        self.await_(lambda: pattern.search(self.aclctl(daemon, "events").stdout))
 
     def rules(self):
         listed = subprocess.run(["nft", "-s", "list", "ruleset"], capture_output=True, text=True)

@@ -119,6 +119,9 @@ class NotificationTest(SshTestCase):
         m.create_subscription()
         streams = m.get(("subtree", '<netconf xmlns="urn:ietf:params:xml:ns:netmod:notification"/>'))
         self.assertRegex(streams.data_xml, "<name>NETCONF<.*replaySupport>true<")
+        shown = self.aclctl(self.running, "events").stdout
+        self.assertRegex(shown, r"(?m)^\S+ \S+ +commit-outcome +commit=2 user=\S+ session-id=\d+ "
+                         r"result=applied duration=\d+ type=l2 entries=0 type=l3 entries=1$")
 
     def test_who_does_not_read_holds_up_nobody(self):
         m = self.connect()

@@ -9,12 +9,12 @@ namespace aclctl {
 
 const std::vector<const Command*>& AllCommands() {
   static const std::vector<const Command*> kAll = {
-      &kSet,          &kDelete,     &kBind,          &kUnbind,    &kRename,        &kMove,
-      &kRenumber,     &kEdit,       &kApply,         &kCheck,     &kDiff,          &kImport,
-      &kHistory,      &kRollback,   &kConfirm,       &kCancel,    &kShowStatus,    &kShowCommits,
-      &kShowCommit,   &kShowConfig, &kShowFindings,  &kShowLines, &kExport,        &kShowAcl,
-      &kTrace,        &kShowGroups, &kShowResources, &kWatch,     &kRecoverAccept, &kRecoverWith,
-      &kRecoverEmpty, &kFlush,      &kComplete,
+      &kSet,         &kDelete,       &kBind,          &kUnbind,    &kRename,     &kMove,
+      &kRenumber,    &kEdit,         &kApply,         &kCheck,     &kDiff,       &kImport,
+      &kHistory,     &kRollback,     &kConfirm,       &kCancel,    &kShowStatus, &kShowCommits,
+      &kShowCommit,  &kShowConfig,   &kShowFindings,  &kShowLines, &kExport,     &kShowAcl,
+      &kTrace,       &kShowGroups,   &kShowResources, &kWatch,     &kEvents,     &kRecoverAccept,
+      &kRecoverWith, &kRecoverEmpty, &kFlush,         &kComplete,
   };
   return kAll;
 }

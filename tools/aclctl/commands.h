@@ -18,6 +18,7 @@ extern const Command kConfirm;
 extern const Command kDelete;
 extern const Command kDiff;
 extern const Command kEdit;
+extern const Command kEvents;
 extern const Command kExport;
 extern const Command kFlush;
 extern const Command kHistory;

@@ -90,6 +90,14 @@ Failure Client::Call(const std::string& operation, host::Tree* reply, std::strin
   return ReadErrors(reply->get());
 }
 
+Failure Client::Next(host::Tree* notification) {
+  std::string message, error;
+  if (Failure failure = Receive(&message)) return failure;
+  *notification = xml_->Parse(message, &error);
+  if (*notification != nullptr && host::XmlName(notification->get()) == "notification") return {};
+  return {kProtocol, "what the daemon sent is no notification: " + error, {}};
+}
+
 Failure Client::Send(const std::string& message) {
   const std::string framed = host::FramePrefix(framing_, message.size()) + message +
                              std::string(host::FrameSuffix(framing_));

@@ -27,8 +27,8 @@ struct Failure {
 
 class Client {
  public:
-  // How long it waits for the daemon, and a descriptor that ends the waiting when it becomes
-  // readable (-1: none; not owned).
+  // How long it waits for the daemon (-1: for ever), and a descriptor that ends the waiting when it
+  // becomes readable (-1: none; not owned).
   struct Patience {
     std::chrono::milliseconds time = std::chrono::minutes(2);
     int end = -1;
@@ -45,6 +45,9 @@ class Client {
   // Carries out one operation, given as XML. On success `*reply` is the <rpc-reply> element and, if
   // `text` is not null, `*text` what was received.
   Failure Call(const std::string& operation, host::Tree* reply, std::string* text = nullptr);
+
+  // Waits for the next notification, after a call has subscribed to them.
+  Failure Next(host::Tree* notification);
 
   // The number that the daemon gave the session.
   uint32_t session_id() const { return session_id_; }
