@@ -87,6 +87,7 @@ class AnsibleTest(DaemonTest):
         inventory = self.write("inventory.json", json.dumps({"all": {"hosts": hosts, "vars": {
             "ansible_network_os": "default", "ansible_user": getpass.getuser(),
             "ansible_private_key_file": str(self.directory / "user_key"),
+            "ansible_connect_timeout": 600, "ansible_command_timeout": 500,
             # The groups are only in memory, where no interface exists.
             "acl_fleet_refused_findings": ["no-frame"], **variables}}}))
         policy = self.write("policy.json", json.dumps({"acl_policy": POLICY}))

@@ -293,19 +293,24 @@ int FilterMgrClient::updateGroup(const FiltersCommon::FiltersGroup& group) {
 
 // ---- Filter model library ----
 
-// The library itself is the real one; the linker leads the core's calls of this operation through
-// here (option --wrap), as the library has no reason of its own to refuse what the core inserts.
+// The library itself is the real one; the linker leads the core's calls of these operations through
+// here (option --wrap), as the library has no reason of its own to refuse what the core asks of it.
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
-#define INSERT_ENTRY(prefix)                                                      \
-  extern "C" FiltersCommon::filtersErr_t                                          \
-      prefix##_ZN13FiltersCommon12FiltersGroup11insertEntryERKNS_12FiltersEntryE( \
-          FiltersCommon::FiltersGroup* group, const FiltersCommon::FiltersEntry& entry)
-
-INSERT_ENTRY(__real_);
-INSERT_ENTRY(__wrap_) {
-  if (std::exchange(Script().refuse_insert, false)) return FiltersCommon::FILTERS_ERR_EXISTS;
-  return __real__ZN13FiltersCommon12FiltersGroup11insertEntryERKNS_12FiltersEntryE(group, entry);
-}
+#define REFUSABLE(name, symbol, Argument)                                                    \
+  extern "C" FiltersCommon::filtersErr_t __real_##symbol(FiltersCommon::FiltersGroup*,       \
+                                                         const Argument&);                   \
+  extern "C" FiltersCommon::filtersErr_t __wrap_##symbol(FiltersCommon::FiltersGroup* group, \
+                                                         const Argument& argument) {         \
+    if (Script().refuse != (name)) return __real_##symbol(group, argument);                  \
+    Script().refuse.clear();                                                                 \
+    return FiltersCommon::FILTERS_ERR_EXISTS;                                                \
+  }
+REFUSABLE("insertEntry", _ZN13FiltersCommon12FiltersGroup11insertEntryERKNS_12FiltersEntryE,
+          FiltersCommon::FiltersEntry)
+REFUSABLE("removeEntry", _ZN13FiltersCommon12FiltersGroup11removeEntryERKt, unsigned short)
+REFUSABLE("setStage", _ZN13FiltersCommon12FiltersGroup8setStageERKNS_19filtersGroupStage_tE,
+          FiltersCommon::filtersGroupStage_t)
+#undef REFUSABLE
 // NOLINTEND(bugprone-reserved-identifier)
 
 // ---- The small ones ----

@@ -73,7 +73,9 @@ class ScriptedPlatform {
   cdb_txid txid{};
   std::map<std::string, limid_t> limids;  // names not listed get 1001, 1002... as they come
   std::map<int, int> actual_classes;      // those of the log dictionary; others stay as they are
-  bool refuse_insert = false;  // the core's next FiltersGroup::insertEntry(), by the filter library
+  // The operation of FiltersGroup that the filter library refuses the core once, such as
+  // "setStage".
+  std::string refuse;
 
   // What the core gave to the platform.
   std::vector<qzconfd::ConfigHandler*> handlers;

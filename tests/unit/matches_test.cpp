@@ -41,7 +41,7 @@ INSTANTIATE_TEST_SUITE_P(Stages, MatchesTest, testing::Bool());
 
 TEST_P(MatchesTest, EveryKindConvertsItsValues) {
   for (const Lines& row : Rows(R"(
-      0  | 0x021122334455 |                | dst-mac 0x021122334455 ->
+      0  | 0x02112233445566 |              | dst-mac 0x021122334455 ->
       1  | 0x021122334455 |                | src-mac 0x021122334455 ->
       0  | 0x021122334455 | 0xffffff000001 | dst-mac 0x021122334455 mask 0x000000fffffe ->
       1  | 0x021122334455 | 0xffffff000001 | src-mac 0x021122334455 mask 0x000000fffffe ->
@@ -62,7 +62,7 @@ TEST_P(MatchesTest, EveryKindConvertsItsValues) {
       8  | 10.1.2.3       |                | dst-ip 10.1.2.3 ->
       8  | 10.1.2.3/0     |                | dst-ip 10.1.2.3 mask 0.0.0.0 ->
       9  | u8 255         |                | protocol 255 ->
-      9  | enum 0x10006   |                | protocol 6 ->
+      9  | enum 0x100fe   |                | protocol 254 ->
       10 | u16 65535      |                | dst-port 65535 ->
       10 | enum 0x11f90   |                | dst-port 8080 ->
       11 | u8 1           |                | ->
@@ -74,8 +74,11 @@ TEST_P(MatchesTest, EveryKindConvertsItsValues) {
     EXPECT_EQ(RemoveMatch("P", 65541, kind), row[3] == "->" ? -5 : 0);
     ExpectEntry("->");
   }
-  // Texts are read up to their NUL byte and from behind white space.
-  EXPECT_EQ(CreateMatch("P", 5, 3, std::string("\"  81\0ff\"", 9)), ACL_OK);
+  // Texts are read up to their NUL byte, whatever their length, and from behind white space.
+  Value text("\"  81\"");
+  confd_value_t cut = *text;
+  cut.val.buf.size = 3;
+  EXPECT_EQ(model_.CreateMatch("P", 5, acl_app::ACL_MATCH_TPID, &cut, nullptr), ACL_OK);
   ExpectEntry("tpid 129 ->");
 }
 
@@ -90,6 +93,8 @@ TEST_P(MatchesTest, FailuresLeaveTheEntryAlone) {
   EXPECT_EQ(CreateMatch("P", 5, 7, "u32 1"), -7);
   EXPECT_EQ(CreateMatch("P", 5, 8, "\"10.0.0.1\""), -7);
   EXPECT_EQ(CreateMatch("P", 5, 4, "u8 8"), -4);
+  EXPECT_EQ(CreateMatch("P", 3, 2, "u16 4097"), -4);
+  EXPECT_EQ(CreateMatch("P", 3, 5, "enum 0x14a"), -4);
   EXPECT_EQ(RemoveMatch("unknown", 5, 11), -5);
   EXPECT_EQ(RemoveMatch("unknown", 5, 4), -3);
   EXPECT_EQ(RemoveMatch("P", 6, 4), -3);
@@ -107,7 +112,7 @@ TEST_P(MatchesTest, ActionsAreSetOncePerKind) {
   for (int kind : {2, 6}) EXPECT_EQ(CreateAction("P", 3, kind), -5);
   EXPECT_EQ(CreateAction("P", 3, 6, "u8 8"), -4);
   for (const auto& [profile, entry] : {std::pair("P", 4), {"unknown", 5}}) {
-    EXPECT_EQ(CreateAction(profile, entry, 1), -3);
+    for (int kind : {1, 99}) EXPECT_EQ(CreateAction(profile, entry, kind), -3);
     EXPECT_EQ(RemoveAction(profile, entry, 1), -3);
   }
   for (int absent : {0, 99}) EXPECT_EQ(RemoveAction("P", 5, absent), 0);
@@ -140,9 +145,9 @@ TEST_P(MatchesTest, WrongTypeOfAValueIsAnAssertion) {
       1  | u32 1          |       | value1 | C_BINARY
       0  | 0x021122334455 | u32 1 | value2 | C_BINARY
       1  | 0x021122334455 | u32 1 | value2 | C_BINARY
-      2  | u32 1          |       | value1 | C_UINT16
+      2  | enum 1         |       | value1 | C_UINT16
       3  | u16 1          |       | value1 | C_BUF
-      4  | u32 1          |       | value1 | C_UINT8
+      4  | enum 1         |       | value1 | C_UINT8
       5  | u32 1          |       | value1 | C_UINT8
       6  | enum 1         |       | value1 | C_UINT8
       9  | u32 1          |       | value1 | C_UINT8

@@ -73,6 +73,11 @@ TEST_F(MergeTest, EqualPrioritiesKeepTheFirstName) {
   acl_app::OrderedProfiles ordered;
   EXPECT_EQ(model_.GetOrderedProfiles({"z", "zz"}, ordered), -3);
   EXPECT_EQ(ordered.size(), 1u) << "keeps what was added";
+  FiltersCommon::FiltersGroup late(1);  // which no profile has as its priority
+  late.setPriority(9);
+  Model::Profiles(model_).emplace("late", late);
+  EXPECT_EQ(model_.GetOrderedProfiles({"late", "x"}, ordered), 0);
+  EXPECT_EQ(ordered.begin()->second.first, "x") << "the id does not count";
   EXPECT_EQ(model_.GetOrderedProfiles({}, ordered), 0);
   EXPECT_THAT(ordered, IsEmpty());
 }

@@ -1,5 +1,7 @@
 // The model's profiles, entries and interface bindings.
+#include <cstring>
 #include <functional>
+#include <type_traits>
 
 #include "tests/support/core_fixtures.h"
 
@@ -64,9 +66,10 @@ TEST_F(ModelTest, EntriesInBothStages) {
     EXPECT_EQ(model_.GetEntry("P", 65536 + 5, entry), 0);
     EXPECT_EQ(entry->getId(), 5);
     entry->setAction(FiltersCommon::ActionDeny());
-    EXPECT_EQ(model_.GetEntry("P", 6, entry), -3);
-    EXPECT_EQ(model_.GetEntry("E", 5, entry), -3);
-    EXPECT_EQ(model_.GetEntry("unknown", 5, entry), -3);
+    for (const auto& [profile, id] : {std::pair("P", 6), {"E", 5}, {"unknown", 5}}) {
+      EXPECT_EQ(model_.GetEntry(profile, id, entry), -3);
+      ASSERT_NE(entry, nullptr) << "left as it was";
+    }
     EXPECT_EQ(Dump(model_).end()[-2], "P 5/0 ->");
 
     EXPECT_EQ(model_.RemoveEntry("unknown", 5), 0);
@@ -79,37 +82,91 @@ TEST_F(ModelTest, EntriesInBothStages) {
   }
 }
 
-// Operations that insert into a group, each refused by the library.
-TEST_F(ModelTest, RefusedInsertions) {
-  model_.CreateAclProfile(0, "P");
-  model_.CreateEntry("P", 5);
+// What the library refuses of a group leaves the model as it was, but where no error is told.
+TEST_F(ModelTest, RefusedByTheLibrary) {
   const auto kPcp = acl_app::ACL_MATCH_PCP;
   const auto kDeny = FiltersCommon::FILTERS_ACTION_DENY;
+  const auto set_priority = [&] { return model_.SetAclPrio("P", 1); };
+  const auto create_match = [&] { return CreateMatch("P", 5, kPcp, "u8 1"); };
+  const auto remove_match = [&] { return model_.RemoveMatch("P", 5, kPcp); };
+  const auto create_action = [&] { return model_.CreateAction("P", 5, kDeny, nullptr); };
   const struct {
+    const char* refused;
     std::function<int()> operation;
     int result;
     const char* model;
   } rows[] = {
-      {[&] { return model_.SetAclPrio("P", 1); }, -4, "P pending type 6 ; P 5/0 ->"},
-      {[&] { return model_.CreateEntry("P", 6); }, -4, "$P ; P 5/0 ->"},
-      {[&] { return CreateMatch("P", 5, kPcp, "u8 1"); }, -4, "$P ; P 5/0 ->"},
-      {[&] { return model_.RemoveMatch("P", 5, kPcp); }, 0, "$P"},
-      {[&] { return model_.CreateAction("P", 5, kDeny, nullptr); }, 0, "$P"},
-      {[&] { return model_.RemoveAction("P", 5, kDeny); }, 0, "$P"},
+      {"setStage", set_priority, -4, "P pending type 6 ; P 5/0 ->"},
+      {"insertEntry", set_priority, -4, "P pending type 6 ; P 5/0 ->"},
+      {"insertEntry", [&] { return model_.CreateEntry("P", 6); }, -4, "$P ; P 5/0 ->"},
+      {"removeEntry", [&] { return model_.RemoveEntry("P", 5); }, -4, "$P ; P 5/0 ->"},
+      {"insertEntry", create_match, -4, "$P ; P 5/0 ->"},
+      {"removeEntry", create_match, -4, "$P ; P 5/0 ->"},
+      {"insertEntry", remove_match, 0, "$P"},
+      {"removeEntry", remove_match, 0, "$P ; P 5/0 ->"},
+      {"insertEntry", create_action, 0, "$P"},
+      {"removeEntry", create_action, 0, "$P ; P 5/0 ->"},
+      {"insertEntry", [&] { return model_.RemoveAction("P", 5, kDeny); }, 0, "$P"},
   };
   for (const auto& row : rows) {
-    platform_.refuse_insert = true;
+    SCOPED_TRACE(&row - rows);
+    model_.RemoveAclProfile("P");
+    model_.CreateAclProfile(0, "P");
+    model_.CreateEntry("P", 5);
+    if (row.model[0] == '$') model_.SetAclPrio("P", 1);
+    platform_.refuse = row.refused;
     EXPECT_EQ(row.operation(), row.result);
     EXPECT_EQ(Dump(model_), Text(row.model, {{"$P", "P type 6 priority 1 id 1 stage 1"}}));
-    model_.SetAclPrio("P", 1);
-    model_.CreateEntry("P", 5);
   }
+  model_.CreateEntry("P", 5);
   model_.CreateInterface("e");
   model_.AddAclIntoInterface("e", "P");
   std::list<FiltersCommon::FiltersGroup> groups;
-  platform_.refuse_insert = true;
+  platform_.refuse = "insertEntry";
   EXPECT_EQ(model_.MergeFilterEnvironment(groups), -4);
   EXPECT_THAT(groups, IsEmpty());
+}
+
+// Where a virtual operation stands in the class's table, by the C++ ABI's pointers to members.
+template <class Operation>
+size_t SlotOf(Operation operation) {
+  uintptr_t offset = 0;
+  std::memcpy(&offset, &operation, sizeof offset);
+  return (offset - 1) / sizeof(void*);
+}
+
+// The element's platform fixes the order of operations and members; there is no virtual destructor.
+TEST_F(ModelTest, LayoutIsThePlatforms) {
+  using M = acl_app::AclCache;
+  const std::vector<size_t> slots = {SlotOf(&M::CreateAclProfile),
+                                     SlotOf(&M::RemoveAclProfile),
+                                     SlotOf(&M::SetAclPrio),
+                                     SlotOf(&M::CreateEntry),
+                                     SlotOf(&M::RemoveEntry),
+                                     SlotOf(&M::CreateMatch),
+                                     SlotOf(&M::RemoveMatch),
+                                     SlotOf(&M::CreateAction),
+                                     SlotOf(&M::RemoveAction),
+                                     SlotOf(&M::CreateInterface),
+                                     SlotOf(&M::RemoveInterface),
+                                     SlotOf(&M::ClearAclsFromInterface),
+                                     SlotOf(&M::AddAclIntoInterface),
+                                     SlotOf(&M::RemoveAclFromInterface),
+                                     SlotOf(&M::MergeFilterEnvironment),
+                                     SlotOf(&M::getUsedL2Resources),
+                                     SlotOf(&M::getUsedL3Resources)};
+  for (size_t i = 0; i < slots.size(); ++i) EXPECT_EQ(slots[i], i);
+  EXPECT_FALSE(std::has_virtual_destructor_v<M>);
+  using Map = std::map<int, int>;
+  const auto* member = reinterpret_cast<const Map*>(reinterpret_cast<void**>(&model_) + 1);
+  for (const void* address :
+       {static_cast<void*>(&Model::PreCreated(model_)),
+        static_cast<void*>(&Model::Profiles(model_)),
+        static_cast<void*>(&Model::Interfaces(model_)), static_cast<void*>(&Model::UsedL2(model_)),
+        static_cast<void*>(&Model::UsedL3(model_))}) {
+    EXPECT_EQ(address, member++);
+  }
+  EXPECT_EQ(sizeof(M), sizeof(void*) + 5 * sizeof(Map));
 }
 
 TEST_F(ModelTest, InterfacesHoldSetsOfNames) {

@@ -57,11 +57,13 @@ def answer(result):
     """The content of a registered reply, and why there is none; one of the two is None."""
     if result.get("stdout"):
         return plain(ET.fromstring(result["stdout"])), None
-    # Several errors come as XML, one as its text, and what a module did not expect is in its
-    # standard error, the reason last.
-    text = str(result.get("module_stderr") or result.get("msg") or "no answer").strip()
+    # Several errors come as XML, one as its text, and what a module did not expect as a trace of
+    # Python, the reason last.
+    text = str(result.get("msg") or "no answer")
     errors = re.findall(r"<(?:\w+:)?error-message[^>]*>(.*?)</", text, re.S)
-    return None, "; ".join(errors) or re.sub(r"^b(['\"])(.*)\1$", r"\2", text.split("\n")[-1])
+    if result.get("module_stderr"):
+        text = result["module_stderr"].strip().split("\n")[-1]
+    return None, "; ".join(errors) or re.sub(r"^b(['\"])(.*)\1$", r"\2", text.split("\n")[0])
 
 
 def replies(variables, rpc):
