@@ -57,13 +57,13 @@ install(CODE "
 install(FILES ${CMAKE_BINARY_DIR}/dist/acl-app.service DESTINATION ${ACL_UNIT_DIRECTORY})
 install(FILES ${CMAKE_SOURCE_DIR}/dist/acl-app.sysusers DESTINATION lib/sysusers.d
         RENAME acl-app.conf)
-# The same for who shows the daemon; the package of it has its documents apart.
-set(METRICS_EXAMPLES_DIRECTORY ${CMAKE_INSTALL_FULL_DATADIR}/doc/acl-app-metrics/examples)
+# The same for who shows the daemon, with what Prometheus and Grafana read.
+set(METRICS_DIRECTORY ${CMAKE_INSTALL_FULL_DATADIR}/acl-app-metrics)
 install(FILES ${CMAKE_BINARY_DIR}/dist/acl-app-metrics.service DESTINATION ${ACL_UNIT_DIRECTORY})
 install(FILES ${CMAKE_SOURCE_DIR}/dist/acl-app-metrics.sysusers DESTINATION lib/sysusers.d
         RENAME acl-app-metrics.conf)
 install(FILES ${CMAKE_SOURCE_DIR}/dist/prometheus/acl-app.rules.yml
               ${CMAKE_SOURCE_DIR}/dist/prometheus/grafana-dashboard.json
-        DESTINATION ${METRICS_EXAMPLES_DIRECTORY})
+        DESTINATION ${METRICS_DIRECTORY})
 install(FILES ${CMAKE_BINARY_DIR}/dist/sshd-acl-app.conf
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)

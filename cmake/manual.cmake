@@ -24,7 +24,7 @@ add_custom_command(
           SETTINGS_FILE=${CMAKE_INSTALL_FULL_SYSCONFDIR}/acl-app/acl-app.conf
           YANG_DIRECTORY=${CMAKE_INSTALL_FULL_DATADIR}/acl-app/yang
           DOC_DIRECTORY=${CMAKE_INSTALL_FULL_DOCDIR}
-          EXAMPLES_DIRECTORY=${METRICS_EXAMPLES_DIRECTORY}
+          METRICS_DIRECTORY=${METRICS_DIRECTORY}
   DEPENDS ${CMAKE_SOURCE_DIR}/tools/manual ${manual_sources} acl-app acl-app-metrics acl-app-netconf aclctl
   VERBATIM)
 add_custom_target(manual ALL DEPENDS ${manual_pages})

@@ -79,6 +79,10 @@ say kept ls /etc/acl-app /var/lib/acl-app
 
 dpkg -i /second.deb
 say again frame
+dpkg -i /metrics.deb
+say metrics sh -c 'systemctl is-active acl-app-metrics; ps -o user:20= -C acl-app-metrics; sleep 6; python3 -c "
+import urllib.request as r; print(r.urlopen(\"http://localhost:9830/metrics\").read().decode())" | grep ^acl_app_up'
+dpkg --purge acl-app-metrics
 say commits sh -c 'aclctl show commits | tail -1'
 dpkg --purge acl-app
 say purged frame
@@ -112,6 +116,7 @@ SAID = {
     "service": "inactive",
     "kept": ".*acl-app.conf .*configuration.db .*",
     "again": "dropped",
+    "metrics": "active acl-app-metrics acl_app_up 1",
     "commits": " *2 .*admin .*applied at the start",
     "purged": "passed", "left": "",
     "groups": "acl-netconf:.*:member,admin acl-netconf-admin:.*:admin",
@@ -143,14 +148,16 @@ def build(*options, **environment):
 
 def throw_away_root(package):
     """A root with all that the package needs, kept for the next time; none, with the reason."""
-    wanted = run("dpkg-deb", "-f", package, "Depends").strip()
+    wanted = ", ".join(run("dpkg-deb", "-f", of, "Depends").strip() for of in
+                       (package, the_one(WORK.glob("acl-app-metrics_*.deb"))))
+    wanted = re.sub(r"acl-app \(= [^)]*\), ", "", wanted)
     root, made_for = WORK / "root", WORK / "root.depends"
     if made_for.exists() and made_for.read_text() == wanted:
         return root, None
     shutil.rmtree(root, ignore_errors=True)
     made = subprocess.run(
         ["mmdebstrap", "--quiet", "--variant=minbase",
-         "--include=systemd,systemd-sysv,iproute2,python3,openssh-server,passwd",
+         "--include=systemd,systemd-sysv,iproute2,procps,python3,openssh-server,passwd",
          f"--customize-hook=chroot \"$1\" apt-get satisfy -y --no-install-recommends '{wanted}'",
          "bookworm", root], capture_output=True, text=True, check=False)
     if made.returncode != 0:
@@ -194,7 +201,9 @@ class PackageTest(unittest.TestCase):
         if root is None:
             self.skipTest(reason)
         second, second_version, _ = build("--next", DEB_BUILD_OPTIONS="noautodbgsym")
+        metrics = the_one(WORK.glob("acl-app-metrics_*.deb"))
         prepare = f"""cp {self.first} $root/first.deb; cp {second} $root/second.deb
+                      cp {metrics} $root/metrics.deb
                       printf %s '{FLOOD}' >$root/flood"""
         done = subprocess.run([ROOT / "tools/container", root, prepare, CONTAINER],
                               capture_output=True, text=True, timeout=170, check=False)

@@ -109,8 +109,8 @@ class PrometheusTest(DaemonTest):
         questions = [target["expr"] for panel in dashboard["panels"] for target in panel["targets"]]
         self.assertGreater(len(questions), 20)
         # Only where entries are enforced.
-        told |= {"acl_app_entry_hits_total"} | {f"acl_app_search_worst_{x}"
-                                                for x in ("tables", "slots", "entries")}
+        told |= {"acl_app_entry_hits_total"} | {f"acl_app_search_{x}" for x in
+                                                ("mean_tables", "worst_tables", "worst_entries")}
         for text in [*questions, (DIST / "acl-app.rules.yml").read_text()]:
             self.assertLessEqual(set(re.findall(r"\bacl_app_\w+", text)), told)
         for question in questions:
@@ -202,7 +202,7 @@ class PageTest(DaemonTest):
         hit = next(e for e in entries if e["interface"] == "port0" and e["ace-priority"] == 10)
         self.assertRegex(self.text("#busy"), "L3 guests 10 on port0\ndst-port 80 → deny\n"
                          + re.escape(MARKUP) + rf"\n.*/s\n.*/s\n{hit['hits']['packets']} in all")
-        self.assertTrue(self.browser.value("document.querySelector('#busy .line').points.length > 1"))
+        self.assertTrue(self.browser.value("document.querySelector('#busy .line').points.length > 2"))
         self.assertIn(f"{MARKUP} absent\nwaiting for it\nL3 guests 2\nport0 up\nin force",
                       self.text("#interfaces"))
         commits = told("show", "commits")["acl-app-commits:commits"]["commit"]

@@ -34,6 +34,11 @@ uint64_t Number(const lyd_node* parent, const char* leaf) {
   return std::strtoull(ChildText(parent, leaf).c_str(), nullptr, 10);
 }
 
+std::optional<double> Decimal(const lyd_node* parent, const char* leaf) {
+  const std::string text = ChildText(parent, leaf);
+  return text.empty() ? std::nullopt : std::optional(std::strtod(text.c_str(), nullptr));
+}
+
 Group ReadGroup(const lyd_node* node) {
   Group group;
   group.type = ChildText(node, "type");
@@ -45,7 +50,9 @@ Group ReadGroup(const lyd_node* node) {
   group.nearly_full = ChildText(node, "nearly-full") == "true";
   group.raised = Number(node, "raised");
   if (const lyd_node* search = FindChild(node, "search")) {
-    group.search = {Number(search, "tables"), Number(search, "slots"), Number(search, "entries")};
+    group.search =
+        Search{ChildText(search, "port"), Decimal(search, "tables-mean"),
+               Decimal(search, "tables-worst"), Decimal(search, "entries-worst").value_or(0)};
   }
   return group;
 }
@@ -135,6 +142,13 @@ Finding ReadFinding(const lyd_node* node) {
 }  // namespace
 
 Failure DaemonReader::Call(const std::string& operation, host::Tree* reply) {
+  const bool old = session_ != nullptr;
+  Failure failure = CallOnce(operation, reply);
+  if (old && session_ == nullptr) failure = CallOnce(operation, reply);
+  return failure;
+}
+
+Failure DaemonReader::CallOnce(const std::string& operation, host::Tree* reply) {
   if (session_ == nullptr) {
     session_ = std::make_unique<client::Client>(patience_);
     if (Failure failure = session_->Open(socket_)) {

@@ -12,7 +12,8 @@
 namespace metrics {
 
 // One session at a time, which is opened when there is something to ask, and given up after a
-// failure. Every call waits for the answer.
+// failure; once more where it may have been that of a daemon that was restarted since. Every call
+// waits for the answer.
 class DaemonReader {
  public:
   DaemonReader(std::string socket, client::Client::Patience patience)
@@ -32,6 +33,7 @@ class DaemonReader {
 
  private:
   client::Failure Call(const std::string& operation, host::Tree* reply);
+  client::Failure CallOnce(const std::string& operation, host::Tree* reply);
   // The configuration that a subtree filter below <access-list> selects; `*lists` is null for none.
   client::Failure ReadAccessLists(const std::string& filter, host::Tree* reply,
                                   const lyd_node** lists);

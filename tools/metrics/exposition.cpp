@@ -113,17 +113,21 @@ void AddByGroup(const std::vector<Group>& groups, const Value& value, Samples* o
 void AddSearch(const std::vector<Group>& groups, Samples* out) {
   const struct {
     const char *name, *help;
-    uint64_t Search::*value;
+    std::optional<double> (*value)(const Search& search);
   } kFamilies[] = {
-      {"acl_app_search_worst_tables",
-       "Hash tables that the costliest search in the group looks into.", &Search::tables},
-      {"acl_app_search_worst_slots", "Slots of them that it reads.", &Search::slots},
-      {"acl_app_search_worst_entries", "Entries that it compares.", &Search::entries},
+      {"acl_app_search_mean_tables",
+       "Tables that a search looks into, in the mean, on the interface where it costs most.",
+       [](const Search& search) { return search.mean_tables; }},
+      {"acl_app_search_worst_tables", "Tables that it looks into at most.",
+       [](const Search& search) { return search.worst_tables; }},
+      {"acl_app_search_worst_entries", "Entries that it compares the frame with at most.",
+       [](const Search& search) { return std::optional(search.worst_entries); }},
   };
   for (const auto& family : kFamilies) {
     out->Gauge(family.name, family.help);
     for (const Group& group : groups) {
-      if (group.search) out->Add((*group.search).*family.value, {{"group", group.type}});
+      const auto value = group.search ? family.value(*group.search) : std::nullopt;
+      if (value) out->Add(*value, {{"group", group.type}});
     }
   }
 }

@@ -37,12 +37,6 @@ double History::Curve::Packets() const {
   return sum;
 }
 
-void History::Clear() {
-  last_.clear();
-  curves_.clear();
-  begun_ = false;
-}
-
 std::vector<History::Increase> History::Increases(const std::vector<EntryHits>& hits) const {
   Finder finder(last_);
   std::vector<Increase> increases;

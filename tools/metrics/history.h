@@ -21,8 +21,6 @@ class History {
 
   // Takes in a reading, made at `now`.
   void Add(const std::vector<EntryHits>& hits, Clock::time_point now);
-  // Forgets all, for the counters began anew.
-  void Clear();
   // At most `most` entries with the most packets in the window, the busiest first.
   std::vector<BusyEntry> Busiest(size_t most, Clock::time_point now) const;
 

@@ -29,7 +29,11 @@ json Groups(const std::vector<Group>& groups) {
                  {"entries", group.entries},   {"high", group.threshold_high},
                  {"low", group.threshold_low}, {"nearlyFull", group.nearly_full}};
     if (group.waiting) node["waiting"] = *group.waiting;
-    if (group.search) node["tables"] = group.search->tables;
+    if (group.search) {
+      node["search"] = {{"interface", group.search->interface},
+                        {"entries", group.search->worst_entries}};
+      if (group.search->worst_tables) node["search"]["tables"] = *group.search->worst_tables;
+    }
     list.push_back(node);
   }
   return list;

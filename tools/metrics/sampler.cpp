@@ -90,10 +90,7 @@ Failure Sampler::ReadParts(Snapshot* next) {
   State state;
   if (Failure failure = reader_.ReadState(&state)) return failure;
   next->state_s = Seconds(Clock::now() - start);
-  if (next->read_at && state.started != next->state.started) {
-    ++next->restarts;
-    history_.Clear();
-  }
+  if (next->read_at && state.started != next->state.started) ++next->restarts;
   next->state = std::move(state);
   next->read_at = std::chrono::system_clock::now();
   if (texts_of_ != next->state.running) {

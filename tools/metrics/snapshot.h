@@ -17,9 +17,11 @@ namespace metrics {
 
 using Clock = std::chrono::steady_clock;
 
-// What the costliest search in a group looks at.
+// What a search in a group looks at, on the interface where it costs most.
 struct Search {
-  uint64_t tables = 0, slots = 0, entries = 0;
+  std::string interface;
+  std::optional<double> mean_tables, worst_tables;  // none where there are no tables
+  double worst_entries = 0;
 };
 
 // A filter group. Types of groups are "l2" and "l3" everywhere.

@@ -47,7 +47,8 @@ function duration(seconds) {
 const milliseconds = (us) => `${(us / 1000).toFixed(us < 10000 ? 1 : 0)} ms`;
 const percentOf = (part, all) => {
   const percent = all ? 100 * part / all : 0;
-  return percent > 0 && percent < 0.1 ? 'less than 0.1 %' : `${percent.toFixed(percent < 10 ? 1 : 0)} %`;
+  if (percent === 0) return '0 %';
+  return percent < 0.1 ? 'less than 0.1 %' : `${percent.toFixed(percent < 10 ? 1 : 0)} %`;
 };
 const time = (text) => text.slice(0, 19).replace('T', ' ');
 const upper = (text) => text.toUpperCase();
@@ -77,6 +78,9 @@ function groupBar(group) {
            mark(group.low), mark(group.high));
 }
 
+const costOf = (search) => (search.tables === undefined ? '' : `${counted(search.tables, 'table', 'tables')}, `) +
+  `${entries(search.entries)} on ${search.interface}`;
+
 function showGroups(page) {
   const fact = (name, value) => h('div', {}, h('dt', {}, name), h('dd', {}, value));
   return page.groups.map((group) => {
@@ -91,8 +95,7 @@ function showGroups(page) {
                fact('free', number(Math.max(0, group.capacity - group.entries))),
                group.waiting === undefined ? null : fact('waiting', entries(group.waiting)),
                fact('nearly full', `from ${group.high} %, until ${group.low} %`),
-               group.tables === undefined ? null
-                                          : fact('costliest search', counted(group.tables, 'table', 'tables'))));
+               group.search === undefined ? null : fact('costliest search', costOf(group.search))));
   });
 }
 
@@ -107,9 +110,11 @@ function curveOf(entry, window) {
   const peak = Math.max(...entry.curve.map((point) => point[1]), 1e-9);
   const x = (ago) => (100 * (1 - ago / window)).toFixed(2);
   const y = (value) => (29 - 27 * value / peak).toFixed(2);
-  const line = entry.curve.map(([ago, value]) => `${x(ago)},${y(value)}`);
-  const first = x(entry.curve[0][0]);
-  const last = x(entry.curve[entry.curve.length - 1][0]);
+  const [oldest, oldestValue] = entry.curve[0];
+  const points = [[oldest + 2, oldestValue], ...entry.curve];  // so that one alone is seen as well
+  const line = points.map(([ago, value]) => `${x(ago)},${y(value)}`);
+  const first = x(points[0][0]);
+  const last = x(points[points.length - 1][0]);
   return h('svg:svg', {class: 'curve', viewBox: '0 0 100 30', preserveAspectRatio: 'none', role: 'img',
                        'aria-label': `packets a second over the last ${duration(window)}, ` +
                                      `at most ${rate(peak)}`},
