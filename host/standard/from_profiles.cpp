@@ -11,6 +11,7 @@ namespace {
 
 // Name of the entry that stands for a profile's end.
 constexpr char kEndName[] = "end";
+constexpr uint64_t kLowestEthertype = 1536;  // lower numbers are lengths (IEEE 802.3)
 
 // What "[tag NAME] TEXT" says; nothing where the text is no such one.
 struct Tag {
@@ -40,7 +41,10 @@ Conditions ConditionsOf(const ProfileEntry& entry) {
 class ToListsConverter {
  public:
   ToListsConverter(const Profiles& profiles, const ExportOptions& options, Report* report)
-      : profiles_(profiles), options_(options), report_(report) {}
+      : profiles_(profiles),
+        options_(options),
+        standard_only_(options.standard_only || options.to == Standard::kOpenConfig),
+        report_(report) {}
 
   AccessLists Convert() {
     for (const Profile& profile : profiles_.profiles) ConvertProfile(profile);
@@ -63,7 +67,8 @@ class ToListsConverter {
     std::set<std::string> names;
     for (const ProfileEntry& entry : profile.entries) ConvertEntry(profile, entry, &names, &acl);
     AddEnd(profile, &names, &acl);
-    if (!options_.standard_only) {
+    Number(profile, &acl);
+    if (!standard_only_) {
       acl.priority = profile.priority;
       acl.l3 = profile.l3;
     } else if (profile.l3 == (acl.kind == Kind::kEthernet)) {
@@ -112,20 +117,21 @@ class ToListsConverter {
     const bool list_end = entry.description == "[end]" && &entry == &profile.entries.back();
     ace.name = UniqueName(list_end ? "implicit deny" : ace.name, names);
     if (ace.name.size() > 64) ace.name = UniqueName(std::to_string(entry.ace_priority), names);
-    if (!options_.standard_only) {
+    if (!standard_only_) {
       ace.ace_priority = entry.ace_priority;
       ace.description = entry.description;
     } else if (!MakeStandard(entry, &ace)) {
       return;
     }
-    if (options_.standard_only && !ace.conditions[kDestinationPort].empty()) {
+    if (standard_only_ && options_.to != Standard::kOpenConfig &&
+        !ace.conditions[kDestinationPort].empty()) {
       AddForPort(std::move(ace), names, acl);
     } else {
       acl->aces.push_back(std::move(ace));
     }
   }
 
-  // The standard has ports of TCP and of UDP, each by itself.
+  // RFC 8519 has ports of TCP and of UDP, each by itself.
   void AddForPort(Ace ace, std::set<std::string>* names, Acl* acl) {
     constexpr uint8_t kTcp = 6, kUdp = 17;
     const std::vector<Value>& protocols = ace.conditions[kIpProtocol];
@@ -160,10 +166,20 @@ class ToListsConverter {
       lost.push_back(what);
       ace->conditions[field].clear();
     };
-    if (!options_.vlan_filter || HasOtherL2(*ace)) lose(kVlan, "a VLAN");
+    if (options_.to != Standard::kRfc9899 || HasOtherL2(*ace)) lose(kVlan, "a VLAN");
     lose(kPcp, "a PCP");
-    const bool whole_tos = entry.matches[kTos] && entry.matches[kTos]->mask != kDscpMask;
-    if (whole_tos && !options_.has_ecn) lose(kTos, "the lower bits of the type of service");
+    if (options_.to == Standard::kOpenConfig) {
+      const auto& matches = entry.matches;
+      if (matches[kTos] && matches[kTos]->mask != kDscpMask) {
+        lose(kTos, "the lower bits of the type of service");
+      }
+      if (matches[kEthertype] && matches[kEthertype]->value < kLowestEthertype) {
+        lose(kEthertype, "a length in place of an EtherType");
+      }
+      if (matches[kIpProtocol] && matches[kIpProtocol]->value == 255) {
+        lose(kIpProtocol, "the IP protocol 255");
+      }
+    }
     if (ace->set_pcp && entry.handling != Handling::kDeny) {
       lost.push_back("setting the PCP");
     }
@@ -194,7 +210,7 @@ class ToListsConverter {
 
   // What no entry of a profile matches passes; what no entry of a list matches does not.
   void AddEnd(const Profile& profile, std::set<std::string>* names, Acl* acl) {
-    if (options_.standard_only && !profile.entries.empty()) {
+    if (standard_only_ && !profile.entries.empty()) {
       // Behind an entry that has all that comes, there is no end.
       const Ace* last = acl->aces.empty() ? nullptr : &acl->aces.back();
       if (last != nullptr && AskForNothing(last->conditions)) return;
@@ -204,13 +220,41 @@ class ToListsConverter {
     end.path = acl->path;
     end.name = UniqueName(kEndName, names);
     end.handling = Handling::kPermit;
-    end.is_end = !options_.standard_only;
+    end.is_end = !standard_only_;
     if (acl->kind == Kind::kIpv4) end.conditions[kDestinationIpv4] = {{0, 0}};
     acl->aces.push_back(std::move(end));
-    if (options_.standard_only) {
+    if (standard_only_) {
       report_->Add({acl->path, "what no entry matches passes", Outcome::kExact,
                     "an entry of its own at the end of the list", false});
     }
+  }
+
+  // Entries keep the numbers that they came with as long as these say their order.
+  static void Number(const Profile& profile, Acl* acl) {
+    bool ascending = true;
+    std::optional<uint32_t> last;
+    for (const Ace& ace : acl->aces) {
+      if (!ace.number) continue;
+      ascending = ascending && (!last || *ace.number > *last);
+      last = ace.number;
+    }
+    if (!ascending) {
+      std::map<std::string, uint32_t> own;
+      for (const ProfileEntry& entry : profile.entries) {
+        own[EntryPathOf(*acl, entry)] = entry.ace_priority;
+      }
+      for (Ace& ace : acl->aces) {
+        if (ace.number) ace.number = own[ace.path];
+        if (ace.number) last = ace.number;
+      }
+    }
+    Ace* end = acl->aces.empty() ? nullptr : &acl->aces.back();
+    if (end != nullptr && !end->number) end->number = (last.value_or(0) / 10 + 1) * 10;
+  }
+
+  static std::string EntryPathOf(const Acl& acl, const ProfileEntry& entry) {
+    return acl.path + "/access-list-entry[ace-priority='" + std::to_string(entry.ace_priority) +
+           "']";
   }
 
   static std::string UniqueName(const std::string& wanted, std::set<std::string>* names) {
@@ -236,7 +280,7 @@ class ToListsConverter {
     bool has_group[2] = {};
     for (const Profile* profile : bound) {
       bool* other = &has_group[profile->l3 ? 1 : 0];
-      if (*other && options_.standard_only) {
+      if (*other && standard_only_) {
         Lose(attachment.path, "a second profile of one group, " + profile->name, true);
         continue;
       }
@@ -247,6 +291,7 @@ class ToListsConverter {
 
   const Profiles& profiles_;
   const ExportOptions& options_;
+  const bool standard_only_;
   Report* report_;
   AccessLists lists_;
   std::set<std::string> list_names_;

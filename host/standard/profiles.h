@@ -55,11 +55,12 @@ struct ImportOptions {
 // are whole.
 Profiles ToProfiles(const AccessLists& lists, const ImportOptions& options, Report* report);
 
+enum class Standard { kRfc8519, kRfc9899, kOpenConfig };
+
 struct ExportOptions {
   Allowance allowance;
-  bool standard_only = false;  // nothing of acl-app-standard
-  bool has_ecn = true;         // the standard has the lower bits of the type of service
-  bool vlan_filter = false;    // the standard has VLANs where no other L2 field is compared
+  Standard to = Standard::kRfc8519;
+  bool standard_only = false;  // nothing of acl-app-standard; always so with OpenConfig
 };
 
 // Converts profiles to lists, which writers then take.

@@ -12,6 +12,9 @@ namespace host::standard {
 // where that is possible.
 void WriteRfc8519(const AccessLists& lists, bool enhanced, Document* document);
 
+// openconfig-acl. Nothing of acl-app-standard has a place there.
+void WriteOpenConfig(const AccessLists& lists, Document* document);
+
 }  // namespace host::standard
 
 #endif  // HOST_STANDARD_WRITERS_H_

@@ -65,7 +65,7 @@ Failure ReadText(const std::string& what, const std::string& text, const ly_ctx*
   lyd_node* raw = nullptr;
   const LY_ERR result =
       lyd_parse_data_mem(context, text.c_str(), c == '{' ? LYD_JSON : LYD_XML,
-                         LYD_PARSE_STRICT | LYD_PARSE_NO_STATE, LYD_VALIDATE_NO_STATE, &raw);
+                         LYD_PARSE_STRICT | LYD_PARSE_ONLY, 0, &raw);
   tree->reset(raw);
   if (result == LY_SUCCESS) return {};
   host::DatastoreErrors errors;
@@ -99,9 +99,8 @@ Failure ReadProfiles(const Common& common, const Wanted& wanted, const std::stri
 }
 
 Failure Export(const Common& common, const Wanted& wanted) {
-  Standard to = Standard::kRfc8519;
+  standard::Standard to = standard::Standard::kRfc8519;
   if (Failure failure = FindStandard(wanted.to, &to)) return failure;
-  if (to == Standard::kOpenConfig) return {kUsage, "OpenConfig can be imported alone", {}};
   const std::string what = wanted.path.empty()  ? "the running configuration"
                            : wanted.path == "-" ? "standard input"
                                                 : wanted.path;
@@ -110,13 +109,17 @@ Failure Export(const Common& common, const Wanted& wanted) {
   standard::ExportOptions options;
   options.allowance = wanted.loss.allowance;
   options.standard_only = wanted.standard_only;
-  options.vlan_filter = to == Standard::kRfc9899;
+  options.to = to;
   standard::Report report;
   const standard::AccessLists lists = ToAccessLists(profiles, options, &report);
   Failure loss = TellReport(report, wanted.loss, what);
   if (loss && loss.code != kLossy) return loss;
   standard::Document document;
-  WriteRfc8519(lists, to == Standard::kRfc9899, &document);
+  if (to == standard::Standard::kOpenConfig) {
+    WriteOpenConfig(lists, &document);
+  } else {
+    WriteRfc8519(lists, to == standard::Standard::kRfc9899, &document);
+  }
   const bool xml = common.form == Form::kXml;
   std::fputs(document.Print(xml ? standard::Format::kXml : standard::Format::kJson).c_str(),
              stdout);
@@ -125,7 +128,7 @@ Failure Export(const Common& common, const Wanted& wanted) {
 
 Run SetUp(Syntax* syntax) {
   const auto wanted = std::make_shared<Wanted>();
-  syntax->Option("--to", "MODEL", &wanted->to, "rfc8519 or rfc9899");
+  syntax->Option("--to", "MODEL", &wanted->to, "rfc8519, rfc9899 or openconfig");
   syntax->OptionalOperand("FILE", &wanted->path,
                           "a configuration: JSON, XML or lines; - is standard input; without one "
                           "it is the running configuration",
@@ -140,7 +143,7 @@ Run SetUp(Syntax* syntax) {
 
 const Command kExport = {"export",
                          Group::kLook,
-                         "the configuration as access lists of RFC 8519 or RFC 9899",
+                         "the configuration as access lists of RFC 8519, RFC 9899 or OpenConfig",
                          "aclctl export --to rfc8519 >lists.json\n"
                          "aclctl export --to rfc9899 --standard-only --xml examples/branch.json",
                          SetUp,

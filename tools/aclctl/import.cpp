@@ -35,7 +35,8 @@ Failure ReadNumber(const char* option, const std::string& text, long least, long
           {}};
 }
 
-Failure ReadOptions(const Wanted& wanted, Standard* from, standard::ImportOptions* options) {
+Failure ReadOptions(const Wanted& wanted, standard::Standard* from,
+                    standard::ImportOptions* options) {
   if (Failure failure = FindStandard(wanted.from, from)) return failure;
   if (int{wanted.check} + int{wanted.diff} + int{wanted.apply} > 1) {
     return {kUsage, "--check, --diff and --apply exclude each other", {}};
@@ -70,7 +71,7 @@ Failure HandOn(const Common& common, const Wanted& wanted, std::string text) {
 }
 
 Failure Import(const Common& common, const Wanted& wanted) {
-  Standard from = Standard::kRfc8519;
+  standard::Standard from = standard::Standard::kRfc8519;
   standard::ImportOptions options;
   if (Failure failure = ReadOptions(wanted, &from, &options)) return failure;
   std::string text;
@@ -80,8 +81,9 @@ Failure Import(const Common& common, const Wanted& wanted) {
   std::string wrong = document.Read(text);
   standard::AccessLists lists;
   if (wrong.empty()) {
-    wrong = from == Standard::kOpenConfig ? ReadOpenConfig(document, options.most_entries, &lists)
-                                          : ReadRfc8519(document, options.most_entries, &lists);
+    wrong = from == standard::Standard::kOpenConfig
+                ? ReadOpenConfig(document, options.most_entries, &lists)
+                : ReadRfc8519(document, options.most_entries, &lists);
   }
   if (!wrong.empty()) return {kFile, what + " cannot be imported: " + wrong, {}};
   standard::Report report;

@@ -7,6 +7,9 @@
 #include <fstream>
 
 namespace aclctl {
+
+using host::standard::Standard;
+
 namespace {
 
 constexpr struct {

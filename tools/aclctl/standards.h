@@ -4,15 +4,13 @@
 
 #include <string>
 
-#include "host/standard/report.h"
+#include "host/standard/profiles.h"
 #include "tools/aclctl/command.h"
 
 namespace aclctl {
 
-enum class Standard { kRfc8519, kRfc9899, kOpenConfig };
-
 // The standard of that name; where there is none, a failure that names them all.
-Failure FindStandard(const std::string& name, Standard* standard);
+Failure FindStandard(const std::string& name, host::standard::Standard* standard);
 
 // How what is lost is dealt with, as the command line says.
 struct LossOptions {
