@@ -15,7 +15,8 @@ constexpr std::chrono::milliseconds kMoment{100};
 
 void InterfaceWatch::MayHaveChanged() {
   if (timer_ != nullptr) return;
-  timer_ = loop_.After(kMoment, [this] {
+  // The first look is what all changes are seen by; one within its moment would be lost.
+  timer_ = loop_.After(first_ ? std::chrono::milliseconds(0) : kMoment, [this] {
     timer_.reset();
     Look();
   });
