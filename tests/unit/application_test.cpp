@@ -1,6 +1,7 @@
 // The process shell: the order in which the parts come and go, and what each missing part does.
 #include "app/application.h"
 
+#include "app/fault.h"
 #include "tests/support/core_fixtures.h"
 
 int AclMain();  // main() of app/main.cpp, renamed by the build
@@ -82,6 +83,14 @@ TEST_F(ApplicationTest, MissingPartEndsTheProcess) {
                 "^backtrace\nfault 1 " + row[1] + " application: " + row[2] + "\n$");
     platform_.EndRules();
   }
+}
+
+TEST_F(ApplicationTest, TextsOfFaultsAreCut) {
+  const std::string text(400, 'x'), cut(299, 'x');
+  acl_app::RaiseFault("f", "file", 1, "%s", text.c_str());
+  EXPECT_EQ(platform_.Take({"fault"}), Lines({"fault 0 f file: " + cut}));
+  EXPECT_EXIT(acl_app::RaiseFatalFault("f", "file", 1, text.c_str()), testing::ExitedWithCode(1),
+              " file: " + cut + "\n$");
 }
 
 }  // namespace

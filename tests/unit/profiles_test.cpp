@@ -1,6 +1,7 @@
 // The model's profiles, entries and interface bindings.
 #include <cstring>
 #include <functional>
+#include <numeric>
 #include <type_traits>
 
 #include "tests/support/core_fixtures.h"
@@ -127,46 +128,39 @@ TEST_F(ModelTest, RefusedByTheLibrary) {
   EXPECT_THAT(groups, IsEmpty());
 }
 
-// Where a virtual operation stands in the class's table, by the C++ ABI's pointers to members.
-template <class Operation>
-size_t SlotOf(Operation operation) {
-  uintptr_t offset = 0;
-  std::memcpy(&offset, &operation, sizeof offset);
-  return (offset - 1) / sizeof(void*);
+// Where virtual operations stand in the class's table, by the C++ ABI's pointers to members.
+template <class... Operations>
+std::vector<size_t> SlotsOf(Operations... operations) {
+  const auto slot = [](auto operation) {
+    uintptr_t offset = 0;
+    std::memcpy(&offset, &operation, sizeof offset);
+    return (offset - 1) / sizeof(void*);
+  };
+  return {slot(operations)...};
 }
 
 // The element's platform fixes the order of operations and members; there is no virtual destructor.
 TEST_F(ModelTest, LayoutIsThePlatforms) {
   using M = acl_app::AclCache;
-  const std::vector<size_t> slots = {SlotOf(&M::CreateAclProfile),
-                                     SlotOf(&M::RemoveAclProfile),
-                                     SlotOf(&M::SetAclPrio),
-                                     SlotOf(&M::CreateEntry),
-                                     SlotOf(&M::RemoveEntry),
-                                     SlotOf(&M::CreateMatch),
-                                     SlotOf(&M::RemoveMatch),
-                                     SlotOf(&M::CreateAction),
-                                     SlotOf(&M::RemoveAction),
-                                     SlotOf(&M::CreateInterface),
-                                     SlotOf(&M::RemoveInterface),
-                                     SlotOf(&M::ClearAclsFromInterface),
-                                     SlotOf(&M::AddAclIntoInterface),
-                                     SlotOf(&M::RemoveAclFromInterface),
-                                     SlotOf(&M::MergeFilterEnvironment),
-                                     SlotOf(&M::getUsedL2Resources),
-                                     SlotOf(&M::getUsedL3Resources)};
-  for (size_t i = 0; i < slots.size(); ++i) EXPECT_EQ(slots[i], i);
+  std::vector<size_t> order(17);
+  std::iota(order.begin(), order.end(), 0);
+  EXPECT_EQ(SlotsOf(&M::CreateAclProfile, &M::RemoveAclProfile, &M::SetAclPrio, &M::CreateEntry,
+                    &M::RemoveEntry, &M::CreateMatch, &M::RemoveMatch, &M::CreateAction,
+                    &M::RemoveAction, &M::CreateInterface, &M::RemoveInterface,
+                    &M::ClearAclsFromInterface, &M::AddAclIntoInterface, &M::RemoveAclFromInterface,
+                    &M::MergeFilterEnvironment, &M::getUsedL2Resources, &M::getUsedL3Resources),
+            order);
   EXPECT_FALSE(std::has_virtual_destructor_v<M>);
-  using Map = std::map<int, int>;
-  const auto* member = reinterpret_cast<const Map*>(reinterpret_cast<void**>(&model_) + 1);
-  for (const void* address :
-       {static_cast<void*>(&Model::PreCreated(model_)),
-        static_cast<void*>(&Model::Profiles(model_)),
-        static_cast<void*>(&Model::Interfaces(model_)), static_cast<void*>(&Model::UsedL2(model_)),
-        static_cast<void*>(&Model::UsedL3(model_))}) {
-    EXPECT_EQ(address, member++);
-  }
-  EXPECT_EQ(sizeof(M), sizeof(void*) + 5 * sizeof(Map));
+  struct Members {
+    void* table;
+    std::map<int, int> maps[5];
+  };
+  EXPECT_EQ(sizeof(M), sizeof(Members));
+  const auto& maps = reinterpret_cast<Members*>(&model_)->maps;
+  const void* const members[] = {&Model::PreCreated(model_), &Model::Profiles(model_),
+                                 &Model::Interfaces(model_), &Model::UsedL2(model_),
+                                 &Model::UsedL3(model_)};
+  for (size_t i = 0; i < 5; ++i) EXPECT_EQ(members[i], &maps[i]) << i;
 }
 
 TEST_F(ModelTest, InterfacesHoldSetsOfNames) {
