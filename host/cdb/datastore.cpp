@@ -215,7 +215,8 @@ class LibyangDatastore : public Datastore {
     if (state_->storage() == nullptr) return;
     Tree tree;
     DatastoreErrors errors = state_->storage()->Load(context_.get(), &tree);
-    if (errors.empty()) errors = Validate(&tree);
+    // What was written is as it was when it was validated, unless that is in doubt.
+    if (errors.empty()) errors = Doubt().reasons.empty() ? ValidateEdit(&tree) : Validate(&tree);
     if (errors.empty()) errors = checks_.Load(tree.get());
     if (errors.empty()) {
       running_ = std::move(tree);
