@@ -92,7 +92,16 @@ std::unique_ptr<EbpfBackend> EbpfBackend::Open(const EbpfOptions& options, std::
   return nullptr;
 }
 
-EbpfBackend::~EbpfBackend() { Discard(); }
+EbpfBackend::~EbpfBackend() {
+  Discard();
+  if (HoldsNothing()) RemovePins(EbpfDirectory(options_.directory));
+}
+
+// Whether both groups are known, and are empty.
+bool EbpfBackend::HoldsNothing() const {
+  return groups_[kL2] && groups_[kL3] && hooks_->attached().empty() &&
+         std::all_of(held_.begin(), held_.end(), [](const auto& held) { return held.empty(); });
+}
 
 bool EbpfBackend::Start(std::string* reason) {
   store_ = FilterStore::Open(EbpfDirectory(options_.directory), reason);
@@ -108,7 +117,8 @@ bool EbpfBackend::Start(std::string* reason) {
   const auto method =
       options_.links ? PortHooks::Probe(store_->program()) : PortHooks::Method::kClassifier;
   hooks_.emplace(&store_->links(), method);
-  error = hooks_->Adopt(links_.indices());
+  error = hooks_->Watch(options_.open);
+  if (error == 0) error = hooks_->Adopt(links_.indices());
   if (error != 0) {
     *reason = std::string("what is attached cannot be read: ") + strerror(-error);
     return false;
@@ -365,6 +375,7 @@ bool EbpfBackend::Refresh() {
 std::vector<int> EbpfBackend::fds() const {
   std::vector<int> fds = {links_.fd(), grace_.fd()};
   if (guards_ != nullptr) fds.push_back(guards_->fd());
+  if (hooks_->fd() >= 0) fds.push_back(hooks_->fd());
   return fds;
 }
 
@@ -387,6 +398,18 @@ bool EbpfBackend::RepairGuards() {
   return error == 0;
 }
 
+// Whether others have taken the program off a port.
+bool EbpfBackend::NoteLostPrograms() {
+  const std::set<int> lost = hooks_->Lost();
+  for (const std::string& port : WantedPorts()) {
+    if (lost.count(links_.IndexOf(port)) == 0) continue;
+    const LogFields fields({{"INTERFACE", port}});
+    Log(LogLevel::kWarning,
+        "the filter program of port %s was taken away by another program; put right", port.c_str());
+  }
+  return !lost.empty();
+}
+
 bool EbpfBackend::Poll() {
   const bool guarded = RepairGuards();
   if (const auto ticket = grace_.Ended()) {
@@ -395,7 +418,8 @@ bool EbpfBackend::Poll() {
     Idle();
   }
   const std::set<std::string> changed = links_.Update();
-  if (changed.empty() && ports_->failed().empty()) return guarded;
+  const bool lost = NoteLostPrograms();
+  if (changed.empty() && !lost && ports_->failed().empty()) return guarded;
   for (const std::string& name : changed) {
     if (!ports_->Names(name)) continue;
     const LogFields fields({{"INTERFACE", name}});

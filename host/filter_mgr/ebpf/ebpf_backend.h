@@ -8,6 +8,7 @@
 //
 // Filters outlive the process: program, maps and links are pinned (store.h). A process that opens
 // the back end takes them over, and writes nothing if the groups it is given are the ones in force.
+// Where both groups were empty in the end, nothing is left.
 //
 // Interfaces come and go; Poll() follows them, and guards (port_guards.h) keep frames out that come
 // before it does.
@@ -98,6 +99,7 @@ class EbpfBackend : public Backend {
   explicit EbpfBackend(const EbpfOptions& options) : options_(options) {}
   bool Start(std::string* reason);
   bool TakeOver(std::string* reason);
+  bool HoldsNothing() const;
   void OpenGuards();
   FilterMgrError Compare(PreparedGroup* prepared);
   std::pair<size_t, size_t> ChangedPart(GroupSlot slot, const GroupOrder& order) const;
@@ -107,6 +109,7 @@ class EbpfBackend : public Backend {
   std::set<std::string> WantedPorts() const;
   bool Refresh();
   bool RepairGuards();
+  bool NoteLostPrograms();
 
   EbpfOptions options_;
   std::unique_ptr<FilterStore> store_;

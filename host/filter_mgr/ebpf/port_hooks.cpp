@@ -2,6 +2,9 @@
 
 #include <bpf/bpf.h>
 #include <bpf/libbpf.h>
+#include <libmnl/libmnl.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
 
 #include <cerrno>
 #include <climits>
@@ -95,6 +98,42 @@ PortHooks::Method PortHooks::Probe(int program) {
   LIBBPF_OPTS(bpf_link_create_opts, options, .flags = kBeforeOthers);
   const Descriptor link(bpf_link_create(program, INT_MAX, kTcxIngress, &options));
   return errno == ENODEV ? Method::kLink : Method::kClassifier;
+}
+
+int PortHooks::Watch(const NetlinkOpener& open) {
+  if (method_ == Method::kLink) return 0;
+  int error = 0;
+  events_ = open({NETLINK_ROUTE, RTNLGRP_TC, 0}, &error);
+  return error;
+}
+
+std::set<int> PortHooks::Lost() {
+  std::set<int> concerned, lost;
+  std::vector<char> buffer(1 << 15);
+  for (;;) {
+    const ssize_t size =
+        events_ == nullptr ? -EAGAIN : events_->Receive(buffer.data(), buffer.size(), false);
+    if (size == -ENOBUFS) {  // some were dropped: whom they concerned is not known
+      for (const auto& [interface, program] : attached_) concerned.insert(interface);
+      continue;
+    }
+    if (size < 0) break;
+    auto remaining = static_cast<int>(size);
+    const auto* message = reinterpret_cast<const nlmsghdr*>(buffer.data());
+    for (; mnl_nlmsg_ok(message, remaining); message = mnl_nlmsg_next(message, &remaining)) {
+      if (mnl_nlmsg_get_payload_len(message) < sizeof(tcmsg)) continue;
+      concerned.insert(static_cast<const tcmsg*>(mnl_nlmsg_get_payload(message))->tcm_ifindex);
+    }
+  }
+  for (const int interface : concerned) {
+    const auto known = attached_.find(interface);
+    uint32_t program = 0;
+    if (known == attached_.end() || known->second == 0) continue;
+    if (QueryClassifier(interface, &program) == 0 && program == known->second) continue;
+    known->second = 0;
+    lost.insert(interface);
+  }
+  return lost;
 }
 
 int PortHooks::Adopt(const std::vector<int>& interfaces) {

@@ -6,6 +6,9 @@
 // others. Both outlive the process and go with the interface, and in both the program is exchanged
 // for another one without a frame in between passing by.
 //
+// A link cannot be taken away by those who do not have it; a classifier goes with the queueing
+// discipline, whoever deletes that. The kernel announces it (rtnetlink(7), RTNLGRP_TC).
+//
 // What is attached is told by interface index: a name may go over to another interface.
 #ifndef HOST_FILTER_MGR_EBPF_PORT_HOOKS_H_
 #define HOST_FILTER_MGR_EBPF_PORT_HOOKS_H_
@@ -13,9 +16,11 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <set>
 #include <vector>
 
 #include "host/filter_mgr/ebpf/pins.h"
+#include "host/filter_mgr/linux/netlink.h"
 
 namespace host {
 
@@ -27,6 +32,14 @@ class PortHooks {
   PortHooks(const PinDirectory* links, Method method);
   // What this kernel offers. Tries a link to an interface that cannot exist.
   static Method Probe(int program);
+
+  // Listens for others taking the program away, where they can. 0 or a negative errno.
+  int Watch(const NetlinkOpener& open);
+  // Readable when there is something for Lost() to look at; -1 where nobody can take it away.
+  int fd() const { return events_ == nullptr ? -1 : events_->fd(); }
+  // Interfaces that the program was taken off by others since the last call; Attach() brings it
+  // back.
+  std::set<int> Lost();
 
   // Takes over what an earlier run attached to these interfaces; pins of links whose interface is
   // gone are removed. 0 or a negative errno.
@@ -56,6 +69,7 @@ class PortHooks {
   Method method_;
   std::map<int, uint32_t> attached_;
   std::map<int, Descriptor> held_;  // the links, by interface
+  std::unique_ptr<NetlinkSocket> events_;
 };
 
 // Whether at least one of the pinned links hangs on an interface that is there.

@@ -61,6 +61,11 @@ TEST_P(PortsTest, AnInterfaceIsFilteredWheneverItIsThere) {
   Apply({&*group_});
   EXPECT_FALSE(Passes("p1-peer"));
   EXPECT_EQ(PortState::kEnforced, ebpf_->Ports().at("p1"));
+  // Others may delete the queueing discipline that classifiers hang on.
+  PacketLab::Run("tc qdisc replace dev p1 clsact; tc qdisc del dev p1 clsact");
+  EXPECT_EQ(!GetParam(), Passes("p1-peer"));
+  EXPECT_TRUE(ebpf_->Poll());
+  EXPECT_FALSE(Passes("p1-peer"));
   // Gone, and made anew: nobody has heard of it yet.
   PacketLab::Run("ip link del p1");
   ebpf_->Poll();
@@ -89,10 +94,12 @@ TEST_P(PortsTest, AnInterfaceIsFilteredWheneverItIsThere) {
   Apply({&*group_});
   EXPECT_FALSE(Passes("p1-peer"));
   EXPECT_EQ(PortState::kEnforced, ebpf_->Ports().at("p1"));
-  // Without entries it is anyone's.
-  const FiltersGroup empty = GroupOf(kL2Type, {});
-  Apply({&empty});
+  // Without entries it is anyone's, and in the end nothing is left.
+  const FiltersGroup empty[] = {GroupOf(kL2Type, {}), GroupOf(kL3Type, {})};
+  Apply({&empty[0], &empty[1]});
   EXPECT_TRUE(Passes("p1-peer"));
+  ebpf_.reset();
+  EXPECT_NE(0, access(EbpfDirectory(options_.directory).c_str(), F_OK));
 }
 
 TEST_P(PortsTest, ANameTakesItsFilterToAnotherInterface) {
