@@ -89,7 +89,7 @@ TEST_P(TrafficTest, AChangeLeaksNothing) {
     lab_->Pass({});
     lab_->Drain();
     UnderTraffic([&] {
-      for (int i = 1; i <= 40; ++i) {
+      for (int i = 1; i <= 24; ++i) {
         const auto& next = i % 2 == 0 ? change.before : change.after;
         Apply({&next[kL2], &next[kL3]});
       }

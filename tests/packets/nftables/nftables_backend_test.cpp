@@ -96,7 +96,7 @@ TEST_F(NftablesBackendTest, WritesOnlyWhatChanged) {
 }
 
 TEST_F(NftablesBackendTest, ARestartAdoptsWhatItFinds) {
-  const FiltersGroup l2 = GroupOf(kL2Type, Denying(10000, 3000));
+  const FiltersGroup l2 = GroupOf(kL2Type, Denying(10000, 1000));
   FiltersGroup l3 = GroupOf(kL3Type, Denying(1000, 300));
   Apply(l2);
   Apply(l3);
