@@ -8,7 +8,8 @@
 
 namespace host::standard {
 
-// The configuration from the node `first` on (null: empty), data of acl-app in `context`.
+// The configuration from the node `first` on (null: empty), data of acl-app in `context`, which
+// must have been made with LY_CTX_SET_PRIV_PARSED (see host/cdb/schema.h).
 Profiles ReadConfiguration(const ly_ctx* context, const lyd_node* first);
 
 // The profiles as a document of acl-app. Values are numbers where they could be names.

@@ -9,7 +9,6 @@
 #include "tools/aclctl/commands.h"
 #include "tools/aclctl/edit_file.h"
 #include "tools/aclctl/running.h"
-#include "tools/aclctl/schema.h"
 #include "tools/aclctl/standards.h"
 
 namespace aclctl {
@@ -37,10 +36,13 @@ LY_ERR FindBuiltIn(const char* name, const char* /*revision*/, const char* /*sub
   return LY_ENOTFOUND;
 }
 
-// The schema of the configuration, without a daemon.
+// The schema of the configuration that this program was built with.
 Failure BuiltInSchema(host::ContextPtr* context) {
   ly_ctx* raw = nullptr;
-  if (ly_ctx_new(nullptr, LY_CTX_NO_YANGLIBRARY | LY_CTX_DISABLE_SEARCHDIRS, &raw) == LY_SUCCESS) {
+  // What values mean is told by the names of their types, which a compiled schema does not keep.
+  constexpr uint16_t kOptions =
+      LY_CTX_NO_YANGLIBRARY | LY_CTX_DISABLE_SEARCHDIRS | LY_CTX_SET_PRIV_PARSED;
+  if (ly_ctx_new(nullptr, kOptions, &raw) == LY_SUCCESS) {
     context->reset(raw);
     ly_ctx_set_module_imp_clb(raw, FindBuiltIn, nullptr);
     if (ly_ctx_load_module(raw, host::kAclModule, nullptr, nullptr) != nullptr) return {};
@@ -63,9 +65,8 @@ Failure ReadText(const std::string& what, const std::string& text, const ly_ctx*
   }
   ly_log_options(LY_LOSTORE);
   lyd_node* raw = nullptr;
-  const LY_ERR result =
-      lyd_parse_data_mem(context, text.c_str(), c == '{' ? LYD_JSON : LYD_XML,
-                         LYD_PARSE_STRICT | LYD_PARSE_ONLY, 0, &raw);
+  const LY_ERR result = lyd_parse_data_mem(context, text.c_str(), c == '{' ? LYD_JSON : LYD_XML,
+                                           LYD_PARSE_STRICT | LYD_PARSE_ONLY, 0, &raw);
   tree->reset(raw);
   if (result == LY_SUCCESS) return {};
   host::DatastoreErrors errors;
@@ -81,17 +82,16 @@ Failure ReadProfiles(const Common& common, const Wanted& wanted, const std::stri
                      standard::Profiles* profiles) {
   host::ContextPtr context;
   host::Tree tree;
+  if (Failure failure = BuiltInSchema(&context)) return failure;
   if (wanted.path.empty()) {
     Client client;
     if (Failure failure = client.Open(common.socket)) return failure;
-    if (Failure failure = FetchSchema(&client, {host::kAclModule}, &context)) return failure;
     Scope scope;
     scope.everything = true;
     if (Failure failure = FetchRunning(&client, context.get(), scope, &tree)) return failure;
   } else {
     std::string text;
     if (Failure failure = ReadFile(wanted.path, &text)) return failure;
-    if (Failure failure = BuiltInSchema(&context)) return failure;
     if (Failure failure = ReadText(what, text, context.get(), &tree)) return failure;
   }
   *profiles = standard::ReadConfiguration(context.get(), tree.get());
