@@ -202,7 +202,7 @@ class PageTest(DaemonTest):
         hit = next(e for e in entries if e["interface"] == "port0" and e["ace-priority"] == 10)
         self.assertRegex(self.text("#busy"), "L3 guests 10 on port0\ndst-port 80 → deny\n"
                          + re.escape(MARKUP) + rf"\n.*/s\n.*/s\n{hit['hits']['packets']} in all")
-        self.assertTrue(self.browser.value("document.querySelector('#busy .line').points.length > 2"))
+        self.browser.wait("document.querySelector('#busy .line').points.length > 2")
         self.assertIn(f"{MARKUP} absent\nwaiting for it\nL3 guests 2\nport0 up\nin force",
                       self.text("#interfaces"))
         commits = told("show", "commits")["acl-app-commits:commits"]["commit"]
