@@ -16,7 +16,7 @@ namespace {
 
 namespace standard = host::standard;
 
-struct Wanted {
+struct ExportWanted {
   std::string to, path;
   bool standard_only = false;
   LossOptions loss;
@@ -78,7 +78,7 @@ Failure ReadText(const std::string& what, const std::string& text, const ly_ctx*
   return failure;
 }
 
-Failure ReadProfiles(const Common& common, const Wanted& wanted, const std::string& what,
+Failure ReadProfiles(const Common& common, const ExportWanted& wanted, const std::string& what,
                      standard::Profiles* profiles) {
   host::ContextPtr context;
   host::Tree tree;
@@ -98,7 +98,7 @@ Failure ReadProfiles(const Common& common, const Wanted& wanted, const std::stri
   return {};
 }
 
-Failure Export(const Common& common, const Wanted& wanted) {
+Failure Export(const Common& common, const ExportWanted& wanted) {
   standard::Standard to = standard::Standard::kRfc8519;
   if (Failure failure = FindStandard(wanted.to, &to)) return failure;
   const std::string what = wanted.path.empty()  ? "the running configuration"
@@ -126,8 +126,8 @@ Failure Export(const Common& common, const Wanted& wanted) {
   return loss;
 }
 
-Run SetUp(Syntax* syntax) {
-  const auto wanted = std::make_shared<Wanted>();
+Run SetUpExport(Syntax* syntax) {
+  const auto wanted = std::make_shared<ExportWanted>();
   syntax->Option("--to", "MODEL", &wanted->to, "rfc8519, rfc9899 or openconfig");
   syntax->OptionalOperand("FILE", &wanted->path,
                           "a configuration: JSON, XML or lines; - is standard input; without one "
@@ -146,7 +146,7 @@ const Command kExport = {"export",
                          "the configuration as access lists of RFC 8519, RFC 9899 or OpenConfig",
                          "aclctl export --to rfc8519 >lists.json\n"
                          "aclctl export --to rfc9899 --standard-only --xml examples/branch.json",
-                         SetUp,
+                         SetUpExport,
                          kXml};
 
 }  // namespace aclctl

@@ -15,7 +15,7 @@ namespace {
 
 namespace standard = host::standard;
 
-struct Wanted {
+struct ImportWanted {
   std::string from, path, end, priority, most;
   LossOptions loss;
   bool check = false, diff = false, apply = false, replace = false;
@@ -35,7 +35,7 @@ Failure ReadNumber(const char* option, const std::string& text, long least, long
           {}};
 }
 
-Failure ReadOptions(const Wanted& wanted, standard::Standard* from,
+Failure ReadOptions(const ImportWanted& wanted, standard::Standard* from,
                     standard::ImportOptions* options) {
   if (Failure failure = FindStandard(wanted.from, from)) return failure;
   if (int{wanted.check} + int{wanted.diff} + int{wanted.apply} > 1) {
@@ -57,7 +57,7 @@ Failure ReadOptions(const Wanted& wanted, standard::Standard* from,
 }
 
 // Hands the configuration on to the command that the options name.
-Failure HandOn(const Common& common, const Wanted& wanted, std::string text) {
+Failure HandOn(const Common& common, const ImportWanted& wanted, std::string text) {
   EditFile file;
   file.path = "the import of " + (wanted.path == "-" ? "standard input" : wanted.path);
   file.content = std::move(text);
@@ -70,7 +70,7 @@ Failure HandOn(const Common& common, const Wanted& wanted, std::string text) {
   return CommitEdit(common, &client, edit, wanted.commit);
 }
 
-Failure Import(const Common& common, const Wanted& wanted) {
+Failure Import(const Common& common, const ImportWanted& wanted) {
   standard::Standard from = standard::Standard::kRfc8519;
   standard::ImportOptions options;
   if (Failure failure = ReadOptions(wanted, &from, &options)) return failure;
@@ -102,8 +102,8 @@ Failure Import(const Common& common, const Wanted& wanted) {
   return loss;
 }
 
-Run SetUp(Syntax* syntax) {
-  const auto wanted = std::make_shared<Wanted>();
+Run SetUpImport(Syntax* syntax) {
+  const auto wanted = std::make_shared<ImportWanted>();
   syntax->Option("--from", "MODEL", &wanted->from, "rfc8519, rfc9899 or openconfig");
   syntax->Operand("FILE", &wanted->path, "access lists in JSON or XML; - is standard input",
                   Names::kFiles);
@@ -129,7 +129,7 @@ const Command kImport = {"import",
                          "convert access lists of RFC 8519, RFC 9899 or OpenConfig",
                          "aclctl import --from rfc8519 lists.json >lists.acl.json\n"
                          "aclctl import --from openconfig --check lists.json",
-                         SetUp,
+                         SetUpImport,
                          kXml};
 
 }  // namespace aclctl

@@ -12,7 +12,7 @@ namespace {
 
 constexpr long kHighestPriority = 65535;
 
-bool IsNumber(const std::string& text) {
+bool IsPriority(const std::string& text) {
   return !text.empty() && text.size() <= 5 &&
          text.find_first_not_of("0123456789") == std::string::npos;
 }
@@ -101,7 +101,7 @@ std::string TakeProfile(Words* words, const ConfigTree& config, lyd_node** profi
 
 std::string TakePriority(Words* words, const char* what, std::string* priority) {
   const std::string word = words->Peek();
-  if (!IsNumber(word) || std::strtol(word.c_str(), nullptr, 10) > kHighestPriority) {
+  if (!IsPriority(word) || std::strtol(word.c_str(), nullptr, 10) > kHighestPriority) {
     return words->Expected(std::string(what) + ", a number from 0 to 65535");
   }
   *priority = Canonical(words->Take());
@@ -248,7 +248,7 @@ std::string Set(Words* words, ConfigTree* config) {
   if (words->done()) return words->Expected("the name of a profile");
   const std::string name = words->Take();
   lyd_node* profile = config->FindProfile(name);
-  if (!IsNumber(words->Peek())) return SetProfile(words, name, profile, config);
+  if (!IsPriority(words->Peek())) return SetProfile(words, name, profile, config);
   return profile == nullptr ? NoProfile(name) : SetEntry(words, profile);
 }
 
@@ -488,7 +488,7 @@ void AddScope(const Statement& statement, Scope* scope) {
   }
   const size_t numbers = verb == "move" ? 2 : 1;
   for (size_t i = name + 1; i < statement.size() && i <= name + numbers; ++i) {
-    if (IsNumber(statement[i])) entries.priorities.insert(Canonical(statement[i]));
+    if (IsPriority(statement[i])) entries.priorities.insert(Canonical(statement[i]));
   }
 }
 

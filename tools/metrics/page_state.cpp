@@ -16,7 +16,7 @@ using nlohmann::json;
 constexpr size_t kMostInterfaces = 300;
 constexpr size_t kMostProfiles = 300;
 constexpr size_t kMostCommits = 12;
-constexpr size_t kMostFindings = 50;
+constexpr size_t kMostShownFindings = 50;
 
 double Ago(Clock::time_point moment) {
   return std::chrono::duration<double>(Clock::now() - moment).count();
@@ -119,7 +119,7 @@ json FindingsOf(const Findings& findings) {
   for (const auto& [kind, count] : findings.counts) total += count;
   json list = json::array();
   for (const Finding& finding : findings.list) {
-    if (list.size() == kMostFindings) break;
+    if (list.size() == kMostShownFindings) break;
     list.push_back({{"kind", finding.kind}, {"where", finding.where}, {"text", finding.text}});
   }
   return {{"commit", findings.commit},
