@@ -58,7 +58,9 @@ void ConfirmedCommit::Begin(std::chrono::seconds timeout, const Origin& origin,
   commit_ = datastore_.TransactionId();
   until_ = std::chrono::system_clock::now() + timeout;
   Tell({what, origin.user, origin.session_id, static_cast<uint32_t>(timeout.count())});
-  timer_ = loop_.After(timeout, [this] { End("it was not confirmed in time", {Step::kTimeout, ""}); });
+  timer_ = loop_.After(timeout, [this] {
+    End("it was not confirmed in time", {Step::kTimeout, ""});
+  });
   if (timer_ == nullptr) End("there is no timer for it", {Step::kTimeout, ""});
 }
 

@@ -166,7 +166,8 @@ void CommitOutcomes::Correct(CommitOutcome::Result result, const std::string& re
     outcome.reason = reason;
     if (result == CommitOutcome::kPending) continue;
     const int64_t now = NowMicroseconds();
-    outcome.took += std::chrono::microseconds(now - outcome.time_us);
+    // The system's clock may have been set back meanwhile.
+    outcome.took += std::chrono::microseconds(std::max<int64_t>(now - outcome.time_us, 0));
     outcome.time_us = now;
     outcome.result = result;
     if (result == CommitOutcome::kApplied) applied_ = outcome.commit.id;

@@ -2,6 +2,7 @@
 #include "host/standard/document.h"
 
 #include <algorithm>
+#include <cctype>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -29,6 +30,15 @@ const Module kOwnStandard = {"acl-app-standard", "urn:acl-app:standard", "acl-x"
 const Module kOwn = {"acl-app", "urn:acl-app:acl", "acl-app"};
 
 namespace {
+
+// Whether `name`, the value of `node` behind a prefix, may be that of an identity. Texts of people
+// have colons, too.
+bool MayBeIdentity(const Node& node, std::string_view name) {
+  if (node.name == "description" || node.name == "name" || name.empty()) return false;
+  return std::all_of(name.begin(), name.end(), [](unsigned char c) {
+    return std::isalnum(c) != 0 || c == '_' || c == '-' || c == '.';
+  });
+}
 
 constexpr const Module* kModules[] = {
     &kAccessControlList,    &kAclEnhancements,      &kOpenConfigAcl,
@@ -146,7 +156,7 @@ class JsonReader : public nlohmann::json_sax<nlohmann::json> {
     const size_t colon = value.find(':');
     const Module* module =
         colon == std::string::npos ? nullptr : FindModule(value.substr(0, colon));
-    if (module != nullptr) {
+    if (module != nullptr && MayBeIdentity(node, value.substr(colon + 1))) {
       node.module_of_value = module->name;
       value.erase(0, colon + 1);
     }
@@ -204,7 +214,7 @@ class XmlReader {
     const size_t colon = node->value.find(':');
     if (colon == std::string::npos) return;
     const auto prefix = prefixes_.find(node->value.substr(0, colon));
-    if (prefix == prefixes_.end()) return;
+    if (prefix == prefixes_.end() || !MayBeIdentity(*node, node->value.substr(colon + 1))) return;
     const Module* module = FindSpace(prefix->second);
     node->module_of_value = module != nullptr ? module->name : document_->Keep(prefix->second);
     node->value.erase(0, colon + 1);

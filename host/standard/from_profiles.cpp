@@ -208,13 +208,25 @@ class ToListsConverter {
                   out && (loud || !allowed.drop_conditions)});
   }
 
+  // Whether the entry denies all that the list is about.
+  static bool IsEnd(const Ace& ace, const Acl& acl) {
+    Conditions rest = ace.conditions;
+    const bool all_ipv4 = acl.kind == Kind::kIpv4 && rest[kDestinationIpv4].size() == 1 &&
+                          rest[kDestinationIpv4][0].mask == 0;
+    if (all_ipv4) rest[kDestinationIpv4].clear();
+    return ace.handling == Handling::kDeny && AskForNothing(rest);
+  }
+
   // What no entry of a profile matches passes; what no entry of a list matches does not.
   void AddEnd(const Profile& profile, std::set<std::string>* names, Acl* acl) {
     if (standard_only_ && !profile.entries.empty()) {
       // Behind an entry that has all that comes, there is no end.
       const Ace* last = acl->aces.empty() ? nullptr : &acl->aces.back();
       if (last != nullptr && AskForNothing(last->conditions)) return;
-      if (last != nullptr && profile.entries.back().description == "[end]") return;
+      if (last != nullptr && profile.entries.back().description == "[end]" && IsEnd(*last, *acl)) {
+        acl->aces.back().number.reset();  // behind all others, whatever theirs are
+        return;
+      }
     }
     Ace end;
     end.path = acl->path;
@@ -238,6 +250,8 @@ class ToListsConverter {
       ascending = ascending && (!last || *ace.number > *last);
       last = ace.number;
     }
+    // Behind the last one there has to be room for the end.
+    if (last.value_or(0) > UINT32_MAX - 10) ascending = false;
     if (!ascending) {
       std::map<std::string, uint32_t> own;
       for (const ProfileEntry& entry : profile.entries) {
@@ -270,8 +284,12 @@ class ToListsConverter {
         EntryPath("/config/access-list", "interface", "interface-name", interface) + "/ingress";
     std::vector<const Profile*> bound;
     for (const std::string& name : names) {
+      const size_t before = bound.size();
       for (const Profile& profile : profiles_.profiles) {
         if (profile.name == name) bound.push_back(&profile);
+      }
+      if (bound.size() == before) {
+        Lose(attachment.path, "a binding to the profile " + name + ", which is not there", true);
       }
     }
     std::sort(bound.begin(), bound.end(), [](const Profile* a, const Profile* b) {

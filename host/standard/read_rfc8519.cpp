@@ -107,6 +107,7 @@ void TakeVlans(Reading* reading, const Statement& statement, const Rule& rule) {
   if (vlans.empty()) return;
   vlans = Union(std::move(vlans));
   if (op == "neq") vlans = Difference({{0, kMostVlan}}, vlans);
+  if (vlans.empty()) return reading->builder.Refuse(statement.path, "no VLAN at all");
   if (vlans.front().low == 0 || vlans.back().high == kMostVlan) {
     return reading->builder.Refuse(statement.path, "a VLAN id of 0 or 4095");
   }
@@ -341,7 +342,7 @@ class Rfc8519Reader {
 
   // TCP and UDP without a word on IP are over both versions; ours compares the protocol of IPv4.
   static void CheckIpVersion(const Node& matches, const Acl& acl, Ace* ace, Reading* reading) {
-    if (acl.kind != Kind::kAny) return;
+    if (acl.kind == Kind::kIpv4 || acl.kind == Kind::kMixed) return;
     const Node* ipv4 = matches.Find("ipv4");
     if (ipv4 != nullptr && !ipv4->children.empty()) return;
     for (const char* name : {"tcp", "udp", "icmp"}) {

@@ -1,5 +1,6 @@
 // From access lists to profiles: see profiles.h.
 #include <algorithm>
+#include <array>
 #include <set>
 #include <utility>
 
@@ -39,11 +40,11 @@ std::string Tagged(const char* tag, const std::string& name, const std::string& 
   return "[" + std::string(tag) + " " + name + "]" + (text.empty() ? "" : " " + text);
 }
 
-// The single-valued forms that a value of a field takes in ours; empty when there are too many.
-std::vector<Value> FormsOf(Field field, const Value& value, size_t most) {
+// The single-valued forms that a value of a field takes in ours.
+std::vector<Value> FormsOf(Field field, const Value& value) {
   if (field != kTos || value.mask == kDscpMask || value.mask == FullMask(kTos)) return {value};
   std::vector<Value> forms;  // of ECN alone
-  for (uint64_t dscp = 0; dscp < 64 && forms.size() < most; ++dscp) {
+  for (uint64_t dscp = 0; dscp < 64; ++dscp) {
     forms.push_back({dscp << 2 | (value.value & kEcnMask), FullMask(kTos)});
   }
   return forms;
@@ -57,7 +58,7 @@ std::optional<std::vector<Matches>> Combinations(const Conditions& conditions, s
   for (size_t field = 0; field < kFieldCount; ++field) {
     std::vector<Value> forms;
     for (const Value& value : conditions[field]) {
-      for (const Value& form : FormsOf(static_cast<Field>(field), value, most)) {
+      for (const Value& form : FormsOf(static_cast<Field>(field), value)) {
         forms.push_back(form);
       }
     }
@@ -317,7 +318,9 @@ class ToProfilesConverter {
       Judge({attachment.path, "the interface's name \"" + attachment.interface + "\"", true});
       return;
     }
-    bool has_group[2] = {};
+    // An interface may be attached to several times.
+    const auto [known, first] = has_group_.try_emplace(attachment.interface);
+    std::array<bool, 2>& has_group = known->second;
     for (size_t i = 0; i < attachment.acls.size(); ++i) {
       const std::string& acl = attachment.acls[i];
       const auto name = name_of_.find(acl);
@@ -327,7 +330,7 @@ class ToProfilesConverter {
         continue;
       }
       bool* other = &has_group[l3_of_[acl] ? 1 : 0];
-      if (*other && !OwnOrder(attachment)) {
+      if (*other && !(first && OwnOrder(attachment))) {
         Judge({attachment.paths[i],
                "a second list about the same frames: how the lists of one interface join is not "
                "defined",
@@ -355,6 +358,7 @@ class ToProfilesConverter {
   std::set<std::string> names_, skipped_;
   std::map<std::string, std::string> name_of_;
   std::map<std::string, bool> l3_of_;
+  std::map<std::string, std::array<bool, 2>> has_group_;  // by interface: L2, L3
   uint32_t given_priorities_ = 0;
 };
 

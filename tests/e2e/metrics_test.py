@@ -147,6 +147,7 @@ class MetricsTest(DaemonTest):
                 ("GET", "/metrics", {"Host": "localhost:9830"}, 200),
                 ("GET", "/metrics", {"Host": "[::1]"}, 200),
                 ("GET", "/state.json", {"Host": "rebound.example"}, 403),
+                ("GET", "/state.json", {"Host": "127.rebound.example"}, 403),
                 ("GET", "/../etc/passwd", {}, 404), ("GET", "/nothing", {}, 404),
                 ("POST", "/", {}, 405), ("DELETE", "/metrics", {}, 405),
                 ("GET", "/", {"Content-Length": "5"}, 400), ("GET", "/", {"X": "x" * 20000}, 431)):

@@ -50,6 +50,9 @@ Failure ReadOptions(const ImportWanted& wanted, standard::Standard* from,
     return {kUsage, "--end takes deny or permit, not \"" + wanted.end + "\"", {}};
   }
   options->allowance = wanted.loss.allowance;
+  if (wanted.end == "permit" && wanted.from != "openconfig") {
+    return {kUsage, "--end permit is for OpenConfig: by RFC 8519 the end of a list drops", {}};
+  }
   options->end = wanted.end == "permit" ? standard::End::kPermit : standard::End::kDeny;
   options->first_priority = static_cast<uint32_t>(priority);
   options->most_entries = static_cast<size_t>(most);

@@ -244,7 +244,7 @@ void AddFindings(const Findings& findings, Samples* out) {
   if (findings.commit.empty()) return;
   out->Gauge("acl_app_findings", "What is configured, but does nothing or not what it seems to.");
   for (const char* kind : {"absent-interface", "no-frame", "contradicting-cover", "redundant",
-                           "no-action", "ipv6-passes"}) {
+                           "no-action", "ipv6-passes", "beyond-tables"}) {
     const auto count = findings.counts.find(kind);
     out->Add(count == findings.counts.end() ? uint64_t{0} : count->second, {{"kind", kind}});
   }

@@ -45,7 +45,9 @@ HttpServer::Answer Plain(unsigned int status, std::string text) {
 bool NamesLoopback(std::string host) {
   const size_t port = host.rfind(':');
   if (port != std::string::npos && host.find(']', port) == std::string::npos) host.resize(port);
-  return host == "localhost" || host == "[::1]" || host.rfind("127.", 0) == 0;
+  in_addr address;  // a name that begins like one is no address
+  return host == "localhost" || host == "[::1]" ||
+         (inet_pton(AF_INET, host.c_str(), &address) == 1 && ntohl(address.s_addr) >> 24 == 127);
 }
 
 bool IsLoopback(const sockaddr* address) {

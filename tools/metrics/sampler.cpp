@@ -72,7 +72,7 @@ void Sampler::Run() {
   do {
     start = Clock::now();
     Read();
-  } while (Rest(DueAfter(start, Clock::now(), options_.interval)));
+  } while (Rest(std::max(start + options_.interval, Clock::now())));
 }
 
 void Sampler::Read() {
@@ -150,9 +150,10 @@ void Sampler::RunFindings() {
     const bool known = found.commit == last->state.running;
     if (!last->up || (known && Clock::now() - read_at < kFindingsAge)) continue;
     const Clock::time_point start = Clock::now();
-    if (reader.ReadFindings(&found)) continue;
+    const Failure failure = reader.ReadFindings(&found);
+    due = DueAfter(start, Clock::now(), options_.interval);
+    if (failure) continue;
     read_at = Clock::now();
-    due = DueAfter(start, read_at, options_.interval);
     const std::lock_guard<std::mutex> lock(mutex_);
     findings_ = std::move(found);
     auto next = std::make_shared<Snapshot>(*last_);

@@ -398,16 +398,25 @@ bool EbpfBackend::RepairGuards() {
   return error == 0;
 }
 
-// Whether others have taken the program off a port.
-bool EbpfBackend::NoteLostPrograms() {
+// The ports that others have taken the program off.
+std::vector<std::string> EbpfBackend::LostPorts() {
   const std::set<int> lost = hooks_->Lost();
+  std::vector<std::string> ports;
   for (const std::string& port : WantedPorts()) {
-    if (lost.count(links_.IndexOf(port)) == 0) continue;
-    const LogFields fields({{"INTERFACE", port}});
-    Log(LogLevel::kWarning,
-        "the filter program of port %s was taken away by another program; put right", port.c_str());
+    if (lost.count(links_.IndexOf(port)) != 0) ports.push_back(port);
   }
-  return !lost.empty();
+  return ports;
+}
+
+// Tells of ports that were lost, after the attempt to put them right.
+void EbpfBackend::TellOfLost(const std::vector<std::string>& ports) {
+  for (const std::string& port : ports) {
+    const bool put_right = ports_->failed().count(port) == 0;
+    const LogFields fields({{"INTERFACE", port}});
+    Log(LogLevel::kWarning, "the filter program of port %s was taken away by another program%s",
+        port.c_str(), put_right ? "; put right" : "");
+    Tell({port, "the filter program was taken away by another program", put_right});
+  }
 }
 
 bool EbpfBackend::Poll() {
@@ -418,8 +427,8 @@ bool EbpfBackend::Poll() {
     Idle();
   }
   const std::set<std::string> changed = links_.Update();
-  const bool lost = NoteLostPrograms();
-  if (changed.empty() && !lost && ports_->failed().empty()) return guarded;
+  const std::vector<std::string> lost = LostPorts();
+  if (changed.empty() && lost.empty() && ports_->failed().empty()) return guarded;
   for (const std::string& name : changed) {
     if (!ports_->Names(name)) continue;
     const LogFields fields({{"INTERFACE", name}});
@@ -428,6 +437,7 @@ bool EbpfBackend::Poll() {
   }
   ports_->Forget(changed);
   const bool ok = Refresh();
+  TellOfLost(lost);
   if (standing_.state == Standing::kPartial && ports_->failed().empty()) standing_ = {};
   return ok && guarded;
 }

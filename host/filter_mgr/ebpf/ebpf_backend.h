@@ -109,7 +109,8 @@ class EbpfBackend : public Backend {
   std::set<std::string> WantedPorts() const;
   bool Refresh();
   bool RepairGuards();
-  bool NoteLostPrograms();
+  std::vector<std::string> LostPorts();
+  void TellOfLost(const std::vector<std::string>& ports);
 
   EbpfOptions options_;
   std::unique_ptr<FilterStore> store_;

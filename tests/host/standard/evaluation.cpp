@@ -266,7 +266,12 @@ bool Passes(const Profiles& profiles, const FrameFields& frame) {
 }
 
 Profiles RandomProfiles(std::mt19937* random) {
-  static constexpr const char* kTexts[] = {"", "", "ticket 4711", "[ace web & mail]",
+  static constexpr const char* kTexts[] = {"acl-app: it",
+                                           "acl:x",
+                                           "",
+                                           "",
+                                           "ticket 4711",
+                                           "[ace web & mail]",
                                            "[seq 70000] \"quoted\" <b>"};
   Profiles profiles;
   for (int p = 0, count = 1 + static_cast<int>((*random)() % 3); p < count; ++p) {

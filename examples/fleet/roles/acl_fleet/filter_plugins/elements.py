@@ -135,7 +135,9 @@ def dry_run(fleet, hostvars, fullest, refused_findings):
     fleet = copy.deepcopy(fleet)
     for host, element in fleet["elements"].items():
         element.update(would_take(hostvars[host], fleet, int(fullest), refused_findings))
-    return {**fleet, "go": "refused" not in ways(fleet), "begun": False,
+    # One that goes on with a roll-out has what that did already to take back.
+    begun_before = any(element.get("ours") for element in fleet["elements"].values())
+    return {**fleet, "go": "refused" not in ways(fleet), "begun": begun_before,
             "work": ways(fleet) != {"same"}}
 
 
@@ -172,9 +174,10 @@ def would_take(variables, fleet, fullest, refused_findings):
         if changes:
             return refused("what this roll-out committed there is not this policy")
         return {"is": "probation", "text": "on probation already", "base": pending["base"],
-                "commit": now["running"]}
+                "commit": now["running"], "ours": True}
     if changes == 0:
-        return {"is": "same", "commit": now["running"], "text": "has the policy: " + ", ".join(used)}
+        return {"is": "same", "commit": now["running"], "text": "has the policy: " + ", ".join(used),
+                "ours": comment_of(now, now["running"]) == fleet["comment"]}
     found, why = reply(variables, "get-findings")
     if why:
         return refused(why)
@@ -288,7 +291,7 @@ def back(fleet, hostvars):
             element["text"] = why
             continue
         gone = standing(fleet, now)["gone"]
-        if gone and element["is"] != "same":
+        if gone and (element["is"] != "same" or element["do"]):
             cause = element["is"] in ("refused", "lost") and element["text"]
             element.update({"is": "old", "text": f"{gone} ({cause})" if cause else gone})
         elif not gone:
