@@ -80,10 +80,10 @@ Cost Classifier::CostOf(uint32_t root, uint32_t samples) const {
     sum.tables += count.tables;
     sum.probes += count.probes;
     sum.heads += count.heads;
-    cost.worst_tables = std::max(cost.worst_tables, count.tables);
     cost.worst_probes = std::max(cost.worst_probes, count.probes);
     cost.worst_entries = std::max(cost.worst_entries, count.heads);
   }
+  cost.worst_tables = UsageOf(root).tables;
   const auto searches = static_cast<double>(std::max<size_t>(1, keys.size()));
   cost.mean_tables = sum.tables / searches;
   cost.mean_probes = sum.probes / searches;
