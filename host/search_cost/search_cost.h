@@ -2,6 +2,7 @@
 #ifndef HOST_SEARCH_COST_SEARCH_COST_H_
 #define HOST_SEARCH_COST_SEARCH_COST_H_
 
+#include <cmath>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -21,7 +22,7 @@ struct SearchCost {
 
   // The mean as people and programs read it, such as "3.2". `tables` must have a value.
   std::string MeanText() const {
-    const auto tenths = static_cast<uint64_t>(tables->mean * 10 + 0.5);
+    const auto tenths = std::llround(tables->mean * 10);
     return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10);
   }
   // Whether `other` costs more.

@@ -163,7 +163,7 @@ class ToListsConverter {
     std::vector<std::string> lost;
     const auto lose = [&](Field field, const char* what) {
       if (ace->conditions[field].empty()) return;
-      lost.push_back(what);
+      lost.emplace_back(what);
       ace->conditions[field].clear();
     };
     if (options_.to != Standard::kRfc9899 || HasOtherL2(*ace)) lose(kVlan, "a VLAN");
@@ -181,7 +181,7 @@ class ToListsConverter {
       }
     }
     if (ace->set_pcp && entry.handling != Handling::kDeny) {
-      lost.push_back("setting the PCP");
+      lost.emplace_back("setting the PCP");
     }
     ace->set_pcp.reset();
     if (lost.empty()) return true;

@@ -17,7 +17,7 @@ constexpr uint32_t kMostPort = 65535, kMostVlan = 4095;
 // The name of a node, with "own:" in front where it is of acl-app-standard; empty where it is of a
 // module that is not read here, whose node of a known name may mean anything.
 std::string NameOf(const Node& node) {
-  const std::string name(node.name);
+  std::string name(node.name);
   if (node.module == kAccessControlList.name || node.module == kAclEnhancements.name) return name;
   return node.module == kOwnStandard.name ? "own:" + name : "";
 }
