@@ -68,8 +68,8 @@ namespace host::classifier {
 using EntryId = uint32_t;
 constexpr EntryId kNoEntry = 0;
 
-// What a search pays, over sample frames of a configuration. Tables at worst are no sample: no frame
-// is looked up in more than there are.
+// What a search pays, over sample frames of a configuration. Tables at worst are no sample: no
+// frame is looked up in more than there are.
 struct Cost {
   double mean_tables = 0;   // hash tables looked into
   double mean_probes = 0;   // slots read
