@@ -11,6 +11,7 @@
 #include "host/filter_mgr/entry_order.h"
 #include "host/filter_mgr/entry_text.h"
 #include "host/filter_mgr/group_summary.h"
+#include "host/filter_mgr/group_walk.h"
 #include "host/runtime/middleware.h"
 #include "host/runtime/tree_writer.h"
 
@@ -27,9 +28,7 @@ constexpr char kModule[] = "acl-app-filters";
 class GroupStateBuilder {
  public:
   GroupStateBuilder(const GroupTable& table, const PortNames& names)
-      : table_(table), names_(names) {
-    for (const auto& [key, group] : table.groups()) groups_.push_back(key);
-  }
+      : table_(table), names_(names), walk_(table) {}
 
   bool done() const { return done_; }
 
@@ -58,43 +57,26 @@ class GroupStateBuilder {
 
  private:
   void Add(lyd_node* top, size_t most) {
-    if (next_group_ == groups_.size()) {
+    if (walk_.done()) {
       AddPorts(top);
       done_ = true;
       return;
     }
-    if (!group_ && !Begin()) return;
+    if (!walk_.group() && !Begin()) return;
     AddGroup(top, most);
   }
 
-  // Reads the hits of the group whose turn it is, and takes it as it is when that is done. False
-  // while it is not.
   bool Begin() {
-    const auto it = table_.groups().find(groups_[next_group_]);
-    if (it == table_.groups().end()) {
-      ++next_group_;
-      return false;
-    }
-    if (!reading_started_) {
-      reading_ = table_.backend().ReadHits(SlotOf(it->second->getType()));
-      reading_started_ = true;
-    }
-    hits_.reset();
-    if (reading_ != nullptr) {
-      if (reading_->Next() == HitsReading::Progress::kMore) return false;
-      hits_ = std::move(reading_->hits);
-    }
-    reading_.reset();
-    reading_started_ = false;
-    cost_ = table_.backend().CostOf(SlotOf(it->second->getType()));
-    group_ = it->second;
+    if (!walk_.Begin()) return false;
+    const SentGroup& group = *walk_.group();
+    cost_ = table_.backend().CostOf(SlotOf(group->getType()));
     next_entry_ = 0;
-    entries_ = EntriesInOrder(group_->content());
+    entries_ = EntriesInOrder(group.content());
     return true;
   }
 
   void AddGroup(lyd_node* top, size_t most) {
-    const FiltersGroup& content = group_->content();
+    const FiltersGroup& content = walk_.group()->content();
     lyd_node* node = writer_->List(top, "group", std::to_string(content.getId()),
                                    std::to_string(content.getStage()));
     const bool l2 = content.getType() == FiltersCommon::FILTERS_GROUP_TYPE_L2;
@@ -108,8 +90,7 @@ class GroupStateBuilder {
       AddEntry(node, entry);
     }
     if (next_entry_ < entries_.size()) return;
-    group_.reset();
-    ++next_group_;
+    walk_.End();
   }
 
   void AddEntry(lyd_node* group, const FiltersEntry& entry) {
@@ -118,7 +99,7 @@ class GroupStateBuilder {
     if (const auto* ports = entry.getMatch<MatchIngressPorts>()) {
       for (limid_t port : ports->ports()) writer_->Leaf(node, "port", NameOf(port).c_str());
     }
-    const EntryOrigin origin = group_->OriginOf(entry.getId());
+    const EntryOrigin origin = walk_.group()->OriginOf(entry.getId());
     if (origin.known()) {
       writer_->Leaf(node, "interface", origin.interface->c_str());
       writer_->Leaf(node, "profile", origin.profile->c_str());
@@ -126,8 +107,9 @@ class GroupStateBuilder {
     }
     AddLeaves(node, "match", entry, ForEachMatchLeaf);
     AddLeaves(node, "action", entry, ForEachActionLeaf);
-    if (!hits_) return;
-    const Hits hits = entry.getId() < hits_->size() ? (*hits_)[entry.getId()] : Hits{};
+    const auto& counted = walk_.hits();
+    if (!counted) return;
+    const Hits hits = entry.getId() < counted->size() ? (*counted)[entry.getId()] : Hits{};
     lyd_node* counters = writer_->Inner(node, "hits");
     writer_->Leaf(counters, "packets", hits.packets);
     writer_->Leaf(counters, "bytes", hits.bytes);
@@ -159,15 +141,10 @@ class GroupStateBuilder {
   const PortNames names_;
   std::unordered_map<limid_t, std::string> port_names_;
   std::optional<TreeWriter> writer_;
-  std::vector<GroupTable::Key> groups_;
-  size_t next_group_ = 0;
-  std::optional<SentGroup> group_;            // the one at work
-  std::vector<const FiltersEntry*> entries_;  // its entries by priority
+  GroupWalk walk_;
+  std::vector<const FiltersEntry*> entries_;  // of the group at work, by priority
   size_t next_entry_ = 0;
   std::optional<SearchCost> cost_;
-  std::unique_ptr<HitsReading> reading_;  // of the next one's hits, where they are counted
-  bool reading_started_ = false;
-  std::optional<std::vector<Hits>> hits_;
   bool done_ = false;
 };
 

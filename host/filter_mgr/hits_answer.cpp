@@ -2,10 +2,7 @@
 
 #include <libyang/libyang.h>
 
-#include <optional>
-#include <utility>
-#include <vector>
-
+#include "host/filter_mgr/group_walk.h"
 #include "host/netconf/xml_writer.h"
 
 namespace host {
@@ -16,16 +13,14 @@ constexpr size_t kPieceEntries = 1024;  // about half a millisecond
 class HitsAnswer : public StateProviders::TextPieces {
  public:
   HitsAnswer(const GroupTable& table, bool hit_only, const std::weak_ptr<const void>& alive)
-      : table_(table), hit_only_(hit_only), alive_(alive) {
-    for (const auto& [key, group] : table.groups()) groups_.push_back(key);
-  }
+      : walk_(table), hit_only_(hit_only), alive_(alive) {}
 
   bool Next(std::string* xml) override {
-    if (alive_.expired() || next_group_ == groups_.size()) return false;
-    if (!group_ && !Begin()) return true;
+    if (alive_.expired() || walk_.done()) return false;
+    if (!walk_.group() && !Begin()) return true;
     XmlWriter writer("urn:acl-app:filters");
     writer.Open("group");
-    writer.Leaf("type", SlotOf((*group_)->getType()) == kL2 ? "l2" : "l3");
+    writer.Leaf("type", SlotOf((*walk_.group())->getType()) == kL2 ? "l2" : "l3");
     AddEntries(&writer);
     writer.Close("group");
     *xml += writer.Take();
@@ -35,40 +30,23 @@ class HitsAnswer : public StateProviders::TextPieces {
  private:
   using Entries = FiltersCommon::FiltersGroup::Entries;
 
-  // Reads the hits of the group whose turn it is, and takes it as it is when that is done. False
-  // while it is not.
   bool Begin() {
-    const auto it = table_.groups().find(groups_[next_group_]);
-    if (it == table_.groups().end()) {
-      ++next_group_;
-      return false;
-    }
-    if (!reading_started_) {
-      reading_ = table_.backend().ReadHits(SlotOf(it->second->getType()));
-      reading_started_ = true;
-    }
-    hits_.reset();
-    if (reading_ != nullptr) {
-      if (reading_->Next() == HitsReading::Progress::kMore) return false;
-      hits_ = std::move(reading_->hits);
-    }
-    reading_.reset();
-    reading_started_ = false;
-    group_ = it->second;
-    next_entry_ = (*group_)->getEntriesRef().begin();
+    if (!walk_.Begin()) return false;
+    next_entry_ = (*walk_.group())->getEntriesRef().begin();
     return true;
   }
 
   // The entries of this piece. They are numbered as the bindings make them, so those of one follow
   // each other.
   void AddEntries(XmlWriter* writer) {
-    const Entries& entries = (*group_)->getEntriesRef();
+    const Entries& entries = (*walk_.group())->getEntriesRef();
     EntryOrigin binding;
     for (size_t left = kPieceEntries; left > 0 && next_entry_ != entries.end();
          --left, ++next_entry_) {
       const unsigned short id = next_entry_->first;
-      const EntryOrigin origin = group_->OriginOf(id);
-      const Hits* hits = hits_ && id < hits_->size() ? &(*hits_)[id] : nullptr;
+      const EntryOrigin origin = walk_.group()->OriginOf(id);
+      const auto& counted = walk_.hits();
+      const Hits* hits = counted && id < counted->size() ? &(*counted)[id] : nullptr;
       if (!origin.known() || (hit_only_ && (hits == nullptr || hits->packets == 0))) continue;
       if (!binding.known() || *binding.interface != *origin.interface ||
           *binding.profile != *origin.profile) {
@@ -82,8 +60,7 @@ class HitsAnswer : public StateProviders::TextPieces {
     }
     if (binding.known()) writer->Close("binding");
     if (next_entry_ != entries.end()) return;
-    group_.reset();
-    ++next_group_;
+    walk_.End();
   }
 
   static void AddEntry(const EntryOrigin& origin, const Hits* hits, XmlWriter* writer) {
@@ -96,15 +73,9 @@ class HitsAnswer : public StateProviders::TextPieces {
     writer->Close("entry");
   }
 
-  const GroupTable& table_;
+  GroupWalk walk_;
   const bool hit_only_;
   const std::weak_ptr<const void> alive_;
-  std::vector<GroupTable::Key> groups_;
-  size_t next_group_ = 0;
-  std::unique_ptr<HitsReading> reading_;  // of the next one's hits, where they are counted
-  bool reading_started_ = false;
-  std::optional<std::vector<Hits>> hits_;
-  std::optional<SentGroup> group_;  // the one at work
   Entries::const_iterator next_entry_;
 };
 
