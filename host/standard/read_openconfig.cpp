@@ -1,7 +1,6 @@
 // openconfig-acl: see readers.h. The statements are those of openconfig-acl and
 // openconfig-packet-match; containers `state` repeat the configuration and are passed over.
 #include <algorithm>
-#include <unordered_map>
 #include <utility>
 
 #include "host/standard/names.h"
@@ -90,13 +89,8 @@ constexpr Rule kRules[] = {
 };
 
 const Rule* FindRule(const std::string& path) {
-  static const auto* const kByPath = [] {
-    auto* const by_path = new std::unordered_map<std::string, const Rule*>;
-    for (const Rule& rule : kRules) by_path->emplace(rule.path, &rule);
-    return by_path;
-  }();
-  const auto it = kByPath->find(path);
-  return it == kByPath->end() ? nullptr : it->second;
+  static const RuleIndex kIndex(kRules);
+  return kIndex.Find(path);
 }
 
 // Child of the container `config` of a node, where the values are.

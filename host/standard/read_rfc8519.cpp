@@ -1,6 +1,5 @@
 // ietf-access-control-list and its augmentations: see readers.h. The statements are those of
 // RFC 8519, sections 4.1 and 4.2, and of RFC 9899, appendix of the module ietf-acl-enh.
-#include <unordered_map>
 #include <utility>
 
 #include "host/standard/ace_builder.h"
@@ -176,13 +175,8 @@ constexpr Rule kContainers[] = {
 };
 
 const Rule* FindRule(const std::string& path) {
-  static const auto* const kByPath = [] {
-    auto* const by_path = new std::unordered_map<std::string, const Rule*>;
-    for (const Rule& rule : kRules) by_path->emplace(rule.path, &rule);
-    return by_path;
-  }();
-  const auto it = kByPath->find(path);
-  return it == kByPath->end() ? nullptr : it->second;
+  static const RuleIndex kIndex(kRules);
+  return kIndex.Find(path);
 }
 
 class Rfc8519Reader {

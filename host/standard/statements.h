@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "host/standard/ace_builder.h"
@@ -38,6 +39,22 @@ struct Rule {
   Field field = kFieldCount;
   uint32_t number = 0;  // largest value, or protocol
   const char* meaning = "";
+};
+
+// The rules of a table by their paths.
+class RuleIndex {
+ public:
+  template <size_t N>
+  explicit RuleIndex(const Rule (&rules)[N]) {
+    for (const Rule& rule : rules) by_path_.emplace(rule.path, &rule);
+  }
+  const Rule* Find(const std::string& path) const {
+    const auto it = by_path_.find(path);
+    return it == by_path_.end() ? nullptr : it->second;
+  }
+
+ private:
+  std::unordered_map<std::string, const Rule*> by_path_;
 };
 
 // A value that is none of the statement's.
