@@ -203,4 +203,39 @@ Values KeysOf(const CdbNode& node, const lyd_node* instance) {
   return keys;
 }
 
+NumericValue NumericOf(const CdbSchema& schema, const lyd_node* leaf) {
+  confd_value_t value{};
+  const CdbNode* node = schema.Find(leaf->schema);
+  if (node == nullptr || !ToValue(*node, TextOf(leaf), &value)) return {};
+  Values owner;
+  owner.Add(value);
+  NumericValue number;
+  switch (value.type) {
+    case C_BINARY:
+      for (unsigned int i = 0; i < value.val.buf.size; ++i) {
+        number.value = number.value << 8 | value.val.buf.ptr[i];
+      }
+      break;
+    case C_BUF:  // hexadecimal text; Buffer() ends it by 0
+      number.value = std::strtoul(reinterpret_cast<const char*>(value.val.buf.ptr), nullptr, 16);
+      break;
+    case C_IPV4:
+      number.value = ntohl(value.val.ip.s_addr);
+      break;
+    case C_IPV4_AND_PLEN:
+      number.value = ntohl(value.val.ipv4prefix.ip.s_addr);
+      number.mask = ~uint64_t{0} << (32 - value.val.ipv4prefix.len);
+      break;
+    case C_ENUM_VALUE:
+      number.value = static_cast<uint64_t>(value.val.enumvalue);
+      break;
+    case C_UINT8:
+      number.value = value.val.u8;
+      break;
+    default:
+      number.value = value.val.u16;
+  }
+  return number;
+}
+
 }  // namespace host

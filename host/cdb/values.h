@@ -2,6 +2,7 @@
 #ifndef HOST_CDB_VALUES_H_
 #define HOST_CDB_VALUES_H_
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,14 @@ class Values {
  private:
   std::vector<confd_value_t> values_;
 };
+
+// A value as a number, an octet string as one in network order; the mask is that of a prefix.
+struct NumericValue {
+  uint64_t value = 0;
+  uint64_t mask = ~uint64_t{0};
+};
+// What a leaf of the data tree is delivered as, as a number; 0 where it has no value.
+NumericValue NumericOf(const CdbSchema& schema, const lyd_node* leaf);
 
 // The keys of a list entry, or the value of a leaf-list element, of the data tree.
 Values KeysOf(const CdbNode& node, const lyd_node* instance);

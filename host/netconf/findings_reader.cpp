@@ -1,8 +1,6 @@
 // From libyang's tree to plain data: see findings_reader.h.
 #include "host/netconf/findings_reader.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -68,50 +66,6 @@ const CdbNode* FindBelow(const CdbNode* node, std::string_view path) {
   return node;
 }
 
-struct Number {
-  uint64_t value = 0;
-  uint64_t mask = ~uint64_t{0};
-};
-
-Number NumberOf(const confd_value_t& value) {
-  Number number;
-  switch (value.type) {
-    case C_BINARY:
-      for (unsigned int i = 0; i < value.val.buf.size; ++i) {
-        number.value = number.value << 8 | value.val.buf.ptr[i];
-      }
-      break;
-    case C_BUF:  // hexadecimal text; Buffer() ends it by 0
-      number.value = std::strtoul(reinterpret_cast<const char*>(value.val.buf.ptr), nullptr, 16);
-      break;
-    case C_IPV4:
-      number.value = ntohl(value.val.ip.s_addr);
-      break;
-    case C_IPV4_AND_PLEN:
-      number.value = ntohl(value.val.ipv4prefix.ip.s_addr);
-      number.mask = ~uint64_t{0} << (32 - value.val.ipv4prefix.len);
-      break;
-    case C_ENUM_VALUE:
-      number.value = static_cast<uint64_t>(value.val.enumvalue);
-      break;
-    case C_UINT8:
-      number.value = value.val.u8;
-      break;
-    default:
-      number.value = value.val.u16;
-  }
-  return number;
-}
-
-Number NumberOf(const CdbSchema& schema, const lyd_node* leaf) {
-  confd_value_t value{};
-  Values owner;
-  const CdbNode* node = schema.Find(leaf->schema);
-  if (node == nullptr || !ToValue(*node, TextOf(leaf), &value)) return {};
-  owner.Add(value);
-  return NumberOf(value);
-}
-
 bool Is(const lyd_node* node, const char* name) { return std::strcmp(LYD_NAME(node), name) == 0; }
 
 uint16_t AcePriorityOf(const lyd_node* entry) {
@@ -174,16 +128,16 @@ Entry EntryReader::Read(const lyd_node* node, const lyd_node* change) const {
   entry.ace_priority = AcePriorityOf(node);
   for (size_t i = 0; i < kPermit; ++i) {
     if (leaves[i] == nullptr || i == kDestinationMask || i == kSourceMask) continue;
-    Number number = NumberOf(schema_, leaves[i]);
+    NumericValue number = NumericOf(schema_, leaves[i]);
     const bool masked = i < kFirstNumber && leaves[i + 1] != nullptr;
-    if (masked) number.mask = NumberOf(schema_, leaves[i + 1]).value;
+    if (masked) number.mask = NumericOf(schema_, leaves[i + 1]).value;
     entry.matches.Compare(kLeaves[i].field, number.value, number.mask);
   }
   if (leaves[kDeny] != nullptr) {
     entry.action = Entry::Action::kDeny;
   } else if (leaves[kSetPcp] != nullptr) {
     entry.action = Entry::Action::kSetPcp;
-    entry.pcp = static_cast<uint8_t>(NumberOf(schema_, leaves[kSetPcp]).value);
+    entry.pcp = static_cast<uint8_t>(NumericOf(schema_, leaves[kSetPcp]).value);
   } else if (leaves[kPermit] != nullptr) {
     entry.action = Entry::Action::kPermit;
   }

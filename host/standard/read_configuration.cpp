@@ -1,6 +1,4 @@
 // From libyang's tree to profiles: see configuration.h.
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <string_view>
@@ -41,37 +39,6 @@ constexpr struct {
     {"action/set/pcp", Leaf::kSetPcp, kFieldCount},
 };
 
-// A value as the cdb_* calls deliver it, as a number; the mask is that of the prefix, if any.
-Value NumberIn(const confd_value_t& value) {
-  Value number{0, ~uint64_t{0}};
-  switch (value.type) {
-    case C_BINARY:
-      for (unsigned int i = 0; i < value.val.buf.size; ++i) {
-        number.value = number.value << 8 | value.val.buf.ptr[i];
-      }
-      break;
-    case C_BUF:  // hexadecimal text, ended by 0
-      number.value = std::strtoul(reinterpret_cast<const char*>(value.val.buf.ptr), nullptr, 16);
-      break;
-    case C_IPV4:
-      number.value = ntohl(value.val.ip.s_addr);
-      break;
-    case C_IPV4_AND_PLEN:
-      number.value = ntohl(value.val.ipv4prefix.ip.s_addr);
-      number.mask = ~uint64_t{0} << (32 - value.val.ipv4prefix.len);
-      break;
-    case C_ENUM_VALUE:
-      number.value = static_cast<uint64_t>(value.val.enumvalue);
-      break;
-    case C_UINT8:
-      number.value = value.val.u8;
-      break;
-    default:
-      number.value = value.val.u16;
-  }
-  return number;
-}
-
 class ConfigurationReader {
  public:
   explicit ConfigurationReader(const ly_ctx* context) : schema_(context) {
@@ -110,12 +77,8 @@ class ConfigurationReader {
   }
 
   Value ValueOf(const lyd_node* leaf) const {
-    confd_value_t value{};
-    Values owner;
-    const CdbNode* node = schema_.Find(leaf->schema);
-    if (node == nullptr || !ToValue(*node, TextOf(leaf), &value)) return {};
-    owner.Add(value);
-    return NumberIn(value);
+    const NumericValue number = NumericOf(schema_, leaf);
+    return {number.value, number.mask};
   }
 
   void ReadProfile(const lyd_node* node) {
