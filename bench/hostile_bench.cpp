@@ -31,7 +31,7 @@
 #include "bench/scratch.h"
 #include "host/cdb/datastore.h"
 #include "host/cdb/operational_store.h"
-#include "host/netconf/server.h"
+#include "host/netconf/server/server.h"
 #include "host/runtime/event_loop.h"
 #include "host/runtime/log.h"
 

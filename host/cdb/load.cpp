@@ -17,7 +17,7 @@ bool EndsWith(const std::string& text, const std::string& end) {
   return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
-DatastoreErrors Failure(const std::string& message) {
+DatastoreErrors LoadFailure(const std::string& message) {
   DatastoreError error;
   error.tag = "operation-failed";
   error.message = message;
@@ -28,11 +28,12 @@ DatastoreErrors ReadFile(const std::string& path, std::string* text) {
   std::ifstream file(path, std::ios::binary);
   std::ostringstream content;
   if (!file || !(content << file.rdbuf())) {
-    return Failure("cannot read " + path + ": " + (errno != 0 ? strerror(errno) : "it is empty"));
+    return LoadFailure("cannot read " + path + ": " +
+                       (errno != 0 ? strerror(errno) : "it is empty"));
   }
   *text = content.str();
   if (text->find_first_not_of(" \t\r\n") == std::string::npos)
-    return Failure("cannot read " + path + ": it is empty");
+    return LoadFailure("cannot read " + path + ": it is empty");
   return {};
 }
 
@@ -46,21 +47,21 @@ DatastoreErrors InFile(const std::string& path, DatastoreErrors errors) {
 DatastoreErrors LoadConfiguration(const ly_ctx* context, const std::string& path, Tree* tree) {
   const bool json = EndsWith(path, ".json");
   if (!json && !EndsWith(path, ".xml"))
-    return Failure("cannot read " + path + ": its name must end in .json or .xml");
+    return LoadFailure("cannot read " + path + ": its name must end in .json or .xml");
   std::string text;
   errno = 0;
   DatastoreErrors errors = ReadFile(path, &text);
   if (!errors.empty()) return errors;
   // libyang takes some JSON that ends too early for complete.
   if (json && !nlohmann::json::accept(text))
-    return Failure("cannot read " + path + ": it is not well-formed JSON");
+    return LoadFailure("cannot read " + path + ": it is not well-formed JSON");
   lyd_node* first = nullptr;
   const LY_ERR result =
       lyd_parse_data_mem(context, text.c_str(), json ? LYD_JSON : LYD_XML,
                          LYD_PARSE_STRICT | LYD_PARSE_NO_STATE, LYD_VALIDATE_NO_STATE, &first);
   tree->reset(first);
   TakeErrors(context, nullptr, &errors);
-  if (result != LY_SUCCESS && errors.empty()) errors = Failure("cannot be parsed");
+  if (result != LY_SUCCESS && errors.empty()) errors = LoadFailure("cannot be parsed");
   if (result != LY_SUCCESS) return InFile(path, std::move(errors));
   Normalize(context, tree);
   return {};

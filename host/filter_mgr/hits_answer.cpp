@@ -3,7 +3,7 @@
 #include <libyang/libyang.h>
 
 #include "host/filter_mgr/group_walk.h"
-#include "host/netconf/xml_writer.h"
+#include "host/xml/xml_writer.h"
 
 namespace host {
 namespace {

@@ -14,7 +14,7 @@
 #include "host/cdb/datastore.h"
 #include "host/cdb/diff.h"
 #include "host/cdb/operational_store.h"
-#include "host/netconf/server.h"
+#include "host/netconf/server/server.h"
 #include "host/qzconfd/commit_outcomes.h"
 #include "host/qzconfd/commit_state.h"
 #include "host/qzconfd/daemon_state.h"

@@ -7,8 +7,8 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "host/netconf/generic_xml.h"
-#include "host/netconf/xml_text.h"
+#include "host/xml/generic_xml.h"
+#include "host/xml/xml_text.h"
 
 namespace host::standard {
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "host/netconf/framing.h"
-#include "host/netconf/generic_xml.h"
-#include "host/netconf/xml_text.h"
+#include "host/netconf/wire/framing.h"
+#include "host/xml/generic_xml.h"
+#include "host/xml/xml_text.h"
 
 namespace host {
 namespace {

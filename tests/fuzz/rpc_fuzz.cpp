@@ -9,9 +9,9 @@
 #include <string>
 
 #include "host/cdb/datastore.h"
+#include "host/cdb/tree_pages.h"
 #include "host/cdb/yang_tree.h"
-#include "host/netconf/dispatcher.h"
-#include "host/netconf/tree_pages.h"
+#include "host/netconf/operations/dispatcher.h"
 #include "host/runtime/event_loop.h"
 #include "host/runtime/log.h"
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "host/netconf/xml_text.h"
+#include "host/xml/xml_text.h"
 #include "tools/aclctl/findings.h"
 #include "tools/aclctl/outcome.h"
 

@@ -2,7 +2,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "host/netconf/xml_text.h"
+#include "host/xml/xml_text.h"
 #include "tools/aclctl/commands.h"
 #include "tools/aclctl/commit_edit.h"
 #include "tools/aclctl/outcome.h"

@@ -7,8 +7,8 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include "host/netconf/xml_text.h"
 #include "host/runtime/date_and_time.h"
+#include "host/xml/xml_text.h"
 #include "tools/aclctl/commands.h"
 #include "tools/aclctl/daemon_data.h"
 

@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "host/filter_mgr/flush.h"
-#include "host/netconf/listener.h"
+#include "host/netconf/wire/listener.h"
 #include "tools/aclctl/commands.h"
 
 namespace aclctl {

@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "host/cdb/diff.h"
-#include "host/netconf/xml_text.h"
+#include "host/xml/xml_text.h"
 #include "tools/aclctl/daemon_data.h"
 
 namespace aclctl {

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "host/netconf/xml_text.h"
+#include "host/xml/xml_text.h"
 
 namespace aclctl {
 namespace {

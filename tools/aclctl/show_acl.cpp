@@ -6,7 +6,7 @@
 #include <memory>
 #include <set>
 
-#include "host/netconf/xml_text.h"
+#include "host/xml/xml_text.h"
 #include "tools/aclctl/commands.h"
 #include "tools/aclctl/daemon_data.h"
 #include "tools/aclctl/interfaces.h"

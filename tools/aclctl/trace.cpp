@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "host/netconf/xml_text.h"
+#include "host/xml/xml_text.h"
 #include "tools/aclctl/commands.h"
 #include "tools/aclctl/daemon_data.h"
 #include "tools/aclctl/frame_words.h"

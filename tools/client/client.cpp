@@ -10,10 +10,10 @@
 #include <limits>
 #include <string_view>
 
-#include "host/netconf/hello.h"
-#include "host/netconf/listener.h"
-#include "host/netconf/unreachable.h"
-#include "host/netconf/xml_text.h"
+#include "host/netconf/wire/hello.h"
+#include "host/netconf/wire/listener.h"
+#include "host/netconf/wire/unreachable.h"
+#include "host/xml/xml_text.h"
 
 namespace client {
 namespace {

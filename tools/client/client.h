@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "host/netconf/framing.h"
-#include "host/netconf/generic_xml.h"
+#include "host/netconf/wire/framing.h"
+#include "host/xml/generic_xml.h"
 #include "tools/client/exit_codes.h"
 
 namespace client {

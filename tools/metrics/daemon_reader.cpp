@@ -5,7 +5,7 @@
 #include <map>
 #include <utility>
 
-#include "host/netconf/xml_text.h"
+#include "host/xml/xml_text.h"
 #include "tools/client/data.h"
 #include "tools/client/match_words.h"
 

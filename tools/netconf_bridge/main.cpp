@@ -13,8 +13,8 @@
 #include <cstring>
 #include <string>
 
-#include "host/netconf/listener.h"
-#include "host/netconf/unreachable.h"
+#include "host/netconf/wire/listener.h"
+#include "host/netconf/wire/unreachable.h"
 #include "host/runtime/settings.h"
 #include "host/runtime/version.h"
 

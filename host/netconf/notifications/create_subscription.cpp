@@ -6,10 +6,10 @@
 #include <string>
 #include <utility>
 
-#include "host/netconf/generic_xml.h"
 #include "host/netconf/notifications/notifier.h"
-#include "host/netconf/operations.h"
+#include "host/netconf/operations/operations.h"
 #include "host/runtime/date_and_time.h"
+#include "host/xml/generic_xml.h"
 
 namespace host {
 namespace {

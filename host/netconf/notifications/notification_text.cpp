@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "host/netconf/message/qualified_path.h"
 #include "host/netconf/notifications/config_edits.h"
-#include "host/netconf/qualified_path.h"
-#include "host/netconf/xml_writer.h"
+#include "host/xml/xml_writer.h"
 
 namespace host {
 namespace {

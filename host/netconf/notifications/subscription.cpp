@@ -5,7 +5,7 @@
 #include <chrono>
 #include <utility>
 
-#include "host/netconf/xpath_filter.h"
+#include "host/netconf/reply/filter/xpath_filter.h"
 #include "host/runtime/date_and_time.h"
 
 namespace host {

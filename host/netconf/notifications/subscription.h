@@ -19,9 +19,9 @@
 #include <string>
 #include <vector>
 
-#include "host/netconf/compiled_filter.h"
 #include "host/netconf/notifications/notification.h"
 #include "host/netconf/notifications/parsed_notification.h"
+#include "host/netconf/reply/filter/compiled_filter.h"
 #include "host/runtime/event_loop.h"
 
 namespace host {

@@ -1,5 +1,5 @@
 // The candidate and confirmed commits: against a reference at random, and through the protocol.
-#include "host/netconf/candidate.h"
+#include "host/netconf/operations/candidate.h"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
 // What findings are looked for in is what is configured, also where an edit is still to be made.
-#include "host/netconf/findings_reader.h"
+#include "host/netconf/operations/findings_reader.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Framing: every message comes out whole whatever pieces it arrives in, and what is no frame is
 // noticed.
-#include "host/netconf/framing.h"
+#include "host/netconf/wire/framing.h"
 
 #include <gtest/gtest.h>
 

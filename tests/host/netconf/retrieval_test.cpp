@@ -1,5 +1,5 @@
 // Data in parts: what a reader gets is one state, whatever is committed while it reads.
-#include "host/netconf/retrieval.h"
+#include "host/netconf/reply/retrieval.h"
 
 #include <gtest/gtest.h>
 
@@ -8,8 +8,8 @@
 
 #include "host/cdb/list_order.h"
 #include "host/cdb/operational_store.h"
-#include "host/netconf/candidate.h"
-#include "host/netconf/generic_xml.h"
+#include "host/netconf/operations/candidate.h"
+#include "host/xml/generic_xml.h"
 #include "tests/host/netconf/random_edits.h"
 
 namespace host {

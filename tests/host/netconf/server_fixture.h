@@ -19,9 +19,9 @@
 
 #include "host/cdb/datastore.h"
 #include "host/cdb/operational_store.h"
-#include "host/netconf/framing.h"
-#include "host/netconf/listener.h"
-#include "host/netconf/server.h"
+#include "host/netconf/server/server.h"
+#include "host/netconf/wire/framing.h"
+#include "host/netconf/wire/listener.h"
 
 namespace host {
 

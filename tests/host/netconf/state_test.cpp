@@ -4,8 +4,8 @@
 #include <cstring>
 #include <set>
 
-#include "host/netconf/access.h"
-#include "host/netconf/xpath_filter.h"
+#include "host/netconf/peer/access.h"
+#include "host/netconf/reply/filter/xpath_filter.h"
 #include "tests/host/netconf/server_fixture.h"
 
 namespace host {

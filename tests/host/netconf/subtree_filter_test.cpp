@@ -1,5 +1,5 @@
 // Subtree filters against a small configuration, a case per rule of RFC 6241 section 6.2.
-#include "host/netconf/subtree_filter.h"
+#include "host/netconf/reply/filter/subtree_filter.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <regex>
 
 #include "host/cdb/schema.h"
-#include "host/netconf/generic_xml.h"
+#include "host/xml/generic_xml.h"
 
 namespace host {
 namespace {

@@ -1,12 +1,12 @@
 // The look at a message before it is parsed, and escaping.
-#include "host/netconf/xml_text.h"
+#include "host/xml/xml_text.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 
 #include "host/cdb/schema.h"
-#include "host/netconf/config_builder.h"
+#include "host/netconf/message/config_builder.h"
 
 namespace host {
 namespace {
