@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "host/cdb/diff.h"
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 
 namespace host {
 

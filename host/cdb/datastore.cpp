@@ -11,13 +11,13 @@
 
 #include "host/cdb/cross_checks.h"
 #include "host/cdb/diff.h"
-#include "host/cdb/edit.h"
+#include "host/cdb/edit/edit.h"
 #include "host/cdb/load.h"
 #include "host/cdb/operational_store.h"
-#include "host/cdb/schema.h"
-#include "host/cdb/state_directory.h"
+#include "host/cdb/schema/schema.h"
+#include "host/cdb/schema/yang_tree.h"
+#include "host/cdb/storage/state_directory.h"
 #include "host/cdb/validation.h"
-#include "host/cdb/yang_tree.h"
 #include "host/runtime/date_and_time.h"
 #include "host/runtime/memory.h"
 

@@ -25,7 +25,7 @@
 #include <string>
 #include <vector>
 
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 #include "host/runtime/entry_origins.h"
 
 namespace host {

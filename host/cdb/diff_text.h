@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 
 namespace host {
 

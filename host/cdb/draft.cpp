@@ -6,7 +6,7 @@
 #include <new>
 
 #include "host/cdb/diff.h"
-#include "host/cdb/edit.h"
+#include "host/cdb/edit/edit.h"
 #include "host/cdb/tree_pages.h"
 
 namespace host {

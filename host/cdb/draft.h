@@ -9,7 +9,7 @@
 #include <memory>
 
 #include "host/cdb/datastore.h"
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 
 namespace host {
 

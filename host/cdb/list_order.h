@@ -7,7 +7,7 @@
 #ifndef HOST_CDB_LIST_ORDER_H_
 #define HOST_CDB_LIST_ORDER_H_
 
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 
 namespace host {
 

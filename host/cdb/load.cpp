@@ -8,7 +8,7 @@
 #include <sstream>
 #include <utility>
 
-#include "host/cdb/schema.h"
+#include "host/cdb/schema/schema.h"
 
 namespace host {
 namespace {

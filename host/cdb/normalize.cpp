@@ -3,7 +3,7 @@
 #include <new>
 #include <vector>
 
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 
 namespace host {
 namespace {

@@ -4,7 +4,7 @@
 #include <new>
 #include <utility>
 
-#include "host/cdb/schema.h"
+#include "host/cdb/schema/schema.h"
 
 namespace host {
 

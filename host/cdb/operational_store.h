@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 #include "host/runtime/state_providers.h"
 
 namespace host {

@@ -25,7 +25,7 @@
 #include <memory>
 #include <vector>
 
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 
 namespace host {
 

@@ -10,7 +10,7 @@
 #include <map>
 #include <string>
 
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 
 namespace host {
 

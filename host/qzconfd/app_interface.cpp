@@ -10,7 +10,7 @@
 #include <string>
 #include <utility>
 
-#include "host/cdb/cdb_service.h"
+#include "host/cdb/calls/cdb_service.h"
 #include "host/cdb/datastore.h"
 #include "host/cdb/diff.h"
 #include "host/cdb/operational_store.h"

@@ -15,9 +15,9 @@
 #include <string>
 #include <vector>
 
-#include "host/cdb/cdb_path.h"
-#include "host/cdb/cdb_schema.h"
+#include "host/cdb/calls/cdb_path.h"
 #include "host/cdb/diff.h"
+#include "host/cdb/schema/cdb_schema.h"
 #include "platform/qzconfd/qzconfd.h"
 
 namespace host {

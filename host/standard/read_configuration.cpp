@@ -4,8 +4,8 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "host/cdb/cdb_schema.h"
-#include "host/cdb/values.h"
+#include "host/cdb/calls/values.h"
+#include "host/cdb/schema/cdb_schema.h"
 #include "host/standard/configuration.h"
 
 namespace host::standard {

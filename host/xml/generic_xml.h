@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 
 namespace host {
 

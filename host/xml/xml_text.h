@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/cdb/edit.h"
+#include "host/cdb/edit/edit.h"
 
 namespace host {
 

@@ -9,8 +9,8 @@
 #include <string>
 
 #include "host/cdb/datastore.h"
+#include "host/cdb/schema/yang_tree.h"
 #include "host/cdb/tree_pages.h"
-#include "host/cdb/yang_tree.h"
 #include "host/netconf/operations/dispatcher.h"
 #include "host/runtime/event_loop.h"
 #include "host/runtime/log.h"

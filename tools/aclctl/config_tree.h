@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 
 namespace aclctl {
 

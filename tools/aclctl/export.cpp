@@ -2,8 +2,8 @@
 #include <cstdio>
 #include <memory>
 
-#include "host/cdb/schema.h"
-#include "host/cdb/yang_texts.h"
+#include "host/cdb/schema/schema.h"
+#include "host/cdb/schema/yang_texts.h"
 #include "host/standard/configuration.h"
 #include "host/standard/writers.h"
 #include "tools/aclctl/commands.h"

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "host/cdb/schema.h"
+#include "host/cdb/schema/schema.h"
 #include "tools/aclctl/words.h"
 
 namespace aclctl {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 #include "tools/aclctl/client.h"
 
 namespace aclctl {

@@ -1,7 +1,7 @@
 // The words of entries: see words.h.
 #include "tools/aclctl/words.h"
 
-#include "host/cdb/schema.h"
+#include "host/cdb/schema/schema.h"
 
 namespace aclctl {
 namespace {

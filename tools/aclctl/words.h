@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 #include "tools/client/match_words.h"
 
 namespace aclctl {

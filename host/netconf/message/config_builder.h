@@ -9,7 +9,7 @@
 
 #include <string_view>
 
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 
 namespace host {
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string>
 
-#include "host/cdb/schema.h"
+#include "host/cdb/schema/schema.h"
 #include "host/xml/generic_xml.h"
 #include "host/xml/xml_text.h"
 

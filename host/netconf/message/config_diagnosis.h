@@ -2,7 +2,7 @@
 #ifndef HOST_NETCONF_MESSAGE_CONFIG_DIAGNOSIS_H_
 #define HOST_NETCONF_MESSAGE_CONFIG_DIAGNOSIS_H_
 
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 #include "host/netconf/message/rpc_error.h"
 
 namespace host {

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <utility>
 
-#include "host/cdb/schema.h"
+#include "host/cdb/schema/schema.h"
 #include "host/netconf/message/config_builder.h"
 #include "host/netconf/message/config_diagnosis.h"
 

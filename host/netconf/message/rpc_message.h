@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 #include "host/netconf/message/rpc_error.h"
 #include "host/xml/generic_xml.h"
 #include "host/xml/xml_text.h"

@@ -3,7 +3,7 @@
 #ifndef HOST_NETCONF_NOTIFICATIONS_PARSED_NOTIFICATION_H_
 #define HOST_NETCONF_NOTIFICATIONS_PARSED_NOTIFICATION_H_
 
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 #include "host/netconf/notifications/notification.h"
 
 namespace host {

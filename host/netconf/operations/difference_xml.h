@@ -2,7 +2,7 @@
 #ifndef HOST_NETCONF_OPERATIONS_DIFFERENCE_XML_H_
 #define HOST_NETCONF_OPERATIONS_DIFFERENCE_XML_H_
 
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 #include "host/xml/xml_writer.h"
 
 namespace host {

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <utility>
 
-#include "host/cdb/values.h"
+#include "host/cdb/calls/values.h"
 
 namespace host {
 namespace {

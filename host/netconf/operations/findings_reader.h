@@ -11,8 +11,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "host/cdb/cdb_schema.h"
 #include "host/cdb/diff.h"
+#include "host/cdb/schema/cdb_schema.h"
 #include "host/findings/configuration.h"
 #include "host/netconf/reply/tree_view.h"
 

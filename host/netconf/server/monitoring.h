@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 #include "host/netconf/operations/locks.h"
 
 namespace host {

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "host/cdb/cdb_service.h"
+#include "host/cdb/calls/cdb_service.h"
 #include "host/cdb/operational_store.h"
 #include "platform/confd/confd_cdb.h"
 #include "platform/confd/confd_lib.h"

@@ -2,7 +2,7 @@
 // refused comes back, and the datastore goes on when the disk does.
 #include <map>
 
-#include "host/cdb/storage.h"
+#include "host/cdb/storage/storage.h"
 #include "tests/host/cdb/fault_vfs.h"
 #include "tests/host/cdb/support.h"
 

@@ -7,9 +7,9 @@
 #include <set>
 
 #include "host/cdb/diff_text.h"
-#include "host/cdb/edit.h"
-#include "host/cdb/edit_node.h"
-#include "host/cdb/schema.h"
+#include "host/cdb/edit/edit.h"
+#include "host/cdb/edit/edit_node.h"
+#include "host/cdb/schema/schema.h"
 #include "tests/host/cdb/edit_maker.h"
 #include "tests/host/cdb/merged_origins.h"
 #include "tests/host/cdb/support.h"

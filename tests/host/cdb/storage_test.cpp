@@ -5,7 +5,7 @@
 
 #include <random>
 
-#include "host/cdb/sqlite.h"
+#include "host/cdb/storage/sqlite.h"
 #include "tests/host/cdb/edit_maker.h"
 #include "tests/host/cdb/fault_vfs.h"
 #include "tests/host/cdb/support.h"

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "host/cdb/datastore.h"
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 
 namespace host {
 

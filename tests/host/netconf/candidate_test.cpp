@@ -5,7 +5,7 @@
 
 #include <cstdlib>
 
-#include "host/cdb/edit.h"
+#include "host/cdb/edit/edit.h"
 #include "tests/host/netconf/random_edits.h"
 #include "tests/host/netconf/server_fixture.h"
 

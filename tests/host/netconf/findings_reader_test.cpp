@@ -6,7 +6,7 @@
 #include <set>
 
 #include "host/cdb/datastore.h"
-#include "host/cdb/schema.h"
+#include "host/cdb/schema/schema.h"
 #include "tests/host/netconf/random_edits.h"
 
 namespace host {

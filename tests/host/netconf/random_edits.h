@@ -7,7 +7,7 @@
 #include <random>
 #include <string>
 
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 
 namespace host {
 

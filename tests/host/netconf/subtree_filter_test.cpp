@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <regex>
 
-#include "host/cdb/schema.h"
+#include "host/cdb/schema/schema.h"
 #include "host/xml/generic_xml.h"
 
 namespace host {

@@ -5,7 +5,7 @@
 
 #include <cstdlib>
 
-#include "host/cdb/schema.h"
+#include "host/cdb/schema/schema.h"
 #include "host/netconf/message/config_builder.h"
 
 namespace host {

@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-#include "host/cdb/cdb_service.h"
+#include "host/cdb/calls/cdb_service.h"
 #include "tests/host/cdb/support.h"
 
 namespace host {

@@ -8,7 +8,7 @@
 #include <string>
 #include <unordered_set>
 
-#include "host/cdb/yang_tree.h"
+#include "host/cdb/schema/yang_tree.h"
 
 namespace host {
 

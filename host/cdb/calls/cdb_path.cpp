@@ -1,0 +1,357 @@
+// Resolution of paths.
+#include "host/cdb/calls/cdb_path.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+
+#include "host/cdb/schema/schema.h"
+
+namespace host {
+namespace {
+
+bool IsEnd(std::string_view path, size_t at) {
+  return at >= path.size() || path[at] == '/' || path[at] == '[';
+}
+
+// Reads a quoted key that starts at `*at`; false when it does not end before the path does.
+bool ReadQuoted(std::string_view path, size_t* at, std::string* key) {
+  size_t i = *at + 1;
+  for (; i < path.size() && path[i] != '"'; ++i) {
+    if (path[i] == '\\' && i + 1 < path.size()) ++i;
+    key->push_back(path[i]);
+  }
+  *at = i + 1;
+  return i < path.size();
+}
+
+// The one key of a list: all up to the brace that ends it.
+bool ReadOneKey(std::string_view path, size_t* at, std::vector<std::string>* keys) {
+  if (path[*at] == '"') {
+    std::string key;
+    size_t end = *at;
+    if (ReadQuoted(path, &end, &key) && end < path.size() && path[end] == '}' &&
+        IsEnd(path, end + 1)) {
+      *at = end + 1;
+      keys->push_back(key);
+      return true;
+    }
+  }
+  for (size_t end = *at; end < path.size(); ++end) {
+    if (path[end] != '}' || !IsEnd(path, end + 1)) continue;
+    keys->emplace_back(path.substr(*at, end - *at));
+    *at = end + 1;
+    return true;
+  }
+  return false;
+}
+
+bool ReadKeys(std::string_view path, size_t* at, size_t count, std::vector<std::string>* keys) {
+  if (*at >= path.size()) return false;
+  if (count == 1) return ReadOneKey(path, at, keys);
+  size_t i = *at;
+  while (i < path.size() && path[i] != '}') {
+    if (path[i] == ' ') {
+      ++i;
+      continue;
+    }
+    std::string key;
+    if (path[i] == '"') {
+      if (!ReadQuoted(path, &i, &key)) return false;
+    } else {
+      while (i < path.size() && path[i] != ' ' && path[i] != '}') key.push_back(path[i++]);
+    }
+    keys->push_back(std::move(key));
+  }
+  *at = i + 1;
+  return i < path.size();
+}
+
+// The canonical text of a key; empty optional text in `why` when the key is none.
+bool CheckKey(const CdbNode& node, std::string* key, std::string* why) {
+  int32_t number = 0;
+  const auto parsed = std::from_chars(key->data(), key->data() + key->size(), number);
+  const bool is_number = parsed.ec == std::errc() && parsed.ptr == key->data() + key->size();
+  for (const auto& [name, value] : node.enums) {
+    if (name == *key) return true;
+    if (is_number && value == number) {
+      *key = name;
+      return true;
+    }
+  }
+  *why = WhyNotValue(node.schema, *key);
+  return why->empty();
+}
+
+const CdbNode& KeyNode(const CdbNode& node, size_t i) {
+  return node.is(LYS_LEAFLIST) ? node : *node.children[i];
+}
+
+size_t KeyCount(const CdbNode& node) { return node.is(LYS_LEAFLIST) ? 1 : node.key_count; }
+
+// "[name='value']" per key, for libyang. False when a key has both kinds of quotes.
+bool AppendPredicates(const CdbNode& node, const std::vector<std::string>& keys,
+                      std::string* text) {
+  for (size_t i = 0; i < keys.size(); ++i) {
+    const bool single = keys[i].find('\'') == std::string::npos;
+    if (!single && keys[i].find('"') != std::string::npos) return false;
+    const char quote = single ? '\'' : '"';
+    *text += '[';
+    *text += node.is(LYS_LEAFLIST) ? "." : node.children[i]->name;
+    *text += '=';
+    *text += quote + keys[i] + quote + "]";
+  }
+  return true;
+}
+
+const lyd_node* FindEntry(const CdbNode& node, const std::vector<std::string>& keys,
+                          const lyd_node* siblings) {
+  if (siblings == nullptr) return nullptr;
+  lyd_node* match = nullptr;
+  LY_ERR result = LY_EINVAL;
+  if (node.is(LYS_LEAFLIST)) {
+    result = lyd_find_sibling_val(siblings, node.schema, keys[0].c_str(), keys[0].size(), &match);
+  } else {
+    std::string predicates;
+    if (!AppendPredicates(node, keys, &predicates)) return nullptr;
+    result =
+        lyd_find_sibling_val(siblings, node.schema, predicates.c_str(), predicates.size(), &match);
+  }
+  return result == LY_SUCCESS ? match : nullptr;
+}
+
+// The node of `schema` among few siblings; lists may follow, so only the front is looked through.
+const lyd_node* FindNode(const lyd_node* first, const lysc_node* schema) {
+  constexpr int kFewSiblings = 8;
+  int looked = 0;
+  for (const lyd_node* node = first; node != nullptr; node = node->next) {
+    if (node->schema == schema) return node;
+    if (++looked == kFewSiblings) return FindBySchema(node, schema);
+  }
+  return nullptr;
+}
+
+// The siblings among which the node of step `i` is or would be.
+const lyd_node* SiblingsAt(const PathSteps& steps, size_t i, const PathTree& tree) {
+  if (i == 0) return tree.first;
+  const lyd_node* parent = steps[i - 1].data;
+  return parent != nullptr ? lyd_child(parent) : nullptr;
+}
+
+}  // namespace
+
+const std::vector<const lyd_node*>& ListIndex::Entries(const CdbNode& list, const lyd_node* first) {
+  const auto [found, is_new] = entries_.try_emplace(Key{first, &list});
+  std::vector<const lyd_node*>& entries = found->second;
+  if (!is_new) return entries;
+  std::vector<std::pair<Values, const lyd_node*>> keyed;
+  for (const lyd_node* node = first; node != nullptr; node = node->next) {
+    if (node->schema == list.schema) keyed.emplace_back(KeysOf(list, node), node);
+  }
+  std::sort(keyed.begin(), keyed.end(), [](const auto& a, const auto& b) {
+    return std::lexicographical_compare(a.first.all().begin(), a.first.all().end(),
+                                        b.first.all().begin(), b.first.all().end(), Less);
+  });
+  entries.reserve(keyed.size());
+  for (const auto& entry : keyed) entries.push_back(entry.second);
+  return entries;
+}
+
+const PathSteps* PathResolver::Resolve(std::string_view path, const PathTree& tree,
+                                       std::string* error) {
+  const PathSteps* steps = Read(path, tree, error);
+  if (steps != nullptr) Locate(steps->size(), tree);
+  return steps;
+}
+
+const PathSteps* PathResolver::Read(std::string_view path, const PathTree& tree,
+                                    std::string* error) {
+  if (generation_ != tree.generation) {
+    generation_ = tree.generation;
+    steps_.clear();
+  }
+  const bool goes_up = path.find("..") != std::string_view::npos;
+  if (goes_up || goes_up_) steps_.clear();
+  goes_up_ = goes_up;
+  const size_t at = KeepCommonSteps(path);
+  if (!Parse(path, at, tree, error)) {
+    steps_.clear();
+    path_.clear();
+    return nullptr;
+  }
+  path_.assign(path);
+  return &steps_;
+}
+
+namespace {
+
+// How many bytes both begin with. Paths have a hundred in common: blocks first.
+size_t CommonLength(std::string_view a, std::string_view b) {
+  constexpr size_t kBlock = 16;
+  const size_t most = std::min(a.size(), b.size());
+  size_t common = 0;
+  while (common + kBlock <= most && std::memcmp(&a[common], &b[common], kBlock) == 0) {
+    common += kBlock;
+  }
+  while (common < most && a[common] == b[common]) ++common;
+  return common;
+}
+
+}  // namespace
+
+// Drops the steps that `path` does not begin with; returns where parsing goes on.
+size_t PathResolver::KeepCommonSteps(std::string_view path) {
+  if (steps_.empty()) return located_ = 0;
+  const size_t common = CommonLength(path, path_);
+  const auto fits = [&](const PathStep& step) {
+    if (step.end > common) return false;
+    return step.end == path.size() || path[step.end] == '/';
+  };
+  while (!steps_.empty() && !fits(steps_.back())) steps_.pop_back();
+  located_ = std::min(located_, steps_.size());
+  return steps_.empty() ? 0 : steps_.back().end;
+}
+
+bool PathResolver::Parse(std::string_view path, size_t at, const PathTree& tree,
+                         std::string* error) {
+  while (at < path.size()) {
+    if (path[at] == '/') {
+      ++at;
+      continue;
+    }
+    if (path[at] == '[') {
+      if (!AddPosition(path, &at, tree, error)) return false;
+      continue;
+    }
+    if (path[at] == '{') {
+      ++at;
+      if (!AddKeys(path, &at, error)) return false;
+      steps_.back().end = at;
+      continue;
+    }
+    size_t end = at;
+    while (end < path.size() && path[end] != '/' && path[end] != '[' && path[end] != '{') ++end;
+    const std::string_view name = path.substr(at, end - at);
+    at = end;
+    if (name == "..") {
+      if (!steps_.empty()) steps_.pop_back();
+      located_ = std::min(located_, steps_.size());
+      continue;
+    }
+    if (!AddNode(name, error)) return false;
+    steps_.back().end = at;
+  }
+  return true;
+}
+
+void PathResolver::Locate(size_t count, const PathTree& tree) {
+  for (; located_ < count; ++located_) {
+    PathStep& step = steps_[located_];
+    const lyd_node* siblings = SiblingsAt(steps_, located_, tree);
+    if (step.is_entry) {
+      step.data = FindEntry(*step.node, step.keys, siblings);
+    } else if (!step.node->is(LYS_LIST | LYS_LEAFLIST)) {
+      step.data = FindNode(siblings, step.node->schema);
+    }
+  }
+}
+
+bool PathResolver::AddNode(std::string_view name, std::string* error) {
+  const CdbNode* parent = steps_.empty() ? schema_->root() : steps_.back().node;
+  const CdbNode* node = parent->Child(name);
+  if (node == nullptr || (!steps_.empty() && parent->is(LYS_LIST) && !steps_.back().is_entry)) {
+    *error = std::string(node == nullptr ? "there is no " : "an entry must be named before ") +
+             std::string(name) +
+             (node == nullptr ? " in " + (steps_.empty() ? "the schema" : parent->name) : "");
+    return false;
+  }
+  PathStep step;
+  step.node = node;
+  steps_.push_back(std::move(step));
+  return true;
+}
+
+bool PathResolver::AddKeys(std::string_view path, size_t* at, std::string* error) {
+  if (steps_.empty() || steps_.back().is_entry ||
+      !steps_.back().node->is(LYS_LIST | LYS_LEAFLIST)) {
+    *error = "only an entry of a list has keys: " + std::string(path);
+    return false;
+  }
+  PathStep& step = steps_.back();
+  const size_t count = KeyCount(*step.node);
+  if (!ReadKeys(path, at, count, &step.keys) || step.keys.size() != count) {
+    *error = step.node->name + " has " + std::to_string(count) + " key(s): " + std::string(path);
+    return false;
+  }
+  for (size_t i = 0; i < count; ++i) {
+    if (!CheckKey(KeyNode(*step.node, i), &step.keys[i], error)) return false;
+  }
+  step.is_entry = true;
+  return true;
+}
+
+bool PathResolver::AddPosition(std::string_view path, size_t* at, const PathTree& tree,
+                               std::string* error) {
+  const char* begin = path.data() + *at + 1;
+  const char* end = path.data() + path.size();
+  size_t position = 0;
+  const auto parsed = std::from_chars(begin, end, position);
+  if (parsed.ec != std::errc() || parsed.ptr == end || *parsed.ptr != ']' || steps_.empty() ||
+      steps_.back().is_entry || !steps_.back().node->is(LYS_LIST)) {
+    *error = "not a position in a list: " + std::string(path);
+    return false;
+  }
+  PathStep& step = steps_.back();
+  Locate(steps_.size() - 1, tree);
+  const lyd_node* siblings = SiblingsOf(steps_, tree);
+  const size_t count = siblings != nullptr ? tree.index->Entries(*step.node, siblings).size() : 0;
+  if (position >= count) {
+    *error = step.node->name + " has " + std::to_string(count) + " entries: " + std::string(path);
+    return false;
+  }
+  step.data = tree.index->Entries(*step.node, siblings)[position];
+  step.is_entry = true;
+  located_ = steps_.size();
+  *at = static_cast<size_t>(parsed.ptr + 1 - path.data());
+  step.end = *at;
+  return true;
+}
+
+const lyd_node* SiblingsOf(const PathSteps& steps, const PathTree& tree) {
+  return SiblingsAt(steps, steps.size() - 1, tree);
+}
+
+bool Exists(const PathSteps& steps, const PathTree& tree) {
+  if (steps.empty() || steps.back().data != nullptr) return true;
+  const CdbNode& node = *steps.back().node;
+  if (node.is(LYS_LIST | LYS_LEAFLIST) && !steps.back().is_entry) {
+    for (const lyd_node* at = SiblingsOf(steps, tree); at != nullptr; at = at->next) {
+      if (at->schema == node.schema) return true;
+    }
+    return false;
+  }
+  if (!IsPlainContainer(node.schema)) return false;
+  const auto real = [](const PathStep& step) {
+    return step.data != nullptr || IsPlainContainer(step.node->schema);
+  };
+  return std::all_of(steps.begin(), steps.end(), real);
+}
+
+bool ToDataPath(const PathSteps& steps, std::string* path) {
+  for (const PathStep& step : steps) {
+    *path += '/';
+    if (&step == &steps.front()) *path += std::string(kAclModule) + ":";
+    *path += step.node->name;
+    if (!step.is_entry) continue;
+    std::vector<std::string> keys = step.keys;
+    if (keys.empty()) {
+      const lyd_node* key = lyd_child(step.data);
+      for (size_t i = 0; i < step.node->key_count; ++i, key = key->next)
+        keys.emplace_back(TextOf(key));
+    }
+    if (!AppendPredicates(*step.node, keys, path)) return false;
+  }
+  return true;
+}
+
+}  // namespace host

@@ -1,0 +1,280 @@
+// Loading of the YANG modules and translation of libyang's errors.
+#include "host/cdb/schema/schema.h"
+
+#include <cstring>
+#include <regex>
+#include <utility>
+
+#include "host/cdb/schema/yang_texts.h"
+
+namespace host {
+namespace {
+
+struct Module {
+  const char* name;
+  const char* features[8];  // ended by null
+};
+
+// ietf-netconf has the protocol's operations and the annotation of edits; the features are those
+// that the NETCONF server offers.
+constexpr Module kModules[] = {
+    {"ietf-netconf",
+     {"writable-running", "candidate", "confirmed-commit", "rollback-on-error", "validate", "xpath",
+      nullptr}},
+    {"ietf-netconf-monitoring", {nullptr}},
+    {"ietf-netconf-notifications", {nullptr}},
+    {"ietf-netconf-with-defaults", {nullptr}},
+    {"notifications", {nullptr}},
+    {"nc-notifications", {nullptr}},
+    {kAclModule, {nullptr}},
+    {"acl-app-commits", {nullptr}},
+    {"acl-app-filters", {nullptr}},
+    {"acl-app-findings", {nullptr}},
+    {"acl-app-history", {nullptr}},
+    {"acl-app-netconf", {nullptr}},
+    {"acl-app-notifications", {nullptr}},
+    {"acl-app-status", {nullptr}},
+};
+
+DatastoreError Failure(std::string message) {
+  DatastoreError error;
+  error.tag = "operation-failed";
+  error.message = std::move(message);
+  return error;
+}
+
+// The text between the quotes after `label` in libyang's "Schema location "...", data location
+// ...".
+std::string Location(const std::string& text, const std::string& label) {
+  const std::string start = label + " location \"";
+  size_t from = text.find(start);
+  if (from == std::string::npos) return "";
+  from += start.size();
+  return text.substr(from, text.find('"', from) - from);
+}
+
+std::string LineNumber(const std::string& text) {
+  std::smatch match;
+  if (!std::regex_search(text, match, std::regex("[Ll]ine number ([0-9]+)"))) return "";
+  return match[1];
+}
+
+struct TagRule {
+  const char* in_message;  // or null
+  const char* app_tag;     // or null
+  const char* tag;
+};
+
+// How libyang's errors map to RFC 6241's tags (RFC 7950, sections 8.3 and 15). First match wins.
+constexpr TagRule kTagRules[] = {
+    {nullptr, "instance-required", "data-missing"},
+    {nullptr, "missing-choice", "data-missing"},
+    {nullptr, "data-not-unique", "operation-failed"},
+    {nullptr, "must-violation", "operation-failed"},
+    {nullptr, "too-many-elements", "operation-failed"},
+    {nullptr, "too-few-elements", "operation-failed"},
+    {"Mandatory node", nullptr, "data-missing"},
+    {"Mandatory choice", nullptr, "data-missing"},
+    {"When condition", nullptr, "unknown-element"},
+    {"not found as a child", nullptr, "unknown-element"},
+    {"No module", nullptr, "unknown-namespace"},
+    {"Data for both cases", nullptr, "bad-element"},
+    {"Duplicate instance", nullptr, "bad-element"},
+    {"missing its key", nullptr, "missing-element"},
+};
+
+const char* TagOf(const ly_err_item& item) {
+  for (const TagRule& rule : kTagRules) {
+    if (rule.app_tag != nullptr && item.apptag != nullptr && strcmp(rule.app_tag, item.apptag) == 0)
+      return rule.tag;
+    if (rule.in_message != nullptr && strstr(item.msg, rule.in_message) != nullptr) return rule.tag;
+  }
+  switch (item.vecode) {
+    case LYVE_SYNTAX:
+    case LYVE_SYNTAX_XML:
+    case LYVE_SYNTAX_JSON:
+      return "malformed-message";
+    case LYVE_DATA:
+      return "invalid-value";
+    default:
+      return "operation-failed";
+  }
+}
+
+// The first instance of `schema`'s parent below `node` that has no child of `schema`.
+const lyd_node* FindLacking(const lyd_node* node, const lysc_node* schema) {
+  const lysc_node* parent = lysc_data_parent(schema);
+  for (; node != nullptr; node = node->next) {
+    if (node->schema == nullptr || (node->schema->nodetype & LYD_NODE_INNER) == 0) continue;
+    if (node->schema == parent && FindBySchema(lyd_child(node), schema) == nullptr) return node;
+    if (const lyd_node* found = FindLacking(lyd_child(node), schema)) return found;
+  }
+  return nullptr;
+}
+
+std::string InstancePath(const ly_ctx* context, const lyd_node* tree, const ly_err_item& item) {
+  const std::string where = item.path != nullptr ? item.path : "";
+  std::string path = Location(where, "Data");
+  if (path.empty()) path = Location(where, "data");
+  if (!path.empty()) return path;
+  path = Location(where, "Schema");
+  if (path.empty() || tree == nullptr) return path;
+  const lysc_node* schema = lys_find_path(context, nullptr, path.c_str(), 0);
+  const lyd_node* lacking = schema != nullptr ? FindLacking(tree, schema) : nullptr;
+  return lacking != nullptr ? PathOf(lacking) + "/" + schema->name : path;
+}
+
+std::string DescribeRange(const lysc_range* range, bool is_signed) {
+  std::string text;
+  LY_ARRAY_COUNT_TYPE i;
+  LY_ARRAY_FOR(range->parts, i) {
+    const auto& part = range->parts[i];
+    const std::string low = is_signed ? std::to_string(part.min_64) : std::to_string(part.min_u64);
+    const std::string high = is_signed ? std::to_string(part.max_64) : std::to_string(part.max_u64);
+    if (!text.empty()) text += ", ";
+    text += low == high ? low : low + ".." + high;
+  }
+  return text;
+}
+
+std::string DescribeNumber(const lysc_type* type) {
+  const auto* number = reinterpret_cast<const lysc_type_num*>(type);
+  const bool is_signed = type->basetype >= LY_TYPE_INT8 && type->basetype <= LY_TYPE_INT64;
+  if (number->range != nullptr) return DescribeRange(number->range, is_signed);
+  switch (type->basetype) {
+    case LY_TYPE_UINT8:
+      return "0..255";
+    case LY_TYPE_UINT16:
+      return "0..65535";
+    default:
+      return "a number";
+  }
+}
+
+std::string DescribeString(const lysc_type* type) {
+  const auto* text = reinterpret_cast<const lysc_type_str*>(type);
+  LY_ARRAY_COUNT_TYPE i;
+  LY_ARRAY_FOR(text->patterns, i) {
+    if (text->patterns[i]->emsg != nullptr) return text->patterns[i]->emsg;
+  }
+  return "a text";
+}
+
+}  // namespace
+
+ContextPtr LoadSchema(const std::string& directory, DatastoreErrors* errors) {
+  ly_log_options(LY_LOSTORE);
+  ly_ctx* raw = nullptr;
+  const std::string search = directory + ":" + directory + "/ietf";
+  if (ly_ctx_new(search.c_str(), LY_CTX_DISABLE_SEARCHDIR_CWD | LY_CTX_SET_PRIV_PARSED, &raw) !=
+      LY_SUCCESS) {
+    errors->push_back(
+        Failure("cannot read YANG modules in the directory " + directory + " and its ietf"));
+    return nullptr;
+  }
+  ContextPtr context(raw);
+  for (const Module& module : kModules) {
+    const char* features[8];
+    memcpy(features, module.features, sizeof(features));
+    if (ly_ctx_load_module(raw, module.name, nullptr, features) == nullptr) {
+      errors->push_back(Failure("cannot load the YANG module " + std::string(module.name) +
+                                " from " + directory));
+      TakeErrors(raw, nullptr, errors);
+      return nullptr;
+    }
+  }
+  ly_err_clean(raw, nullptr);
+  const std::string why = WhyOtherModules(raw);
+  if (!why.empty()) {
+    errors->push_back(Failure(why));
+    return nullptr;
+  }
+  return context;
+}
+
+namespace {
+
+// What an operator can do with it, in place of libyang's own texts for constraints that are not
+// met.
+std::string InWords(const ly_err_item& item, const std::string& path) {
+  std::string text = item.msg != nullptr ? item.msg : "";
+  static const std::regex kWhen("When condition \"(.*)\" not satisfied.*");
+  static const std::regex kMandatory("Mandatory (node|choice) \"(.*)\" instance does not exist.*");
+  static const std::regex kUnique(
+      "Unique data leaf\\(s\\) \"(.*)\" not satisfied in \"(.*)\" and .*");
+  const std::string name = path.substr(path.rfind('/') + 1);
+  std::smatch match;
+  if (std::regex_match(text, match, kWhen)) return name + " is only allowed where " + match.str(1);
+  if (std::regex_match(text, match, kMandatory))
+    return match.str(2) + " is missing, it must be given";
+  if (std::regex_match(text, match, kUnique))
+    return "the " + match.str(1) + " is taken already, by " + match.str(2);
+  return text;
+}
+
+}  // namespace
+
+void TakeErrors(const ly_ctx* context, const lyd_node* tree, DatastoreErrors* errors) {
+  for (const ly_err_item* item = ly_err_first(context);
+       item != nullptr && errors->size() <= kMaxErrors; item = item->next) {
+    if (item->level != LY_LLERR) continue;
+    DatastoreError error;
+    error.tag = TagOf(*item);
+    if (item->apptag != nullptr) error.app_tag = item->apptag;
+    error.path = InstancePath(context, tree, *item);
+    error.message = InWords(*item, error.path);
+    const std::string line = LineNumber(item->path != nullptr ? item->path : "");
+    if (!line.empty()) error.message += " (line " + line + ")";
+    const bool repeated = !errors->empty() && errors->back().message == error.message &&
+                          errors->back().path == error.path;
+    if (!repeated) errors->push_back(std::move(error));
+  }
+  ly_err_clean(const_cast<ly_ctx*>(context), nullptr);
+}
+
+std::string DescribeType(const lysc_type* type) {
+  std::string text;
+  LY_ARRAY_COUNT_TYPE i;
+  switch (type->basetype) {
+    case LY_TYPE_UNION: {
+      const auto* any = reinterpret_cast<const lysc_type_union*>(type);
+      LY_ARRAY_FOR(any->types, i) {
+        if (!text.empty()) text += " or ";
+        text += DescribeType(any->types[i]);
+      }
+      return text;
+    }
+    case LY_TYPE_ENUM: {
+      const auto* enumeration = reinterpret_cast<const lysc_type_enum*>(type);
+      LY_ARRAY_FOR(enumeration->enums, i) {
+        if (!text.empty()) text += ", ";
+        text += enumeration->enums[i].name;
+      }
+      return text;
+    }
+    case LY_TYPE_STRING:
+      return DescribeString(type);
+    case LY_TYPE_EMPTY:
+      return "no value";
+    case LY_TYPE_LEAFREF:
+      return DescribeType(reinterpret_cast<const lysc_type_leafref*>(type)->realtype);
+    default:
+      return DescribeNumber(type);
+  }
+}
+
+std::string WhyNotValue(const lysc_node* schema, const std::string& value) {
+  const ly_ctx* context = schema->module->ctx;
+  const LY_ERR result =
+      lyd_value_validate(context, schema, value.c_str(), value.size(), nullptr, nullptr, nullptr);
+  DatastoreErrors reasons;
+  TakeErrors(context, nullptr, &reasons);
+  if (result == LY_SUCCESS || result == LY_EINCOMPLETE) return "";
+  const lysc_type* type = reinterpret_cast<const lysc_node_leaf*>(schema)->type;
+  std::string why = reasons.empty() ? "" : reasons.front().message;
+  const bool has_own_text = type->basetype == LY_TYPE_STRING || type->basetype == LY_TYPE_LEAFREF;
+  if (!has_own_text || why.empty()) why = "expected " + DescribeType(type);
+  return "invalid value \"" + value + "\" of " + schema->name + ": " + why;
+}
+
+}  // namespace host
