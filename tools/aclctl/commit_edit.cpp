@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "host/xml/xml_text.h"
-#include "tools/aclctl/findings.h"
+#include "tools/aclctl/commands/findings.h"
 #include "tools/aclctl/outcome.h"
 
 namespace aclctl {

@@ -45,7 +45,7 @@ Failure Recover(const Common& common, Client* client, const std::string& input) 
   return failure;
 }
 
-std::optional<Colour> ColourOf(const std::string& state) {
+std::optional<Colour> StateColour(const std::string& state) {
   if (state == "ok") return std::nullopt;
   return state == "warning" ? Colour::kYellow : Colour::kRed;
 }
@@ -64,7 +64,7 @@ Failure ShowStatus(const Common& common) {
   Table table({{"PART"}, {"STATE"}, {"DETAIL", Table::Align::kLeft, true}});
   for (const lyd_node* part : Children(daemon, "part"))
     table.AddRow({ChildText(part, "name"), ChildText(part, "state"), ChildText(part, "text")},
-                 ColourOf(ChildText(part, "state")));
+                 StateColour(ChildText(part, "state")));
   std::fputs(table.Print().c_str(), stdout);
   const lyd_node* storage = FindChild(daemon, "storage");
   if (ChildText(storage, "state") == "in-doubt") PrintDoubt(storage);

@@ -1,5 +1,5 @@
 // aclctl show findings, and what other commands tell of findings: see findings.h.
-#include "tools/aclctl/findings.h"
+#include "tools/aclctl/commands/findings.h"
 
 #include <algorithm>
 #include <cstdio>

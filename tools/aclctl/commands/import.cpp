@@ -6,8 +6,8 @@
 #include "host/standard/configuration.h"
 #include "host/standard/readers.h"
 #include "tools/aclctl/commands.h"
+#include "tools/aclctl/commands/preview.h"
 #include "tools/aclctl/commit_edit.h"
-#include "tools/aclctl/preview.h"
 #include "tools/aclctl/standards.h"
 
 namespace aclctl {

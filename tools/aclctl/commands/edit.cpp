@@ -11,11 +11,11 @@
 #include <optional>
 
 #include "tools/aclctl/commands.h"
+#include "tools/aclctl/commands/findings.h"
 #include "tools/aclctl/commit_edit.h"
 #include "tools/aclctl/daemon_data.h"
 #include "tools/aclctl/difference_text.h"
 #include "tools/aclctl/edit_file.h"
-#include "tools/aclctl/findings.h"
 #include "tools/aclctl/running.h"
 #include "tools/aclctl/schema.h"
 #include "tools/aclctl/terminal.h"

@@ -12,7 +12,7 @@ namespace {
 
 using Align = Table::Align;
 
-std::optional<Colour> ColourOf(const std::string& result) {
+std::optional<Colour> ResultColour(const std::string& result) {
   if (result == "failed") return Colour::kRed;
   if (result == "pending") return Colour::kYellow;
   return std::nullopt;
@@ -72,7 +72,7 @@ Failure ShowCommits(const Common& common) {
     table.AddRow({ChildText(commit, "id"), ShortTime(ChildText(commit, "time")),
                   ChildText(commit, "user"), ChildText(commit, "session-id"), duration,
                   ChildText(commit, "result") + at_start + (reason.empty() ? "" : ": " + reason)},
-                 ColourOf(ChildText(commit, "result")));
+                 ResultColour(ChildText(commit, "result")));
   }
   std::fputs(table.Print().c_str(), stdout);
   return {};

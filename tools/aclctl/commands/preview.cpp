@@ -7,11 +7,11 @@
 #include <vector>
 
 #include "tools/aclctl/commands.h"
+#include "tools/aclctl/commands/findings.h"
+#include "tools/aclctl/commands/preview.h"
 #include "tools/aclctl/daemon_data.h"
 #include "tools/aclctl/difference_text.h"
 #include "tools/aclctl/edit_file.h"
-#include "tools/aclctl/findings.h"
-#include "tools/aclctl/preview.h"
 #include "tools/aclctl/table.h"
 
 namespace aclctl {

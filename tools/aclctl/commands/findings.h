@@ -1,6 +1,6 @@
 // What the daemon finds in a configuration that does nothing, or not what it seems to.
-#ifndef TOOLS_ACLCTL_FINDINGS_H_
-#define TOOLS_ACLCTL_FINDINGS_H_
+#ifndef TOOLS_ACLCTL_COMMANDS_FINDINGS_H_
+#define TOOLS_ACLCTL_COMMANDS_FINDINGS_H_
 
 #include <string>
 #include <vector>
@@ -34,4 +34,4 @@ Failure FetchFindings(Client* client, const std::string& input, Findings* found,
 
 }  // namespace aclctl
 
-#endif  // TOOLS_ACLCTL_FINDINGS_H_
+#endif  // TOOLS_ACLCTL_COMMANDS_FINDINGS_H_

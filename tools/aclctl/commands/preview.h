@@ -1,6 +1,6 @@
 // What an edit would do: diff and check, for commands that have one at hand.
-#ifndef TOOLS_ACLCTL_PREVIEW_H_
-#define TOOLS_ACLCTL_PREVIEW_H_
+#ifndef TOOLS_ACLCTL_COMMANDS_PREVIEW_H_
+#define TOOLS_ACLCTL_COMMANDS_PREVIEW_H_
 
 #include "tools/aclctl/command.h"
 #include "tools/aclctl/edit_file.h"
@@ -15,4 +15,4 @@ Failure Check(const Common& common, const EditFile& file, bool strict);
 
 }  // namespace aclctl
 
-#endif  // TOOLS_ACLCTL_PREVIEW_H_
+#endif  // TOOLS_ACLCTL_COMMANDS_PREVIEW_H_
