@@ -1,7 +1,7 @@
 // The changes that a commit makes: of profiles, entries, matches, actions, interfaces, bindings.
 #include <sstream>
 
-#include "tests/support/core_fixtures.h"
+#include "tests/core/platform/core_fixtures.h"
 #include "yang_tags.h"
 
 namespace acl_test {

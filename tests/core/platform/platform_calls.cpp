@@ -15,7 +15,7 @@
 #include "platform/qzconfd/qzconfd.h"
 #include "platform/qzmw/qzmw.h"
 #include "platform/zlog/zlog.h"
-#include "tests/support/scripted_platform.h"
+#include "tests/core/platform/scripted_platform.h"
 
 using acl_test::KeyPath;
 using acl_test::Line;

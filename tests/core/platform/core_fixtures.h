@@ -1,6 +1,6 @@
 // Fixtures of the core's tests, and the peers through which they reach private members.
-#ifndef TESTS_SUPPORT_CORE_FIXTURES_H_
-#define TESTS_SUPPORT_CORE_FIXTURES_H_
+#ifndef TESTS_CORE_PLATFORM_CORE_FIXTURES_H_
+#define TESTS_CORE_PLATFORM_CORE_FIXTURES_H_
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@
 #include "confd/confd_manager.h"
 #include "filter/acl_filter.h"
 #include "model/acl_cache.h"
-#include "tests/support/scripted_platform.h"
+#include "tests/core/platform/scripted_platform.h"
 
 namespace acl_app {
 
@@ -135,4 +135,4 @@ class ManagerTest : public testing::Test, protected ManagerSetup {
 
 }  // namespace acl_test
 
-#endif  // TESTS_SUPPORT_CORE_FIXTURES_H_
+#endif  // TESTS_CORE_PLATFORM_CORE_FIXTURES_H_

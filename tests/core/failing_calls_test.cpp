@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "tests/support/core_fixtures.h"
+#include "tests/core/platform/core_fixtures.h"
 
 namespace acl_test {
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/support/scripted_platform.h"
+#include "tests/core/platform/scripted_platform.h"
 
 #include <gtest/gtest.h>
 

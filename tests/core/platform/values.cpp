@@ -1,4 +1,4 @@
-#include "tests/support/values.h"
+#include "tests/core/platform/values.h"
 
 #include <arpa/inet.h>
 

@@ -2,7 +2,7 @@
 #include "app/application.h"
 
 #include "app/fault.h"
-#include "tests/support/core_fixtures.h"
+#include "tests/core/platform/core_fixtures.h"
 
 int AclMain();  // main() of app/main.cpp, renamed by the build
 

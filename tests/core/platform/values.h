@@ -1,7 +1,7 @@
 // Values and keypaths of the configuration database as texts, and the texts of what a call is
 // given.
-#ifndef TESTS_SUPPORT_VALUES_H_
-#define TESTS_SUPPORT_VALUES_H_
+#ifndef TESTS_CORE_PLATFORM_VALUES_H_
+#define TESTS_CORE_PLATFORM_VALUES_H_
 
 #include <net/ethernet.h>
 
@@ -66,4 +66,4 @@ std::string Line(const std::string& first, const Args&... words) {
 
 }  // namespace acl_test
 
-#endif  // TESTS_SUPPORT_VALUES_H_
+#endif  // TESTS_CORE_PLATFORM_VALUES_H_

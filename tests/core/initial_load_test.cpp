@@ -1,7 +1,7 @@
 // The initial load of profiles, entries, matches, actions and interface bindings.
 #include <cstring>
 
-#include "tests/support/core_fixtures.h"
+#include "tests/core/platform/core_fixtures.h"
 
 namespace acl_test {
 namespace {

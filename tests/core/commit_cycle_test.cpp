@@ -2,7 +2,7 @@
 // the submission that both end with.
 #include <algorithm>
 
-#include "tests/support/core_fixtures.h"
+#include "tests/core/platform/core_fixtures.h"
 
 namespace acl_test {
 namespace {

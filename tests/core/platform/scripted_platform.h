@@ -8,8 +8,8 @@
 // - It owns what it hands out: whatever the core does not give back fails the test.
 //
 // One instance is alive at a time; the platform's functions find it through Get().
-#ifndef TESTS_SUPPORT_SCRIPTED_PLATFORM_H_
-#define TESTS_SUPPORT_SCRIPTED_PLATFORM_H_
+#ifndef TESTS_CORE_PLATFORM_SCRIPTED_PLATFORM_H_
+#define TESTS_CORE_PLATFORM_SCRIPTED_PLATFORM_H_
 
 #include <initializer_list>
 #include <map>
@@ -24,7 +24,7 @@
 #include "platform/limid/limid.h"
 #include "platform/qzconfd/qzconfd.h"
 #include "platform/qzmw/qzmw.h"
-#include "tests/support/values.h"
+#include "tests/core/platform/values.h"
 
 namespace acl_test {
 
@@ -127,4 +127,4 @@ Lines Describe(const FiltersCommon::FiltersGroup& group);
 
 }  // namespace acl_test
 
-#endif  // TESTS_SUPPORT_SCRIPTED_PLATFORM_H_
+#endif  // TESTS_CORE_PLATFORM_SCRIPTED_PLATFORM_H_

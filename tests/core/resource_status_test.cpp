@@ -1,5 +1,5 @@
 // Publishing the use of filter entries below /status/acl-resources.
-#include "tests/support/core_fixtures.h"
+#include "tests/core/platform/core_fixtures.h"
 
 namespace acl_test {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <stdexcept>
 
-#include "tests/support/core_fixtures.h"
+#include "tests/core/platform/core_fixtures.h"
 
 namespace acl_test {
 namespace {

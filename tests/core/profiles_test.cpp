@@ -4,7 +4,7 @@
 #include <numeric>
 #include <type_traits>
 
-#include "tests/support/core_fixtures.h"
+#include "tests/core/platform/core_fixtures.h"
 
 namespace acl_test {
 namespace {

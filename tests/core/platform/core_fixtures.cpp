@@ -1,4 +1,4 @@
-#include "tests/support/core_fixtures.h"
+#include "tests/core/platform/core_fixtures.h"
 
 #include <algorithm>
 #include <sstream>

@@ -2,7 +2,7 @@
 #include "app/log.h"
 
 #include "app/log_callouts.h"
-#include "tests/support/core_fixtures.h"
+#include "tests/core/platform/core_fixtures.h"
 
 namespace acl_test {
 namespace {
