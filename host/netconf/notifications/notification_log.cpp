@@ -23,7 +23,9 @@
 namespace host {
 namespace {
 
-constexpr const char* kFiles[] = {"/notifications-sessions.log", "/notifications.log"};  // by Shelf
+// By Shelf.
+constexpr const char* kFiles[] = {"/notifications-sessions.log", "/notifications-ports.log",
+                                  "/notifications.log"};
 // The first line of a file, before its times.
 constexpr char kHeader[] = "acl-app notifications 1";
 // What a notification takes beside its content: in a file, and about as much in memory.
@@ -81,7 +83,7 @@ std::string Notification::Message() const {
 
 NotificationLog::NotificationLog(std::string directory, Sizes sizes, int64_t now_us)
     : created_us_(now_us) {
-  for (const Shelf shelf : {kSessions, kOthers}) {
+  for (size_t shelf = 0; shelf < kShelves; ++shelf) {
     Generations& generations = shelves_[shelf];
     generations.limit = sizes.bytes[shelf];
     if (directory.empty()) continue;
@@ -125,11 +127,8 @@ bool NotificationLog::Read(const std::string& path, std::deque<NotificationPtr>*
 
 void NotificationLog::Add(Shelf shelf, NotificationPtr notification) {
   Generations& generations = shelves_[shelf];
-  if (generations.younger_bytes > generations.limit) {
-    Write(&generations);
-    Turn(&generations);
-  }
-  if (!generations.path.empty()) generations.unwritten += LineOf(*notification);
+  if (generations.younger_bytes > generations.limit) Turn(&generations);
+  if (!generations.path.empty()) Write(&generations, LineOf(*notification));
   generations.younger_bytes += notification->content.size() + kOverhead;
   generations.younger.push_back(std::move(notification));
 }
@@ -149,25 +148,14 @@ void NotificationLog::Turn(Generations* shelf) {
   }
 }
 
-void NotificationLog::Flush() {
-  for (Generations& shelf : shelves_) Write(&shelf);
-}
-
-bool NotificationLog::unwritten() const {
-  return std::any_of(shelves_.begin(), shelves_.end(),
-                     [](const Generations& shelf) { return !shelf.unwritten.empty(); });
-}
-
-void NotificationLog::Write(Generations* shelf) {
-  std::string text = std::exchange(shelf->unwritten, {});
-  if (text.empty()) return;
+void NotificationLog::Write(Generations* shelf, std::string line) {
   if (!shelf->begun) {
-    text = std::string(kHeader) + " " + std::to_string(created_us_) + " " +
-           std::to_string(aged_us_) + "\n" + text;
+    line = std::string(kHeader) + " " + std::to_string(created_us_) + " " +
+           std::to_string(aged_us_) + "\n" + line;
   } else if (shelf->failed) {
-    text.insert(0, "\n");  // behind what may be half a line
+    line.insert(0, "\n");  // behind what may be half a line
   }
-  const int error = AppendTo(shelf->path, text);
+  const int error = AppendTo(shelf->path, line);
   if (error != 0 && !shelf->failed) {
     Log(LogLevel::kError, "netconf: notifications cannot be kept in %s for the next run: %s",
         shelf->path.c_str(), std::strerror(error));

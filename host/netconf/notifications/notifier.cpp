@@ -12,6 +12,18 @@
 #include "host/runtime/tree_writer.h"
 
 namespace host {
+namespace {
+
+NotificationLog::Shelf ShelfOf(const Event& event) {
+  if (std::holds_alternative<SessionBegan>(event) || std::holds_alternative<SessionEnded>(event)) {
+    return NotificationLog::kSessions;
+  }
+  const bool of_port = std::holds_alternative<InterfaceChanged>(event) ||
+                       std::holds_alternative<FiltersTouched>(event);
+  return of_port ? NotificationLog::kPorts : NotificationLog::kCommits;
+}
+
+}  // namespace
 
 Notifier::Notifier(const std::string& directory, Datastore& datastore, EventLoop& loop,
                    std::shared_ptr<Events> events)
@@ -21,12 +33,8 @@ Notifier::Notifier(const std::string& directory, Datastore& datastore, EventLoop
       log_(directory, {}, NowMicroseconds()),
       parsed_(datastore.Context()) {
   datastore_.AddObserver(this);
-  events_->Listen(this, [this](const Event& event) {
-    const bool of_session =
-        std::holds_alternative<SessionBegan>(event) || std::holds_alternative<SessionEnded>(event);
-    Tell(of_session ? NotificationLog::kSessions : NotificationLog::kOthers,
-         NotificationText(event));
-  });
+  events_->Listen(this,
+                  [this](const Event& event) { Tell(ShelfOf(event), NotificationText(event)); });
 }
 
 Notifier::~Notifier() {
@@ -44,7 +52,7 @@ std::unique_ptr<Subscription> Notifier::Subscribe(Subscription::Request request)
 }
 
 void Notifier::OnCommit(const lyd_node* diff, const CommitInfo& info) {
-  Tell(NotificationLog::kOthers, ConfigChangeText(diff, info, datastore_.Context()));
+  Tell(NotificationLog::kCommits, ConfigChangeText(diff, info, datastore_.Context()));
 }
 
 void Notifier::Tell(NotificationLog::Shelf shelf, std::string content) {
@@ -53,11 +61,6 @@ void Notifier::Tell(NotificationLog::Shelf shelf, std::string content) {
       std::make_shared<const Notification>(Notification{NowMicroseconds(), std::move(content)});
   log_.Add(shelf, notification);
   for (Subscription* subscription : subscriptions_) subscription->Add(notification);
-  if (flush_ != nullptr || !log_.unwritten()) return;
-  flush_ = loop_.Soon([this] {
-    flush_.reset();
-    log_.Flush();
-  });
 }
 
 Tree Notifier::State(const ly_ctx* context) const {

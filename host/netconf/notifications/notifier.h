@@ -51,7 +51,6 @@ class Notifier : private CommitObserver {
   NotificationLog log_;
   ParsedNotification parsed_;
   std::vector<Subscription*> subscriptions_;
-  std::unique_ptr<Watch> flush_;
 };
 
 }  // namespace host

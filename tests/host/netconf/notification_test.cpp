@@ -23,10 +23,11 @@ class LogTest : public testing::Test {
     std::filesystem::create_directory(directory_);
     Open(50);
   }
-  // A log in which a generation ends with its third small notification.
+  // A log in which a generation ends with its third small notification, as the next process has it
+  // when the one before was killed.
   void Open(int64_t now) {
-    log_.reset();
-    log_ = std::make_unique<NotificationLog>(directory_, NotificationLog::Sizes{{150, 150}}, now);
+    const NotificationLog::Sizes sizes{{150, 150, 150}};
+    log_ = std::make_unique<NotificationLog>(directory_, sizes, now);
   }
   void Add(NotificationLog::Shelf shelf, int64_t first, int64_t last) {
     for (int64_t time = first; time <= last; ++time) {
@@ -43,24 +44,25 @@ class LogTest : public testing::Test {
   std::unique_ptr<NotificationLog> log_;
 };
 
-TEST_F(LogTest, SessionsPushNothingElseOutAndTheRestIsThereForTheNextProcess) {
-  Add(NotificationLog::kOthers, 101, 102);
-  Add(NotificationLog::kSessions, 103, 113);
-  Add(NotificationLog::kOthers, 114, 114);
-  const std::string all = "101 102 109 110 111 112 113 114 aged 108";
+TEST_F(LogTest, SessionsAndPortsPushNothingElseOutAndTheRestIsThereForTheNextProcess) {
+  Add(NotificationLog::kCommits, 101, 102);
+  Add(NotificationLog::kPorts, 103, 112);
+  Add(NotificationLog::kSessions, 113, 123);
+  Add(NotificationLog::kCommits, 124, 124);
+  const std::string all = "101 102 109 110 111 112 119 120 121 122 123 124 aged 118";
   EXPECT_EQ(all, Between(0, 1000));
-  EXPECT_EQ("102 109 110 aged 108", Between(102, 110));
+  EXPECT_EQ("102 109 110 aged 118", Between(102, 110));
   for (const int64_t now : {200, 300}) {
     Open(now);
     EXPECT_EQ(all, Between(0, 1000));
     EXPECT_EQ(50, log_->created_us());
   }
-  Add(NotificationLog::kSessions, 115, 116);
-  EXPECT_EQ("112 113 114 115 116 aged 111", Between(110, 1000)) << "the next generation";
+  Add(NotificationLog::kSessions, 125, 126);
+  EXPECT_EQ("112 122 123 124 125 126 aged 121", Between(112, 1000)) << "the next generation";
 }
 
 TEST_F(LogTest, WhatIsDamagedIsPassedOver) {
-  Add(NotificationLog::kOthers, 101, 103);
+  Add(NotificationLog::kCommits, 101, 103);
   const std::string path = directory_ + "notifications.log";
   const struct {
     std::function<void(std::string*)> damage;
@@ -73,7 +75,6 @@ TEST_F(LogTest, WhatIsDamagedIsPassedOver) {
       {[](std::string* text) { text->insert(0, "x"); }, "104 aged 0"},
       {[](std::string* text) { text->clear(); }, "104 aged 0"},
   };
-  log_->Flush();
   std::stringstream whole;
   whole << std::ifstream(path).rdbuf();
   for (const auto& c : cases) {
@@ -82,7 +83,7 @@ TEST_F(LogTest, WhatIsDamagedIsPassedOver) {
     std::filesystem::remove(path + ".old");
     std::ofstream(path) << text;
     Open(60);
-    Add(NotificationLog::kOthers, 104, 104);
+    Add(NotificationLog::kCommits, 104, 104);
     Open(70);  // what follows the damage is not lost with it
     EXPECT_EQ(c.left, Between(0, 1000));
   }
