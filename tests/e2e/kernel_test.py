@@ -1,6 +1,5 @@
 """The daemon on the kernel's packet filter, from a commit to the frames, in a network namespace."""
 
-import ctypes
 import json
 import os
 import re
@@ -10,10 +9,10 @@ import subprocess
 import time
 import unittest
 
+import network_namespace
 from daemon import ACLCTL, DAEMON, DaemonTest
 from netconf_client import FILTERS, NAMESPACES
 
-CLONE_NEWUSER, CLONE_NEWNET = 0x10000000, 0x40000000
 
 CONFIG = """<config xmlns="urn:acl-app:acl"><access-list><acl-profile><ingress><access-list>
 <acl-type>l3</acl-type><acl-name>web</acl-name><acl-priority-l3><priority>1</priority>
@@ -29,9 +28,7 @@ SEARCH = {"bpf": r'"tables-worst": 1,\n +"entries-worst": 1\n',
 
 
 def setUpModule():
-    libc = ctypes.CDLL(None, use_errno=True)
-    if libc.unshare(CLONE_NEWNET) != 0 and libc.unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0:
-        raise unittest.SkipTest("no network namespace: " + os.strerror(ctypes.get_errno()))
+    network_namespace.enter()
     add = "ip link set lo up && ip link add port0 type veth peer name peer0 && ip link set port0 up"
     if subprocess.run(add + " && ip link set peer0 up && nft list tables", shell=True).returncode:
         raise unittest.SkipTest("no veth pairs or no packet filter in a network namespace")
@@ -106,9 +103,8 @@ class KernelTest(DaemonTest):
         self.assertEqual(self.aclctl(daemon, "flush").returncode, 0)
 
     def need_tables(self):
-        with open("/proc/self/uid_map") as ids:
-            if ids.read().split()[2] != "4294967295" or not os.path.ismount("/sys/fs/bpf"):
-                self.skipTest("no BPF file system, or in a user namespace")
+        if not network_namespace.has_tables():
+            self.skipTest("no BPF file system, or in a user namespace")
 
     def test_the_status_says_what_enforces_and_why(self):
         self.need_tables()

@@ -90,12 +90,25 @@ std::string UntilUp(const std::string& name) {
          " | grep -q 'state UP' && break; sleep 0.01; done";
 }
 
+// A network namespace of this process's own. Who is not root is it in a user namespace, and in the
+// programs that are started there only because his id is mapped (user_namespaces(7)).
+bool EnterNamespace() {
+  const uid_t user = geteuid();
+  const gid_t group = getegid();
+  if (unshare(CLONE_NEWNET) == 0) return true;
+  if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) return false;
+  std::ofstream("/proc/self/setgroups") << "deny";
+  std::ofstream("/proc/self/uid_map") << "0 " << user << " 1";
+  std::ofstream("/proc/self/gid_map") << "0 " << group << " 1";
+  return true;
+}
+
 bool IsSentinel(const Frame& frame) { return (frame[12] << 8 | frame[13]) == kSentinelType; }
 
 }  // namespace
 
 std::unique_ptr<PacketLab> PacketLab::Create(std::string* why_not) {
-  if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
+  if (!EnterNamespace()) {
     *why_not = std::string("no network namespace: ") + strerror(errno);
     return nullptr;
   }

@@ -116,12 +116,13 @@ TEST_P(PortsTest, ANameTakesItsFilterToAnotherInterface) {
   EXPECT_FALSE(Passes("other-peer")) << "this one is p1 now";
   EXPECT_TRUE(Passes("p1-peer")) << "this one is no port";
   // Moved to another namespace, and back.
-  PacketLab::Run("ip netns add elsewhere; ip link set p1 netns elsewhere");
+  const std::string elsewhere = "acl-test-" + std::to_string(getpid());
+  PacketLab::Run("ip netns add " + elsewhere + "; ip link set p1 netns " + elsewhere);
   EXPECT_TRUE(ebpf_->Poll());
   EXPECT_EQ(PortState::kAbsent, ebpf_->Ports().at("p1"));
   PacketLab::Run(
-      "ip netns exec elsewhere ip link set p1 netns $$; ip netns del elsewhere; "
-      "ip link set p1 up");
+      "ip netns exec " + elsewhere + " ip link set p1 netns $$; ip netns del " + elsewhere +
+      "; ip link set p1 up");
   EXPECT_TRUE(ebpf_->Poll());
   EXPECT_FALSE(Passes("other-peer"));
 }
