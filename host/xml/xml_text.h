@@ -26,6 +26,11 @@ inline bool IsNameChar(char c) {
 // XML cannot hold, become '?'.
 std::string XmlEscape(std::string_view text);
 
+// An element with a text and no attributes.
+inline std::string XmlElement(const std::string& name, std::string_view text) {
+  return "<" + name + ">" + XmlEscape(text) + "</" + name + ">";
+}
+
 // `xml` with kNoNamespace in place of every empty default namespace (xmlns=""). libyang 2.1.30
 // reads through a null pointer when it compares an element without namespace with a sibling of its
 // name.

@@ -16,16 +16,13 @@ namespace {
 // looking for each costs more then than reading all.
 constexpr size_t kManyParts = 200;
 
-std::string Element(const std::string& name, const std::string& text) {
-  return "<" + name + ">" + host::XmlEscape(text) + "</" + name + ">";
-}
-
 std::string ProfileFilter(const std::string& name, const Scope::Entries& entries) {
-  std::string filter = "<access-list>" + Element("acl-name", name);
+  std::string filter = "<access-list>" + host::XmlElement("acl-name", name);
   if (!entries.all) {
     filter += "<acl-type/><description/><acl-priority-l2/><acl-priority-l3/>";
     for (const std::string& priority : entries.priorities) {
-      filter += "<access-list-entry>" + Element("ace-priority", priority) + "</access-list-entry>";
+      filter += "<access-list-entry>" + host::XmlElement("ace-priority", priority) +
+                "</access-list-entry>";
     }
   }
   return filter + "</access-list>";
@@ -48,7 +45,7 @@ std::string FilterOf(const Scope& scope) {
   filter += "</ingress></acl-profile>";
   for (const std::string& name : scope.interfaces) {
     if (!scope.all_interfaces) {
-      filter += "<interface>" + Element("interface-name", name) + "</interface>";
+      filter += "<interface>" + host::XmlElement("interface-name", name) + "</interface>";
     }
   }
   if (scope.all_interfaces) filter += "<interface/>";

@@ -24,7 +24,7 @@ LY_ERR FetchModule(const char* name, const char* revision, const char* submodule
   std::string request =
       "<get-schema xmlns=\"urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring\"><identifier>" +
       host::XmlEscape(submodule != nullptr ? submodule : name) + "</identifier>";
-  if (revision != nullptr) request += "<version>" + host::XmlEscape(revision) + "</version>";
+  if (revision != nullptr) request += host::XmlElement("version", revision);
   host::Tree reply;
   fetcher->failure = fetcher->client->Call(request + "</get-schema>", &reply);
   if (fetcher->failure || lyd_child(reply.get()) == nullptr) return LY_ENOTFOUND;

@@ -6,8 +6,6 @@
 namespace aclctl {
 namespace {
 
-using Kind = MatchWord::Kind;
-
 const lysc_node* SchemaOf(const lyd_node* parent, const std::string& name) {
   return lys_find_child(parent->schema, parent->schema->module, name.c_str(), 0, 0, 0);
 }
@@ -48,12 +46,12 @@ std::string AddIpv4(const MatchWord& word, const std::string& value, lyd_node* m
 std::string ValueOf(const MatchWord& word, const lyd_node* match) {
   const lyd_node* node = Child(match, word.node);
   if (node == nullptr) return "";
-  if (word.kind == Kind::kIpv4) {
+  if (word.kind == MatchWord::Kind::kIpv4) {
     const lyd_node* ip = Child(Child(node, "mask"), "ip");
     if (ip == nullptr) ip = Child(Child(node, "no-mask"), "ip");
     return ip == nullptr ? "" : host::TextOf(ip);
   }
-  const lyd_node* mask = word.kind == Kind::kMac ? Child(match, MaskOf(word)) : nullptr;
+  const lyd_node* mask = word.kind == MatchWord::Kind::kMac ? Child(match, MaskOf(word)) : nullptr;
   return host::TextOf(node) + (mask == nullptr ? "" : std::string("/") + host::TextOf(mask));
 }
 
@@ -74,9 +72,9 @@ std::string ListMatchWords() {
 
 std::string AddMatch(const MatchWord& word, const std::string& value, lyd_node* match) {
   switch (word.kind) {
-    case Kind::kMac:
+    case MatchWord::Kind::kMac:
       return AddMac(word, value, match);
-    case Kind::kIpv4:
+    case MatchWord::Kind::kIpv4:
       return AddIpv4(word, value, match);
     default:
       return AddLeaf(word.node, value, match);

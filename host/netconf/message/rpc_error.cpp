@@ -11,10 +11,6 @@
 namespace host {
 namespace {
 
-std::string Element(const std::string& name, const std::string& content) {
-  return "<" + name + ">" + XmlEscape(content) + "</" + name + ">";
-}
-
 // Name of the node that a path ends with, without prefix and predicates.
 std::string LastName(const std::string& path) {
   size_t start = 0, end = 0;
@@ -46,10 +42,10 @@ RpcError Protocol(const char* tag, std::string message, std::string info) {
 std::string PrintRpcError(const RpcError& error, const ly_ctx* context) {
   // The children take the reply's namespace from here, whatever prefix the reply itself has.
   std::string xml = std::string("<rpc-error xmlns=\"") + kNetconfNamespace + "\">";
-  xml += Element("error-type", error.type);
-  xml += Element("error-tag", error.tag);
+  xml += XmlElement("error-type", error.type);
+  xml += XmlElement("error-tag", error.tag);
   xml += "<error-severity>error</error-severity>";
-  if (!error.app_tag.empty()) xml += Element("error-app-tag", error.app_tag);
+  if (!error.app_tag.empty()) xml += XmlElement("error-app-tag", error.app_tag);
   if (!error.path.empty()) {
     std::string declarations;
     const std::string path = QualifiedPath(error.path, context, &declarations);
@@ -69,16 +65,16 @@ RpcError OperationNotSupported(const std::string& message) {
 
 RpcError MissingElement(const std::string& element) {
   return Protocol("missing-element", "the element \"" + element + "\" is missing",
-                  Element("bad-element", element));
+                  XmlElement("bad-element", element));
 }
 
 RpcError BadElement(const std::string& element, const std::string& message) {
-  return Protocol("bad-element", message, Element("bad-element", element));
+  return Protocol("bad-element", message, XmlElement("bad-element", element));
 }
 
 RpcError UnknownElement(const std::string& element) {
   return Protocol("unknown-element", "the element \"" + element + "\" is not known here",
-                  Element("bad-element", element));
+                  XmlElement("bad-element", element));
 }
 
 RpcError MissingAttribute(const std::string& attribute, const std::string& element) {
@@ -87,30 +83,30 @@ RpcError MissingAttribute(const std::string& attribute, const std::string& eleme
           "the attribute \"" + attribute + "\" of <" + element + "> is missing",
           "",
           "",
-          Element("bad-attribute", attribute) + Element("bad-element", element)};
+          XmlElement("bad-attribute", attribute) + XmlElement("bad-element", element)};
 }
 
 RpcError UnknownAttribute(const std::string& attribute, const std::string& element) {
   return Protocol("unknown-attribute",
                   "the attribute \"" + attribute + "\" of <" + element + "> is not known here",
-                  Element("bad-attribute", attribute) + Element("bad-element", element));
+                  XmlElement("bad-attribute", attribute) + XmlElement("bad-element", element));
 }
 
 RpcError BadAttribute(const std::string& attribute, const std::string& element,
                       const std::string& message) {
   return Protocol("bad-attribute", message,
-                  Element("bad-attribute", attribute) + Element("bad-element", element));
+                  XmlElement("bad-attribute", attribute) + XmlElement("bad-element", element));
 }
 
 RpcError UnknownNamespace(const std::string& element, const std::string& name_space) {
   return Protocol("unknown-namespace",
                   name_space.empty() ? "<" + element + "> has no namespace"
                                      : "the namespace \"" + name_space + "\" is not known here",
-                  Element("bad-element", element) + Element("bad-namespace", name_space));
+                  XmlElement("bad-element", element) + XmlElement("bad-namespace", name_space));
 }
 
 RpcError LockDenied(uint32_t session_id, const std::string& message) {
-  return Protocol("lock-denied", message, Element("session-id", std::to_string(session_id)));
+  return Protocol("lock-denied", message, XmlElement("session-id", std::to_string(session_id)));
 }
 
 void LimitErrors(RpcErrors* errors) {
@@ -131,9 +127,9 @@ RpcErrors FromDatastore(const DatastoreErrors& errors) {
     if (element.empty() && names_element) element = LastName(error.path);
     std::string info;
     // The datastore looks at one attribute only.
-    if (error.tag == "bad-attribute") info += Element("bad-attribute", "operation");
-    if (!element.empty()) info += Element("bad-element", element);
-    if (!error.bad_namespace.empty()) info += Element("bad-namespace", error.bad_namespace);
+    if (error.tag == "bad-attribute") info += XmlElement("bad-attribute", "operation");
+    if (!element.empty()) info += XmlElement("bad-element", element);
+    if (!error.bad_namespace.empty()) info += XmlElement("bad-namespace", error.bad_namespace);
     result.push_back(
         {"application", error.tag, error.message, error.app_tag, error.path, std::move(info)});
     if (result.size() > kMaxErrors) break;

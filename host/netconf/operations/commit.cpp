@@ -7,19 +7,6 @@
 #include "host/netconf/operations/operations.h"
 
 namespace host {
-namespace {
-
-OperationResult Refuse(const char* tag, const std::string& message) {
-  return OperationResult::Error({"protocol", tag, message, "", "", ""});
-}
-
-OperationResult FromErrors(const DatastoreErrors& errors) {
-  OperationResult result;
-  result.errors = FromDatastore(errors);
-  return result;
-}
-
-}  // namespace
 
 // A commit while a confirmed commit is ongoing confirms or extends it, and so must come from its
 // session, or name its token.
@@ -29,10 +16,12 @@ OperationResult RunCommit(const OperationContext& context, const OperationCall& 
   if (confirmed.ongoing() ? !confirmed.BelongsTo(call.session.id, persist_id)
                           : !persist_id.empty()) {
     return persist_id.empty()
-               ? Refuse("in-use", confirmed.session() == 0
-                                      ? "a confirmed commit is ongoing that needs its persist-id"
-                                      : "a confirmed commit of another session is ongoing")
-               : Refuse("invalid-value", "no confirmed commit with this persist-id is ongoing");
+               ? OperationResult::ProtocolError(
+                     "in-use", confirmed.session() == 0
+                                   ? "a confirmed commit is ongoing that needs its persist-id"
+                                   : "a confirmed commit of another session is ongoing")
+               : OperationResult::ProtocolError(
+                     "invalid-value", "no confirmed commit with this persist-id is ongoing");
   }
   for (const char* datastore : {"running", "candidate"}) {
     if (std::optional<RpcError> error = LockedByOther(context, call, datastore)) {
@@ -42,11 +31,11 @@ OperationResult RunCommit(const OperationContext& context, const OperationCall& 
   const bool to_be_confirmed = FindParameter(call, "confirmed") != nullptr;
   if (to_be_confirmed) {
     const DatastoreErrors errors = confirmed.Prepare();
-    if (!errors.empty()) return FromErrors(errors);
+    if (!errors.empty()) return OperationResult::Of(errors);
   }
   const Origin origin{call.session.user, call.session.id, ParameterText(call, "comment", "")};
   const uint64_t before = context.datastore.TransactionId();
-  OperationResult result = FromErrors(context.candidate.Commit(origin));
+  OperationResult result = OperationResult::Of(context.candidate.Commit(origin));
   if (!result.errors.empty()) {
     if (to_be_confirmed && !confirmed.ongoing()) confirmed.Forget();
     return result;
@@ -68,16 +57,17 @@ OperationResult RunCommit(const OperationContext& context, const OperationCall& 
 
 OperationResult RunCancelCommit(const OperationContext& context, const OperationCall& call) {
   if (!context.confirmed.ongoing()) {
-    return Refuse("operation-failed", "no confirmed commit is ongoing");
+    return OperationResult::ProtocolError("operation-failed", "no confirmed commit is ongoing");
   }
   if (!context.confirmed.BelongsTo(call.session.id, ParameterText(call, "persist-id", ""))) {
-    return Refuse("invalid-value", "the ongoing confirmed commit is not of this session or token");
+    return OperationResult::ProtocolError(
+        "invalid-value", "the ongoing confirmed commit is not of this session or token");
   }
   if (std::optional<RpcError> error = LockedByOther(context, call, "running")) {
     return OperationResult::Error(std::move(*error));
   }
-  return FromErrors(context.confirmed.Cancel("cancelled by " + call.session.user,
-                                             {call.session.user, call.session.id}));
+  return OperationResult::Of(context.confirmed.Cancel("cancelled by " + call.session.user,
+                                                      {call.session.user, call.session.id}));
 }
 
 OperationResult RunDiscardChanges(const OperationContext& context, const OperationCall& call) {
@@ -91,11 +81,11 @@ OperationResult RunDiscardChanges(const OperationContext& context, const Operati
 OperationResult RunValidate(const OperationContext& context, const OperationCall& call) {
   const std::string source = NamedDatastore(call, "source");
   if (source.empty()) return OperationResult::Error(MissingElement("source"));
-  if (source == "candidate") return FromErrors(context.candidate.Validate());
+  if (source == "candidate") return OperationResult::Of(context.candidate.Validate());
   if (source == "running") return OperationResult::Ok();  // it always is
-  return FromErrors(context.datastore.Edit(InlineConfig(FindParameter(call, "source")),
-                                           {DefaultOperation::kReplace, TestOption::kTestOnly},
-                                           {call.session.user, call.session.id}));
+  return OperationResult::Of(context.datastore.Edit(
+      InlineConfig(FindParameter(call, "source")),
+      {DefaultOperation::kReplace, TestOption::kTestOnly}, {call.session.user, call.session.id}));
 }
 
 }  // namespace host

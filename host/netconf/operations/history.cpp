@@ -39,12 +39,6 @@ OperationResult Reply(XmlWriter* xml) {
   return result;
 }
 
-OperationResult Refuse(const DatastoreErrors& errors) {
-  OperationResult result;
-  result.errors = FromDatastore(errors);
-  return result;
-}
-
 EditPreview PreviewOf(const OperationContext& context, const OperationCall& call) {
   return context.datastore.Preview(InlineConfig(call.input), EditOptionsOf(call));
 }
@@ -73,7 +67,7 @@ OperationResult RunGetCommit(const OperationContext& context, const OperationCal
   }
   DatastoreErrors errors;
   const Tree diff(context.datastore.DifferenceOf(id, &errors));
-  if (!errors.empty()) return Refuse(errors);
+  if (!errors.empty()) return OperationResult::Of(errors);
   XmlWriter xml(kHistoryNamespace);
   WriteCommit(info, &xml);
   WriteDifference(diff.get(), &xml);
@@ -91,7 +85,7 @@ OperationResult RunRollback(const OperationContext& context, const OperationCall
   Origin origin{call.session.user, call.session.id};
   if (!comment.empty()) origin.comment = "rollback to " + std::to_string(id) + ": " + comment;
   const DatastoreErrors errors = context.datastore.Rollback(id, origin);
-  if (!errors.empty()) return Refuse(errors);
+  if (!errors.empty()) return OperationResult::Of(errors);
   const uint64_t after = context.datastore.TransactionId();
   if (after == before) return OperationResult::Ok();
   XmlWriter xml(kHistoryNamespace);
@@ -103,7 +97,7 @@ OperationResult RunRollback(const OperationContext& context, const OperationCall
 
 OperationResult RunCompare(const OperationContext& context, const OperationCall& call) {
   const EditPreview preview = PreviewOf(context, call);
-  if (!preview.errors.empty()) return Refuse(preview.errors);
+  if (!preview.errors.empty()) return OperationResult::Of(preview.errors);
   XmlWriter xml(kHistoryNamespace);
   WriteDifference(preview.difference.get(), &xml);
   return Reply(&xml);
@@ -114,7 +108,7 @@ OperationResult RunCompareCommits(const OperationContext& context, const Operati
   DatastoreErrors errors;
   const Tree difference = context.datastore.DifferenceBetween(
       NumberIn(call, "from", "0"), NumberIn(call, "to", now.c_str()), &errors);
-  if (!errors.empty()) return Refuse(errors);
+  if (!errors.empty()) return OperationResult::Of(errors);
   XmlWriter xml(kHistoryNamespace);
   WriteDifference(difference.get(), &xml);
   return Reply(&xml);

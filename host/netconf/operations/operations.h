@@ -76,6 +76,16 @@ struct OperationResult {
     result.errors.push_back(std::move(error));
     return result;
   }
+  // The datastore's errors; none: as Ok().
+  static OperationResult Of(const DatastoreErrors& errors) {
+    OperationResult result;
+    result.errors = FromDatastore(errors);
+    return result;
+  }
+  // An error of the layer that operations are of (RFC 6241 section 4.3).
+  static OperationResult ProtocolError(const char* tag, std::string message) {
+    return Error({"protocol", tag, std::move(message), "", "", ""});
+  }
 };
 
 enum class OperationKind {

@@ -4,14 +4,6 @@
 #include "host/netconf/operations/operations.h"
 
 namespace host {
-namespace {
-
-OperationResult Refuse(const char* tag, const std::string& message) {
-  return OperationResult::Error({"protocol", tag, message, "", "", ""});
-}
-
-}  // namespace
-
 OperationResult RunLock(const OperationContext& context, const OperationCall& call) {
   const std::string target = NamedDatastore(call, "target");
   if (target.empty()) return OperationResult::Error(MissingElement("target"));
@@ -43,7 +35,8 @@ OperationResult RunUnlock(const OperationContext& context, const OperationCall& 
   const std::string target = NamedDatastore(call, "target");
   if (target.empty()) return OperationResult::Error(MissingElement("target"));
   if (context.locks.HolderOf(target) != call.session.id) {
-    return Refuse("operation-failed", "this session does not hold the lock");
+    return OperationResult::ProtocolError("operation-failed",
+                                          "this session does not hold the lock");
   }
   context.locks.Release(target);
   // RFC 6241 section 8.3.5.2: what was not committed goes with the lock.
@@ -61,9 +54,11 @@ OperationResult RunKillSession(const OperationContext& context, const OperationC
   const lyd_node* parameter = FindParameter(call, "session-id");
   if (parameter == nullptr) return OperationResult::Error(MissingElement("session-id"));
   const uint32_t id = std::strtoul(lyd_get_value(parameter), nullptr, 10);
-  if (id == call.session.id) return Refuse("invalid-value", "a session cannot kill itself");
+  if (id == call.session.id)
+    return OperationResult::ProtocolError("invalid-value", "a session cannot kill itself");
   if (!context.sessions.KillSession(id, call.session)) {
-    return Refuse("invalid-value", "there is no session " + std::to_string(id));
+    return OperationResult::ProtocolError("invalid-value",
+                                          "there is no session " + std::to_string(id));
   }
   return OperationResult::Ok();
 }

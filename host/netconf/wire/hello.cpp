@@ -28,7 +28,7 @@ constexpr const char* kProtocolCapabilities[] = {
 std::string Hello(const std::vector<std::string>& capabilities, uint32_t session_id) {
   std::string xml = std::string("<hello xmlns=\"") + kNetconfNamespace + "\"><capabilities>";
   for (const std::string& capability : capabilities) {
-    xml += "<capability>" + XmlEscape(capability) + "</capability>";
+    xml += XmlElement("capability", capability);
   }
   xml += "</capabilities>";
   if (session_id != 0) xml += "<session-id>" + std::to_string(session_id) + "</session-id>";

@@ -11,7 +11,7 @@ namespace aclctl {
 namespace {
 
 std::string PersistElement(const std::string& token) {
-  return token.empty() ? "" : "<persist-id>" + host::XmlEscape(token) + "</persist-id>";
+  return token.empty() ? "" : host::XmlElement("persist-id", token);
 }
 
 // A commit of the candidate confirms; it must have nothing else to commit, so it is locked, which

@@ -37,11 +37,6 @@ Failure CheckNumber(const std::string& text, const char* what, uint64_t least, u
           {}};
 }
 
-// An element with a text; nothing without one.
-std::string Element(const std::string& name, const std::string& text) {
-  return text.empty() ? "" : "<" + name + ">" + host::XmlEscape(text) + "</" + name + ">";
-}
-
 Failure CheckCommit(const std::string& id) {
   return CheckNumber(id, "a commit", 0, std::numeric_limits<uint64_t>::max());
 }
@@ -101,7 +96,9 @@ Failure Rollback(const Common& common, const std::string& id, const std::string&
   CommitReport report;
   if (Failure failure = report.Begin(&client)) return failure;
   Failure failure =
-      Call(&client, "rollback", "<id>" + id + "</id>" + Element("comment", comment), &reply, &text);
+      Call(&client, "rollback",
+           "<id>" + id + "</id>" + (comment.empty() ? "" : host::XmlElement("comment", comment)),
+           &reply, &text);
   if (failure.code == kRefused) {
     failure.message =
         "the daemon refused to go back to commit " + id + "; the configuration is unchanged";

@@ -40,8 +40,7 @@ Failure FetchHits(Client* client, const std::string& profile, HitsByOrigin* hits
   std::string data;
   host::Tree reply;
   const lyd_node* filters = nullptr;
-  const std::string wanted =
-      profile.empty() ? "<profile/>" : "<profile>" + host::XmlEscape(profile) + "</profile>";
+  const std::string wanted = profile.empty() ? "<profile/>" : host::XmlElement("profile", profile);
   if (Failure failure =
           FetchState(client,
                      "<filters xmlns=\"urn:acl-app:filters\"><group><entry>" + wanted +
@@ -151,8 +150,7 @@ class ProfilePrinter {
 Failure ShowAcl(const Common& common, const std::string& profile) {
   Client client;
   if (Failure failure = client.Open(common.socket)) return failure;
-  const std::string key =
-      profile.empty() ? "" : "<acl-name>" + host::XmlEscape(profile) + "</acl-name>";
+  const std::string key = profile.empty() ? "" : host::XmlElement("acl-name", profile);
   const std::string profiles =
       "<acl-profile><ingress><access-list>" + key + "</access-list></ingress></acl-profile>";
   const std::string filter = "<config xmlns=\"urn:acl-app:acl\"><access-list>" + profiles +
