@@ -120,7 +120,9 @@ void GroupTable::Note(const Standing& standing) {
   if (standing.taken()) {
     if (&to == &groups_) prepared_.merge(pending_);
     for (auto& [key, group] : prepared_) to.insert_or_assign(key, std::move(group));
-    if (&to == &groups_) pending_.clear();
+  }
+  if (standing.taken() && &to == &groups_) {
+    pending_.clear();
     for (const auto& [key, group] : groups_) {
       levels_.at(SlotOf(group->getType())).Note(group->getEntriesRef().size());
     }

@@ -31,14 +31,16 @@ class GroupTable {
 
   // `backend` is not owned; `why` says, for people, why it is that one. `capacity` is the number of
   // entries that one group holds at most; the thresholds say when one is nearly full, of which
-  // `events` (null: nobody; not owned) are told.
+  // `events` (null: nobody; not owned) are told, and the next process by files in `directory`
+  // (empty: it is not).
   GroupTable(Backend* backend, unsigned int capacity, std::string why = "", FillThreshold l2 = {},
-             FillThreshold l3 = {}, const Events* events = nullptr)
+             FillThreshold l3 = {}, const Events* events = nullptr,
+             const std::string& directory = "")
       : backend_(backend),
         capacity_(capacity),
         why_(std::move(why)),
-        levels_{FillLevel("l2", "L2", capacity, l2, events),
-                FillLevel("l3", "L3", capacity, l3, events)} {}
+        levels_{FillLevel("l2", "L2", capacity, l2, events, directory),
+                FillLevel("l3", "L3", capacity, l3, events, directory)} {}
 
   // Makes a group known, and puts its entries in force if it has any. FILTER_MGR_ERR_EXISTS when a
   // group of its id and stage is known.
