@@ -7,7 +7,11 @@
 
 #include <csignal>
 #include <cstdio>
-#include <mutex>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
 
 #include "host/runtime/settings.h"
 #include "tools/metrics/assets.h"
@@ -31,27 +35,20 @@ sigset_t BlockEndingSignals() {
   return signals;
 }
 
-// The exposition of the last reading, made once for each of them. For the server's thread.
-class CachedExposition {
- public:
-  CachedExposition(const Sampler* sampler, uint64_t most_hits)
-      : sampler_(sampler), most_hits_(most_hits) {}
-
-  Content Get() {
-    const std::shared_ptr<const Snapshot> last = sampler_->Last();
-    if (last != of_) {
-      text_ = std::make_shared<const std::string>(Exposition(*last, most_hits_));
-      of_ = last;
+// A text about the last reading, made once for each of them, however many ask for it. For the
+// server's thread.
+HttpServer::Make OfLastReading(const Sampler* sampler, const char* type,
+                               std::function<std::string(const Snapshot&)> make) {
+  return [sampler, type, make = std::move(make), of = std::shared_ptr<const Snapshot>(),
+          content = Content()]() mutable {
+    const std::shared_ptr<const Snapshot> last = sampler->Last();
+    if (last != of) {
+      content = {type, std::make_shared<const std::string>(make(*last))};
+      of = last;
     }
-    return {kExpositionType, text_};
-  }
-
- private:
-  const Sampler* sampler_;
-  const uint64_t most_hits_;
-  std::shared_ptr<const Snapshot> of_;
-  std::shared_ptr<const std::string> text_;
-};
+    return content;
+  };
+}
 
 std::map<std::string, HttpServer::Make> Paths(const Sampler* sampler,
                                               const SamplerOptions& options) {
@@ -61,13 +58,13 @@ std::map<std::string, HttpServer::Make> Paths(const Sampler* sampler,
     const Content content{asset.type, std::make_shared<const std::string>(asset.text)};
     paths[asset.path] = [content] { return content; };
   }
-  const auto exposition = std::make_shared<CachedExposition>(sampler, options.most_hits);
-  paths["/metrics"] = [exposition] { return exposition->Get(); };
+  paths["/metrics"] = OfLastReading(
+      sampler, kExpositionType,
+      [most = options.most_hits](const Snapshot& last) { return Exposition(last, most); });
   const double interval_s = std::chrono::duration<double>(options.interval).count();
-  paths["/state.json"] = [sampler, interval_s] {
-    return Content{"application/json",
-                   std::make_shared<const std::string>(PageState(*sampler->Last(), interval_s))};
-  };
+  paths["/state.json"] =
+      OfLastReading(sampler, "application/json",
+                    [interval_s](const Snapshot& last) { return PageState(last, interval_s); });
   return paths;
 }
 
