@@ -12,7 +12,7 @@
 namespace host {
 namespace {
 
-// Of so many ports others are told one by one.
+// When more ports than this are put right at once, one notification is about all of them.
 constexpr size_t kMostTold = 64;
 
 using FiltersCommon::FiltersGroup;
