@@ -40,18 +40,23 @@ POLICY = {
 class Element:
     """A daemon behind an sshd, in a directory of its own."""
 
-    def __init__(self, test, name, keys, **settings):
+    def __init__(self, test, name, keys):
         self.directory = keys / name
         (self.directory / "state").mkdir(parents=True)
         self.name = name
         self.variables = {"access_port": f"port-of-{name}", "protocol": "udp"}
-        self.daemon = Daemon(self.directory, **settings)
         test.addCleanup(self.kill)
-        self.daemon.start()
+        self.begin()
         self.sshd = Sshd(test, self.directory, keys, f"{BRIDGE} --socket {self.daemon.socket}")
+        self.old = self.config()
+
+    def begin(self, *wrapper, **settings):
+        """Starts a daemon, by the command `wrapper`, which has the old policy."""
+        self.daemon = Daemon(self.directory, **settings)
+        self.daemon.command[:0] = wrapper
+        self.daemon.start()
         with self.daemon.session() as session:
             session.edit(profile("old", "l2", 5, (1, "<vlan>7</vlan>", DENY)), interface("port", "old"))
-        self.old = self.config()
 
     def kill(self):
         self.daemon.process.kill()
@@ -79,6 +84,8 @@ class AnsibleTest(DaemonTest):
         make_keys(self.directory)
         self.elements = [Element(self, f"e{i}", self.directory) for i in range(self.number)]
         self.playbook = None
+        self.output = open(self.directory / "ansible.log", "w+")
+        self.addCleanup(self.output.close)
 
     def start(self, playbook="roll_out.yml", *arguments, forks=None, **variables):
         """Starts Ansible in a group of processes of its own."""
@@ -91,8 +98,8 @@ class AnsibleTest(DaemonTest):
             # The groups are only in memory, where no interface exists.
             "acl_fleet_refused_findings": ["no-frame"], **variables}}}))
         policy = self.write("policy.json", json.dumps({"acl_policy": POLICY}))
-        self.output = open(self.directory / "ansible.log", "w+")
-        self.addCleanup(self.output.close)
+        self.output.seek(0)
+        self.output.truncate()
         self.playbook = subprocess.Popen(
             ["ansible-playbook", "-i", inventory, "-f", str(forks or self.number), "-e", f"policy={policy}",
              *arguments, playbook],
@@ -205,7 +212,7 @@ class FleetTest(AnsibleTest):
         sessions[2].edit(profile("guests", "l3", 31))
         gone.sshd.cut()
         full.kill()
-        full.daemon = Daemon(full.directory, filter_capacity=4).start()
+        full.begin(filter_capacity=4)
         odd.variables["protocol"] = "icmp"
         before = [e.config() for e in self.elements]
         self.play(status=2, acl_fleet_patience=1, acl_fleet_fullest=70, says=[
@@ -215,6 +222,29 @@ class FleetTest(AnsibleTest):
             "e0: would take it: ", f"no element was changed .{ELEMENTS - 6} ready, 6 refused"])
         self.assertEqual([e.config() for e in self.elements], before)
         self.assertEqual([e.name for e in self.elements if e.state()[1]], ["e2"])
+
+    def test_elements_refuse_the_commit(self):
+        """What no dry run finds: a disk that is full, and a filter that cannot be programmed."""
+        if subprocess.run(["unshare", "--mount", "--net", "nft", "list", "tables"], check=False).returncode:
+            self.skipTest("no namespaces, or no packet filter there")
+        disk, owned = self.elements[1:3]
+        for element in disk, owned:
+            element.kill()
+        disk.begin("unshare", "--mount", "sh", "-c", 'mount -t tmpfs -o size=256k tmpfs "$0" && exec "$1"',
+                   disk.daemon.settings["state_directory"])
+        state = f"/proc/{disk.daemon.process.pid}/root{disk.daemon.settings['state_directory']}"
+        with self.assertRaisesRegex(OSError, "No space"), open(f"{state}/rest", "wb") as rest:
+            while rest.write(bytes(4096)):
+                rest.flush()
+        owned.begin("unshare", "--net", filter_backend="nftables")
+        inside = ["nsenter", f"--net=/proc/{owned.daemon.process.pid}/ns/net", "nft"]
+        owner = subprocess.Popen([*inside, "-i"], stdin=subprocess.PIPE, text=True)
+        self.addCleanup(owner.communicate)
+        print("add table netdev acl-app/port-of-e2 { flags owner; }", file=owner.stdin, flush=True)
+        self.wait_for(lambda: b"of-e2" in subprocess.check_output([*inside, "list", "tables"]), 20)
+        self.play(status=2, says=["e1: .*disk is full", "e2: .*not in force: port port-of-e2 .*another process",
+                                  f"taken back everywhere .{ELEMENTS} old"])
+        self.assert_all("old")
 
     def test_elements_are_lost_on_probation(self):
         dead, cut = self.elements[1:3]
@@ -251,16 +281,26 @@ class FleetTest(AnsibleTest):
         for element in self.elements:  # its connections last for a while
             element.sshd.cut()
             element.sshd.start()
-        self.start(forks=1)  # some have kept it, others are on probation
+        run = self.die_while_it_is_kept()
+        last.kill()
+        self.play(acl_fleet_run=run, status=2, says=f"not known of {last.name}.* {ELEMENTS - 1} old")
+        last.daemon.start()
+        self.assert_all("old")
+        self.play(acl_fleet_run=self.die_while_it_is_kept(), says="every element has the policy")
+        self.assert_all("new")
+
+    def die_while_it_is_kept(self):
+        """Has the controller die when some elements have kept the policy, and others are on probation; the
+        roll-out's name."""
+        first, last = self.elements[0], self.elements[-1]
+        self.start(forks=1)
         self.wait_for(lambda: last.state()[1])
         self.wait_for(lambda: not first.state()[1])
         self.kill_controller()
         self.assertTrue(last.state()[1])
         with last.daemon.session() as session:
             commits = session.get(f'<filter><commits xmlns="{COMMITS}"/></filter>')
-        run = re.findall("roll-out ([0-9a-z]+) of", ET.tostring(commits).decode())[-1]
-        self.play(acl_fleet_run=run, says="every element has the policy")
-        self.assert_all("new")
+        return re.findall("roll-out ([0-9a-z]+) of", ET.tostring(commits).decode())[-1]
 
 
 if __name__ == "__main__":

@@ -9,6 +9,7 @@ the fleet as it is now:
   begun         whether an element may have the policy on probation, or have kept it
   work          whether there is anything to be done
   again         whether it is worth while to tell elements once more to keep it
+  looked        when it began to be asked what is in force (seconds since 1970)
   deadline      when the first element may go back by itself, less the margin (seconds since 1970)
   elements      by name: `is` (below), `text` for a person to read, `base` and `commit`: the commits
                 before and with the policy, and what a phase needs of them
@@ -124,7 +125,7 @@ def begun(run, policy, hosts):
     """The fleet of a roll-out of which nothing but its name is known."""
     return {
         "run": run, "comment": f"fleet roll-out {run} of {policy}", "go": False, "begun": True,
-        "work": True, "again": False, "deadline": 0,
+        "work": True, "again": False, "looked": 0, "deadline": 0,
         "elements": {host: {"is": "lost", "text": "", "base": 0, "commit": 0, "session": 0, "do": ""}
                      for host in hosts},
     }
@@ -201,6 +202,11 @@ def edited(fleet, hostvars):
     return {**fleet, "go": go, "begun": go or "probation" in ways(fleet)}
 
 
+def looking(fleet):
+    """Before the elements are asked what is in force."""
+    return {**fleet, "looked": int(time.time())}
+
+
 def applied(fleet, hostvars, margin):
     """After the commit: is the policy in force on every element, and on probation where it is new?"""
     fleet, left = copy.deepcopy(fleet), []
@@ -223,7 +229,8 @@ def applied(fleet, hostvars, margin):
             element.update({"is": "probation", "base": pending["base"], "commit": now["running"],
                             "until": pending["until"], "text": "in force, on probation"})
             left.append(pending["remaining"])
-    return {**fleet, "deadline": int(time.time()) + min(left, default=0) - int(margin),
+    # Some were asked long ago, where there are many: each had this much left at `looked` or later.
+    return {**fleet, "deadline": fleet["looked"] + min(left, default=0) - int(margin),
             "go": ways(fleet) <= {"probation", "same"}}
 
 
@@ -319,4 +326,4 @@ def summary(fleet):
 class FilterModule:
     def filters(self):
         return {f"acl_{phase.__name__}": phase for phase in (
-            begun, dry_run, edited, applied, kept, way_back, back, summary)}
+            begun, dry_run, edited, looking, applied, kept, way_back, back, summary)}
