@@ -222,6 +222,31 @@ class KernelTest(DaemonTest):
         pattern = re.compile(".*".join(events), re.S)
         self.await_(lambda: pattern.search(self.aclctl(daemon, "events").stdout))
 
+    def test_what_is_not_in_force_is_told_of(self):
+        """Another program holds a port's table, and an update is larger than the kernel takes here."""
+        owner = subprocess.Popen(["nft", "-i"], stdin=subprocess.PIPE, text=True)
+        self.addCleanup(owner.communicate)
+        print("add table netdev acl-app/port0 { flags owner; }", file=owner.stdin, flush=True)
+        self.await_(lambda: "port0" in self.tables())
+        daemon = self.start()
+        outcome = "commit-outcome +commit=%d .*result=%s .*"
+        for ports in ((80,), (80, 443)):
+            self.aclctl(daemon, "apply", self.write("config.xml", CONFIG % "".join(
+                DENY % (port, port) for port in ports)))
+        self.await_events(daemon, "filters-changed +interface=port0 put-right=false reason=",
+                          outcome % (2, "pending"), outcome % (2, "superseded corrected"),
+                          outcome % (3, "pending"))
+        owner.communicate()
+        self.await_events(daemon, outcome % (3, "applied corrected"))
+        daemon.stop()
+
+        daemon = self.daemon(filter_backend="nftables", state_directory=self.directory)
+        daemon.command[:0] = ["unshare", "--user", "--map-root-user", "--net"]
+        daemon.start()
+        config = CONFIG.replace("port0", "lo") % "".join(DENY % (n, n) for n in range(1, 9000))
+        self.aclctl(daemon, "apply", self.write("config.xml", config))
+        self.await_events(daemon, outcome % (2, "failed reason=.*refused"))
+
     def rules(self):
         listed = subprocess.run(["nft", "-s", "list", "ruleset"], capture_output=True, text=True)
         return listed.stdout
