@@ -3,7 +3,9 @@
 //
 // It is read without the modules that it is about, on purpose: whatever the sender's revision and
 // augmentations are, every statement is there with its path, so that what is not understood can be
-// told of. What values must be is checked by those who take them.
+// told of. What values must be is checked by those who take them. An annotation (RFC 7952; in XML
+// an attribute) is a node among those that it is about, "@" in a container and "@leaf" beside a
+// leaf, with its text as the value.
 #ifndef HOST_STANDARD_DOCUMENT_H_
 #define HOST_STANDARD_DOCUMENT_H_
 
@@ -11,6 +13,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 namespace host::standard {
@@ -34,7 +37,8 @@ struct Node {
     kEmpty,   // a leaf of type empty
     kItem,    // of a leaf-list of texts
     kNumberItem,
-    kIdentity,  // a text that is the name of an identity of `module_of_value`
+    kIdentity,    // a text that is the name of an identity of `module_of_value`
+    kAnnotation,  // what is said about a node and not in it: an attribute; only read
   };
 
   std::string_view name;
@@ -60,7 +64,8 @@ class Document {
   // Top-level nodes are the children of the root.
   Node root;
 
-  // JSON begins with a brace. Empty, or why the text is neither.
+  // JSON begins with a brace. The envelopes of NETCONF and RESTCONF are taken off. Empty, or why
+  // the text is neither.
   std::string Read(const std::string& text);
   std::string Print(Format format) const;
   // A view that lives as long as the document.
@@ -68,7 +73,7 @@ class Document {
 
  private:
   std::deque<std::string> kept_;
-  std::vector<std::string_view> known_;  // of kept_, sorted
+  std::unordered_set<std::string_view> known_;  // of kept_
 };
 
 }  // namespace host::standard

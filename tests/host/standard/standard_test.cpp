@@ -144,6 +144,27 @@ TEST(StandardTest, ReadsWhatTheStandardsPrint) {
   }
 }
 
+// Many lists, in the envelope of a reply; and what is not read at all.
+TEST(StandardTest, ReadsXml) {
+  std::string lists;
+  for (int i = 0; i < 300; ++i) lists += "<acl><name>l" + std::to_string(i) + "</name></acl>";
+  const std::string acls =
+      "<acls xmlns='urn:ietf:params:xml:ns:yang:ietf-access-control-list'>" + lists + "</acls>";
+  EXPECT_EQ(300U, ReadLists("\xef\xbb\xbf<?xml version='1.0'?><rpc-reply message-id='1'><data>" +
+                            acls + "</data></rpc-reply>")
+                      .acls.size());
+  std::string deep;
+  for (int i = 0; i < 70; ++i) deep += "<a>";
+  for (const auto& [text, why] : std::vector<std::pair<std::string, std::string>>{
+           {"<!DOCTYPE acls [<!ENTITY e 'x'>]><acls>&e;</acls>", "a document type declaration"},
+           {"<a>\n<b/>c</a>", "line 2: text between the elements of <a>"},
+           {"<a><x:b/></a>", "unbound prefix"},
+           {acls.substr(0, acls.size() - 1), "unclosed token"},
+           {deep, "too deep"}}) {
+    EXPECT_THAT(Document().Read(text), HasSubstr(why));
+  }
+}
+
 // With what acl-app-standard adds, profiles come back as they were.
 TEST(StandardTest, ProfilesComeBack) {
   std::mt19937 random(9899);
