@@ -16,6 +16,15 @@ BRIDGE = os.environ["ACL_APP_BRIDGE"]
 YANG = os.environ["ACL_APP_YANG"]
 
 
+def until(condition, patience=20, shown=lambda: None):
+    """What the condition gives, once that is true; `shown` is what there is when that takes too long."""
+    deadline = time.monotonic() + patience
+    while not (value := condition()):
+        assert time.monotonic() < deadline, shown()
+        time.sleep(0.02)
+    return value
+
+
 class Daemon:
     """One daemon. `settings` overrides the settings of the scratch directory."""
 

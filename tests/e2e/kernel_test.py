@@ -6,11 +6,10 @@ import re
 import signal
 import socket
 import subprocess
-import time
 import unittest
 
 import network_namespace
-from daemon import ACLCTL, DAEMON, DaemonTest
+from daemon import ACLCTL, DAEMON, DaemonTest, until
 from netconf_client import FILTERS, NAMESPACES
 
 
@@ -74,10 +73,7 @@ class KernelTest(DaemonTest):
                 for e in reply.iterfind("f:group/f:binding/f:entry", NAMESPACES)}
 
     def assert_hits(self, daemon, expected):
-        deadline = time.monotonic() + 5
-        while self.hits(daemon) != expected and time.monotonic() < deadline:
-            time.sleep(0.01)
-        self.assertEqual(self.hits(daemon), expected)
+        until(lambda: self.hits(daemon) == expected, shown=lambda: self.hits(daemon))
 
     def tables(self):
         return subprocess.run(["nft", "list", "tables"], capture_output=True, text=True).stdout
@@ -111,10 +107,7 @@ class KernelTest(DaemonTest):
         first = self.start("bpf")
         self.apply(first, (1, 80))
         subprocess.run(["nft", "flush", "ruleset"], check=True)
-        deadline = time.monotonic() + 5
-        while "acl-app-guard" not in self.tables():  # the daemon puts the guards right
-            self.assertLess(time.monotonic(), deadline)
-            time.sleep(0.01)
+        until(lambda: "acl-app-guard" in self.tables())  # the daemon puts the guards right
         (self.directory / "second").mkdir()
         second = self.start("kernel", state_directory=self.directory / "second",
                             netconf_socket=self.directory / "second.sock")
@@ -130,12 +123,8 @@ class KernelTest(DaemonTest):
         self.assertEqual(self.aclctl(first, "flush").returncode, 0)
 
     def assert_status(self, daemon, line):
-        deadline = time.monotonic() + 5
-        while True:
-            shown = self.aclctl(daemon, "show", "status").stdout
-            if re.search(f"^filters +{line}$", shown, re.M):
-                return
-            self.assertLess(time.monotonic(), deadline, shown)
+        shown = lambda: self.aclctl(daemon, "show", "status").stdout
+        until(lambda: re.search(f"^filters +{line}$", shown(), re.M), shown=shown)
 
     def commits_reach_frames(self, backend):
         daemon = self.start(backend)
@@ -179,12 +168,6 @@ class KernelTest(DaemonTest):
         self.assertEqual((flushed.returncode, flushed.stdout), (0, "Filters of 1 port removed.\n"))
         self.assertEqual(self.tables(), "table netdev other\n")
 
-    def await_(self, condition):
-        deadline = time.monotonic() + 5
-        while not condition() and time.monotonic() < deadline:
-            time.sleep(0.01)
-        self.assertTrue(condition())
-
     def test_the_loop_follows_interfaces_and_repairs_damage(self):
         daemon = self.start()
         self.apply(daemon, (1, 80))
@@ -192,12 +175,12 @@ class KernelTest(DaemonTest):
             "acl-app-filters:filters"]["port"][0]["state"]
         self.assertEqual(state(), "enforced")
         subprocess.run("ip link set port0 down; ip link set port0 name away", shell=True, check=True)
-        self.await_(lambda: state() == "absent")
+        until(lambda: state() == "absent")
         gone = "interface-state +interface=port0 link=absent filters=waiting\n"
         self.await_events(daemon, gone)
         subprocess.run("ip link set away name port0; ip link set port0 up", shell=True, check=True)
         # The peer takes a while to see that the link is up.
-        self.await_(lambda: send(80) or self.hits(daemon) != [0])
+        until(lambda: send(80) or self.hits(daemon) != [0])
         self.assertIn("interface port0 vanished", daemon.log())
         self.await_events(daemon, gone, "interface-state +interface=port0 link=up filters=in-force\n")
 
@@ -205,7 +188,7 @@ class KernelTest(DaemonTest):
         damage = ["nft", "flush", "chain", "netdev", "acl-app/port0", "l3"]
         done = subprocess.run(damage, capture_output=True, text=True)
         if done.returncode == 0:
-            self.await_(lambda: "port0 was not as it should be" in daemon.log())
+            until(lambda: "port0 was not as it should be" in daemon.log())
             self.await_events(daemon, "filters-changed +interface=port0 put-right=true reason=")
         else:
             self.assertIn("Operation not permitted", done.stderr)
@@ -220,14 +203,15 @@ class KernelTest(DaemonTest):
     def await_events(self, daemon, *events):
         """Waits until `aclctl events` shows lines with these patterns, one after the other."""
         pattern = re.compile(".*".join(events), re.S)
-        self.await_(lambda: pattern.search(self.aclctl(daemon, "events").stdout))
+        shown = lambda: self.aclctl(daemon, "events").stdout
+        until(lambda: pattern.search(shown()), shown=shown)
 
     def test_what_is_not_in_force_is_told_of(self):
         """Another program holds a port's table, and an update is larger than the kernel takes here."""
         owner = subprocess.Popen(["nft", "-i"], stdin=subprocess.PIPE, text=True)
         self.addCleanup(owner.communicate)
         print("add table netdev acl-app/port0 { flags owner; }", file=owner.stdin, flush=True)
-        self.await_(lambda: "port0" in self.tables())
+        until(lambda: "port0" in self.tables())
         daemon = self.start()
         outcome = "commit-outcome +commit=%d .*result=%s .*"
         for ports in ((80,), (80, 443)):

@@ -6,10 +6,9 @@ import os
 import re
 import socket
 import subprocess
-import time
 import unittest
 
-from daemon import DaemonTest
+from daemon import DaemonTest, until
 from netconf_client import DENY, PERMIT, interface, profile
 
 METRICS = os.environ["ACL_APP_METRICS"]
@@ -61,12 +60,9 @@ class Metrics:
                 samples[key] = float(value)
         return samples
 
-    def wait(self, wanted, patience=10):
+    def wait(self, wanted):
         """The samples and the page's state, as soon as that is as wanted."""
-        deadline = time.monotonic() + patience
-        while not wanted(state := self.state()):
-            assert time.monotonic() < deadline, state
-            time.sleep(0.05)
+        state = until(lambda: wanted(now := self.state()) and now, shown=self.state)
         return self.samples(), state
 
 

@@ -9,13 +9,12 @@ import re
 import signal
 import subprocess
 import sys
-import time
 import unittest
 import xml.etree.ElementTree as ET
 
 ROOT = pathlib.Path(__file__).parents[2]
 sys.path.insert(0, str(ROOT / "tests" / "e2e"))
-from daemon import BRIDGE, Daemon, DaemonTest  # noqa: E402
+from daemon import BRIDGE, Daemon, DaemonTest, until  # noqa: E402
 from netconf_client import ACL, BASE, DENY, interface, profile  # noqa: E402
 from sshd import Sshd, make_keys  # noqa: E402
 
@@ -132,11 +131,8 @@ class AnsibleTest(DaemonTest):
             os.killpg(self.playbook.pid, signal.SIGKILL)
             self.playbook.wait()
 
-    def wait_for(self, what, seconds=1200):
-        deadline = time.monotonic() + seconds
-        while not what():
-            self.assertLess(time.monotonic(), deadline, self.text())
-            time.sleep(0.05)
+    def wait_for(self, what):
+        until(what, 1200, self.text)
 
 
 class ExampleTest(AnsibleTest):
@@ -241,7 +237,7 @@ class FleetTest(AnsibleTest):
         owner = subprocess.Popen([*inside, "-i"], stdin=subprocess.PIPE, text=True)
         self.addCleanup(owner.communicate)
         print("add table netdev acl-app/port-of-e2 { flags owner; }", file=owner.stdin, flush=True)
-        self.wait_for(lambda: b"of-e2" in subprocess.check_output([*inside, "list", "tables"]), 20)
+        until(lambda: b"of-e2" in subprocess.check_output([*inside, "list", "tables"]))
         self.play(status=2, says=["e1: .*disk is full", "e2: .*not in force: port port-of-e2 .*another process",
                                   f"taken back everywhere .{ELEMENTS} old"])
         self.assert_all("old")

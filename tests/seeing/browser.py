@@ -6,7 +6,8 @@ import json
 import os
 import subprocess
 import tempfile
-import time
+
+from daemon import until
 
 
 class Browser:
@@ -74,13 +75,10 @@ class Browser:
         assert "exceptionDetails" not in result, result
         return result["result"].get("value")
 
-    def wait(self, expression, patience=20):
+    def wait(self, expression):
         """Waits until an expression holds in the page, and returns its value."""
-        deadline = time.monotonic() + patience
-        while not (value := self.value(expression)):
-            assert time.monotonic() < deadline, (expression, self.value("document.body.innerText"))
-            time.sleep(0.1)
-        return value
+        return until(lambda: self.value(expression),
+                     shown=lambda: (expression, self.value("document.body.innerText")))
 
     def picture(self, path):
         """The whole page as a PNG file."""

@@ -18,22 +18,13 @@ ROOT = HERE.parents[1]
 sys.path.insert(0, str(ROOT / "tests/e2e"))
 
 from browser import Browser  # noqa: E402: found by the path above
-from daemon import DaemonTest  # noqa: E402
+from daemon import DaemonTest, until  # noqa: E402
 from metrics_test import MARKUP, Metrics  # noqa: E402
 from netconf_client import DENY, PERMIT, interface, profile  # noqa: E402
 
 DIST = ROOT / "dist/prometheus"
 PICTURES = ROOT / "build/seeing"
 CLONE_NEWNET = 0x40000000
-
-
-def until(condition, patience=20):
-    """What the condition gives, once that is true."""
-    deadline = time.monotonic() + patience
-    while not (value := condition()):
-        assert time.monotonic() < deadline, condition
-        time.sleep(0.2)
-    return value
 
 
 def promtool(*arguments, text=None):
