@@ -80,8 +80,8 @@ say kept ls /etc/acl-app /var/lib/acl-app
 dpkg -i /second.deb
 say again frame
 dpkg -i /metrics.deb
-say metrics sh -c 'systemctl is-active acl-app-metrics; ps -o user:20= -C acl-app-metrics; sleep 6; python3 -c "
-import urllib.request as r; print(r.urlopen(\"http://localhost:9830/metrics\").read().decode())" | grep ^acl_app_up'
+say metrics sh -c 'systemctl is-active acl-app-metrics; ps -o user:20= -C acl-app-metrics; sleep 6; python3 -c "import urllib.request as r
+print(r.urlopen(\\"http://localhost:9830/metrics\\").read().decode())" | grep ^acl_app_up'
 dpkg --purge acl-app-metrics
 say commits sh -c 'aclctl show commits | tail -1'
 dpkg --purge acl-app
@@ -119,7 +119,7 @@ SAID = {
     "metrics": "active acl-app-metrics acl_app_up 1",
     "commits": " *2 .*admin .*applied at the start",
     "purged": "passed", "left": "",
-    "groups": "acl-netconf:.*:member,admin acl-netconf-admin:.*:admin",
+    "groups": "acl-netconf:.*:acl-app-metrics,admin,member acl-netconf-admin:.*:admin",
     "anew": "dropped", "later": "passed", "nothing": "",
 }
 
