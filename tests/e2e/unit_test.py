@@ -16,6 +16,7 @@ systemctl start acl-app
 nsenter --target $(systemctl show -P MainPID acl-app) --mount mkdir /sys/fs/bpf/acl-app/maps && echo pins
 grep -E 'CapEff|Seccomp:' /proc/$(systemctl show -P MainPID acl-app)/status
 aclctl apply /examples/branch.json
+aclctl show status
 python3 /examples/send_frames.py access-1 access-1-peer
 su member -c 'aclctl show resources'
 su stranger -c 'aclctl show resources'
@@ -50,6 +51,7 @@ class UnitTest(unittest.TestCase):
         if run.returncode != 0:
             self.skipTest("no container is to be had here: " + run.stderr[-300:])
         for said in ["+ echo pins", "CapEff:\t000000c000001000", "Seccomp:\t2", "commit 2 applied",
+                     "enforced by bpf (the best that this kernel allows) on 3 ports",
                      "passed   ARP for the router", "dropped  telnet to the world",
                      "GROUP  CAPACITY", 'only members of the group "netops" may connect',
                      "field: commit 2 by root", "field: interface uplink vanished",
