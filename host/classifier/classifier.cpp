@@ -64,16 +64,17 @@ Usage Classifier::UsageOf(uint32_t root) const {
 }
 
 Cost Classifier::CostOf(uint32_t root, uint32_t samples) const {
-  std::vector<cls_key> masks;
-  std::vector<PlanRule> rules;
+  std::vector<uint32_t> records;
   for (EntryId id = First(root); id != kNoEntry; id = Next(id)) {
-    const uint32_t record = core_->list()[id].record;
-    rules.push_back({&core_->arena().entries.value(record), static_cast<uint32_t>(masks.size())});
-    masks.push_back(core_->arena().entries.mask(record));
+    records.push_back(core_->list()[id].record);
   }
+  const EntryStore& entries = core_->arena().entries;
+  const auto match_of = [&](size_t i) -> SampledMatch {
+    return {&entries.value(records[i]), &entries.mask(records[i])};
+  };
   Cost cost;
   SearchCount sum;
-  const std::vector<cls_key> keys = SampleKeys(masks, rules, samples);
+  const std::vector<cls_key> keys = SampleKeys(records.size(), match_of, samples);
   for (const cls_key& key : keys) {
     SearchCount count;
     Search(*core_->memory(), root, key, generation(), &count);

@@ -111,7 +111,10 @@ std::vector<FieldFilter> ChooseFilters(const std::vector<cls_key>& masks,
     if (!filter.bitmaps.empty()) candidates.push_back(std::move(filter));
   }
 
-  const std::vector<cls_key> keys = SampleKeys(masks, rules, kSampleKeys);
+  const auto match_of = [&](size_t i) -> SampledMatch {
+    return {rules[i].value, &masks[rules[i].mask]};
+  };
+  const std::vector<cls_key> keys = SampleKeys(rules.size(), match_of, kSampleKeys);
   cls_filter all{};
   for (size_t table = 0; table < plan.size(); ++table) SetBit(&all, table);
   std::vector<cls_filter> left(keys.size(), all);

@@ -5,16 +5,23 @@
 #include <cstdint>
 #include <vector>
 
-#include "host/classifier/table_plan.h"
+#include "host/classifier/rule.h"
 
 namespace host::classifier {
 
+// The match of a rule, where it stands.
+struct SampledMatch {
+  const cls_key* value;
+  const cls_key* mask;
+};
+
 // `count` keys. Each agrees with some rule in the bits which that compares; the others are, by
-// turns, those of another rule, and random.
-inline std::vector<cls_key> SampleKeys(const std::vector<cls_key>& masks,
-                                       const std::vector<PlanRule>& rules, size_t count) {
+// turns, those of another rule, and random. `match_of` gives the match of each of the `rules`, by
+// its number; those alone are asked for that a key is made from.
+template <class MatchOf>
+std::vector<cls_key> SampleKeys(size_t rules, const MatchOf& match_of, size_t count) {
   std::vector<cls_key> keys;
-  if (rules.empty()) return keys;
+  if (rules == 0) return keys;
   uint64_t state = 0x2545f4914f6cdd1dULL;
   const auto random = [&state] {  // xorshift64*
     state ^= state >> 12;
@@ -22,15 +29,14 @@ inline std::vector<cls_key> SampleKeys(const std::vector<cls_key>& masks,
     state ^= state >> 27;
     return state * 0x2545f4914f6cdd1dULL;
   };
-  const auto pick = [&]() -> const PlanRule& { return rules[(random() >> 20) % rules.size()]; };
+  const auto pick = [&]() -> SampledMatch { return match_of((random() >> 20) % rules); };
   for (size_t i = 0; i < count; ++i) {
-    const PlanRule& rule = pick();
-    const PlanRule& other = pick();
+    const SampledMatch rule = pick();
+    const SampledMatch other = pick();
     cls_key key{};
     for (size_t word = 0; word < 4; ++word) {
-      const uint64_t mask = masks[rule.mask].word[word];
       const uint64_t rest = i % 2 == 0 ? other.value->word[word] : random();
-      key.word[word] = rule.value->word[word] | (rest & ~mask);
+      key.word[word] = rule.value->word[word] | (rest & ~rule.mask->word[word]);
     }
     keys.push_back(key);
   }

@@ -103,9 +103,13 @@ class Backend {
   // Null where hits are not counted.
   virtual std::unique_ptr<HitsReading> ReadHits(GroupSlot slot) = 0;
   // What the group in force costs a frame, on the port where that is most. None where nothing is
-  // enforced. What was found is kept until the group changes; some 0.5 us for each entry are needed
-  // to find it.
+  // enforced. Answers at once: the most is of now, the rest is of the last SampleCost() of each
+  // port, and the most where there was none.
   virtual std::optional<SearchCost> CostOf(GroupSlot /*slot*/) { return std::nullopt; }
+  // Finds out the rest for ports that have changed, from number `*next` on, in some two
+  // milliseconds at most, and moves it on. False at the end, which is reached however often ports
+  // change meanwhile.
+  virtual bool SampleCost(GroupSlot /*slot*/, uint32_t* /*next*/) { return false; }
   // Does what can wait until after an answer, such as giving back the memory of what was replaced.
   virtual void Idle() {}
   // The ports that the groups in force name.

@@ -127,8 +127,13 @@ class FilterMgrClient::Impl : private host::FilterControl {
                            return host::BuildInterfaceState(context, table_, host::InterfaceNameOf,
                                                             host::ReadLinkStates());
                          }});
-    summary_ = providers_->Add({"acl-app-filters", "groups", [this](const ly_ctx* context) {
+    summary_ = providers_->Add({"acl-app-filters", "groups",
+                                [this](const ly_ctx* context) {
                                   return host::BuildGroupSummary(context, table_, watch_.retries());
+                                },
+                                [this] {
+                                  return host::OpenGroupSummary(
+                                      table_, [this] { return watch_.retries(); }, alive_);
                                 }});
     providers_->SetLongAnswer(kGetHits, [this](const lyd_node* input) {
       return host::AnswerHits(input, table_, alive_);

@@ -28,7 +28,7 @@ constexpr char kModule[] = "acl-app-filters";
 class GroupStateBuilder {
  public:
   GroupStateBuilder(const GroupTable& table, const PortNames& names)
-      : table_(table), names_(names), walk_(table) {}
+      : table_(table), names_(names), walk_(table), sampling_(table.backend()) {}
 
   bool done() const { return done_; }
 
@@ -67,7 +67,7 @@ class GroupStateBuilder {
   }
 
   bool Begin() {
-    if (!walk_.Begin()) return false;
+    if (sampling_.Step() || !walk_.Begin()) return false;
     const SentGroup& group = *walk_.group();
     cost_ = table_.backend().CostOf(SlotOf(group->getType()));
     next_entry_ = 0;
@@ -142,6 +142,7 @@ class GroupStateBuilder {
   std::unordered_map<limid_t, std::string> port_names_;
   std::optional<TreeWriter> writer_;
   GroupWalk walk_;
+  CostSampling sampling_;
   std::vector<const FiltersEntry*> entries_;  // of the group at work, by priority
   size_t next_entry_ = 0;
   std::optional<SearchCost> cost_;

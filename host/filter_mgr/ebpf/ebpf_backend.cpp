@@ -349,7 +349,10 @@ void EbpfBackend::Commit() {
   for (const GroupSlot slot : kSlots) {
     if (!prepared_[slot]) continue;
     for (auto& [root, update] : prepared_[slot]->updates) {
-      if (!update.empty()) costs_.erase(root);
+      if (!update.empty()) {
+        sampled_[root].changed = true;
+        unreclaimed_.insert(root);
+      }
       update.Commit(&held_[root], &freed);
     }
     if (groups_[slot]) retired_.push_back(std::move(*groups_[slot]));
@@ -424,6 +427,9 @@ bool EbpfBackend::Poll() {
   if (const auto ticket = grace_.Ended()) {
     classifier_->GracePassed(*ticket);
     counters_->EndGrace();
+    // What searches do not meet any more makes them cheaper.
+    for (const uint32_t root : unreclaimed_) sampled_[root].changed = true;
+    if (!classifier_->reclaimable()) unreclaimed_.clear();
     Idle();
   }
   const std::set<std::string> changed = links_.Update();
@@ -475,15 +481,31 @@ std::optional<SearchCost> EbpfBackend::CostOf(GroupSlot slot) {
   for (uint32_t number = 0; groups_[slot] && number < ports_->count(); ++number) {
     const uint32_t root = FilterPorts::RootOf(number, slot);
     if (root >= held_.size() || held_[root].empty()) continue;
-    const auto [found, is_new] = costs_.try_emplace(root);
-    if (is_new) found->second = classifier_->CostOf(root, SearchSamples(held_[root].size()));
-    const classifier::Cost& cost = found->second;
-    const SearchCost here{ports_->NameOf(number),
-                          SearchCost::Tables{cost.mean_tables, cost.worst_tables},
-                          cost.worst_entries};
+    const classifier::Usage usage = classifier_->UsageOf(root);
+    const uint32_t most = usage.tables * classifier::Classifier::kMaxChain;
+    const auto tables = static_cast<double>(usage.tables);
+    SearchCost here{ports_->NameOf(number), SearchCost::Tables{tables, usage.tables}, most};
+    const auto sampled = sampled_.find(root);
+    if (sampled != sampled_.end() && sampled->second.cost.worst_tables != 0) {
+      here.tables->mean = std::min(tables, sampled->second.cost.mean_tables);
+      here.entries_worst = sampled->second.cost.worst_entries;
+    }
     if (!worst || *worst < here) worst = here;
   }
   return worst;
+}
+
+bool EbpfBackend::SampleCost(GroupSlot slot, uint32_t* next) {
+  constexpr size_t kEntries = 2048;  // of the ports of one call; of the last one, all
+  for (size_t seen = 0; groups_[slot] && *next < ports_->count() && seen < kEntries; ++*next) {
+    const uint32_t root = FilterPorts::RootOf(*next, slot);
+    if (root >= held_.size() || held_[root].empty()) continue;
+    Sampled& sampled = sampled_[root];
+    if (!sampled.changed) continue;
+    seen += held_[root].size();
+    sampled = {classifier_->CostOf(root, SearchSamples(held_[root].size())), false};
+  }
+  return groups_[slot] && *next < ports_->count();
 }
 
 std::unique_ptr<HitsReading> EbpfBackend::ReadHits(GroupSlot slot) {

@@ -71,6 +71,7 @@ class EbpfBackend : public Backend {
   bool Pending() const override { return !links_.complete(); }
   std::unique_ptr<HitsReading> ReadHits(GroupSlot slot) override;
   std::optional<SearchCost> CostOf(GroupSlot slot) override;
+  bool SampleCost(GroupSlot slot, uint32_t* next) override;
   void Idle() override;
   std::map<std::string, PortState> Ports() const override;
 
@@ -83,6 +84,11 @@ class EbpfBackend : public Backend {
   std::vector<Hits> HitsOf(GroupSlot slot) const;
 
  private:
+  // What sample frames have told of a root.
+  struct Sampled {
+    classifier::Cost cost;
+    bool changed = true;  // the root has, since then
+  };
   // A group in force, or one prepared to be.
   struct Group {
     explicit Group(const SentGroup& group) : source(group), order(source.content()) {}
@@ -120,8 +126,9 @@ class EbpfBackend : public Backend {
   std::optional<PortHooks> hooks_;
   std::unique_ptr<PortGuards> guards_;
   std::optional<FilterPorts> ports_;
-  std::deque<std::vector<HeldEntry>> held_;     // by root; they keep their places
-  std::map<uint32_t, classifier::Cost> costs_;  // by root, as far as known
+  std::deque<std::vector<HeldEntry>> held_;  // by root; they keep their places
+  std::map<uint32_t, Sampled> sampled_;      // by root
+  std::set<uint32_t> unreclaimed_;           // roots that hold what an update has removed
   std::array<std::optional<Group>, kGroupSlots> groups_;
   std::array<std::optional<PreparedGroup>, kGroupSlots> prepared_;
   std::vector<Group> retired_;  // to be given back when there is time

@@ -31,6 +31,23 @@ class VerdictTest : public EbpfTest {
     return some;
   }
 
+  // The cost that is kept from update to update is that of all ports as they are.
+  void ExpectCost(GroupSlot slot) {
+    for (uint32_t next = 0; ebpf_->SampleCost(slot, &next);) {
+    }
+    SearchCost worst{"", SearchCost::Tables{}, 0};
+    for (uint32_t root = slot; root < ebpf_->classifier().root_count(); root += 2) {
+      const uint32_t entries = ebpf_->classifier().UsageOf(root).entries;
+      if (entries == 0) continue;
+      const classifier::Cost cost = ebpf_->classifier().CostOf(root, SearchSamples(entries));
+      const SearchCost here{"", SearchCost::Tables{cost.mean_tables, cost.worst_tables},
+                            cost.worst_entries};
+      if (worst < here) worst = here;
+    }
+    const SearchCost told = ebpf_->CostOf(slot).value_or(SearchCost{"", SearchCost::Tables{}, 0});
+    EXPECT_FALSE(told < worst || worst < told) << told.MeanText() << " " << worst.MeanText();
+  }
+
   const std::vector<Frame> all_ = AllFrames();
 };
 
@@ -80,6 +97,7 @@ TEST_F(VerdictTest, RandomGroupsUnderRandomUpdates) {
     }
     const FiltersGroup l2 = GroupOf(kL2Type, entries[0]), l3 = GroupOf(kL3Type, entries[1]);
     Apply({&l2, &l3});
+    for (const GroupSlot slot : kSlots) ExpectCost(slot);
     if (round % 3 == 0) Settle();
     if (round % 7 == 3) Open();
     for (const limid_t port : {1, 2}) {
