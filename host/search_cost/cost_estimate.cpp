@@ -1,9 +1,19 @@
 #include "host/search_cost/cost_estimate.h"
 
+#include <pthread.h>
+
 #include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
 #include <map>
+#include <mutex>
+#include <system_error>
+#include <thread>
 #include <utility>
 
+#include "host/classifier/classifier.h"
 #include "host/filter_mgr/ebpf/program/shared.h"
 
 namespace host {
@@ -44,20 +54,13 @@ Rule RuleOf(const Entry& entry) {
   return rule;
 }
 
-}  // namespace
-
-CostEstimate::CostEstimate(std::shared_ptr<const findings::Configuration> configuration)
-    : configuration_(std::move(configuration)),
-      tables_(&memory_),
-      next_(configuration_->interfaces.begin()) {
-  tables_.Format();  // the heap has the room
-}
-
-std::vector<Rule> CostEstimate::RulesOf(const findings::Interface& interface, bool l3) const {
+// The port's rules of one type, as its group has them.
+std::vector<Rule> RulesOf(const findings::Configuration& configuration,
+                          const findings::Interface& interface, bool l3) {
   std::map<int, const findings::Profile*> profiles;  // by priority
   for (const std::string& name : interface.profiles) {
-    const auto profile = configuration_->profiles.find(name);
-    if (profile == configuration_->profiles.end() || profile->second.l3 != l3) continue;
+    const auto profile = configuration.profiles.find(name);
+    if (profile == configuration.profiles.end() || profile->second.l3 != l3) continue;
     profiles.emplace(profile->second.priority, &profile->second);
   }
   std::vector<Rule> rules;
@@ -68,29 +71,91 @@ std::vector<Rule> CostEstimate::RulesOf(const findings::Interface& interface, bo
   return rules;
 }
 
-bool CostEstimate::Step() {
-  if (next_ == configuration_->interfaces.end()) return false;
-  const std::vector<Rule> rules = RulesOf(next_->second, l3_);
-  classifier::Refusal refusal;
-  if (rules.empty()) {
-  } else if (!tables_.Replace(root_, rules.data(), rules.size(), nullptr, &refusal)) {
-    result_.refused.push_back(
-        {next_->first,
-         "tables cannot hold its " + std::string(l3_ ? "L3" : "L2") + " entries: " + refusal.text});
-    tables_.Discard(root_);
-  } else {
+// All tables of a configuration, made port by port.
+class Estimator {
+ public:
+  Estimator() : tables_(&memory_) { tables_.Format(); }  // the heap has the room
+
+  void Add(const std::string& port, bool l3, const std::vector<Rule>& rules) {
+    const uint32_t root = root_++;
+    classifier::Refusal refusal;
+    if (rules.empty()) return;
+    if (!tables_.Replace(root, rules.data(), rules.size(), nullptr, &refusal)) {
+      found_.refused.push_back({port, "tables cannot hold its " + std::string(l3 ? "L3" : "L2") +
+                                          " entries: " + refusal.text});
+      tables_.Discard(root);
+      return;
+    }
     tables_.Publish();
-    const classifier::Cost found = tables_.CostOf(root_, SearchSamples(rules.size()));
-    const SearchCost cost{next_->first, SearchCost::Tables{found.mean_tables, found.worst_tables},
-                          found.worst_entries};
-    std::optional<SearchCost>& worst = result_.groups[l3_ ? 1 : 0];
-    if (!worst || *worst < cost) worst = cost;
+    const classifier::Cost cost = tables_.CostOf(root, SearchSamples(rules.size()));
+    const SearchCost here{port, SearchCost::Tables{cost.mean_tables, cost.worst_tables},
+                          cost.worst_entries};
+    std::optional<SearchCost>& worst = found_.groups[l3 ? 1 : 0];
+    if (!worst || *worst < here) worst = here;
   }
-  ++root_;
-  if (l3_) ++next_;
-  l3_ = !l3_;
-  result_.bytes = memory_.bytes();
-  return next_ != configuration_->interfaces.end();
+
+  EstimatedCost Take() {
+    found_.bytes = memory_.bytes();
+    return std::move(found_);
+  }
+
+ private:
+  classifier::HeapMemory memory_;
+  classifier::Classifier tables_;
+  uint32_t root_ = 0;
+  EstimatedCost found_;
+};
+
+}  // namespace
+
+struct CostEstimate::Shared {
+  // What the thread does.
+  void Work() {
+    Estimator estimator;
+    for (const auto& [port, interface] : configuration->interfaces) {
+      for (const bool l3 : {false, true}) {
+        if (unwanted) return;
+        estimator.Add(port, l3, RulesOf(*configuration, interface, l3));
+      }
+    }
+    EstimatedCost found = estimator.Take();
+    const std::lock_guard<std::mutex> lock(mutex);
+    result = std::move(found);
+    done = true;
+    changed.notify_one();
+  }
+
+  std::shared_ptr<const findings::Configuration> configuration;
+  std::atomic<bool> unwanted{false};
+  std::mutex mutex;  // guards what follows, until it is done
+  std::condition_variable changed;
+  bool done = false;
+  EstimatedCost result;
+};
+
+CostEstimate::CostEstimate(std::shared_ptr<const findings::Configuration> configuration)
+    : shared_(std::make_shared<Shared>()) {
+  shared_->configuration = std::move(configuration);
+  // Signals are the event loop's business.
+  sigset_t all, before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  try {
+    std::thread([shared = shared_] { shared->Work(); }).detach();
+  } catch (const std::system_error&) {
+    shared_->Work();  // no thread can be had: late is better than never
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
+
+CostEstimate::~CostEstimate() { shared_->unwanted = true; }
+
+bool CostEstimate::Step() {
+  constexpr std::chrono::milliseconds kMoment{1};
+  std::unique_lock<std::mutex> lock(shared_->mutex);
+  return !shared_->changed.wait_for(lock, kMoment, [this] { return shared_->done; });
+}
+
+const EstimatedCost& CostEstimate::result() const { return shared_->result; }
 
 }  // namespace host

@@ -7,8 +7,9 @@
 // more.
 //
 // The entries of a port are those of its profiles, by priority, as the groups have them. Building
-// takes about a microsecond for each entry, and is done in steps: one group of one port at a time,
-// which for the largest group is 0.1 s.
+// takes about a microsecond for each entry, 0.1 s for the largest group, and needs nothing but the
+// entries. So a thread of its own does it, beside the event loop's; whoever wants the result looks
+// in from time to time, and may go away: the thread then ends with the group that it is at.
 #ifndef HOST_SEARCH_COST_COST_ESTIMATE_H_
 #define HOST_SEARCH_COST_COST_ESTIMATE_H_
 
@@ -19,7 +20,6 @@
 #include <string>
 #include <vector>
 
-#include "host/classifier/classifier.h"
 #include "host/findings/configuration.h"
 #include "host/search_cost/search_cost.h"
 
@@ -39,25 +39,20 @@ struct EstimatedCost {
 
 class CostEstimate {
  public:
+  // `configuration` is not changed any more by anybody.
   explicit CostEstimate(std::shared_ptr<const findings::Configuration> configuration);
+  ~CostEstimate();
+  CostEstimate(const CostEstimate&) = delete;
+  CostEstimate& operator=(const CostEstimate&) = delete;
 
-  // Builds the tables of the next port's group. True when there is more to do.
+  // Waits a moment, a millisecond at most, for the end. True when there is more to do.
   bool Step();
-  // What was found; whole when Step() has returned false.
-  const EstimatedCost& result() const { return result_; }
+  // What was found, once Step() has returned false.
+  const EstimatedCost& result() const;
 
  private:
-  using Interfaces = std::map<std::string, findings::Interface>;
-
-  std::vector<classifier::Rule> RulesOf(const findings::Interface& interface, bool l3) const;
-
-  const std::shared_ptr<const findings::Configuration> configuration_;
-  classifier::HeapMemory memory_;
-  classifier::Classifier tables_;
-  Interfaces::const_iterator next_;
-  bool l3_ = false;  // of the next port, its L3 group
-  uint32_t root_ = 0;
-  EstimatedCost result_;
+  struct Shared;
+  const std::shared_ptr<Shared> shared_;  // with the thread
 };
 
 }  // namespace host

@@ -1,11 +1,10 @@
 // Looks for findings (host/findings/analysis.h) on behalf of sessions, and for what a configuration
 // would cost (host/search_cost/cost_estimate.h).
 //
-// A search reads a configuration and analyses it, in steps of some tenths of a millisecond (but for
-// the cost of a port with very many entries) that are made where a session's own work is: nobody
-// waits for it but who asked. Those who ask for running
-// share one search, whoever takes its next step, and its result is kept until running or the
-// system's interfaces are others.
+// A search reads a configuration and analyses it, in steps of some tenths of a millisecond that are
+// made where a session's own work is: nobody waits for it but who asked. A thread finds out the
+// cost meanwhile. Those who ask for running share one search, whoever takes its next step, and its
+// result is kept until running or the system's interfaces are others.
 #ifndef HOST_NETCONF_OPERATIONS_FINDINGS_SERVICE_H_
 #define HOST_NETCONF_OPERATIONS_FINDINGS_SERVICE_H_
 
