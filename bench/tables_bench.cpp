@@ -3,27 +3,36 @@
 // file system of its own, as root.
 #include <benchmark/benchmark.h>
 #include <bpf/bpf.h>
+#include <linux/bpf.h>
 #include <net/if.h>
+#include <sched.h>
 
 #include <algorithm>
+#include <numeric>
 
 #include "bench/filter_groups.h"
+#include "bench/rule_frames.h"
 
 namespace {
 
 using FiltersCommon::FiltersGroup;
 
-// Nanoseconds of one run on the frame, the least of several series.
-double RunFrame(int program, int interface, const std::vector<uint8_t>& frame) {
+// Nanoseconds of a run on the frame, the mean of `repeat` runs one after the other.
+double RunOnce(int program, int interface, const std::vector<uint8_t>& frame, int repeat) {
+  __sk_buff context{};
+  context.ifindex = static_cast<uint32_t>(interface);
+  LIBBPF_OPTS(bpf_test_run_opts, run, .data_in = frame.data(),
+              .data_size_in = static_cast<uint32_t>(frame.size()), .ctx_in = &context,
+              .ctx_size_in = sizeof(context), .repeat = repeat);
+  return bpf_prog_test_run_opts(program, &run) == 0 ? static_cast<double>(run.duration) : -1;
+}
+
+// The least of several series.
+double RunFrame(int program, int interface, const std::vector<uint8_t>& frame, int series = 7,
+                int repeat = 20000) {
   double least = 1e9;
-  for (int i = 0; i < 7; ++i) {
-    __sk_buff context{};
-    context.ifindex = static_cast<uint32_t>(interface);
-    LIBBPF_OPTS(bpf_test_run_opts, run, .data_in = frame.data(),
-                .data_size_in = static_cast<uint32_t>(frame.size()), .ctx_in = &context,
-                .ctx_size_in = sizeof(context), .repeat = 20000);
-    if (bpf_prog_test_run_opts(program, &run) != 0) return -1;
-    least = std::min(least, static_cast<double>(run.duration));
+  for (int i = 0; i < series; ++i) {
+    least = std::min(least, RunOnce(program, interface, frame, repeat));
   }
   return least;
 }
@@ -57,6 +66,85 @@ BENCHMARK(BM_Frame)
     ->UseManualTime()
     ->Iterations(1);
 
+// A program that does nothing; its runs tell what the kernel's taking of time costs.
+int LoadEmptyProgram() {
+  const bpf_insn instructions[] = {{BPF_ALU64 | BPF_MOV | BPF_K, 0, 0, 0, 0},
+                                   {BPF_JMP | BPF_EXIT, 0, 0, 0, 0}};
+  return bpf_prog_load(BPF_PROG_TYPE_SCHED_CLS, "acl_empty", "GPL", instructions, 2, nullptr);
+}
+
+using Frames = std::vector<std::vector<uint8_t>>;
+
+// What each frame costs where each is followed by another one, as in a network: the least of
+// several rounds over all. In `*mean`, the mean of a round, the least of them.
+std::vector<double> RunByTurns(int program, int interface, const Frames& frames, double* mean) {
+  std::vector<double> least(frames.size(), 1e9);
+  *mean = 1e9;
+  for (int round = 0; round < 9; ++round) {
+    double sum = 0;
+    for (size_t i = 0; i < frames.size(); ++i) {
+      const double taken = RunOnce(program, interface, frames[i], 1);
+      least[i] = std::min(least[i], taken);
+      sum += taken;
+    }
+    *mean = std::min(*mean, sum / static_cast<double>(frames.size()));
+  }
+  return least;
+}
+
+// The mean of the slowest hundredth.
+double Worst(std::vector<double> times) {
+  std::sort(times.begin(), times.end());
+  const auto first = times.end() - static_cast<std::ptrdiff_t>(times.size() / 100);
+  return std::accumulate(first, times.end(), 0.0) / static_cast<double>(times.end() - first);
+}
+
+// Rule sets as operators write them: what frames that meet them cost, searched each time, in an
+// order at random (..._turns) and each again and again; and frames of few flows, by turns.
+void BM_RuleSet(benchmark::State& state) {
+  constexpr size_t kFrames = 8192, kFlows = 256;
+  cpu_set_t one;  // test runs fill the cache of the processor that they are on
+  CPU_ZERO(&one);
+  CPU_SET(sched_getcpu(), &one);
+  sched_setaffinity(0, sizeof(one), &one);
+  const bench::Family family = bench::kFamilies[state.range(0)];
+  const auto rules = bench::MakeRules(family, static_cast<size_t>(state.range(1)), 1);
+  Frames frames;
+  for (const cls_key& key : bench::MakeKeys(rules, kFrames, 2)) {
+    frames.push_back(bench::FrameOf(key));
+  }
+  state.SetLabel(bench::NameOf(family));
+  auto backend = Enter(1) ? OpenTables() : nullptr;
+  if (backend == nullptr || !Apply(backend.get(), bench::GroupOf(rules))) {
+    state.SkipWithError("no tables here");
+    return;
+  }
+  const auto interface = static_cast<int>(if_nametoindex("port0"));
+  const int program = backend->store().program(), empty = LoadEmptyProgram();
+  for (auto _ : state) {
+    const double start = Seconds();
+    double clock = 0, mean = 0;
+    RunByTurns(empty, interface, frames, &clock);
+    RunByTurns(program, interface, Frames(frames.begin(), frames.begin() + kFlows), &mean);
+    state.counters["flows_ns"] = mean - clock;
+    backend->store().config()->cache_slice = 0;
+    const std::vector<double> by_turns = RunByTurns(program, interface, frames, &mean);
+    state.counters["mean_turns"] = mean - clock;
+    state.counters["worst_turns"] = Worst(by_turns) - clock;
+    std::vector<double> again;
+    again.reserve(frames.size());
+    for (const auto& frame : frames) again.push_back(RunFrame(program, interface, frame, 3, 100));
+    state.counters["mean_ns"] = std::accumulate(again.begin(), again.end(), 0.0) / kFrames;
+    state.counters["worst_ns"] = Worst(again);
+    state.SetIterationTime(Seconds() - start);
+  }
+}
+BENCHMARK(BM_RuleSet)
+    ->ArgNames({"set", "entries"})
+    ->ArgsProduct({{0, 1, 2, 3}, {1024, 16384, 65536}})
+    ->UseManualTime()
+    ->Iterations(1);
+
 // A whole group, from nothing.
 void BM_Program(benchmark::State& state) {
   const int ports = static_cast<int>(state.range(0));
@@ -68,6 +156,11 @@ void BM_Program(benchmark::State& state) {
     state.SetIterationTime(Seconds() - start);
     if (backend == nullptr) return;
     state.counters["MiB"] = static_cast<double>(backend->store().bytes()) / (1 << 20);
+    const filter_config& config = *backend->store().config();
+    state.counters["MiB_each_cpu"] =
+        static_cast<double>(config.counter_slice * sizeof(filter_counter) +
+                            config.cache_slice * sizeof(filter_cached)) /
+        (1 << 20);
   }
 }
 
@@ -102,6 +195,14 @@ void BM_Change(benchmark::State& state) {
     hits = std::min(hits, Seconds() - start);
   }
   state.counters["hits_ms"] = hits * 1000;
+  double step = 0;  // the longest
+  for (uint32_t port = 0, more = 1; more != 0;) {
+    start = Seconds();
+    more = backend->SampleCost(host::kL3, &port) ? 1 : 0;
+    benchmark::DoNotOptimize(backend->CostOf(host::kL3));
+    step = std::max(step, Seconds() - start);
+  }
+  state.counters["cost_step_ms"] = step * 1000;
   backend.reset();
   const FiltersGroup group = MakeGroup(kMostEntries, ports, kL3Entries, left_out);
   start = Seconds();
