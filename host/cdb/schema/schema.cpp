@@ -10,9 +10,11 @@
 namespace host {
 namespace {
 
+constexpr size_t kMostFeatures = 12;
+
 struct Module {
   const char* name;
-  const char* features[8];  // ended by null
+  const char* features[kMostFeatures];  // ended by null
 };
 
 // ietf-netconf has the protocol's operations and the annotation of edits; the features are those
@@ -34,6 +36,15 @@ constexpr Module kModules[] = {
     {"acl-app-netconf", {nullptr}},
     {"acl-app-notifications", {nullptr}},
     {"acl-app-status", {nullptr}},
+    // The lists that the standard has; first what they are here, for a reference to interfaces that
+    // is compiled once makes configuration of these. The types of lists need features, those with
+    // ports over either version of IP also that of IPv6.
+    {"acl-app-standard-view", {nullptr}},
+    {"ietf-access-control-list",
+     {"match-on-eth", "match-on-ipv4", "match-on-ipv6", "match-on-tcp", "match-on-udp", "eth",
+      "ipv4", "mixed-eth-ipv4", "mixed-eth-ipv4-ipv6", "interface-stats", "interface-attachment",
+      nullptr}},
+    {"acl-app-standard", {nullptr}},
 };
 
 DatastoreError Failure(std::string message) {
@@ -165,16 +176,16 @@ std::string DescribeString(const lysc_type* type) {
 ContextPtr LoadSchema(const std::string& directory, DatastoreErrors* errors) {
   ly_log_options(LY_LOSTORE);
   ly_ctx* raw = nullptr;
-  const std::string search = directory + ":" + directory + "/ietf";
+  const std::string search = directory + ":" + directory + "/ietf:" + directory + "/standard";
   if (ly_ctx_new(search.c_str(), LY_CTX_DISABLE_SEARCHDIR_CWD | LY_CTX_SET_PRIV_PARSED, &raw) !=
       LY_SUCCESS) {
     errors->push_back(
-        Failure("cannot read YANG modules in the directory " + directory + " and its ietf"));
+        Failure("cannot read YANG modules in the directory " + directory + ", its ietf and its standard"));
     return nullptr;
   }
   ContextPtr context(raw);
   for (const Module& module : kModules) {
-    const char* features[8];
+    const char* features[kMostFeatures];
     memcpy(features, module.features, sizeof(features));
     if (ly_ctx_load_module(raw, module.name, nullptr, features) == nullptr) {
       errors->push_back(Failure("cannot load the YANG module " + std::string(module.name) +

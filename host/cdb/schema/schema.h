@@ -12,7 +12,7 @@ namespace host {
 // The module of the configuration and of the state that the process itself writes.
 constexpr char kAclModule[] = "acl-app";
 
-// Loads the modules from `directory` and its subdirectory "ietf". Null with the reasons in
+// Loads the modules from `directory` and its subdirectories "ietf" and "standard". Null with the reasons in
 // `errors` on failure, and where they are not those that the program was built with. From then on
 // libyang keeps its messages for TakeErrors().
 ContextPtr LoadSchema(const std::string& directory, DatastoreErrors* errors);

@@ -25,6 +25,29 @@ constexpr const char* kProtocolCapabilities[] = {
     "also-supported=report-all,report-all-tagged,trim",
 };
 
+// What is implemented of a module, and how otherwise, as names between commas.
+std::string FeaturesOf(const lys_module* module) {
+  std::string names;
+  uint32_t index = 0;
+  const lysp_feature* feature = nullptr;
+  while ((feature = lysp_feature_next(feature, module->parsed, &index)) != nullptr) {
+    if ((feature->flags & LYS_FENABLED) != 0) names += std::string(",") + feature->name;
+  }
+  return names;
+}
+
+std::string DeviationsOf(const lys_module* module) {
+  std::string names;
+  LY_ARRAY_COUNT_TYPE i;
+  LY_ARRAY_FOR(module->deviated_by, i) { names += std::string(",") + module->deviated_by[i]->name; }
+  return names;
+}
+
+// A parameter of a module's capability, of names that each stand behind a comma; empty without any.
+std::string Parameter(const char* name, const std::string& names) {
+  return names.empty() ? "" : "&" + std::string(name) + "=" + names.substr(1);
+}
+
 std::string Hello(const std::vector<std::string>& capabilities, uint32_t session_id) {
   std::string xml = std::string("<hello xmlns=\"") + kNetconfNamespace + "\"><capabilities>";
   for (const std::string& capability : capabilities) {
@@ -62,7 +85,8 @@ std::vector<std::string> ServerCapabilities(const ly_ctx* context) {
     if (!module->implemented) continue;
     std::string capability = std::string(module->ns) + "?module=" + module->name;
     if (module->revision != nullptr) capability += std::string("&revision=") + module->revision;
-    capabilities.push_back(capability);
+    capabilities.push_back(capability + Parameter("features", FeaturesOf(module)) +
+                           Parameter("deviations", DeviationsOf(module)));
   }
   return capabilities;
 }
