@@ -39,23 +39,11 @@
 #include "host/filter_mgr/group_slot.h"
 #include "host/filter_mgr/sent_group.h"
 #include "host/runtime/events.h"
+#include "host/runtime/hits.h"
 #include "host/runtime/submissions.h"
 #include "host/search_cost/search_cost.h"
 
 namespace host {
-
-// Frames that an entry decided.
-struct Hits {
-  uint64_t packets = 0;
-  uint64_t bytes = 0;  // link layer header aside
-
-  Hits operator+(const Hits& other) const { return {packets + other.packets, bytes + other.bytes}; }
-  // Those since `earlier`; none if the counter was reset in between.
-  Hits Since(const Hits& earlier) const {
-    if (packets < earlier.packets || bytes < earlier.bytes) return {};
-    return {packets - earlier.packets, bytes - earlier.bytes};
-  }
-};
 
 // The hits of a group's entries, as they are read bit by bit. A reading goes on when the group
 // changes; what cannot be read at the moment counts as it was last read.

@@ -19,6 +19,7 @@
 #include "host/filter_mgr/interface_state.h"
 #include "host/filter_mgr/interface_watch.h"
 #include "host/filter_mgr/linux/link_state.h"
+#include "host/filter_mgr/origin_hits.h"
 #include "host/filter_mgr/trace_operation.h"
 #include "host/limid/limid.h"
 #include "host/runtime/middleware.h"
@@ -138,6 +139,9 @@ class FilterMgrClient::Impl : private host::FilterControl {
     providers_->SetLongAnswer(kGetHits, [this](const lyd_node* input) {
       return host::AnswerHits(input, table_, alive_);
     });
+    providers_->SetHits([this] {
+      return host::ReadOriginHits(table_, [this] { return origins_->trusted(); }, alive_);
+    });
     providers_->SetAnswer(kTrace, [this](const lyd_node* input, std::string* error) {
       return host::AnswerTrace(input, table_, host::InterfaceNameOf, error);
     });
@@ -150,6 +154,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
     for (const char* part : {kPart, kGroupsPart}) board_->Show(part, nullptr);
     providers_->SetAnswer(kTrace, nullptr);
     providers_->SetLongAnswer(kGetHits, nullptr);
+    providers_->SetHits(nullptr);
     submissions_->SetControl(nullptr);
   }
   Impl(const Impl&) = delete;

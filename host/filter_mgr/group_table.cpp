@@ -58,7 +58,10 @@ FilterMgrError GroupTable::Create(const SentGroup& group) {
     return static_cast<FilterMgrError>(standing.error);
   }
   const FilterMgrError result = Check(group.content());
-  if (result == FILTER_MGR_OK) groups_.emplace(KeyOf(group), group);
+  if (result == FILTER_MGR_OK) {
+    groups_.emplace(KeyOf(group), group);
+    ++generation_;
+  }
   return result;
 }
 
@@ -79,6 +82,7 @@ std::optional<Standing> GroupTable::Finish() {
 Standing GroupTable::Refuse(FilterMgrError error) {
   backend_->Discard();
   prepared_.clear();
+  refused_ = true;
   // What is held back was prepared, too.
   if (!hold_.empty()) {
     for (const auto& [key, group] : pending_) backend_->Prepare(group);
@@ -117,8 +121,12 @@ bool GroupTable::Poll(std::optional<Standing>* changed) {
 
 void GroupTable::Note(const Standing& standing) {
   Groups& to = standing.state == Standing::kPending ? pending_ : groups_;
+  refused_ = !standing.taken();
   if (standing.taken()) {
-    if (&to == &groups_) prepared_.merge(pending_);
+    if (&to == &groups_) {
+      prepared_.merge(pending_);
+      ++generation_;
+    }
     for (auto& [key, group] : prepared_) to.insert_or_assign(key, std::move(group));
   }
   if (standing.taken() && &to == &groups_) {

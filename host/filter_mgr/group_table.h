@@ -12,6 +12,7 @@
 #define HOST_FILTER_MGR_GROUP_TABLE_H_
 
 #include <array>
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
@@ -66,6 +67,10 @@ class GroupTable {
   const Groups& pending() const { return pending_; }
   // The groups in force.
   const Groups& groups() const { return groups_; }
+  // Grows whenever other groups come into force.
+  uint64_t generation() const { return generation_; }
+  // Whether the groups in force are those that were sent last: none waits or was refused.
+  bool current() const { return pending_.empty() && prepared_.empty() && !refused_; }
   unsigned int capacity() const { return capacity_; }
   Backend& backend() const { return *backend_; }
   const std::string& why() const { return why_; }
@@ -90,6 +95,8 @@ class GroupTable {
   std::array<FillLevel, 2> levels_;  // by slot
   std::map<FiltersCommon::filtersGroupType_t, size_t> accepted_;
   Groups groups_, prepared_, pending_;
+  uint64_t generation_ = 0;
+  bool refused_ = false;  // what was sent last
   std::string hold_;  // why nothing is put in force; empty: no such reason
 };
 

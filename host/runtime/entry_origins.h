@@ -73,6 +73,7 @@ class EntryOriginSource {
   // The configuration no longer tells what is submitted, for the rest of the process's life: a part
   // of a commit was not taken.
   void Distrust() { trusted_ = false; }
+  bool trusted() const { return trusted_; }
   // Null when nobody can tell.
   std::shared_ptr<const GroupOrigins> Of(const std::string& type) const {
     return trusted_ && answer_ ? answer_(type) : nullptr;

@@ -11,6 +11,8 @@
 #include <string>
 #include <utility>
 
+#include "host/runtime/hits.h"
+
 struct ly_ctx;
 struct lyd_node;
 
@@ -30,6 +32,8 @@ class StateProviders {
     virtual ~Pieces() = default;
     // The next piece, in some milliseconds at most; null when there is none left.
     virtual lyd_node* Next(const ly_ctx* context) = 0;
+    // Whether there are no more pieces for another reason than that all were given.
+    virtual bool failed() const { return false; }
   };
   using Opener = std::function<std::unique_ptr<Pieces>()>;
 
@@ -80,6 +84,13 @@ class StateProviders {
   }
   const LongAnswer& LongAnswerOf(const std::string& name) { return long_answers_[name]; }
 
+  // Opens a reading of the hits by origin.
+  using HitsOpener = std::function<std::unique_ptr<OriginHitsReading>()>;
+  // Has hits told by `opener`; by nobody when that is null.
+  void SetHits(HitsOpener opener) { hits_ = std::move(opener); }
+  // Null when nobody tells.
+  std::unique_ptr<OriginHitsReading> OpenHits() const { return hits_ ? hits_() : nullptr; }
+
   // In the order of registration. Valid until the next change.
   const std::list<Entry>& entries() const { return *entries_; }
 
@@ -87,6 +98,7 @@ class StateProviders {
   std::shared_ptr<std::list<Entry>> entries_ = std::make_shared<std::list<Entry>>();
   std::map<std::string, Answer> answers_;
   std::map<std::string, LongAnswer> long_answers_;
+  HitsOpener hits_;
 };
 
 }  // namespace host
