@@ -2,14 +2,33 @@
 #ifndef HOST_STANDARD_CONFIGURATION_H_
 #define HOST_STANDARD_CONFIGURATION_H_
 
+#include <unordered_map>
+
+#include "host/cdb/schema/cdb_schema.h"
 #include "host/cdb/schema/yang_tree.h"
 #include "host/standard/document.h"
 #include "host/standard/profiles.h"
 
 namespace host::standard {
 
-// The configuration from the node `first` on (null: empty), data of acl-app in `context`, which
-// must have been made with LY_CTX_SET_PRIV_PARSED (see host/cdb/schema/schema.h).
+// Reads single entries of a profile: data of acl-app in `context`, which must have been made with
+// LY_CTX_SET_PRIV_PARSED (see host/cdb/schema/schema.h).
+class EntryReader {
+ public:
+  explicit EntryReader(const ly_ctx* context);
+
+  // The entry (a node of the list access-list-entry).
+  ProfileEntry Read(const lyd_node* entry) const;
+
+ private:
+  void ReadLeaves(const lyd_node* siblings, ProfileEntry* entry) const;
+
+  const CdbSchema schema_;
+  std::unordered_map<const lysc_node*, size_t> place_of_;  // among the leaves that are known
+};
+
+// The configuration from the node `first` on (null: empty), data of acl-app in `context`, made
+// as for EntryReader.
 Profiles ReadConfiguration(const ly_ctx* context, const lyd_node* first);
 
 // The profiles as a document of acl-app. Values are numbers where they could be names.

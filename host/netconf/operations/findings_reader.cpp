@@ -72,20 +72,6 @@ uint16_t AcePriorityOf(const lyd_node* entry) {
   return static_cast<uint16_t>(std::atoi(ChildText(entry, "ace-priority").c_str()));
 }
 
-// The text of the key `name` in `xml`, as TreeView gives the keys of an element.
-std::string KeyIn(const std::string& xml, const std::string& name) {
-  const size_t start = xml.find("<" + name + ">") + name.size() + 2;
-  std::string text = xml.substr(start, xml.find('<', start) - start);
-  constexpr std::pair<const char*, char> kEscapes[] = {
-      {"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}, {"&apos;", '\''}, {"&amp;", '&'}};
-  for (const auto& [escape, character] : kEscapes) {
-    for (size_t at = 0; (at = text.find(escape, at)) != std::string::npos; ++at) {
-      text.replace(at, std::strlen(escape), 1, character);
-    }
-  }
-  return text;
-}
-
 }  // namespace
 
 EntryReader::EntryReader(const ly_ctx* context) : schema_(context) {
@@ -219,8 +205,8 @@ FindingsReader::Progress FindingsReader::Step() {
              std::strcmp(part.schema->name, "access-list") == 0) {
     profile_ = nullptr;
     if (part.kind == ViewPart::Kind::kEnd) return Progress::kMore;
-    const std::string name = KeyIn(part.keys, "acl-name");
-    profile_ = ProfileNamed(KeyIn(part.keys, "acl-type"), name);
+    const std::string name = KeyIn(part, "acl-name");
+    profile_ = ProfileNamed(KeyIn(part, "acl-type"), name);
     changed_ = changed_entries_.count(name) != 0 ? &changed_entries_[name] : nullptr;
   }
   return Progress::kMore;

@@ -58,7 +58,7 @@ void DataPrinter::End(std::string* xml) {
 void DataPrinter::EndElements(size_t depth, std::string* xml) {
   while (elements_.size() > depth) {
     const Element& element = elements_.back();
-    if (element.printed) *xml += std::string("</") + element.schema->name + ">";
+    if (element.printed) *xml += element.tail + "</" + element.schema->name + ">";
     elements_.pop_back();
   }
 }
@@ -96,7 +96,13 @@ bool DataPrinter::PrintNode(const lyd_node* node, const SubtreeFilter::NodeRefs*
   }
   const std::unique_ptr<char, decltype(&std::free)> text(raw, &std::free);
   if (raw == nullptr || *raw == '\0') return true;
-  PrintStarts(xml);
+  // What stands behind an element that the next piece may go on with waits for its end.
+  const bool waits = pieces_ && depth_ > 0 && !listed && elements_.size() > depth_;
+  if (waits) {
+    xml = &elements_[depth_ - 1].tail;
+  } else {
+    PrintStarts(xml);
+  }
   // libyang declares the namespace of every tree that it prints, known or not.
   const lys_module* module = depth_ > 0 ? elements_[depth_ - 1].schema->module : nullptr;
   const size_t name_end = 1 + std::strlen(node->schema->name);

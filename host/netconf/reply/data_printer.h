@@ -33,6 +33,7 @@ class DataPrinter {
     std::string keys;
     bool printed = false;    // its start is
     bool continued = false;  // begun by an earlier piece
+    std::string tail = {};   // what comes before its end
   };
 
   void Start(const ViewPart& part, std::string* xml);

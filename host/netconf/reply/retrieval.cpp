@@ -47,6 +47,7 @@ class ViewStream : public DataStream {
       view_.reset();
     }
     if (with_state_ && NextState()) return Progress::kMore;
+    if (pieces_ != nullptr && pieces_->failed()) return Progress::kFailed;
     printer_.Finish(xml);
     return Progress::kEnd;
   }
@@ -74,6 +75,7 @@ class ViewStream : public DataStream {
     }
     if (pieces_ != nullptr) {
       if (lyd_node* piece = pieces_->Next(datastore_.Context())) return See(Tree(piece), true);
+      if (pieces_->failed()) return false;
       pieces_.reset();
     }
     const std::shared_ptr<StateProviders>& providers = datastore_.Operational().providers();

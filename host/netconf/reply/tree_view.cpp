@@ -2,6 +2,7 @@
 #include "host/netconf/reply/tree_view.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 #include <new>
 #include <utility>
@@ -105,6 +106,20 @@ class TreeView::Merge {
   std::vector<Source> sources_;  // a heap once the first was taken: the next one in front
   bool is_heap_ = false;
 };
+
+std::string KeyIn(const ViewPart& part, const std::string& name) {
+  const std::string& xml = part.keys;
+  const size_t start = xml.find("<" + name + ">") + name.size() + 2;
+  std::string text = xml.substr(start, xml.find('<', start) - start);
+  constexpr std::pair<const char*, char> kEscapes[] = {
+      {"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}, {"&apos;", '\''}, {"&amp;", '&'}};
+  for (const auto& [escape, character] : kEscapes) {
+    for (size_t at = 0; (at = text.find(escape, at)) != std::string::npos; ++at) {
+      text.replace(at, std::strlen(escape), 1, character);
+    }
+  }
+  return text;
+}
 
 TreeView::TreeView(const lyd_node* first, std::shared_ptr<const void> tree,
                    const SubtreeFilter* filter, std::shared_ptr<PageMemory> memory,

@@ -39,6 +39,9 @@ struct ViewPart {
   std::shared_ptr<const SubtreeFilter::NodeRefs> filter;
 };
 
+// The text of the key `name` of an element that starts.
+std::string KeyIn(const ViewPart& part, const std::string& name);
+
 class TreeView {
  public:
   static constexpr int kFewChildren = 8;

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "host/netconf/peer/access.h"
+#include "host/netconf/view/standard_view.h"
 #include "host/netconf/wire/framing.h"
 #include "host/netconf/wire/hello.h"
 #include "host/netconf/wire/listener.h"
@@ -77,6 +78,7 @@ std::unique_ptr<NetconfServer> NetconfServer::Create(const NetconfServerOptions&
 
 void NetconfServer::ShowState(StateProviders* providers) {
   findings_->Show(providers);
+  shown_.push_back(ShowAsAccessLists(providers, datastore_, pages_));
   shown_.push_back(
       providers->Add({"ietf-netconf-monitoring", "netconf-state", [this](const ly_ctx* context) {
                         ServerState state{capabilities_, locks_, counters_, {}};

@@ -1,0 +1,261 @@
+// Running as access lists: see standard_view.h.
+#include "host/netconf/view/standard_view.h"
+
+#include <libyang/libyang.h>
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/netconf/view/profile_walk.h"
+#include "host/netconf/view/survey.h"
+#include "host/runtime/middleware.h"
+#include "host/standard/statistics.h"
+#include "host/standard/writers.h"
+
+namespace host {
+namespace {
+
+using standard::Node;
+
+constexpr size_t kChunk = 64;  // entries or counters of a piece, more or less
+
+// Adds the node to `parent`, with all below it. Null when libyang refuses one.
+lyd_node* AddNode(const ly_ctx* context, const Node& node, lyd_node* parent) {
+  const lys_module* module =
+      ly_ctx_get_module_implemented(context, std::string(node.module).c_str());
+  if (module == nullptr) return nullptr;
+  const std::string name(node.name);
+  lyd_node* made = nullptr;
+  LY_ERR result = LY_SUCCESS;
+  switch (node.form) {
+    case Node::Form::kContainer:
+      result = lyd_new_inner(parent, module, name.c_str(), 0, &made);
+      break;
+    case Node::Form::kEntry:  // all of these lists have one key, which comes first
+      result =
+          lyd_new_list(parent, module, name.c_str(), 0, &made, node.children.front().value.c_str());
+      break;
+    default: {
+      const std::string prefix =
+          node.form == Node::Form::kIdentity ? std::string(node.module_of_value) + ":" : "";
+      result = lyd_new_term(parent, module, name.c_str(), (prefix + node.value).c_str(), 0, &made);
+    }
+  }
+  if (result != LY_SUCCESS) return nullptr;
+  const size_t keys = node.form == Node::Form::kEntry ? 1 : 0;
+  for (size_t i = keys; i < node.children.size(); ++i) {
+    if (AddNode(context, node.children[i], made) == nullptr) {
+      if (parent == nullptr) lyd_free_all(made);
+      return nullptr;
+    }
+  }
+  return made;
+}
+
+// Makes lists of profiles, page by page.
+class ListMaker : public ProfileVisitor {
+ public:
+  explicit ListMaker(std::vector<ListedProfile>* listed) : listed_(listed) {}
+
+  void OnProfile(const standard::Profile& /*profile*/) override {
+    entries_.clear();
+    names_.clear();
+  }
+  void OnEntry(standard::ProfileEntry entry) override { entries_.push_back(std::move(entry)); }
+  void OnProfileEnd() override {
+    Make(entries_.size(), true);
+    ++next_;
+  }
+
+  // What was made since the last call; the entries at hand, but for the last: what follows it
+  // decides what it is.
+  standard::AccessLists Take() {
+    if (entries_.size() > kChunk) Make(entries_.size() - 1, false);
+    return std::exchange(made_, {});
+  }
+
+ private:
+  void Make(size_t count, bool is_end) {
+    ListedProfile& listed = (*listed_)[next_];
+    standard::Profile part = listed.profile;
+    const auto end = entries_.begin() + static_cast<std::ptrdiff_t>(count);
+    part.entries.assign(std::make_move_iterator(entries_.begin()), std::make_move_iterator(end));
+    entries_.erase(entries_.begin(), end);
+    standard::Acl acl = ListOf(std::move(part));
+    const bool same_kind = acl.kind == listed.kind;
+    acl.name = listed.name;
+    acl.kind = listed.kind;
+    std::vector<standard::Ace> aces;
+    for (standard::Ace& ace : acl.aces) {
+      if (ace.is_end && !is_end) continue;
+      if (ace.is_end && !same_kind) ace.conditions = {};
+      NameEntry(&listed, &ace);
+      aces.push_back(std::move(ace));
+    }
+    acl.aces = std::move(aces);
+    made_.acls.push_back(std::move(acl));
+  }
+
+  // Names are unique in their list, of which the conversion has seen a part.
+  void NameEntry(ListedProfile* listed, standard::Ace* ace) {
+    const std::string own = ace->ace_priority ? std::to_string(*ace->ace_priority) : "";
+    ace->name = UniqueIn(&names_, ace->name, own);
+    if (ace->ace_priority && ace->name != own) listed->ace_names[*ace->ace_priority] = ace->name;
+  }
+
+  std::vector<ListedProfile>* const listed_;
+  size_t next_ = 0;
+  std::vector<standard::ProfileEntry> entries_;  // of the profile at hand, not made yet
+  std::set<std::string> names_;
+  standard::AccessLists made_;
+};
+
+class StandardView : public StateProviders::Pieces {
+ public:
+  StandardView(const StateProviders& providers, Datastore& datastore,
+               std::shared_ptr<PageMemory> memory)
+      : datastore_(datastore),
+        memory_(std::move(memory)),
+        entries_(datastore.Context()),
+        reading_(providers.OpenHits()) {}
+
+  // As long as there is nothing to show, a piece is an element without content, which nobody sees.
+  lyd_node* Next(const ly_ctx* context) override {
+    standard::AccessLists lists;
+    switch (phase_) {
+      case Phase::kHits:
+        Begin();
+        break;
+      case Phase::kSurvey:
+        Step(&survey_walk_, Phase::kLists);
+        break;
+      case Phase::kLists:
+        Step(&list_walk_, Phase::kInterfaces);
+        lists = maker_.Take();
+        break;
+      default:
+        break;
+    }
+    standard::Document document;
+    WriteRfc8519(lists, false, &document);
+    Node* const acls = &document.root.children.front();
+    if (phase_ == Phase::kInterfaces && !AddInterfaces(acls)) phase_ = Phase::kEnd;
+    const bool ended = phase_ == Phase::kEnd && acls->children.empty();
+    if (ended || phase_ == Phase::kFailed) return nullptr;
+    lyd_node* piece = AddNode(context, *acls, nullptr);
+    if (piece != nullptr) return piece;
+    Log(LogLevel::kError, "the configuration cannot be shown as access lists: %s",
+        ly_errmsg(context));
+    ly_err_clean(const_cast<ly_ctx*>(context), nullptr);
+    phase_ = Phase::kFailed;
+    return nullptr;
+  }
+
+  bool failed() const override { return phase_ == Phase::kFailed; }
+
+ private:
+  enum class Phase { kHits, kSurvey, kLists, kInterfaces, kEnd, kFailed };
+  using Walk = std::unique_ptr<ProfileWalk>;
+
+  // Reads the hits, and takes the configuration at the moment that they are of.
+  void Begin() {
+    if (reading_ != nullptr && !reading_->Next(&hits_)) return;
+    reading_.reset();
+    const lyd_node* running = datastore_.Running();
+    survey_walk_ = std::make_unique<ProfileWalk>(entries_, running, memory_, &survey_);
+    list_walk_ = std::make_unique<ProfileWalk>(entries_, running, memory_, &maker_);
+    phase_ = Phase::kSurvey;
+  }
+
+  // At the walk's end comes the phase `next`.
+  void Step(Walk* walk, Phase next) {
+    const ProfileWalk::Progress progress = (*walk)->Step();
+    if (progress == ProfileWalk::Progress::kFailed) phase_ = Phase::kFailed;
+    if (progress != ProfileWalk::Progress::kEnd) return;
+    walk->reset();
+    phase_ = next;
+  }
+
+  // Adds the interfaces from the one at hand on, as many as make up a piece; false when there were
+  // no more.
+  bool AddInterfaces(Node* acls) {
+    const std::vector<BoundProfiles>& bindings = survey_.bindings();
+    if (next_interface_ == bindings.size()) return false;
+    Node points;
+    points.module = acls->module;
+    for (size_t left = kChunk; next_interface_ < bindings.size() && left > 0;) {
+      AddInterface(bindings[next_interface_], &points, &left);
+    }
+    acls->Add("attachment-points").children = std::move(points.children);
+    return true;
+  }
+
+  void AddInterface(const BoundProfiles& bound, Node* points, size_t* left) {
+    Node& interface = points->Add("interface", Node::Form::kEntry);
+    interface.Add("interface-id", Node::Form::kText, bound.interface);
+    Node& sets = interface.Add("ingress").Add("acl-sets");
+    for (; next_set_ < bound.profiles.size() && *left > 0; --*left) {
+      const ListedProfile& listed = survey_.listed()[bound.profiles[next_set_]];
+      Node& set = sets.Add("acl-set", Node::Form::kEntry);
+      set.Add("name", Node::Form::kText, listed.name);
+      if (!AddCounters({bound.interface, listed.profile.name}, listed, &set, left)) return;
+      ++next_set_;
+      next_counter_ = 0;
+    }
+    if (next_set_ < bound.profiles.size()) return;
+    next_set_ = 0;
+    ++next_interface_;
+  }
+
+  // False when there are more of them than have a place in the piece.
+  bool AddCounters(const HitsByOrigin::key_type& binding, const ListedProfile& listed, Node* set,
+                   size_t* left) {
+    const auto counted = hits_.find(binding);
+    if (counted == hits_.end()) return true;
+    for (; next_counter_ < counted->second.size(); ++next_counter_, --*left) {
+      if (*left == 0) return false;
+      const EntryHits& entry = counted->second[next_counter_];
+      const auto named = listed.ace_names.find(entry.ace_priority);
+      AddAceStatistics(
+          named != listed.ace_names.end() ? named->second : std::to_string(entry.ace_priority),
+          {entry.hits.packets, entry.hits.bytes}, set);
+    }
+    return true;
+  }
+
+  Datastore& datastore_;
+  const std::shared_ptr<PageMemory> memory_;
+  const standard::EntryReader entries_;
+  std::unique_ptr<OriginHitsReading> reading_;  // until it is done; null: nobody counts
+  HitsByOrigin hits_;
+  Survey survey_;
+  ListMaker maker_{&survey_.listed()};
+  Walk survey_walk_, list_walk_;  // after what they tell
+  Phase phase_ = Phase::kHits;
+  size_t next_interface_ = 0, next_set_ = 0, next_counter_ = 0;
+};
+
+}  // namespace
+
+StateProviders::Registration ShowAsAccessLists(StateProviders* providers, Datastore& datastore,
+                                               std::shared_ptr<PageMemory> memory) {
+  const auto open = [providers, &datastore, memory] {
+    return std::make_unique<StandardView>(*providers, datastore, memory);
+  };
+  const auto build = [open](const ly_ctx* context) -> lyd_node* {
+    Tree all;
+    const auto pieces = open();
+    while (const Tree piece{pieces->Next(context)}) {
+      TreeBuilder first(&all);
+      if (lyd_merge_siblings(first, piece.get(), 0) != LY_SUCCESS) break;
+    }
+    return pieces->failed() ? nullptr : all.release();
+  };
+  return providers->Add({"ietf-access-control-list", "acls", build, open});
+}
+
+}  // namespace host
