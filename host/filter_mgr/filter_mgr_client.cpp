@@ -140,7 +140,8 @@ class FilterMgrClient::Impl : private host::FilterControl {
       return host::AnswerHits(input, table_, alive_);
     });
     providers_->SetHits([this] {
-      return host::ReadOriginHits(table_, [this] { return origins_->trusted(); }, alive_);
+      return host::ReadOriginHits(
+          table_, [this] { return origins_->trusted(); }, alive_);
     });
     providers_->SetAnswer(kTrace, [this](const lyd_node* input, std::string* error) {
       return host::AnswerTrace(input, table_, host::InterfaceNameOf, error);

@@ -97,7 +97,7 @@ class GroupTable {
   Groups groups_, prepared_, pending_;
   uint64_t generation_ = 0;
   bool refused_ = false;  // what was sent last
-  std::string hold_;  // why nothing is put in force; empty: no such reason
+  std::string hold_;      // why nothing is put in force; empty: no such reason
 };
 
 // "L2" or "L3", "?" for no valid type.

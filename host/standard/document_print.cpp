@@ -1,7 +1,7 @@
 // Printing of documents: see document.h.
-#include "host/xml/xml_text.h"
 #include "host/standard/document.h"
 #include "host/standard/document_modules.h"
+#include "host/xml/xml_text.h"
 
 namespace host::standard {
 namespace {

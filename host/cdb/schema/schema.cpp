@@ -179,8 +179,8 @@ ContextPtr LoadSchema(const std::string& directory, DatastoreErrors* errors) {
   const std::string search = directory + ":" + directory + "/ietf:" + directory + "/standard";
   if (ly_ctx_new(search.c_str(), LY_CTX_DISABLE_SEARCHDIR_CWD | LY_CTX_SET_PRIV_PARSED, &raw) !=
       LY_SUCCESS) {
-    errors->push_back(
-        Failure("cannot read YANG modules in the directory " + directory + ", its ietf and its standard"));
+    errors->push_back(Failure("cannot read YANG modules in the directory " + directory +
+                              ", its ietf and its standard"));
     return nullptr;
   }
   ContextPtr context(raw);

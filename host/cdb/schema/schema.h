@@ -12,9 +12,9 @@ namespace host {
 // The module of the configuration and of the state that the process itself writes.
 constexpr char kAclModule[] = "acl-app";
 
-// Loads the modules from `directory` and its subdirectories "ietf" and "standard". Null with the reasons in
-// `errors` on failure, and where they are not those that the program was built with. From then on
-// libyang keeps its messages for TakeErrors().
+// Loads the modules from `directory` and its subdirectories "ietf" and "standard". Null with the
+// reasons in `errors` on failure, and where they are not those that the program was built with.
+// From then on libyang keeps its messages for TakeErrors().
 ContextPtr LoadSchema(const std::string& directory, DatastoreErrors* errors);
 
 // Moves what libyang has noted in `context` since the last call to `errors`. `tree` (may be null)

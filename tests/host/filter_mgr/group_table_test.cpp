@@ -8,6 +8,7 @@
 
 #include "host/filter_mgr/group_state.h"
 #include "tests/host/filter_mgr/captured_log.h"
+#include "tests/host/runtime/scratch_state.h"
 
 namespace host {
 namespace {
@@ -171,8 +172,8 @@ TEST_F(GroupTableTest, HoldsBackWhatIsSentUntilReleased) {
 }
 
 TEST_F(GroupTableTest, SaysOnceWhenAGroupIsNearlyFullAndWhenNoMore) {
-  const std::string directory = testing::TempDir();
-  std::remove((directory + "/nearly-full-l2").c_str());
+  const ScratchState state;
+  const std::string& directory = state.directory();
   for (const bool restarts : {false, true}) {
     std::optional<GroupTable> table;
     std::string raised;

@@ -8,6 +8,7 @@
 #include "host/netconf/notifications/parsed_notification.h"
 #include "host/runtime/date_and_time.h"
 #include "tests/host/netconf/server_fixture.h"
+#include "tests/host/runtime/scratch_state.h"
 
 namespace host {
 namespace {
@@ -18,11 +19,7 @@ using testing::Not;
 
 class LogTest : public testing::Test {
  protected:
-  LogTest() : directory_(testing::TempDir() + "notification-log-test/") {
-    std::filesystem::remove_all(directory_);
-    std::filesystem::create_directory(directory_);
-    Open(50);
-  }
+  LogTest() { Open(50); }
   // A log in which a generation ends with its third small notification, as the next process has it
   // when the one before was killed.
   void Open(int64_t now) {
@@ -40,7 +37,8 @@ class LogTest : public testing::Test {
     return all + "aged " + std::to_string(log_->aged_us());
   }
 
-  const std::string directory_;
+  const ScratchState state_;
+  const std::string directory_ = state_.directory() + "/";
   std::unique_ptr<NotificationLog> log_;
 };
 

@@ -120,9 +120,8 @@ TEST_P(PortsTest, ANameTakesItsFilterToAnotherInterface) {
   PacketLab::Run("ip netns add " + elsewhere + "; ip link set p1 netns " + elsewhere);
   EXPECT_TRUE(ebpf_->Poll());
   EXPECT_EQ(PortState::kAbsent, ebpf_->Ports().at("p1"));
-  PacketLab::Run(
-      "ip netns exec " + elsewhere + " ip link set p1 netns $$; ip netns del " + elsewhere +
-      "; ip link set p1 up");
+  PacketLab::Run("ip netns exec " + elsewhere + " ip link set p1 netns $$; ip netns del " +
+                 elsewhere + "; ip link set p1 up");
   EXPECT_TRUE(ebpf_->Poll());
   EXPECT_FALSE(Passes("other-peer"));
 }

@@ -10,7 +10,7 @@
 namespace host {
 namespace {
 
-using Node = SubtreeFilter::Node;
+using FilterNode = SubtreeFilter::Node;
 
 struct Name {
   const lys_module* module = nullptr;  // null: the schema does not have it
@@ -135,9 +135,9 @@ class Compiler {
   bool ok() const { return ok_; }
 
   // What step `index` and those behind it select of the children of `parent` (null: at the top).
-  std::vector<Node> Compile(const Path& path, size_t index, const lysc_node* parent) {
+  std::vector<FilterNode> Compile(const Path& path, size_t index, const lysc_node* parent) {
     const Step& step = path[index];
-    std::vector<Node> nodes;
+    std::vector<FilterNode> nodes;
     if (step.name.module == nullptr) return nodes;
     const lysc_node* schema =
         lys_find_child(parent, step.name.module, step.name.name.c_str(), 0, 0, 0);
@@ -149,28 +149,29 @@ class Compiler {
  private:
   static constexpr uint16_t kData = LYS_CONTAINER | LYS_LIST | LYS_LEAF | LYS_LEAFLIST | LYS_NOTIF;
 
-  static Node NodeOf(const lysc_node* schema) {
-    Node node;
+  static FilterNode NodeOf(const lysc_node* schema) {
+    FilterNode node;
     node.name_space = schema->module->ns;
     node.name = schema->name;
     return node;
   }
 
-  void AddStep(const Path& path, size_t index, const lysc_node* schema, std::vector<Node>* nodes) {
-    Node node = NodeOf(schema);
+  void AddStep(const Path& path, size_t index, const lysc_node* schema,
+               std::vector<FilterNode>* nodes) {
+    FilterNode node = NodeOf(schema);
     for (const Predicate& predicate : path[index].predicates) {
       if (!AddPredicate(predicate, schema, &node)) return;
     }
     if (index + 1 < path.size()) {
-      std::vector<Node> below = Compile(path, index + 1, schema);
+      std::vector<FilterNode> below = Compile(path, index + 1, schema);
       if (below.empty()) return;
-      for (Node& child : below) node.children.push_back(std::move(child));
+      for (FilterNode& child : below) node.children.push_back(std::move(child));
     }
     nodes->push_back(std::move(node));
   }
 
   // False when the predicate is never true.
-  bool AddPredicate(const Predicate& predicate, const lysc_node* schema, Node* node) {
+  bool AddPredicate(const Predicate& predicate, const lysc_node* schema, FilterNode* node) {
     if (predicate.self) {
       const bool leaf = (schema->nodetype & LYD_NODE_TERM) != 0;
       ok_ = ok_ && leaf && node->content.empty() && Comparable(predicate, schema);
@@ -181,7 +182,7 @@ class Compiler {
     const lysc_node* child =
         lys_find_child(schema, predicate.child.module, predicate.child.name.c_str(), 0, 0, 0);
     if (child == nullptr) return false;
-    Node test = NodeOf(child);
+    FilterNode test = NodeOf(child);
     test.only_tests = true;
     if (predicate.value.has_value()) {
       ok_ = ok_ && Comparable(predicate, child);
@@ -200,7 +201,7 @@ class Compiler {
   }
 
   void AddDescents(const Path& path, size_t index, const lysc_node* parent,
-                   std::vector<Node>* nodes) {
+                   std::vector<FilterNode>* nodes) {
     if (parent != nullptr) return AddDescentsOf(path, index, parent, nullptr, nodes);
     uint32_t module_index = 0;
     while (const lys_module* module = ly_ctx_get_module_iter(context_, &module_index)) {
@@ -209,11 +210,11 @@ class Compiler {
   }
 
   void AddDescentsOf(const Path& path, size_t index, const lysc_node* parent,
-                     const lysc_module* module, std::vector<Node>* nodes) {
+                     const lysc_module* module, std::vector<FilterNode>* nodes) {
     const lysc_node* schema = nullptr;
     while ((schema = lys_getnext(schema, parent, module, 0)) != nullptr) {
       if ((schema->nodetype & (LYS_CONTAINER | LYS_LIST | LYS_NOTIF)) == 0) continue;
-      Node node = NodeOf(schema);
+      FilterNode node = NodeOf(schema);
       node.children = Compile(path, index, schema);
       if (!node.children.empty()) nodes->push_back(std::move(node));
     }
@@ -229,9 +230,9 @@ std::optional<SubtreeFilter> CompileXPath(const std::string& xpath, const ly_ctx
   std::vector<Path> paths;
   if (!Parser(xpath, context).ParseUnion(&paths)) return std::nullopt;
   Compiler compiler(context);
-  std::vector<Node> nodes;
+  std::vector<FilterNode> nodes;
   for (const Path& path : paths) {
-    for (Node& node : compiler.Compile(path, 0, nullptr)) nodes.push_back(std::move(node));
+    for (FilterNode& node : compiler.Compile(path, 0, nullptr)) nodes.push_back(std::move(node));
   }
   if (!compiler.ok()) return std::nullopt;
   return SubtreeFilter(std::move(nodes));
