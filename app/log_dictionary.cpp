@@ -3,6 +3,7 @@
 namespace acl_app {
 namespace {
 
+// Every table ends with a row of zeros.
 constexpr ElemLogRow kEndOfTable = {nullptr, nullptr, 0, 0};
 
 // Name, short name, class identifier. Identifiers below 100 are those of applications, those from
@@ -31,12 +32,14 @@ const ElemLogField kFields[] = {
     {2, "type", "type", "Type", "Type", {0, 1, 0, 0, 0, 0, 0, 0, 0, 0}},
     {3, "eid", "facility", "Facility", "Facility", {0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
     {4, "severity", "severity", "Severity", "Sev", {32, 0, 1, 0, 1, 1, 1, 0, 0, 0}},
+    {},
 };
 
 const ElemLogOutput kOutputs[] = {
     {"userLog", "UserLog", {2, -1, 50, 1, 10, 1}},
     {"devLog", "DeveloperLog", {2, -1, 50, 1, 10, 1}},
     {"remoteUserLog", "RemoteUserLog", {4, -1, 0, 0, 0, 1}},
+    {},
 };
 
 int library_word = 0;
@@ -47,10 +50,11 @@ const ElemLogHeader kLogHeader = {{3, 7, 3, 100, 1}, kOutputs, kFields};
 
 const ElemLogTables kLogTables = {classes, &library_word, nullptr, kComponents, kSeverities};
 
-const ElemWebCategory kWebCategories[kWebCategoryCount] = {
+const ElemWebCategory kWebCategories[] = {
     {"Application Commands", "user", {0, 0, 0}},
     {"Element Commands", "element", {0, 1, 1}},
     {"Element Internal Commands", "debug", {2, 2, 1}},
+    {},
 };
 
 }  // namespace acl_app

@@ -11,8 +11,8 @@ extern const ElemLogHeader kLogHeader;
 // The class table is the one that is written to: identifiers are replaced by those in use.
 extern const ElemLogTables kLogTables;
 
-constexpr int kWebCategoryCount = 3;
-extern const ElemWebCategory kWebCategories[kWebCategoryCount];
+constexpr int kWebCategoryCount = 3;  // without the row of zeros behind them
+extern const ElemWebCategory kWebCategories[];
 
 }  // namespace acl_app
 

@@ -42,6 +42,9 @@ class ConfDManager : public qzconfd::ConfigHandler {
   ConfDManager(zlog_category_s* log, FilterMgrClientApi::FilterMgrClient* fmc);
   // Without a filter the process ends.
   ConfDManager(zlog_category_s* log, std::shared_ptr<AclFilter> filter);
+  // The subscriptions' callbacks are bound to the object.
+  ConfDManager(const ConfDManager&) = delete;
+  ConfDManager& operator=(const ConfDManager&) = delete;
 
   // Framework callbacks. `cdbSocket` is a session with the running datastore.
   void LoadInitialConfig(int cdbSocket) override;

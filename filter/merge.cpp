@@ -1,7 +1,7 @@
 // The merge: from profiles and bindings to the two filter groups.
 //
-// It works on copies throughout. Copies of groups and entries share their content, so a merged
-// entry costs one node of its group's map.
+// It works on copies throughout: what is merged is renumbered and bound to a port, and the profiles
+// stay as they are.
 #include "model/acl_cache.h"
 #include "platform/limid/limid.h"
 

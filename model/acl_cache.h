@@ -132,12 +132,20 @@ class AclCache {
 
   // The entry with the id that `entryPrio` is cut to, or null. Finds it without copying anything.
   const FiltersCommon::FiltersEntry* FindEntry(const std::string& name, int entryPrio) const;
-  // Puts a changed entry in the place of the old one. When the library refuses it and there is a
-  // `backup`, puts that back and returns ACL_ERR_FILTERS; without one a refusal is not reported.
+  // Puts a changed entry in the place of the old one; a refusal of the library is not reported.
   // ACL_ERR_NOT_FOUND when there is no such profile.
-  aclErr_t WriteBack(const std::string& name, int entryPrio,
-                     const FiltersCommon::FiltersEntry& changed,
-                     const FiltersCommon::FiltersEntry* backup);
+  aclErr_t Replace(const std::string& name, int entryPrio,
+                   const FiltersCommon::FiltersEntry& changed);
+  // The same, but when the library refuses the entry, `backup` takes its place, and the result is
+  // ACL_ERR_FILTERS.
+  aclErr_t ReplaceOrRestore(const std::string& name, int entryPrio,
+                            const FiltersCommon::FiltersEntry& changed,
+                            const FiltersCommon::FiltersEntry& backup);
+  // Puts a changed entry in the place of the old one. `*refusing` becomes the group that refused
+  // it, and has neither of the two then.
+  aclErr_t PutBack(const std::string& name, int entryPrio,
+                   const FiltersCommon::FiltersEntry& changed,
+                   FiltersCommon::FiltersGroup** refusing);
 
   static const std::map<int, std::string> ipv4_mask_map_;  // netmask by prefix length
   static const std::set<FiltersCommon::filtersMatch_t> valid_matches_;

@@ -1,5 +1,6 @@
 // Actions of an entry.
 #include "model/acl_cache.h"
+#include "model/entry_lookup.h"
 #include "model/value_check.h"
 
 namespace acl_app {
@@ -11,7 +12,7 @@ aclErr_t AclCache::CreateAction(const std::string& name, int entryPrio,
   std::shared_ptr<FiltersEntry> entry;
   const aclErr_t found = GetEntry(name, entryPrio, entry);
   if (found != ACL_OK) return found;
-  if (entry->findAction(kind) != nullptr) return ACL_ERR_EXISTS;
+  if (HasAction(*entry, kind)) return ACL_ERR_EXISTS;
 
   FiltersCommon::filtersErr_t set;
   if (kind == FiltersCommon::FILTERS_ACTION_DENY) {
@@ -25,7 +26,7 @@ aclErr_t AclCache::CreateAction(const std::string& name, int entryPrio,
     return ACL_ERR_INVALID_ARG;
   }
   if (set != 0) return ACL_ERR_FILTERS;
-  return WriteBack(name, entryPrio, *entry, nullptr);
+  return Replace(name, entryPrio, *entry);
 }
 
 aclErr_t AclCache::RemoveAction(const std::string& name, int entryPrio,
@@ -34,7 +35,7 @@ aclErr_t AclCache::RemoveAction(const std::string& name, int entryPrio,
   const aclErr_t found = GetEntry(name, entryPrio, entry);
   if (found != ACL_OK) return found;
   entry->deleteAction(kind);
-  return WriteBack(name, entryPrio, *entry, nullptr);
+  return Replace(name, entryPrio, *entry);
 }
 
 }  // namespace acl_app

@@ -35,10 +35,8 @@ ether_addr Complement(ether_addr mask) {
 
 template <class Match>
 aclErr_t SetMac(FiltersEntry& entry, const confd_value_t* value1, const confd_value_t* value2) {
-  ACL_ASSERT_VALUE_TYPE(value1, C_BINARY, kSource);
   const ether_addr address = MacOf(*value1);
   if (value2 == nullptr) return Set(entry, Match(address));
-  ACL_ASSERT_VALUE_TYPE(value2, C_BINARY, kSource);
   return Set(entry, Match(address, Complement(MacOf(*value2))));
 }
 
@@ -53,10 +51,8 @@ aclErr_t SetIpv4(const AclCache& cache, FiltersEntry& entry, const confd_value_t
 }
 
 // An 8-bit number, by its name in the schema or as such.
-uint8_t EnumOrUint8(const confd_value_t* value1) {
-  if (value1->type == C_ENUM_VALUE) return static_cast<uint8_t>(value1->val.enumvalue);
-  ACL_ASSERT_VALUE_TYPE(value1, C_UINT8, kSource);
-  return value1->val.u8;
+uint8_t EnumOrUint8(const confd_value_t& value) {
+  return value.type == C_ENUM_VALUE ? static_cast<uint8_t>(value.val.enumvalue) : value.val.u8;
 }
 
 // Netmasks as text, by prefix length.
@@ -94,11 +90,15 @@ aclErr_t AclCache::GetIpv4Mask(const confd_value_t& value, in_addr& out) const {
 
 aclErr_t AclCache::CreateMatchDstMac(EntryPtr entry, const confd_value_t* value1,
                                      const confd_value_t* value2) {
+  ACL_ASSERT_VALUE_TYPE(value1, C_BINARY, kSource);
+  if (value2 != nullptr) ACL_ASSERT_VALUE_TYPE(value2, C_BINARY, kSource);
   return SetMac<FiltersCommon::MatchDstMac>(*entry, value1, value2);
 }
 
 aclErr_t AclCache::CreateMatchSrcMac(EntryPtr entry, const confd_value_t* value1,
                                      const confd_value_t* value2) {
+  ACL_ASSERT_VALUE_TYPE(value1, C_BINARY, kSource);
+  if (value2 != nullptr) ACL_ASSERT_VALUE_TYPE(value2, C_BINARY, kSource);
   return SetMac<FiltersCommon::MatchSrcMac>(*entry, value1, value2);
 }
 
@@ -126,7 +126,8 @@ aclErr_t AclCache::CreateMatchPcp(EntryPtr entry, const confd_value_t* value1) {
 }
 
 aclErr_t AclCache::CreateMatchDscp(EntryPtr entry, const confd_value_t* value1) {
-  return Set(*entry, FiltersCommon::MatchDSCP(EnumOrUint8(value1)));
+  if (value1->type != C_ENUM_VALUE) ACL_ASSERT_VALUE_TYPE(value1, C_UINT8, kSource);
+  return Set(*entry, FiltersCommon::MatchDSCP(EnumOrUint8(*value1)));
 }
 
 aclErr_t AclCache::CreateMatchToS(EntryPtr entry, const confd_value_t* value1) {
@@ -143,7 +144,8 @@ aclErr_t AclCache::CreateMatchDstIpv4(EntryPtr entry, const confd_value_t* value
 }
 
 aclErr_t AclCache::CreateMatchIpProtocol(EntryPtr entry, const confd_value_t* value1) {
-  return Set(*entry, FiltersCommon::MatchIpProtocol(EnumOrUint8(value1)));
+  if (value1->type != C_ENUM_VALUE) ACL_ASSERT_VALUE_TYPE(value1, C_UINT8, kSource);
+  return Set(*entry, FiltersCommon::MatchIpProtocol(EnumOrUint8(*value1)));
 }
 
 aclErr_t AclCache::CreateMatchDestinationPort(EntryPtr entry, const confd_value_t* value1) {

@@ -2,6 +2,7 @@
 #include <array>
 
 #include "model/acl_cache.h"
+#include "model/entry_lookup.h"
 
 namespace acl_app {
 namespace {
@@ -67,12 +68,12 @@ aclErr_t AclCache::CreateMatch(const std::string& name, int entryPrio, aclFilter
   const aclErr_t found = GetEntry(name, entryPrio, entry);
   if (found != ACL_OK) return found;
   const FiltersEntry backup = *entry;
-  if (entry->findMatch(LibraryKind(kind)) != nullptr) return ACL_ERR_EXISTS;
+  if (HasMatch(*entry, LibraryKind(kind))) return ACL_ERR_EXISTS;
   if (kind < kKinds.size()) {
     const aclErr_t converted = kKinds[kind].convert(*this, entry, value1, value2);
     if (converted != ACL_OK) return converted;
   }
-  return WriteBack(name, entryPrio, *entry, &backup);
+  return ReplaceOrRestore(name, entryPrio, *entry, backup);
 }
 
 aclErr_t AclCache::RemoveMatch(const std::string& name, int entryPrio, aclFiltersMatch_t kind) {
@@ -82,7 +83,7 @@ aclErr_t AclCache::RemoveMatch(const std::string& name, int entryPrio, aclFilter
   const aclErr_t found = GetEntry(name, entryPrio, entry);
   if (found != ACL_OK) return found;
   entry->deleteMatch(library_kind);
-  return WriteBack(name, entryPrio, *entry, nullptr);
+  return Replace(name, entryPrio, *entry);
 }
 
 }  // namespace acl_app

@@ -133,8 +133,22 @@ const FiltersEntry* AclCache::FindEntry(const std::string& name, int entryPrio) 
   return entry == entries->end() ? nullptr : &entry->second;
 }
 
-aclErr_t AclCache::WriteBack(const std::string& name, int entryPrio, const FiltersEntry& changed,
-                             const FiltersEntry* backup) {
+aclErr_t AclCache::Replace(const std::string& name, int entryPrio, const FiltersEntry& changed) {
+  FiltersGroup* refusing = nullptr;
+  return PutBack(name, entryPrio, changed, &refusing);
+}
+
+aclErr_t AclCache::ReplaceOrRestore(const std::string& name, int entryPrio,
+                                    const FiltersEntry& changed, const FiltersEntry& backup) {
+  FiltersGroup* refusing = nullptr;
+  const aclErr_t put = PutBack(name, entryPrio, changed, &refusing);
+  if (refusing == nullptr) return put;
+  refusing->insertEntry(backup);
+  return ACL_ERR_FILTERS;
+}
+
+aclErr_t AclCache::PutBack(const std::string& name, int entryPrio, const FiltersEntry& changed,
+                           FiltersGroup** refusing) {
   auto pre_created = pre_created_profiles_.find(name);
   auto profile = acl_profiles_.find(name);
   if (pre_created != pre_created_profiles_.end()) {
@@ -146,10 +160,7 @@ aclErr_t AclCache::WriteBack(const std::string& name, int entryPrio, const Filte
   if (profile == acl_profiles_.end()) return ACL_ERR_NOT_FOUND;
   FiltersGroup& group = profile->second;
   group.removeEntry(ToId(entryPrio));
-  if (group.insertEntry(changed) != 0 && backup != nullptr) {
-    group.insertEntry(*backup);
-    return ACL_ERR_FILTERS;
-  }
+  if (group.insertEntry(changed) != 0) *refusing = &group;
   return ACL_OK;
 }
 

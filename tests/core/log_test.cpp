@@ -70,17 +70,17 @@ TEST_F(LogTest, DictionaryTables) {
     }
   }
   add("header", header.settings);
-  for (int i = 0; i < 5; ++i) {
-    const ElemLogField& f = header.fields[i];
-    add(Line(Word(f.index), f.key, f.name, f.display, f.short_display), f.attributes);
+  for (const ElemLogField* f = header.fields; f->key != nullptr; ++f) {
+    add(Line(Word(f->index), f->key, f->name, f->display, f->short_display), f->attributes);
   }
-  for (int i = 0; i < 3; ++i) {
-    add(Line(header.outputs[i].key, header.outputs[i].name), header.outputs[i].settings);
+  for (const ElemLogOutput* output = header.outputs; output->key != nullptr; ++output) {
+    add(Line(output->key, output->name), output->settings);
   }
   for (int i = 0; i < ElemWebCfgGetNumCategories(); ++i) {
     const ElemWebCategory& category = ElemWebCfgGetCategories()[i];
     add(Line(category.title, category.keyword), category.settings);
   }
+  EXPECT_EQ(nullptr, ElemWebCfgGetCategories()[ElemWebCfgGetNumCategories()].title);
   EXPECT_EQ(lines, Text(R"(
       ACL ACL 32 0 ; ACL_APP ACL_APP 55 0
       Alert Alert 64 0 ; Critical Crit 32 0 ; Debug Debug 1 0 ; Emergency Emerg 128 0
