@@ -1,9 +1,17 @@
 #include "host/filter_mgr/filters_line.h"
 
+#include <cstdint>
 #include <map>
 #include <string>
 
 namespace host {
+namespace {
+
+std::string Counted(uint32_t count, const char* what) {
+  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+}  // namespace
 
 StatusLine GroupsLine(const GroupTable& table) {
   StatusLine line{StatusLine::kOk, "no group is in force"};
@@ -15,10 +23,10 @@ StatusLine GroupsLine(const GroupTable& table) {
                  std::to_string(table.capacity()) + " entries";
     if (const auto cost = table.backend().CostOf(SlotOf(group->getType()))) {
       line.text += cost->tables
-                       ? " (a frame is looked up in " + std::to_string(cost->tables->worst) +
-                             " tables at most, at " + cost->port + ")"
-                       : " (a frame is compared with " + std::to_string(cost->entries_worst) +
-                             " rules at most, at " + cost->port + ")";
+                       ? " (a frame is looked up in " + Counted(cost->tables->worst, "table") +
+                             " at most, at " + cost->port + ")"
+                       : " (a frame is compared with " + Counted(cost->entries_worst, "rule") +
+                             " at most, at " + cost->port + ")";
     }
     const auto waits = table.pending().find(key);
     if (waits != table.pending().end()) {

@@ -1,6 +1,7 @@
 """What Debian's own Prometheus and chromium make of acl-app-metrics: alerts that fire and that do not,
 the dashboard's questions, and the page as people see it. tools/lanes seeing calls this."""
 
+import contextlib
 import ctypes
 import http.client
 import json
@@ -50,13 +51,12 @@ class PrometheusTest(DaemonTest):
 
     def asked(self, path):
         try:
-            connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=10)
-            connection.request("GET", "/api/v1/" + path)
-            answer = json.loads(connection.getresponse().read())
-            connection.close()
-        except OSError:
+            with contextlib.closing(
+                    http.client.HTTPConnection("127.0.0.1", self.port, timeout=10)) as connection:
+                connection.request("GET", "/api/v1/" + path)
+                return json.loads(connection.getresponse().read())
+        except (OSError, ValueError):  # it is about to start, and "Service Unavailable" is no JSON
             return {"status": "error", "data": {"alerts": []}}
-        return answer
 
     def firing(self):
         return {alert["labels"]["alertname"] for alert in self.asked("alerts")["data"]["alerts"]
