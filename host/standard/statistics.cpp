@@ -1,9 +1,9 @@
 // Counters in the standards' documents: see statistics.h.
 #include "host/standard/statistics.h"
 
-#include <map>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "host/standard/ace_builder.h"
 
@@ -12,12 +12,10 @@ namespace {
 
 using Form = Node::Form;
 
-// Where the lists of an interface are in a document.
+// Where the lists that are attached are in a document.
 struct Shape {
   const char* interfaces[3];  // from the top on, the list of interfaces last
-  const char* id;             // key of an interface
   const char* sets[3];        // from an interface on, the list of lists last; null: not needed
-  const char* name;           // key of a list
   void (*add)(const Ace& ace, const Hits& hits, Node* set);
 };
 
@@ -41,24 +39,26 @@ void AddToOpenConfig(const Ace& ace, const Hits& hits, Node* set) {
   AddCounters(hits, &state);
 }
 
-constexpr Shape kRfc8519Shape = {{"acls", "attachment-points", "interface"},
-                                 "interface-id",
-                                 {"ingress", "acl-sets", "acl-set"},
-                                 "name",
-                                 AddToRfc8519};
+constexpr Shape kRfc8519Shape = {
+    {"acls", "attachment-points", "interface"}, {"ingress", "acl-sets", "acl-set"}, AddToRfc8519};
 constexpr Shape kOpenConfigShape = {{"acl", "interfaces", "interface"},
-                                    "id",
                                     {"ingress-acl-sets", "ingress-acl-set", nullptr},
-                                    "set-name",
                                     AddToOpenConfig};
 
-// Calls `visit` for all nodes that the path leads to.
-template <class Visit>
-void ForEach(Node* node, const char* const* path, size_t length, const Visit& visit) {
-  if (length == 0 || *path == nullptr) return visit(node);
-  for (Node& child : node->children) {
-    if (child.name == *path) ForEach(&child, path + 1, length - 1, visit);
+// The nodes that the path leads to, in order.
+std::vector<Node*> NodesAt(Node* node, const char* const (&path)[3]) {
+  std::vector<Node*> nodes = {node};
+  for (const char* name : path) {
+    if (name == nullptr) break;
+    std::vector<Node*> below;
+    for (Node* above : nodes) {
+      for (Node& child : above->children) {
+        if (child.name == name) below.push_back(&child);
+      }
+    }
+    nodes = std::move(below);
   }
+  return nodes;
 }
 
 // The paths of profiles and entries, by which lists and entries say what they are made from.
@@ -86,12 +86,13 @@ class Adder {
       profile_of_[PathOf(binding.second)] = binding.second;
   }
 
-  void AddTo(Node* interface, Node* set) const {
-    const auto list = lists_.find(set->ValueOf(shape_.name));
+  // `set` is the list called `name` on the interface.
+  void AddTo(Node* set, const std::string& interface, const std::string& name) const {
+    const auto list = lists_.find(name);
     if (list == lists_.end()) return;
     const auto profile = profile_of_.find(list->second->path);
     if (profile == profile_of_.end()) return;
-    const auto counted = hits_.find({interface->ValueOf(shape_.id), profile->second});
+    const auto counted = hits_.find({interface, profile->second});
     if (counted == hits_.end()) return;
     for (const EntryHits& entry : counted->second) {
       const auto ace = entries_.find(PathOf(profile->second, entry.ace_priority));
@@ -104,7 +105,7 @@ class Adder {
  private:
   const HitsByOrigin& hits_;
   const Shape& shape_;
-  std::map<std::string, const Acl*> lists_;                  // by name
+  std::unordered_map<std::string, const Acl*> lists_;        // by name
   std::unordered_map<std::string, const Ace*> entries_;      // by path; null: there are several
   std::unordered_map<std::string, std::string> profile_of_;  // a list, by path
 };
@@ -120,11 +121,24 @@ void AddAceStatistics(const std::string& ace, const Hits& hits, Node* acl_set) {
 void AddStatistics(const AccessLists& lists, const HitsByOrigin& hits, Standard to,
                    Document* document) {
   const Shape& shape = to == Standard::kOpenConfig ? kOpenConfigShape : kRfc8519Shape;
+  // Which counters an element has, OpenConfig asks for.
+  if (to == Standard::kOpenConfig) {
+    document->root.children.front()
+        .Add("state")
+        .Add("counter-capability", Form::kIdentity, "INTERFACE_ONLY")
+        .module_of_value = kOpenConfigAcl.name;
+  }
+  // Writers keep the order; what a list is called may be another thing in the document.
   const Adder adder(lists, hits, shape);
-  ForEach(&document->root, shape.interfaces, std::size(shape.interfaces), [&](Node* interface) {
-    ForEach(interface, shape.sets, std::size(shape.sets),
-            [&](Node* set) { adder.AddTo(interface, set); });
-  });
+  const std::vector<Node*> interfaces = NodesAt(&document->root, shape.interfaces);
+  for (size_t i = 0; i < interfaces.size() && i < lists.attachments.size(); ++i) {
+    const Attachment& attachment = lists.attachments[i];
+    const std::vector<Node*> sets = NodesAt(interfaces[i], shape.sets);
+    if (sets.size() != attachment.acls.size()) continue;
+    for (size_t j = 0; j < sets.size(); ++j) {
+      adder.AddTo(sets[j], attachment.interface, attachment.acls[j]);
+    }
+  }
 }
 
 }  // namespace host::standard

@@ -19,12 +19,12 @@
 namespace host {
 namespace {
 
-using standard::Node;
+using ListNode = standard::Node;
 
 constexpr size_t kChunk = 64;  // entries or counters of a piece, more or less
 
 // Adds the node to `parent`, with all below it. Null when libyang refuses one.
-lyd_node* AddNode(const ly_ctx* context, const Node& node, lyd_node* parent) {
+lyd_node* AddNode(const ly_ctx* context, const ListNode& node, lyd_node* parent) {
   const lys_module* module =
       ly_ctx_get_module_implemented(context, std::string(node.module).c_str());
   if (module == nullptr) return nullptr;
@@ -32,21 +32,21 @@ lyd_node* AddNode(const ly_ctx* context, const Node& node, lyd_node* parent) {
   lyd_node* made = nullptr;
   LY_ERR result = LY_SUCCESS;
   switch (node.form) {
-    case Node::Form::kContainer:
+    case ListNode::Form::kContainer:
       result = lyd_new_inner(parent, module, name.c_str(), 0, &made);
       break;
-    case Node::Form::kEntry:  // all of these lists have one key, which comes first
+    case ListNode::Form::kEntry:  // all of these lists have one key, which comes first
       result =
           lyd_new_list(parent, module, name.c_str(), 0, &made, node.children.front().value.c_str());
       break;
     default: {
       const std::string prefix =
-          node.form == Node::Form::kIdentity ? std::string(node.module_of_value) + ":" : "";
+          node.form == ListNode::Form::kIdentity ? std::string(node.module_of_value) + ":" : "";
       result = lyd_new_term(parent, module, name.c_str(), (prefix + node.value).c_str(), 0, &made);
     }
   }
   if (result != LY_SUCCESS) return nullptr;
-  const size_t keys = node.form == Node::Form::kEntry ? 1 : 0;
+  const size_t keys = node.form == ListNode::Form::kEntry ? 1 : 0;
   for (size_t i = keys; i < node.children.size(); ++i) {
     if (AddNode(context, node.children[i], made) == nullptr) {
       if (parent == nullptr) lyd_free_all(made);
@@ -61,13 +61,11 @@ class ListMaker : public ProfileVisitor {
  public:
   explicit ListMaker(std::vector<ListedProfile>* listed) : listed_(listed) {}
 
-  void OnProfile(const standard::Profile& /*profile*/) override {
-    entries_.clear();
-    names_.clear();
-  }
+  void OnProfile(const standard::Profile& /*profile*/) override { entries_.clear(); }
   void OnEntry(standard::ProfileEntry entry) override { entries_.push_back(std::move(entry)); }
   void OnProfileEnd() override {
     Make(entries_.size(), true);
+    (*listed_)[next_].taken.clear();
     ++next_;
   }
 
@@ -100,17 +98,26 @@ class ListMaker : public ProfileVisitor {
     made_.acls.push_back(std::move(acl));
   }
 
-  // Names are unique in their list, of which the conversion has seen a part.
-  void NameEntry(ListedProfile* listed, standard::Ace* ace) {
-    const std::string own = ace->ace_priority ? std::to_string(*ace->ace_priority) : "";
-    ace->name = UniqueIn(&names_, ace->name, own);
-    if (ace->ace_priority && ace->name != own) listed->ace_names[*ace->ace_priority] = ace->name;
+  // Names are unique in their list, of which the conversion has seen a part. Who has a name of its
+  // own has it before others are called by their numbers.
+  static void NameEntry(ListedProfile* listed, standard::Ace* ace) {
+    if (!ace->ace_priority) {
+      ace->name = UniqueIn(&listed->taken, ace->name, ace->name);
+      return;
+    }
+    const std::string number = std::to_string(*ace->ace_priority);
+    auto named = listed->ace_names.find(*ace->ace_priority);
+    if (named == listed->ace_names.end() && listed->taken.count(number) != 0) {
+      named =
+          listed->ace_names.emplace(*ace->ace_priority, UniqueIn(&listed->taken, number, number))
+              .first;
+    }
+    ace->name = named != listed->ace_names.end() ? named->second : number;
   }
 
   std::vector<ListedProfile>* const listed_;
   size_t next_ = 0;
   std::vector<standard::ProfileEntry> entries_;  // of the profile at hand, not made yet
-  std::set<std::string> names_;
   standard::AccessLists made_;
 };
 
@@ -142,7 +149,7 @@ class StandardView : public StateProviders::Pieces {
     }
     standard::Document document;
     WriteRfc8519(lists, false, &document);
-    Node* const acls = &document.root.children.front();
+    ListNode* const acls = &document.root.children.front();
     if (phase_ == Phase::kInterfaces && !AddInterfaces(acls)) phase_ = Phase::kEnd;
     const bool ended = phase_ == Phase::kEnd && acls->children.empty();
     if (ended || phase_ == Phase::kFailed) return nullptr;
@@ -182,10 +189,10 @@ class StandardView : public StateProviders::Pieces {
 
   // Adds the interfaces from the one at hand on, as many as make up a piece; false when there were
   // no more.
-  bool AddInterfaces(Node* acls) {
+  bool AddInterfaces(ListNode* acls) {
     const std::vector<BoundProfiles>& bindings = survey_.bindings();
     if (next_interface_ == bindings.size()) return false;
-    Node points;
+    ListNode points;
     points.module = acls->module;
     for (size_t left = kChunk; next_interface_ < bindings.size() && left > 0;) {
       AddInterface(bindings[next_interface_], &points, &left);
@@ -194,14 +201,14 @@ class StandardView : public StateProviders::Pieces {
     return true;
   }
 
-  void AddInterface(const BoundProfiles& bound, Node* points, size_t* left) {
-    Node& interface = points->Add("interface", Node::Form::kEntry);
-    interface.Add("interface-id", Node::Form::kText, bound.interface);
-    Node& sets = interface.Add("ingress").Add("acl-sets");
+  void AddInterface(const BoundProfiles& bound, ListNode* points, size_t* left) {
+    ListNode& interface = points->Add("interface", ListNode::Form::kEntry);
+    interface.Add("interface-id", ListNode::Form::kText, bound.interface);
+    ListNode& sets = interface.Add("ingress").Add("acl-sets");
     for (; next_set_ < bound.profiles.size() && *left > 0; --*left) {
       const ListedProfile& listed = survey_.listed()[bound.profiles[next_set_]];
-      Node& set = sets.Add("acl-set", Node::Form::kEntry);
-      set.Add("name", Node::Form::kText, listed.name);
+      ListNode& set = sets.Add("acl-set", ListNode::Form::kEntry);
+      set.Add("name", ListNode::Form::kText, listed.name);
       if (!AddCounters({bound.interface, listed.profile.name}, listed, &set, left)) return;
       ++next_set_;
       next_counter_ = 0;
@@ -212,8 +219,8 @@ class StandardView : public StateProviders::Pieces {
   }
 
   // False when there are more of them than have a place in the piece.
-  bool AddCounters(const HitsByOrigin::key_type& binding, const ListedProfile& listed, Node* set,
-                   size_t* left) {
+  bool AddCounters(const HitsByOrigin::key_type& binding, const ListedProfile& listed,
+                   ListNode* set, size_t* left) {
     const auto counted = hits_.find(binding);
     if (counted == hits_.end()) return true;
     for (; next_counter_ < counted->second.size(); ++next_counter_, --*left) {

@@ -39,8 +39,14 @@ void Survey::OnPriority(uint16_t priority) { listed_.back().profile.priority = p
 
 void Survey::OnEntry(standard::ProfileEntry entry) {
   constexpr size_t kMost = 64;
+  // What follows the last one decides what that is.
+  if (entries_.size() > kMost) {
+    standard::ProfileEntry last = std::move(entries_.back());
+    entries_.pop_back();
+    Judge();
+    entries_.push_back(std::move(last));
+  }
   entries_.push_back(std::move(entry));
-  if (entries_.size() == kMost) Judge();
 }
 
 // The types of parts are in an order in which that of the whole is the widest of them.
@@ -52,6 +58,11 @@ void Survey::Judge() {
   const Acl list = ListOf(std::move(part));
   listed.kind = first ? list.kind : std::max(listed.kind, list.kind);
   if (first) listed.name = UniqueIn(&names_, list.name, listed.profile.name);
+  for (const standard::Ace& ace : list.aces) {
+    const std::string number = std::to_string(ace.ace_priority.value_or(0));
+    if (!ace.ace_priority || ace.name == number) continue;
+    listed.ace_names[*ace.ace_priority] = UniqueIn(&listed.taken, ace.name, number);
+  }
 }
 
 void Survey::OnProfileEnd() {

@@ -18,8 +18,10 @@ struct ListedProfile {
   standard::Profile profile;  // without entries
   std::string name;           // of the list
   standard::Kind kind = standard::Kind::kEthernet;
-  // Entries that are not called by their ace-priority; known once the list is made.
+  // Entries that are not called by their ace-priority, and what they are called. Those that bear
+  // another's number are known once the list is made.
   std::map<uint16_t, std::string> ace_names;
+  std::set<std::string> taken;  // these names
 };
 
 struct BoundProfiles {
