@@ -206,7 +206,7 @@ class PackageTest(unittest.TestCase):
                       cp {metrics} $root/metrics.deb
                       printf %s '{FLOOD}' >$root/flood"""
         done = subprocess.run([ROOT / "tools/container", root, prepare, CONTAINER],
-                              capture_output=True, text=True, timeout=170, check=False)
+                              capture_output=True, text=True, timeout=900, check=False)
         if done.returncode != 0:
             self.skipTest("no container is to be had here: " + done.stderr[-300:])
         (WORK / "life.log").write_text(done.stdout)
