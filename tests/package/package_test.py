@@ -81,7 +81,7 @@ dpkg -i /second.deb
 say again frame
 dpkg -i /metrics.deb
 say metrics sh -c 'systemctl is-active acl-app-metrics; ps -o user:20= -C acl-app-metrics; sleep 6; python3 -c "import urllib.request as r
-print(r.urlopen(\\"http://localhost:9830/metrics\\").read().decode())" | grep ^acl_app_up'
+print(r.urlopen(\\"http://127.0.0.1:9830/metrics\\").read().decode())" | grep ^acl_app_up'
 dpkg --purge acl-app-metrics
 say commits sh -c 'aclctl show commits | tail -1'
 dpkg --purge acl-app
