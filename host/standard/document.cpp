@@ -1,9 +1,8 @@
-// Nodes, modules and the reading of documents: see document.h.
+// Nodes and modules: see document.h.
 #include "host/standard/document.h"
 
 #include <algorithm>
 #include <cctype>
-#include <iterator>
 #include <utility>
 
 #include "host/standard/document_modules.h"
@@ -35,28 +34,6 @@ constexpr const Module* kModules[] = {
     &kOpenConfigInterfaces, &kOwnStandard,          &kOwn};
 
 const std::string kNothing;
-
-// What a protocol puts around data: NETCONF's messages and RESTCONF's resource.
-bool IsEnvelope(const Node& node) {
-  return node.module != kOwn.name && node.value.empty() &&
-         (node.name == "data" || node.name == "config" || node.name == "rpc-reply");
-}
-
-bool IsAnnotation(const Node& node) { return node.form == Node::Form::kAnnotation; }
-
-// Takes what is in envelopes out of them. What is said about a reply is not about its data.
-void OpenEnvelopes(Node* root) {
-  while (!root->children.empty() && IsEnvelope(root->children.front()) &&
-         std::all_of(root->children.begin() + 1, root->children.end(), IsAnnotation)) {
-    std::vector<Node> inner = std::move(root->children.front().children);
-    const bool reply = root->children.front().name == "rpc-reply";
-    root->children.erase(root->children.begin());
-    std::vector<Node>& left = root->children;  // annotations of the envelope
-    if (reply) inner.erase(std::remove_if(inner.begin(), inner.end(), IsAnnotation), inner.end());
-    left.insert(left.begin(), std::make_move_iterator(inner.begin()),
-                std::make_move_iterator(inner.end()));
-  }
-}
 
 }  // namespace
 
@@ -106,17 +83,6 @@ std::string_view Document::Keep(std::string_view text) {
   const auto known = known_.find(text);
   if (known != known_.end()) return *known;
   return *known_.insert(kept_.emplace_back(text)).first;
-}
-
-std::string Document::Read(const std::string& text) {
-  constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
-  const size_t start = text.compare(0, 3, kByteOrderMark) == 0 ? 3 : 0;
-  const size_t first = text.find_first_not_of(" \t\r\n", start);
-  if (first == std::string::npos) return "it is empty";
-  if (text[first] != '<' && text[first] != '{') return "it is neither JSON nor XML";
-  std::string wrong = text[first] == '<' ? ReadXml(text, this) : ReadJson(text, this);
-  if (wrong.empty()) OpenEnvelopes(&root);
-  return wrong;
 }
 
 }  // namespace host::standard
