@@ -7,12 +7,13 @@ import signal
 import socket
 import subprocess
 import unittest
+import xml.etree.ElementTree as ET
 
 import network_namespace
 from daemon import ACLCTL, DAEMON, DaemonTest, until
 from netconf_client import FILTERS, NAMESPACES
 
-
+ACLS = "urn:ietf:params:xml:ns:yang:ietf-access-control-list"
 CONFIG = """<config xmlns="urn:acl-app:acl"><access-list><acl-profile><ingress><access-list>
 <acl-type>l3</acl-type><acl-name>web</acl-name><acl-priority-l3><priority>1</priority>
 </acl-priority-l3>%s</access-list></ingress></acl-profile><interface>
@@ -71,6 +72,17 @@ class KernelTest(DaemonTest):
         return {int(e.findtext("f:ace-priority", None, NAMESPACES)):
                 int(e.findtext("f:packets", None, NAMESPACES))
                 for e in reply.iterfind("f:group/f:binding/f:entry", NAMESPACES)}
+
+    def statistics(self, daemon):
+        """The same as RFC 8519's counters tell it, in the view and in an export, by entry."""
+        with daemon.session() as session:
+            view = session.get(f'<filter><acls xmlns="{ACLS}"><attachment-points/></acls></filter>')
+        command = "export", "--to", "rfc8519", "--statistics", "--xml"
+        exported = ET.fromstring(self.aclctl(daemon, *command).stdout)
+        seen, told = ({e[0].text: int(e[1].text) for e in lists.iter(f"{{{ACLS}}}ace-statistics")}
+                      for lists in (view, exported))
+        self.assertEqual(seen, told)
+        return seen
 
     def assert_hits(self, daemon, expected):
         until(lambda: self.hits(daemon) == expected, shown=lambda: self.hits(daemon))
@@ -159,6 +171,7 @@ class KernelTest(DaemonTest):
         self.assert_hits(daemon, [3, 2, 0])
         self.assertEqual(self.counted(daemon), {1: 3, 2: 2, 5: 0})
         self.assertEqual(self.counted(daemon, "<hit/>"), {1: 3, 2: 2})
+        self.assertEqual(self.statistics(daemon), {"1": 3, "2": 2, "5": 0})
         send(22)
         self.assert_hits(daemon, [3, 2, 1])
 

@@ -7,6 +7,7 @@
 #include <libyang/libyang.h>
 
 #include "host/filter_mgr/group_state.h"
+#include "host/filter_mgr/origin_hits.h"
 #include "tests/host/filter_mgr/captured_log.h"
 #include "tests/host/runtime/scratch_state.h"
 
@@ -308,6 +309,52 @@ TEST_F(GroupTableTest, ShowsGroupsAsOperationalData) {
       text);
   free(text);
   lyd_free_all(tree);
+}
+
+// A counter that is told belongs to the entry of running that has its origin.
+TEST_F(GroupTableTest, TellsHitsOfTheGroupsThatWereSentLast) {
+  const auto group = [](uint16_t ace_priority) {
+    FiltersGroup content = MakeGroup(0, FILTERS_GROUP_TYPE_L2);
+    FiltersEntry entry(0);
+    entry.setMatch(MatchIngressPorts({2}));
+    content.insertEntry(entry);
+    return SentGroup(content, OriginsOf({{"eth1", {ace_priority}}}), Name);
+  };
+  const auto alive = std::make_shared<char>();
+  bool trusted = true;
+  const auto told = [&](int sent_meanwhile) {
+    const auto reading = ReadOriginHits(
+        table_, [&] { return trusted; }, alive);
+    HitsByOrigin hits;
+    for (int steps = 0; !reading->Next(&hits); ++steps) {
+      if (steps >= sent_meanwhile) continue;
+      table_.Update(group(static_cast<uint16_t>(20 + steps)));
+      table_.Finish();
+    }
+    std::string text;
+    for (const EntryHits& entry : hits[{"eth1", "p"}]) {
+      text += std::to_string(entry.ace_priority) + ": " + std::to_string(entry.hits.packets);
+    }
+    return text;
+  };
+  table_.Update(group(7));
+  table_.Finish();
+  EXPECT_EQ(told(0), "7: 11");
+  EXPECT_EQ(told(2), "21: 11");  // read again
+  EXPECT_EQ(told(99), "");       // given up
+  trusted = false;
+  EXPECT_EQ(told(0), "");
+  trusted = true;
+  for (const Standing& standing : {kPending, kRefused}) {
+    backend_.answer = standing;
+    table_.Update(group(8));
+    table_.Finish();
+    EXPECT_EQ(told(0), "");
+    backend_.answer = {};
+    table_.Update(group(9));
+    table_.Finish();
+    EXPECT_EQ(told(0), "9: 11");
+  }
 }
 
 TEST_F(GroupTableTest, ShowsLargeGroupsInPieces) {

@@ -5,9 +5,11 @@
 #include "host/cdb/schema/schema.h"
 #include "host/cdb/schema/yang_texts.h"
 #include "host/standard/configuration.h"
+#include "host/standard/statistics.h"
 #include "host/standard/writers.h"
 #include "tools/aclctl/commands.h"
 #include "tools/aclctl/edit_file.h"
+#include "tools/aclctl/hits.h"
 #include "tools/aclctl/running.h"
 #include "tools/aclctl/standards.h"
 
@@ -19,6 +21,7 @@ namespace standard = host::standard;
 struct ExportWanted {
   std::string to, path;
   bool standard_only = false;
+  bool statistics = false;
   LossOptions loss;
 };
 
@@ -78,17 +81,32 @@ Failure ReadText(const std::string& what, const std::string& text, const ly_ctx*
   return failure;
 }
 
+// Running; with what it has hit, where that is wanted and known.
+Failure ReadRunning(const Common& common, bool statistics, const ly_ctx* context, host::Tree* tree,
+                    host::HitsByOrigin* hits) {
+  Client client;
+  if (Failure failure = client.Open(common.socket)) return failure;
+  Scope scope;
+  scope.everything = true;
+  const auto fetch = [&] { return FetchRunning(&client, context, scope, tree); };
+  if (!statistics) return fetch();
+  std::string why;
+  const Failure failure = FetchWithHits(&client, fetch, hits, &why);
+  if (!failure && !why.empty()) std::fprintf(stderr, "aclctl: no statistics: %s\n", why.c_str());
+  return failure;
+}
+
 Failure ReadProfiles(const Common& common, const ExportWanted& wanted, const std::string& what,
-                     standard::Profiles* profiles) {
+                     standard::Profiles* profiles, host::HitsByOrigin* hits) {
   host::ContextPtr context;
   host::Tree tree;
   if (Failure failure = BuiltInSchema(&context)) return failure;
   if (wanted.path.empty()) {
-    Client client;
-    if (Failure failure = client.Open(common.socket)) return failure;
-    Scope scope;
-    scope.everything = true;
-    if (Failure failure = FetchRunning(&client, context.get(), scope, &tree)) return failure;
+    if (Failure failure = ReadRunning(common, wanted.statistics, context.get(), &tree, hits)) {
+      return failure;
+    }
+  } else if (wanted.statistics) {
+    return {kUsage, "--statistics are of the running configuration, not of a file", {}};
   } else {
     std::string text;
     if (Failure failure = ReadFile(wanted.path, &text)) return failure;
@@ -105,7 +123,8 @@ Failure Export(const Common& common, const ExportWanted& wanted) {
                            : wanted.path == "-" ? "standard input"
                                                 : wanted.path;
   standard::Profiles profiles;
-  if (Failure failure = ReadProfiles(common, wanted, what, &profiles)) return failure;
+  host::HitsByOrigin hits;
+  if (Failure failure = ReadProfiles(common, wanted, what, &profiles, &hits)) return failure;
   standard::ExportOptions options;
   options.allowance = wanted.loss.allowance;
   options.standard_only = wanted.standard_only;
@@ -120,6 +139,7 @@ Failure Export(const Common& common, const ExportWanted& wanted) {
   } else {
     WriteRfc8519(lists, to == standard::Standard::kRfc9899, &document);
   }
+  if (!hits.empty()) AddStatistics(lists, hits, to, &document);
   const bool xml = common.form == Form::kXml;
   std::fputs(document.Print(xml ? standard::Format::kXml : standard::Format::kJson).c_str(),
              stdout);
@@ -135,6 +155,8 @@ Run SetUpExport(Syntax* syntax) {
                           Names::kFiles);
   syntax->Flag("--standard-only", &wanted->standard_only,
                "nothing but the standard's own: refuse what only acl-app-standard has");
+  syntax->Flag("--statistics", &wanted->statistics,
+               "with what each entry of the running configuration has hit on each interface");
   AddLossOptions(syntax, &wanted->loss);
   return [wanted](const Common& common) { return Export(common, *wanted); };
 }
@@ -144,7 +166,7 @@ Run SetUpExport(Syntax* syntax) {
 const Command kExport = {"export",
                          Group::kLook,
                          "the configuration as access lists of RFC 8519, RFC 9899 or OpenConfig",
-                         "aclctl export --to rfc8519 >lists.json\n"
+                         "aclctl export --to rfc8519 --statistics >lists.json\n"
                          "aclctl export --to rfc9899 --standard-only --xml examples/branch.json",
                          SetUpExport,
                          kXml};
