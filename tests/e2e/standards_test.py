@@ -57,10 +57,12 @@ class StandardsTest(DaemonTest):
         modules = pathlib.Path(os.environ.get("ACL_STANDARD_MODULES", "none"))
         if not modules.is_dir() or shutil.which("yanglint") is None:
             self.skipTest("there is no yanglint, or ACL_STANDARD_MODULES names no published modules")
-        own = pathlib.Path(os.environ["ACL_APP_YANG"])
-        texts = [own / "standard/acl-app-standard.yang", *(modules / f"{t}.yang" for t in TYPES)]
+        # Of ours these alone: beside them there are transcriptions of published ones.
+        for name in "acl-app-types.yang", "standard/acl-app-standard.yang":
+            shutil.copy(pathlib.Path(os.environ["ACL_APP_YANG"]) / name, self.directory)
+        texts = [self.directory / "acl-app-standard.yang", *(modules / f"{t}.yang" for t in TYPES)]
         features = ["-F", "ietf-access-control-list:*", "-F", "ietf-acl-enh:*"]
-        paths = [part for path in (modules, own) for part in ("-p", str(path))]
+        paths = [part for path in (modules, self.directory) for part in ("-p", str(path))]
         interface = {"name": "eth0", "type": "iana-if-type:ethernetCsmacd"}
         for model in "rfc8519", "rfc9899", "openconfig":
             openconfig = model == "openconfig"
