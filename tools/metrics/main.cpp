@@ -55,8 +55,8 @@ std::map<std::string, HttpServer::Make> Paths(const Sampler* sampler,
   std::map<std::string, HttpServer::Make> paths;
   for (size_t i = 0; i < kAssetCount; ++i) {
     const Asset& asset = kAssets[i];
-    const Content content{asset.type, std::make_shared<const std::string>(asset.text)};
-    paths[asset.path] = [content] { return content; };
+    const auto text = std::make_shared<const std::string>(asset.text);
+    paths[asset.path] = [type = asset.type, text] { return Content{type, text}; };
   }
   paths["/metrics"] = OfLastReading(
       sampler, kExpositionType,
