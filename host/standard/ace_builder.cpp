@@ -32,8 +32,9 @@ std::optional<Value> PrefixOf(const std::string& text) {
   if (inet_pton(AF_INET, text.substr(0, slash).c_str(), &address) != 1) return std::nullopt;
   uint32_t length = 32;
   if (slash != std::string::npos) {
-    const std::optional<uint32_t> given = NumberOf(text.substr(slash + 1), 32);
-    if (!given) return std::nullopt;
+    const std::string digits = text.substr(slash + 1);
+    const std::optional<uint32_t> given = NumberOf(digits, 32);
+    if (!given || (digits[0] == '0' && digits.size() > 1)) return std::nullopt;
     length = *given;
   }
   const uint64_t mask = length == 0 ? 0 : 0xffffffffu << (32 - length) & 0xffffffffu;
@@ -66,14 +67,18 @@ Ranges Union(Ranges ranges) {
 }
 
 Ranges Difference(const Ranges& all, const Ranges& without) {
-  Ranges rest = all;
-  for (const Range& hole : without) {
-    Ranges next;
-    for (const Range& range : rest) {
-      if (hole.low > range.low) next.push_back({range.low, std::min(range.high, hole.low - 1)});
-      if (hole.high < range.high) next.push_back({std::max(range.low, hole.high + 1), range.high});
+  Ranges rest;
+  auto hole = without.begin();
+  for (Range range : all) {
+    while (hole != without.end() && hole->high < range.low) ++hole;
+    // The last hole within the range may go on in the next one.
+    for (auto next = hole; next != without.end() && next->low <= range.high; ++next) {
+      hole = next;
+      if (next->low > range.low) rest.push_back({range.low, next->low - 1});
+      range.low = next->high + 1;
+      if (range.low > range.high) break;
     }
-    rest = Union(std::move(next));
+    if (range.low <= range.high) rest.push_back(range);
   }
   return rest;
 }
@@ -122,11 +127,7 @@ void AceBuilder::And(Field field, std::vector<Value> values) {
 void AceBuilder::AndRanges(Field field, const Ranges& ranges, const std::string& path,
                            const std::string& meaning) {
   const uint64_t count = CountOf(ranges);
-  if (count > most_values_) {
-    Refuse(path, meaning + " is " + std::to_string(count) + " values, and more than " +
-                     std::to_string(most_values_) + " entries for one are too many");
-    return;
-  }
+  if (count > most_values_) return RefuseCount(path, meaning, count);
   std::vector<Value> values;
   for (const Range& range : ranges) {
     for (uint64_t number = range.low; number <= range.high; ++number) {
@@ -134,6 +135,17 @@ void AceBuilder::AndRanges(Field field, const Ranges& ranges, const std::string&
     }
   }
   And(field, std::move(values));
+}
+
+void AceBuilder::AndSet(Field field, const std::vector<Value>& values, const std::string& path,
+                        const std::string& meaning) {
+  if (values.size() > most_values_) return RefuseCount(path, meaning, values.size());
+  And(field, values);
+}
+
+void AceBuilder::RefuseCount(const std::string& path, const std::string& meaning, uint64_t count) {
+  Refuse(path, meaning + " is " + std::to_string(count) + " values, and more than " +
+                   std::to_string(most_values_) + " entries for one are too many");
 }
 
 void AceBuilder::Refuse(const std::string& path, const std::string& meaning, bool is_condition) {

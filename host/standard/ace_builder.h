@@ -27,7 +27,7 @@ std::optional<Value> PrefixOf(const std::string& text);
 std::optional<uint64_t> MacOf(const std::string& text);
 // The numbers of a and b together, in order.
 Ranges Union(Ranges ranges);
-// Those of `all` that are not in `without`.
+// Those of `all` that are not in `without`, both as Union() returns them.
 Ranges Difference(const Ranges& all, const Ranges& without);
 uint64_t CountOf(const Ranges& ranges);
 
@@ -49,12 +49,17 @@ class AceBuilder {
   // Numbers of a field that has no other masks than all. Too many are a problem.
   void AndRanges(Field field, const Ranges& ranges, const std::string& path,
                  const std::string& meaning);
+  // The values of a set. Too many are a problem, and are not copied.
+  void AndSet(Field field, const std::vector<Value>& values, const std::string& path,
+              const std::string& meaning);
   // A statement that cannot be held, or whose value is wrong.
   void Refuse(const std::string& path, const std::string& meaning, bool is_condition = true);
 
   const Ace& ace() const { return *ace_; }
 
  private:
+  void RefuseCount(const std::string& path, const std::string& meaning, uint64_t count);
+
   Ace* ace_;
   size_t most_values_;
 };

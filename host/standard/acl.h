@@ -71,6 +71,13 @@ struct Problem {
   bool is_condition = true;
 };
 
+// What is not carried over without any frame being treated otherwise for it.
+struct Note {
+  std::string path;
+  std::string meaning;
+  std::string done;
+};
+
 struct Ace {
   std::string name;  // in RFC 8519; the number in OpenConfig
   std::string path;
@@ -103,6 +110,7 @@ struct Acl {
   Kind kind = Kind::kAny;
   std::optional<uint16_t> priority;  // our own, where the document has it
   std::optional<bool> l3;            // our own group, where the document has it
+  std::string profile_name;          // our own, where the document has it and it is another
   std::vector<Ace> aces;             // in the order of evaluation
   std::vector<Problem> problems;     // of the list as a whole
 };
@@ -118,10 +126,17 @@ struct AccessLists {
   std::vector<Acl> acls;
   std::vector<Attachment> attachments;  // of the ingress
   std::vector<Problem> problems;        // of the document
+  std::vector<Note> notes;              // of all of it
 };
 
 // The values that agree with one of `a` and one of `b`. Without masks in common two values agree.
 std::vector<Value> Intersect(const std::vector<Value>& a, const std::vector<Value>& b);
+
+// Values that stand for one of a field: of the ECN alone, which ours compares with a DSCP or not at
+// all, there are as many as there are DSCPs.
+std::vector<Value> FormsOf(Field field, const std::vector<Value>& values);
+// How many entries with one value for each field the conditions come to; SIZE_MAX for more.
+size_t AlternativesOf(const Conditions& conditions);
 
 // Whether the conditions ask for an IPv4 header.
 bool AskForIpv4(const Conditions& conditions);

@@ -1,10 +1,12 @@
 // From profiles to access lists: see profiles.h.
 #include <algorithm>
-#include <set>
+#include <cstdint>
+#include <map>
 #include <utility>
 
 #include "host/standard/ace_builder.h"
 #include "host/standard/profiles.h"
+#include "host/standard/tags.h"
 
 namespace host::standard {
 namespace {
@@ -12,23 +14,6 @@ namespace {
 // Name of the entry that stands for a profile's end.
 constexpr char kEndName[] = "end";
 constexpr uint64_t kLowestEthertype = 1536;  // lower numbers are lengths (IEEE 802.3)
-
-// What "[tag NAME] TEXT" says; nothing where the text is no such one.
-struct Tag {
-  std::string name;
-  std::string text;
-};
-
-std::optional<Tag> TagIn(const std::string& description, const std::string& tag) {
-  const std::string start = "[" + tag + " ";
-  if (description.compare(0, start.size(), start) != 0) return std::nullopt;
-  // The name of an entry is all there is; a bracket within it is its own.
-  size_t end = tag == "ace" ? description.rfind(']') : description.find(']');
-  if (end == std::string::npos || end == start.size()) return std::nullopt;
-  Tag found{description.substr(start.size(), end - start.size()), ""};
-  if (end + 2 <= description.size()) found.text = description.substr(end + 2);
-  return found;
-}
 
 Conditions ConditionsOf(const ProfileEntry& entry) {
   Conditions conditions;
@@ -47,36 +32,101 @@ class ToListsConverter {
         report_(report) {}
 
   AccessLists Convert() {
-    for (const Profile& profile : profiles_.profiles) ConvertProfile(profile);
+    const std::vector<std::string> names = NamesOf<Profile>(
+        profiles_.profiles, {"acl"}, [](const Profile& profile) { return profile.name; });
+    for (size_t i = 0; i < names.size(); ++i) {
+      place_of_[profiles_.profiles[i].name] = i;
+      ConvertProfile(profiles_.profiles[i], names[i]);
+    }
     for (const auto& [interface, names] : profiles_.bindings) Attach(interface, names);
     return std::move(lists_);
   }
 
  private:
-  void ConvertProfile(const Profile& profile) {
+  // Names for what is in `all`: what one of the tags in its description says, or `own`. Those that
+  // a tag says are given out first, to be what they were.
+  template <class Item, class Own>
+  std::vector<std::string> NamesOf(const std::vector<Item>& all,
+                                   std::initializer_list<const char*> tags, const Own& own,
+                                   UniqueNames* given = nullptr) {
+    UniqueNames names = MakeNames();
+    if (given == nullptr) given = &names;
+    std::vector<std::string> result(all.size());
+    for (size_t i = 0; i < all.size(); ++i) {
+      for (const char* tag : tags) {
+        const std::optional<Tag> found = TagIn(all[i].description, tag);
+        if (result[i].empty() && found && found->name.size() <= LongestName())
+          result[i] = given->Take(found->name);
+      }
+    }
+    for (size_t i = 0; i < all.size(); ++i) {
+      if (result[i].empty()) result[i] = given->Take(own(all[i]));
+    }
+    return result;
+  }
+
+  size_t LongestName() const { return options_.to == Standard::kOpenConfig ? SIZE_MAX : 64; }
+  UniqueNames MakeNames() const { return {" ", LongestName()}; }
+
+  void ConvertProfile(const Profile& profile, const std::string& name) {
     Acl& acl = lists_.acls.emplace_back();
     acl.path = EntryPath("/config/access-list/acl-profile/ingress", "access-list", "acl-name",
                          profile.name);
-    const std::optional<Tag> tag = TagIn(profile.description, "acl");
-    acl.name = UniqueName(tag ? tag->name : profile.name, &list_names_);
+    acl.name = name;
     acl.description = profile.description;
-    if (acl.name.size() > 64) acl.name = profile.name;
-    name_of_[profile.name] = &acl - lists_.acls.data();
     acl.kind = KindOf(profile);
     acl.aces.reserve(profile.entries.size() + 1);
-    std::set<std::string> names;
-    for (const ProfileEntry& entry : profile.entries) ConvertEntry(profile, entry, &names, &acl);
+    UniqueNames names = MakeNames();
+    lost_numbers_ = 0;
+    const std::vector<std::string> ace_names = NamesOf<ProfileEntry>(
+        // With our own module an entry has its number beside its name.
+        profile.entries, {"ace", standard_only_ ? "seq" : "ace"},
+        [&profile](const ProfileEntry& entry) {
+          // The end of a list that was read says itself what it is.
+          return IsListEnd(entry, profile) ? "implicit deny" : std::to_string(entry.ace_priority);
+        },
+        &names);
+    const bool numbered = options_.to == Standard::kOpenConfig && HasNumbers(profile, acl.path);
+    for (size_t i = 0; i < profile.entries.size(); ++i) {
+      ConvertEntry(profile.entries[i], ace_names[i], numbered, &names, &acl);
+    }
     AddEnd(profile, &names, &acl);
-    Number(profile, &acl);
     if (!standard_only_) {
       acl.priority = profile.priority;
       acl.l3 = profile.l3;
-    } else if (profile.l3 == (acl.kind == Kind::kEthernet)) {
-      Lose(acl.path,
-           profile.l3 ? "the L3 group, without an entry about IPv4"
-                      : "the L2 group, with entries about IP",
-           false);
+      if (name != profile.name) acl.profile_name = profile.name;
+    } else {
+      LoseOwn(profile, &acl);
     }
+  }
+
+  static bool IsListEnd(const ProfileEntry& entry, const Profile& profile) {
+    return entry.description == "[end]" && &entry == &profile.entries.back();
+  }
+
+  // What a profile has of its own, and a list of the standard has not.
+  void LoseOwn(const Profile& profile, Acl* acl) {
+    Note(acl->path, "the priority " + std::to_string(profile.priority), "left out");
+    if (lost_numbers_ > 0) {
+      Note(acl->path, "the priorities of entries with names, " + std::to_string(lost_numbers_),
+           "left out: the entries keep their order");
+    }
+    const std::optional<Tag> tag = TagIn(profile.description, "acl");
+    const bool named = tag && tag->name == acl->name;
+    if (acl->name != profile.name) {
+      Note(acl->path, "the profile's name", "the list " + acl->name);
+    }
+    if (named) acl->description = tag->text;
+    if (options_.to != Standard::kOpenConfig) LoseText(acl->path, acl->description);
+    if (profile.l3 != (acl->kind == Kind::kEthernet)) return;
+    Lose(acl->path,
+         profile.l3 ? "the L3 group, without an entry about IPv4"
+                    : "the L2 group, with entries about IP",
+         {"left out: the list becomes one of the other group", false});
+  }
+
+  void LoseText(const std::string& path, const std::string& text) {
+    if (!text.empty()) Note(path, "the description \"" + text + "\"", "left out");
   }
 
   // The narrowest kind that has all of the profile's entries.
@@ -96,8 +146,35 @@ class ToListsConverter {
     return any_version ? Kind::kAny : Kind::kMixed;
   }
 
-  void ConvertEntry(const Profile& profile, const ProfileEntry& entry, std::set<std::string>* names,
-                    Acl* acl) {
+  // The number that a description says the entry had.
+  static std::optional<uint32_t> NumberIn(const std::string& description) {
+    const std::optional<Tag> tag = TagIn(description, "seq");
+    return tag ? NumberOf(tag->name, UINT32_MAX) : std::nullopt;
+  }
+
+  // Whether the numbers that entries came with, and the others', still say their order.
+  bool HasNumbers(const Profile& profile, const std::string& path) {
+    uint64_t next = 0;
+    bool ascending = true, any = false;
+    for (const ProfileEntry& entry : profile.entries) {
+      if (IsListEnd(entry, profile)) continue;  // it is behind all others, whatever theirs are
+      const std::optional<uint32_t> number = NumberIn(entry.description);
+      any = any || number;
+      const uint32_t at = number.value_or(entry.ace_priority);
+      ascending = ascending && at >= next;
+      next = uint64_t{at} + 1;
+    }
+    // Behind the last one there has to be room for the end.
+    ascending = ascending && next <= UINT32_MAX - 10;
+    if (any && !ascending) {
+      Note(path, "sequence ids in descriptions that are not in the order of the entries",
+           "the entries' own numbers");
+    }
+    return ascending;
+  }
+
+  void ConvertEntry(const ProfileEntry& entry, const std::string& name, bool numbered,
+                    UniqueNames* names, Acl* acl) {
     Ace ace;
     ace.path =
         acl->path + "/access-list-entry[ace-priority='" + std::to_string(entry.ace_priority) + "']";
@@ -105,22 +182,13 @@ class ToListsConverter {
     ace.handling = entry.handling;
     ace.set_pcp = entry.set_pcp;
     ace.number = entry.ace_priority;
-    ace.name = std::to_string(entry.ace_priority);
+    ace.name = name;
     ace.description = entry.description;
-    if (const auto tag = TagIn(entry.description, "ace")) ace.name = tag->name;
-    if (const auto tag = TagIn(entry.description, "seq")) {
-      const std::optional<uint32_t> number = NumberOf(tag->name, 0xffffffff);
-      if (number) ace.number = *number;
-      if (number) ace.description = tag->text;
-    }
-    // The end of a list that was read says itself what it is.
-    const bool list_end = entry.description == "[end]" && &entry == &profile.entries.back();
-    ace.name = UniqueName(list_end ? "implicit deny" : ace.name, names);
-    if (ace.name.size() > 64) ace.name = UniqueName(std::to_string(entry.ace_priority), names);
     if (!standard_only_) {
       ace.ace_priority = entry.ace_priority;
-      ace.description = entry.description;
-    } else if (!MakeStandard(entry, &ace)) {
+    } else if (MakeStandard(entry, &ace)) {
+      LoseTexts(entry, numbered, &ace);
+    } else {
       return;
     }
     if (standard_only_ && options_.to != Standard::kOpenConfig &&
@@ -131,8 +199,26 @@ class ToListsConverter {
     }
   }
 
+  // What people wrote about an entry of the standard, as far as it has a place there.
+  void LoseTexts(const ProfileEntry& entry, bool numbered, Ace* ace) {
+    if (options_.to == Standard::kOpenConfig) {
+      const std::optional<uint32_t> number = NumberIn(entry.description);
+      if (!numbered || !number) return;
+      ace->number = number;
+      ace->description = TagIn(entry.description, "seq")->text;
+      return;
+    }
+    for (const char* tag : {"ace", "seq"}) {
+      const std::optional<Tag> found = TagIn(entry.description, tag);
+      if (!found || found->name != ace->name) continue;
+      ++lost_numbers_;
+      return LoseText(ace->path, found->text);
+    }
+    if (ace->description != "[end]") LoseText(ace->path, ace->description);
+  }
+
   // RFC 8519 has ports of TCP and of UDP, each by itself.
-  void AddForPort(Ace ace, std::set<std::string>* names, Acl* acl) {
+  void AddForPort(Ace ace, UniqueNames* names, Acl* acl) {
     constexpr uint8_t kTcp = 6, kUdp = 17;
     const std::vector<Value>& protocols = ace.conditions[kIpProtocol];
     if (!protocols.empty()) {
@@ -147,7 +233,7 @@ class ToListsConverter {
     const bool ipv4 = AskForIpv4(ace.conditions);
     for (const uint8_t protocol : {kTcp, kUdp}) {
       Ace part = ace;
-      part.name = UniqueName(ace.name + (protocol == kTcp ? " tcp" : " udp"), names);
+      part.name = names->Take(ace.name + (protocol == kTcp ? " tcp" : " udp"));
       if (ipv4) {
         part.conditions[kIpProtocol] = {{protocol, FullMask(kIpProtocol)}};
       } else {
@@ -180,18 +266,32 @@ class ToListsConverter {
         lose(kIpProtocol, "the IP protocol 255");
       }
     }
-    if (ace->set_pcp && entry.handling != Handling::kDeny) {
-      lost.emplace_back("setting the PCP");
+    const bool denies = entry.handling == Handling::kDeny;
+    if (entry.handling == Handling::kNone) {
+      report_->Add({ace->path, "an entry without an action", Outcome::kExact,
+                    "one that accepts, which is what becomes of its frames", false});
     }
-    ace->set_pcp.reset();
-    if (lost.empty()) return true;
-    const Allowance& allowed = options_.allowance;
-    const bool drop = allowed.drop_conditions;
+    if (ace->set_pcp && denies) {
+      Note(ace->path, "setting the PCP of what is dropped", "left out");
+    } else if (ace->set_pcp) {
+      LosePart(ace->path, "setting the PCP", {"left out: the PCP stays as it is", false}, denies);
+    }
     for (const std::string& what : lost) {
-      Lose(ace->path, what, drop && entry.handling != Handling::kDeny,
-           drop ? "left out of the entry, which decides about more than it did" : nullptr);
+      LosePart(ace->path, what, LossOfCondition(denies), denies);
     }
-    return drop || !allowed.skip_entries;
+    const bool whole = lost.empty() && (denies || !ace->set_pcp);
+    ace->set_pcp.reset();
+    return whole || options_.allowance.drop_conditions || !options_.allowance.skip_entries;
+  }
+
+  // A part of an entry without which the entry may stay, if that is allowed.
+  void LosePart(const std::string& path, const std::string& what, const Loss& loss, bool denies) {
+    const Allowance& allowed = options_.allowance;
+    if (allowed.drop_conditions) {
+      report_->Add({path, what, Outcome::kLeftOut, loss.done, loss.loud});
+    } else {
+      Lose(path, what, LossOfEntry(denies));
+    }
   }
 
   static bool HasOtherL2(const Ace& ace) {
@@ -199,13 +299,15 @@ class ToListsConverter {
            !ace.conditions[kEthertype].empty();
   }
 
-  void Lose(const std::string& path, const std::string& what, bool loud,
-            const char* done = nullptr) {
-    const Allowance& allowed = options_.allowance;
-    const bool out = done != nullptr || allowed.skip_entries;
-    if (done == nullptr) done = out ? "left out" : "the standard has nothing like it";
-    report_->Add({path, what, out ? Outcome::kLeftOut : Outcome::kRefused, done,
-                  out && (loud || !allowed.drop_conditions)});
+  void Note(const std::string& path, std::string what, std::string done) {
+    report_->Add({path, std::move(what), Outcome::kNoted, std::move(done), false});
+  }
+
+  // What cannot be kept, with what leaving it out means.
+  void Lose(const std::string& path, const std::string& what, const Loss& loss) {
+    const bool out = options_.allowance.skip_entries;
+    report_->Add({path, what, out ? Outcome::kLeftOut : Outcome::kRefused,
+                  out ? loss.done : "the standard has nothing like it", out && loss.loud});
   }
 
   // Whether the entry denies all that the list is about.
@@ -218,19 +320,21 @@ class ToListsConverter {
   }
 
   // What no entry of a profile matches passes; what no entry of a list matches does not.
-  void AddEnd(const Profile& profile, std::set<std::string>* names, Acl* acl) {
+  void AddEnd(const Profile& profile, UniqueNames* names, Acl* acl) {
+    const std::optional<uint32_t> last = acl->aces.empty() ? std::nullopt : acl->aces.back().number;
     if (standard_only_ && !profile.entries.empty()) {
       // Behind an entry that has all that comes, there is no end.
-      const Ace* last = acl->aces.empty() ? nullptr : &acl->aces.back();
-      if (last != nullptr && AskForNothing(last->conditions)) return;
-      if (last != nullptr && profile.entries.back().description == "[end]" && IsEnd(*last, *acl)) {
-        acl->aces.back().number.reset();  // behind all others, whatever theirs are
+      Ace* end = acl->aces.empty() ? nullptr : &acl->aces.back();
+      if (end != nullptr && IsListEnd(profile.entries.back(), profile) && IsEnd(*end, *acl)) {
+        if (acl->aces.size() > 1) end->number = EndNumber(acl->aces[acl->aces.size() - 2].number);
         return;
       }
+      if (end != nullptr && AskForNothing(end->conditions)) return;
     }
     Ace end;
     end.path = acl->path;
-    end.name = UniqueName(kEndName, names);
+    end.name = names->Take(kEndName);
+    end.number = EndNumber(last);
     end.handling = Handling::kPermit;
     end.is_end = !standard_only_;
     if (acl->kind == Kind::kIpv4) end.conditions[kDestinationIpv4] = {{0, 0}};
@@ -241,40 +345,9 @@ class ToListsConverter {
     }
   }
 
-  // Entries keep the numbers that they came with as long as these say their order.
-  static void Number(const Profile& profile, Acl* acl) {
-    bool ascending = true;
-    std::optional<uint32_t> last;
-    for (const Ace& ace : acl->aces) {
-      if (!ace.number) continue;
-      ascending = ascending && (!last || *ace.number > *last);
-      last = ace.number;
-    }
-    // Behind the last one there has to be room for the end.
-    if (last.value_or(0) > UINT32_MAX - 10) ascending = false;
-    if (!ascending) {
-      std::map<std::string, uint32_t> own;
-      for (const ProfileEntry& entry : profile.entries) {
-        own[EntryPathOf(*acl, entry)] = entry.ace_priority;
-      }
-      for (Ace& ace : acl->aces) {
-        if (ace.number) ace.number = own[ace.path];
-        if (ace.number) last = ace.number;
-      }
-    }
-    Ace* end = acl->aces.empty() ? nullptr : &acl->aces.back();
-    if (end != nullptr && !end->number) end->number = (last.value_or(0) / 10 + 1) * 10;
-  }
-
-  static std::string EntryPathOf(const Acl& acl, const ProfileEntry& entry) {
-    return acl.path + "/access-list-entry[ace-priority='" + std::to_string(entry.ace_priority) +
-           "']";
-  }
-
-  static std::string UniqueName(const std::string& wanted, std::set<std::string>* names) {
-    std::string name = wanted;
-    for (int i = 2; !names->insert(name).second; ++i) name = wanted + " " + std::to_string(i);
-    return name;
+  // A round number behind the last one.
+  static uint32_t EndNumber(std::optional<uint32_t> last) {
+    return (last.value_or(0) / 10 + 1) * 10;
   }
 
   void Attach(const std::string& interface, const std::vector<std::string>& names) {
@@ -284,12 +357,12 @@ class ToListsConverter {
         EntryPath("/config/access-list", "interface", "interface-name", interface) + "/ingress";
     std::vector<const Profile*> bound;
     for (const std::string& name : names) {
-      const size_t before = bound.size();
-      for (const Profile& profile : profiles_.profiles) {
-        if (profile.name == name) bound.push_back(&profile);
-      }
-      if (bound.size() == before) {
-        Lose(attachment.path, "a binding to the profile " + name + ", which is not there", true);
+      const auto place = place_of_.find(name);
+      if (place == place_of_.end()) {
+        Lose(attachment.path, "a binding to the profile " + name + ", which is not there",
+             {"left out", false});
+      } else {
+        bound.push_back(&profiles_.profiles[place->second]);
       }
     }
     std::sort(bound.begin(), bound.end(), [](const Profile* a, const Profile* b) {
@@ -299,11 +372,12 @@ class ToListsConverter {
     for (const Profile* profile : bound) {
       bool* other = &has_group[profile->l3 ? 1 : 0];
       if (*other && standard_only_) {
-        Lose(attachment.path, "a second profile of one group, " + profile->name, true);
+        Lose(attachment.path, "a second profile of one group, " + profile->name,
+             {"the binding is left out: what the profile dropped here may pass", true});
         continue;
       }
       *other = true;
-      attachment.acls.push_back(lists_.acls[static_cast<size_t>(name_of_[profile->name])].name);
+      attachment.acls.push_back(lists_.acls[place_of_[profile->name]].name);
     }
   }
 
@@ -312,8 +386,8 @@ class ToListsConverter {
   const bool standard_only_;
   Report* report_;
   AccessLists lists_;
-  std::set<std::string> list_names_;
-  std::map<std::string, std::ptrdiff_t> name_of_;  // places in lists_
+  size_t lost_numbers_ = 0;                 // of the profile at hand
+  std::map<std::string, size_t> place_of_;  // of a profile and its list, by the profile's name
 };
 
 }  // namespace

@@ -8,7 +8,7 @@
 
 namespace host::standard {
 
-// EtherTypes of the module ietf-ethertypes (RFC 8519, section 4.3).
+// EtherTypes of the module ietf-ethertypes (in an appendix of RFC 8519).
 std::optional<uint16_t> EthertypeNamed(std::string_view name);
 // Identities of ETHERTYPE and IP_PROTOCOL in openconfig-packet-match-types.
 std::optional<uint16_t> OpenConfigEthertype(std::string_view identity);

@@ -3,11 +3,12 @@
 // What ours has and lists have not is kept in the document by the module acl-app-standard: the
 // priority and the group of a profile, the number of an entry, descriptions, and where a list ends
 // as profiles do, passing what no entry matches. What lists have and ours has not is kept in the
-// descriptions: "[ace NAME]", "[seq NUMBER] TEXT", "[acl NAME] TEXT".
+// descriptions (tags.h).
 #ifndef HOST_STANDARD_PROFILES_H_
 #define HOST_STANDARD_PROFILES_H_
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -43,6 +44,9 @@ struct Profiles {
 // What becomes of frames that no entry of a list matches, where the list does not say: RFC 8519
 // means a deny, OpenConfig leaves it to the element.
 enum class End { kDeny, kPermit };
+
+// How many entries a conversion has in all. Each takes about a kilobyte until it is printed.
+inline constexpr size_t kMostEntries = 262144;
 
 struct ImportOptions {
   Allowance allowance;

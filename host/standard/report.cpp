@@ -12,24 +12,41 @@ void Report::Add(ReportItem item) {
 }
 
 Outcome Report::Worst() const {
-  for (const Outcome outcome : {Outcome::kRefused, Outcome::kLeftOut}) {
+  for (const Outcome outcome : {Outcome::kRefused, Outcome::kLeftOut, Outcome::kNoted}) {
     if (CountOf(outcome) > 0) return outcome;
   }
   return Outcome::kExact;
 }
 
 const char* NameOf(Outcome outcome) {
-  static constexpr const char* kNames[] = {"exact", "left-out", "refused"};
+  static constexpr const char* kNames[] = {"exact", "noted", "left-out", "refused"};
   return kNames[static_cast<size_t>(outcome)];
+}
+
+Loss LossOfCondition(bool denies) {
+  if (denies) return {"left out: the entry drops more than it says", false};
+  return {"left out: the entry passes more than it says", true};
+}
+
+Loss LossOfEntry(bool denies) {
+  if (denies) {
+    return {
+        "the whole entry is left out: what it dropped is decided by the entries behind it, and "
+        "may pass",
+        true};
+  }
+  return {"the whole entry is left out: what it passed is decided by the entries behind it", false};
 }
 
 std::string PrintReport(const Report& report, size_t most) {
   std::string text;
-  for (const Outcome outcome : {Outcome::kRefused, Outcome::kLeftOut, Outcome::kExact}) {
+  for (const Outcome outcome :
+       {Outcome::kRefused, Outcome::kLeftOut, Outcome::kNoted, Outcome::kExact}) {
+    const bool bounded = outcome == Outcome::kNoted || outcome == Outcome::kExact;
     size_t listed = 0;
     for (const ReportItem& item : report.items()) {
       if (item.outcome != outcome) continue;
-      if (outcome == Outcome::kExact && listed == most) break;
+      if (bounded && listed == most) break;
       ++listed;
       text += std::string(item.loud ? "WARNING: " : "") + NameOf(outcome) + ": " + item.path +
               ": " + item.meaning + ": " + item.done + "\n";

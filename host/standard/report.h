@@ -16,6 +16,7 @@ namespace host::standard {
 
 enum class Outcome {
   kExact,    // another form of the same meaning
+  kNoted,    // not in the result, which treats all frames the same without it: texts, numbers
   kLeftOut,  // not there any more, by the operator's word
   kRefused,  // the conversion has no result
 };
@@ -39,19 +40,27 @@ class Report {
   void Add(ReportItem item);
   const std::vector<ReportItem>& items() const { return items_; }
   size_t CountOf(Outcome outcome) const { return counts_[static_cast<size_t>(outcome)]; }
-  // kRefused before kLeftOut before kExact.
+  // The last one of the enumeration that an item has.
   Outcome Worst() const;
 
  private:
   std::vector<ReportItem> items_;
-  size_t counts_[3] = {};
+  size_t counts_[4] = {};
 };
 
-// "exact", "left-out", "refused".
+// What leaving something out of an entry, or leaving the entry out, does to frames.
+struct Loss {
+  const char* done;
+  bool loud;  // frames may pass that were dropped before
+};
+Loss LossOfCondition(bool denies);
+Loss LossOfEntry(bool denies);
+
+// "exact", "noted", "left-out", "refused".
 const char* NameOf(Outcome outcome);
 
-// A line for each item, those that matter most first; at most `most` exact ones are listed, the
-// rest are counted.
+// A line for each item, those that matter most first; of those that are exact and of those that are
+// noted at most `most` are listed, the rest are counted.
 std::string PrintReport(const Report& report, size_t most);
 // An object: the outcome and the items.
 std::string ReportAsJson(const Report& report);

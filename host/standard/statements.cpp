@@ -1,9 +1,107 @@
 // Statements in common: see statements.h.
 #include "host/standard/statements.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace host::standard {
+namespace {
+
+// Modules of annotations that say where data comes from and how it is written, never what it means
+// (RFC 8342, RFC 6243, XML itself), by name or namespace.
+constexpr std::string_view kHarmless[] = {"ietf-origin",
+                                          "urn:ietf:params:xml:ns:yang:ietf-origin",
+                                          "ietf-netconf-with-defaults",
+                                          "urn:ietf:params:xml:ns:netconf:default:1.0",
+                                          "http://www.w3.org/XML/1998/namespace",
+                                          "http://www.w3.org/2001/XMLSchema-instance"};
+
+bool IsHarmless(const Node& annotation) {
+  const auto known = [](std::string_view module) {
+    return std::find(std::begin(kHarmless), std::end(kHarmless), module) != std::end(kHarmless);
+  };
+  if (annotation.children.empty()) return known(annotation.module);
+  return std::all_of(annotation.children.begin(), annotation.children.end(),
+                     [&](const Node& node) { return known(node.module); });
+}
+
+std::string AnnotationText(const Node& annotation) {
+  std::string text = annotation.value;
+  for (const Node& node : annotation.children) {
+    text += text.empty() ? "" : ", ";
+    text.append(node.module).append(":").append(node.name);
+    text += "=\"" + node.value + "\"";
+  }
+  return "an annotation, " + text;
+}
+
+}  // namespace
+
+std::string PathOf(const std::string& place, const Node& node) {
+  std::string path = place + "/";
+  return path.append(node.name);
+}
+
+void TellUnknown(const std::string& place, const Node& node, std::vector<Problem>* problems,
+                 std::vector<Note>* notes) {
+  if (node.form != Node::Form::kAnnotation) {
+    problems->push_back({PathOf(place, node), "a statement that is not known here", true});
+  } else if (IsHarmless(node)) {
+    notes->push_back({PathOf(place, node), AnnotationText(node), "left out"});
+  } else {
+    problems->push_back({PathOf(place, node), AnnotationText(node), true});
+  }
+}
+
+void TellOtherModel(const Node& node, AccessLists* lists) {
+  if (node.form == Node::Form::kAnnotation) {
+    return TellUnknown("", node, &lists->problems, &lists->notes);
+  }
+  const std::string path = "/" + std::string(node.module) + ":" + std::string(node.name);
+  lists->notes.push_back({path, "data of another model", "not looked at"});
+}
+
+bool IsIdentity(const Node& node, const Module& module, std::string_view name) {
+  return node.value == name &&
+         (node.module_of_value.empty() || node.module_of_value == module.name);
+}
+
+void ValueCount::Add(Ace* ace) {
+  constexpr size_t kMost = 4000000;
+  for (const std::vector<Value>& values : ace->conditions) values_ += values.size();
+  if (values_ <= kMost) return;
+  if (error_.empty()) {
+    error_ = "the conditions of its entries have more than " + std::to_string(kMost) +
+             " values, sets counted with each entry that names them, at " + ace->path;
+  }
+  ace->conditions = {};
+}
+
+const Rule* RuleIndex::Find(std::string_view container, std::string_view name) const {
+  char path[96];
+  if (container.size() + name.size() + 1 > sizeof(path)) return nullptr;
+  size_t size = container.copy(path, container.size());
+  if (size > 0) path[size++] = '/';
+  size += name.copy(path + size, name.size());
+  const auto rule = by_path_.find(std::string_view(path, size));
+  return rule == by_path_.end() ? nullptr : rule->second;
+}
+
+void RefuseUnknown(Reading* reading, const std::string& place, const Node& node) {
+  std::vector<Problem> problems;
+  TellUnknown(place, node, &problems, reading->notes);
+  for (const Problem& problem : problems) reading->builder.Refuse(problem.path, problem.meaning);
+}
+
+void RefuseOthers(Reading* reading, const Statement& statement,
+                  std::initializer_list<std::string_view> known) {
+  for (const Node& node : statement.node.children) {
+    if (std::find(known.begin(), known.end(), reading->name_of(node)) == known.end()) {
+      RefuseUnknown(reading, statement.path, node);
+    }
+  }
+}
 
 void RefuseValue(Reading* reading, const Statement& statement) {
   reading->builder.Refuse(statement.path,
@@ -69,7 +167,9 @@ const Set* FindSet(Reading* reading, const Statement& statement, const char* wha
 
 void TakePrefixSet(Reading* reading, const Statement& statement, const Rule& rule) {
   const auto* set = FindSet(reading, statement, "prefix", reading->sets.prefixes);
-  if (set != nullptr) reading->builder.And(rule.field, *set);
+  if (set == nullptr) return;
+  reading->builder.AndSet(rule.field, *set, statement.path,
+                          "the prefix set " + statement.node.value);
 }
 
 void TakePortSet(Reading* reading, const Statement& statement, const Rule& rule) {
@@ -81,7 +181,9 @@ void TakePortSet(Reading* reading, const Statement& statement, const Rule& rule)
 
 void TakeProtocolSet(Reading* reading, const Statement& statement, const Rule& rule) {
   const auto* set = FindSet(reading, statement, "protocol", reading->sets.protocols);
-  if (set != nullptr) reading->builder.And(rule.field, *set);
+  if (set == nullptr) return;
+  reading->builder.AndSet(rule.field, *set, statement.path,
+                          "the protocol set " + statement.node.value);
 }
 
 std::optional<std::vector<Value>> PrefixesIn(const Node& set, std::string_view name) {

@@ -13,6 +13,38 @@
 
 namespace host::standard {
 
+// Numbers of protocols, and the largest port.
+inline constexpr uint32_t kIcmp = 1, kTcp = 6, kUdp = 17;
+inline constexpr uint32_t kMostPort = 65535;
+
+// What the nodes of a document may be called: the name in its model's tables, empty for a node of a
+// module that has no table here, whose name may mean anything.
+using NameOfNode = std::string_view (*)(const Node& node);
+
+// Tells of a node that no table has: a problem, since it may decide what becomes of frames, or a
+// note, where it is an annotation of which that is known to be false.
+void TellUnknown(const std::string& place, const Node& node, std::vector<Problem>* problems,
+                 std::vector<Note>* notes);
+
+// Goes through what is in `node`, whose path is `place`. `take` gets each child and its name, and
+// returns whether it knows it; what it does not know is told of.
+template <class Take>
+void ForEach(const Node& node, const std::string& place, NameOfNode name_of,
+             std::vector<Problem>* problems, std::vector<Note>* notes, const Take& take) {
+  for (const Node& child : node.children) {
+    if (!take(child, name_of(child))) TellUnknown(place, child, problems, notes);
+  }
+}
+
+// Tells of a node beside those that the document is read for.
+void TellOtherModel(const Node& node, AccessLists* lists);
+
+// The path of a child.
+std::string PathOf(const std::string& place, const Node& node);
+
+// Whether the value is this identity of the module, or may be, as a document that says no module.
+bool IsIdentity(const Node& node, const Module& module, std::string_view name);
+
 // Sets that entries name. One without a value is not as it should be.
 struct DefinedSets {
   std::map<std::string, std::optional<std::vector<Value>>> prefixes, protocols;
@@ -23,6 +55,21 @@ struct DefinedSets {
 struct Reading {
   AceBuilder builder;
   const DefinedSets& sets;
+  NameOfNode name_of;
+  std::vector<Note>* notes;
+};
+
+// Bounds the memory that the entries of a document take: a set counts with each that names it.
+class ValueCount {
+ public:
+  // Counts an entry; with too many values in all it and those behind it lose theirs.
+  void Add(Ace* ace);
+  // Why the document cannot be read; empty when it can.
+  const std::string& error() const { return error_; }
+
+ private:
+  size_t values_ = 0;
+  std::string error_;
 };
 
 // A condition of an entry, with the node that it is in.
@@ -48,17 +95,20 @@ class RuleIndex {
   explicit RuleIndex(const Rule (&rules)[N]) {
     for (const Rule& rule : rules) by_path_.emplace(rule.path, &rule);
   }
-  const Rule* Find(const std::string& path) const {
-    const auto it = by_path_.find(path);
-    return it == by_path_.end() ? nullptr : it->second;
-  }
+  // The rule of `name`, within `container` unless that is empty; null where there is none.
+  const Rule* Find(std::string_view container, std::string_view name) const;
 
  private:
-  std::unordered_map<std::string, const Rule*> by_path_;
+  std::unordered_map<std::string_view, const Rule*> by_path_;
 };
 
 // A value that is none of the statement's.
 void RefuseValue(Reading* reading, const Statement& statement);
+// Refuses what is in the statement's node and not called one of these.
+void RefuseOthers(Reading* reading, const Statement& statement,
+                  std::initializer_list<std::string_view> known);
+// Refuses a condition that no table has.
+void RefuseUnknown(Reading* reading, const std::string& place, const Node& node);
 
 // For tables. What has no place here is refused, with its value, where it says anything.
 void Refuse(Reading* reading, const Statement& statement, const Rule& rule);

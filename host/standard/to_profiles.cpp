@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "host/standard/profiles.h"
+#include "host/standard/tags.h"
 
 namespace host::standard {
 namespace {
@@ -26,58 +27,44 @@ bool IsInterfaceName(const std::string& name) {
          std::all_of(name.begin(), name.end(), [](char c) { return MayBeInName(c, true); });
 }
 
-// A line of text, at most `most` bytes, cut between characters.
-std::string OneLine(std::string text, size_t most = kLongestText) {
+// A line of text, cut between characters where it is too long.
+std::string OneLine(std::string text) {
   for (char& c : text) {
     if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = ' ';
   }
-  if (text.size() <= most) return text;
+  if (text.size() <= kLongestText) return text;
+  size_t most = kLongestText;
   while (most > 0 && (static_cast<unsigned char>(text[most]) & 0xc0) == 0x80) --most;
   return text.substr(0, most);
 }
 
-std::string Tagged(const char* tag, const std::string& name, const std::string& text) {
-  return "[" + std::string(tag) + " " + name + "]" + (text.empty() ? "" : " " + text);
-}
-
-// The single-valued forms that a value of a field takes in ours.
-std::vector<Value> FormsOf(Field field, const Value& value) {
-  if (field != kTos || value.mask == kDscpMask || value.mask == FullMask(kTos)) return {value};
-  std::vector<Value> forms;  // of ECN alone
-  for (uint64_t dscp = 0; dscp < 64; ++dscp) {
-    forms.push_back({dscp << 2 | (value.value & kEcnMask), FullMask(kTos)});
-  }
-  return forms;
-}
-
-using Matches = std::array<std::optional<Value>, kFieldCount>;
-
-// All combinations of the values that the conditions allow; nothing when they are more than `most`.
-std::optional<std::vector<Matches>> Combinations(const Conditions& conditions, size_t most) {
-  std::vector<Matches> all(1);
-  for (size_t field = 0; field < kFieldCount; ++field) {
-    std::vector<Value> forms;
-    for (const Value& value : conditions[field]) {
-      for (const Value& form : FormsOf(static_cast<Field>(field), value)) {
-        forms.push_back(form);
-      }
+// The combinations of the values that conditions allow, one by one: the last field changes first.
+class Combinations {
+ public:
+  explicit Combinations(const Conditions& conditions) {
+    for (size_t field = 0; field < kFieldCount; ++field) {
+      forms_[field] = FormsOf(static_cast<Field>(field), conditions[field]);
     }
-    if (forms.empty()) continue;
-    if (all.size() * forms.size() > most) return std::nullopt;
-    std::vector<Matches> next;
-    next.reserve(all.size() * forms.size());
-    for (const Matches& matches : all) {
-      for (const Value& form : forms) next.emplace_back(matches)[field] = form;
-    }
-    all = std::move(next);
   }
-  return all;
-}
+  std::array<std::optional<Value>, kFieldCount> At(size_t index) const {
+    std::array<std::optional<Value>, kFieldCount> matches;
+    for (size_t field = kFieldCount; field-- > 0;) {
+      const std::vector<Value>& forms = forms_[field];
+      if (forms.empty()) continue;
+      matches[field] = forms[index % forms.size()];
+      index /= forms.size();
+    }
+    return matches;
+  }
 
-// What becomes of the entries of one list.
+ private:
+  std::array<std::vector<Value>, kFieldCount> forms_;
+};
+
+// An entry of a list and how many it becomes.
 struct Part {
   const Ace* ace;
-  std::vector<Matches> matches;
+  size_t count;
 };
 
 class ToProfilesConverter {
@@ -86,7 +73,12 @@ class ToProfilesConverter {
       : lists_(lists), options_(options), report_(report) {}
 
   Profiles Convert() {
-    for (const Problem& problem : lists_.problems) Judge(problem);
+    for (const Note& note : lists_.notes) {
+      Add(Outcome::kNoted, note.path, note.meaning, note.done);
+    }
+    for (const Problem& problem : lists_.problems) {
+      Judge(problem, "left out: what it dropped may pass");
+    }
     for (const Acl& acl : lists_.acls) ConvertAcl(acl);
     for (const Attachment& attachment : lists_.attachments) Bind(attachment);
     return std::move(profiles_);
@@ -98,17 +90,29 @@ class ToProfilesConverter {
     report_->Add({std::move(path), std::move(meaning), outcome, std::move(done), loud});
   }
 
-  // A problem of the document or of a list as a whole. Whether the rest may go on without it.
-  bool Judge(const Problem& problem) {
+  // A problem of something as a whole, with what is done where that may be left out.
+  void Judge(const Problem& problem, const char* left_out) {
     const bool skip = options_.allowance.skip_entries;
     Add(skip ? Outcome::kLeftOut : Outcome::kRefused, problem.path, problem.meaning,
-        skip ? "left out" : "there is nothing like it", skip);
-    return skip;
+        skip ? left_out : "there is nothing like it", skip);
+  }
+
+  // `text` as a description; what it loses by that is told.
+  std::string Describe(const std::string& text, const std::string& path) {
+    std::string line = OneLine(text);
+    if (line == text) return line;
+    const bool cut = line.size() < text.size();
+    Add(Outcome::kNoted, path,
+        cut ? "a text of " + std::to_string(text.size()) + " bytes" : "a text of several lines",
+        cut ? "cut behind 255 bytes: \"" + line + "\"" : "one line");
+    return line;
   }
 
   void ConvertAcl(const Acl& acl) {
     for (const Problem& problem : acl.problems) {
-      if (!Judge(problem)) continue;
+      Judge(problem, "the whole list is left out: what it dropped may pass");
+    }
+    if (!acl.problems.empty()) {
       skipped_.insert(acl.name);
       return;
     }
@@ -122,10 +126,12 @@ class ToProfilesConverter {
     profile.l3 = acl.l3.value_or(acl.kind != Kind::kEthernet);
     profile.priority = PriorityOf(acl);
     profile.name = NameFor(acl);
-    profile.description = OneLine(
-        profile.name == acl.name ? acl.description : Tagged("acl", acl.name, acl.description));
+    const bool known = profile.name == acl.name || profile.name == acl.profile_name;
+    profile.description =
+        Describe(known ? acl.description : Tagged("acl", acl.name, acl.description), acl.path);
     if (!Number(acl, parts, &profile)) return;
     l3_of_[acl.name] = profile.l3;
+    if (acl.priority && EndsAsProfiles(acl)) ours_.insert(acl.name);
     profiles_.profiles.push_back(std::move(profile));
   }
 
@@ -141,17 +147,17 @@ class ToProfilesConverter {
       Add(Outcome::kExact, ace.path, "conditions that no packet meets", "no entry");
       return;
     }
-    auto matches = Combinations(ace.conditions, options_.most_entries);
-    if (!matches) {
+    const size_t count = AlternativesOf(ace.conditions);
+    if (count > options_.most_entries) {
       Skip(ace, {ace.path, "conditions that take more than " +
                                std::to_string(options_.most_entries) + " entries"});
       return;
     }
-    if (matches->size() > 1) {
+    if (count > 1) {
       Add(Outcome::kExact, ace.path, "alternatives in one entry",
-          std::to_string(matches->size()) + " entries");
+          std::to_string(count) + " entries");
     }
-    parts->push_back({&ace, std::move(*matches)});
+    parts->push_back({&ace, count});
   }
 
   // Whether the entry may stay, without what it cannot have.
@@ -159,13 +165,9 @@ class ToProfilesConverter {
     // What an entry is there for cannot be dropped.
     if (options_.allowance.drop_conditions && ace.handling != Handling::kNone) {
       for (const Problem& problem : ace.problems) {
-        const bool wider = problem.is_condition;
-        const char* done = !wider ? "left out"
-                           : ace.handling == Handling::kDeny
-                               ? "left out: the entry drops more than it says"
-                               : "left out: the entry passes more than it says";
-        Add(Outcome::kLeftOut, problem.path, problem.meaning, done,
-            wider && ace.handling == Handling::kPermit);
+        const Loss loss = problem.is_condition ? LossOfCondition(ace.handling == Handling::kDeny)
+                                               : Loss{"left out", false};
+        Add(Outcome::kLeftOut, problem.path, problem.meaning, loss.done, loss.loud);
       }
       return true;
     }
@@ -181,11 +183,8 @@ class ToProfilesConverter {
                                               : "the entry would pass more without it";
       return Add(Outcome::kRefused, problem.path, problem.meaning, why);
     }
-    Add(Outcome::kLeftOut, problem.path, problem.meaning,
-        deny ? "the whole entry is left out: what it dropped is decided by the entries behind it, "
-               "and may pass"
-             : "the whole entry is left out: what it passed is decided by the entries behind it",
-        deny);
+    const Loss loss = LossOfEntry(deny);
+    Add(Outcome::kLeftOut, problem.path, problem.meaning, loss.done, loss.loud);
   }
 
   // The end of the list as an entry, unless the last entry has all that comes so far.
@@ -212,7 +211,7 @@ class ToProfilesConverter {
         acl.kind == Kind::kIpv4 ? "the end of the list drops IPv4 packets that are left"
                                 : "the end of the list drops what is left",
         "an entry of its own");
-    parts->push_back({end, *Combinations(end->conditions, 1)});
+    parts->push_back({end, 1});
   }
 
   uint16_t PriorityOf(const Acl& acl) {
@@ -222,16 +221,11 @@ class ToProfilesConverter {
   }
 
   std::string NameFor(const Acl& acl) {
-    std::string name;
-    for (const char c : acl.name) name += MayBeInName(c, false) ? c : '_';
-    if (name.empty()) name = "acl";
-    name.resize(std::min(name.size(), kLongestName));
-    const std::string plain = name;
-    for (int i = 2; !names_.insert(name).second; ++i) {
-      const std::string suffix = "-" + std::to_string(i);
-      name = plain.substr(0, kLongestName - suffix.size()) + suffix;
-    }
-    if (name != acl.name) {
+    const std::string& wanted = acl.profile_name.empty() ? acl.name : acl.profile_name;
+    std::string plain;
+    for (const char c : wanted) plain += MayBeInName(c, false) ? c : '_';
+    std::string name = names_.Take(plain.empty() ? "acl" : plain);
+    if (name != acl.name && name != acl.profile_name) {
       Add(Outcome::kExact, acl.path, "the name \"" + acl.name + "\"", "the profile " + name);
     }
     name_of_[acl.name] = name;
@@ -245,20 +239,26 @@ class ToProfilesConverter {
     bool own = true, numbered = true;
     uint64_t next_free = 0;
     for (const Part& part : parts) {
-      count += part.matches.size();
+      count += part.count;
       const std::optional<uint32_t> at = part.ace->ace_priority
                                              ? std::optional<uint32_t>(*part.ace->ace_priority)
                                              : part.ace->number;
-      const bool fits = at && *at >= next_free && *at + part.matches.size() - 1 <= kHighest;
+      const bool fits = at && *at >= next_free && *at + part.count - 1 <= kHighest;
       own = own && part.ace->ace_priority && fits;
       // The end of the list has no number, and a place at the end.
       const bool at_end = &part == &parts.back() && !at && next_free <= kHighest;
       numbered = numbered && (at_end || fits);
-      if (at) next_free = *at + part.matches.size();
+      if (at) next_free = *at + part.count;
     }
     if (count > kHighest + 1) {
       Add(Outcome::kRefused, acl.path, "a list of " + std::to_string(count) + " entries",
           "a profile has at most 65536");
+      return false;
+    }
+    entries_ += count;
+    if (entries_ > kMostEntries) {
+      Add(Outcome::kRefused, acl.path, "entries of which there are " + std::to_string(entries_),
+          "a conversion has at most " + std::to_string(kMostEntries));
       return false;
     }
     const bool keep = own || numbered;
@@ -272,8 +272,10 @@ class ToProfilesConverter {
       if (keep && ace.ace_priority) number = *ace.ace_priority;
       if (keep && !ace.ace_priority && ace.number) number = *ace.number;
       if (keep && !ace.ace_priority && !ace.number) number = EndNumber(profile->entries);
-      for (size_t i = 0; i < part.matches.size(); ++i) {
+      const Combinations combinations(ace.conditions);
+      for (size_t i = 0; i < part.count; ++i) {
         AddEntry(part, i, number, keep, profile);
+        profile->entries.back().matches = combinations.At(i);
         number += keep ? 1 : std::max<uint32_t>(step, 1);
       }
     }
@@ -293,69 +295,63 @@ class ToProfilesConverter {
     const Ace& ace = *part.ace;
     ProfileEntry& entry = profile->entries.emplace_back();
     entry.ace_priority = static_cast<uint16_t>(number);
-    entry.matches = part.matches[index];
     entry.handling = ace.handling;
     entry.set_pcp = ace.set_pcp;
-    const bool one_of_many = part.matches.size() > 1;
-    const std::string which = one_of_many ? " (" + std::to_string(index + 1) + " of " +
-                                                std::to_string(part.matches.size()) + ")"
-                                          : "";
+    const bool one_of_many = part.count > 1;
+    const std::string which =
+        one_of_many ? " (" + std::to_string(index + 1) + " of " + std::to_string(part.count) + ")"
+                    : "";
     std::string text = ace.description;
     if (ace.number && (!keeps_number || one_of_many)) {
       text = Tagged("seq", std::to_string(*ace.number) + which, text);
     } else if (!ace.ace_priority && !ace.name.empty() && !ace.number) {
       text = Tagged("ace", ace.name + which, text);
     }
-    entry.description = OneLine(text);
-    if (text.size() > kLongestText) {
-      Add(Outcome::kExact, ace.path, "a description of more than 255 bytes", "cut at its end");
-    }
+    entry.description = Describe(text, ace.path);
   }
 
   void Bind(const Attachment& attachment) {
-    if (attachment.acls.empty()) return;
+    constexpr char kLeftOut[] = "the binding is left out: what its list dropped here may pass";
     if (!IsInterfaceName(attachment.interface)) {
-      Judge({attachment.path, "the interface's name \"" + attachment.interface + "\"", true});
+      Judge({attachment.path, "the interface's name \"" + attachment.interface + "\"", true},
+            "the interface is left out: what its lists dropped there may pass");
       return;
     }
     // An interface may be attached to several times.
     const auto [known, first] = has_group_.try_emplace(attachment.interface);
     std::array<bool, 2>& has_group = known->second;
+    // The order of profiles of ours is defined.
+    const bool own_order =
+        first && std::all_of(attachment.acls.begin(), attachment.acls.end(),
+                             [this](const auto& name) { return ours_.count(name) > 0; });
+    std::vector<std::string>& bound = profiles_.bindings[attachment.interface];
     for (size_t i = 0; i < attachment.acls.size(); ++i) {
       const std::string& acl = attachment.acls[i];
       const auto name = name_of_.find(acl);
-      if (name == name_of_.end()) {
-        if (skipped_.count(acl) == 0)
-          Judge({attachment.paths[i], "a list that is not there", true});
-        continue;
-      }
-      bool* other = &has_group[l3_of_[acl] ? 1 : 0];
-      if (*other && !(first && OwnOrder(attachment))) {
+      if (skipped_.count(acl) > 0) {
+        Judge({attachment.paths[i], "the list " + acl + ", which cannot be kept", true}, kLeftOut);
+      } else if (name == name_of_.end()) {
+        Judge({attachment.paths[i], "a list that is not there", true}, kLeftOut);
+      } else if (bool* other = &has_group[l3_of_[acl] ? 1 : 0]; *other && !own_order) {
         Judge({attachment.paths[i],
                "a second list about the same frames: how the lists of one interface join is not "
                "defined",
-               true});
-        continue;
+               true},
+              kLeftOut);
+      } else {
+        *other = true;
+        bound.push_back(name->second);
       }
-      *other = true;
-      profiles_.bindings[attachment.interface].push_back(name->second);
     }
-  }
-
-  // Whether all lists of the interface were profiles of ours, whose order is defined.
-  bool OwnOrder(const Attachment& attachment) const {
-    return std::all_of(attachment.acls.begin(), attachment.acls.end(), [this](const auto& name) {
-      return std::any_of(lists_.acls.begin(), lists_.acls.end(), [&](const Acl& acl) {
-        return acl.name == name && acl.priority && EndsAsProfiles(acl);
-      });
-    });
   }
 
   const AccessLists& lists_;
   const ImportOptions& options_;
   Report* report_;
   Profiles profiles_;
-  std::set<std::string> names_, skipped_;
+  UniqueNames names_{"-", kLongestName};
+  std::set<std::string> skipped_, ours_;  // lists that are left out, that were profiles of ours
+  size_t entries_ = 0;                    // of all profiles
   std::map<std::string, std::string> name_of_;
   std::map<std::string, bool> l3_of_;
   std::map<std::string, std::array<bool, 2>> has_group_;  // by interface: L2, L3

@@ -1,4 +1,7 @@
 // Access lists as openconfig-acl: see writers.h.
+#include <string_view>
+#include <unordered_map>
+
 #include "host/standard/configuration.h"
 #include "host/standard/writers.h"
 
@@ -68,6 +71,21 @@ const char* TypeOf(const Acl& acl) {
   return kTypes[static_cast<size_t>(acl.kind)];
 }
 
+// Lists by their names.
+using ListIndex = std::unordered_map<std::string_view, const Acl*>;
+
+// What the list is called there: a set is named by its type as well, which the reader appends where
+// another set has the name.
+std::string NameOf(const Acl& acl, const ListIndex& lists) {
+  const std::string suffix = std::string(" (") + TypeOf(acl) + ")";
+  if (acl.name.size() <= suffix.size()) return acl.name;
+  const size_t end = acl.name.size() - suffix.size();
+  if (acl.name.compare(end, std::string::npos, suffix) != 0) return acl.name;
+  const auto other = lists.find(std::string_view(acl.name).substr(0, end));
+  const bool differs = other != lists.end() && TypeOf(*other->second) != TypeOf(acl);
+  return differs ? acl.name.substr(0, end) : acl.name;
+}
+
 // The keys of a list entry, which OpenConfig has twice.
 void AddKeys(Node* entry, const char* name_leaf, const std::string& name, const char* type) {
   entry->Add(name_leaf, Form::kText, name);
@@ -77,7 +95,7 @@ void AddKeys(Node* entry, const char* name_leaf, const std::string& name, const 
   AddIdentity(&config, "type", type);
 }
 
-void AddInterface(const Attachment& attachment, const AccessLists& lists, Node* interfaces) {
+void AddInterface(const Attachment& attachment, const ListIndex& lists, Node* interfaces) {
   Node& interface = interfaces->Add("interface", Form::kEntry);
   interface.Add("id", Form::kText, attachment.interface);
   interface.Add("config").Add("id", Form::kText, attachment.interface);
@@ -85,10 +103,10 @@ void AddInterface(const Attachment& attachment, const AccessLists& lists, Node* 
   if (attachment.acls.empty()) return;
   Node& sets = interface.Add("ingress-acl-sets");
   for (const std::string& name : attachment.acls) {
-    for (const Acl& acl : lists.acls) {
-      if (acl.name != name) continue;
-      AddKeys(&sets.Add("ingress-acl-set", Form::kEntry), "set-name", name, TypeOf(acl));
-    }
+    const auto acl = lists.find(name);
+    if (acl == lists.end()) continue;
+    AddKeys(&sets.Add("ingress-acl-set", Form::kEntry), "set-name", NameOf(*acl->second, lists),
+            TypeOf(*acl->second));
   }
 }
 
@@ -97,11 +115,13 @@ void AddInterface(const Attachment& attachment, const AccessLists& lists, Node* 
 void WriteOpenConfig(const AccessLists& lists, Document* document) {
   Node& top = document->root.Add("acl");
   top.module = kOpenConfigAcl.name;
+  ListIndex index;
+  for (const Acl& acl : lists.acls) index.emplace(acl.name, &acl);
   if (!lists.acls.empty()) {
     Node& sets = top.Add("acl-sets");
     for (const Acl& acl : lists.acls) {
       Node& set = sets.Add("acl-set", Form::kEntry);
-      AddKeys(&set, "name", acl.name, TypeOf(acl));
+      AddKeys(&set, "name", NameOf(acl, index), TypeOf(acl));
       if (!acl.description.empty()) {
         set.children.back().Add("description", Form::kText, acl.description);
       }
@@ -113,7 +133,7 @@ void WriteOpenConfig(const AccessLists& lists, Document* document) {
   if (lists.attachments.empty()) return;
   Node& interfaces = top.Add("interfaces");
   for (const Attachment& attachment : lists.attachments) {
-    AddInterface(attachment, lists, &interfaces);
+    AddInterface(attachment, index, &interfaces);
   }
 }
 

@@ -135,6 +135,9 @@ void WriteRfc8519(const AccessLists& lists, bool enhanced, Document* document) {
     if (acl.priority) {
       AddOf(&node, kOwnStandard, "group", Form::kText, acl.l3.value_or(true) ? "l3" : "l2");
       AddOf(&node, kOwnStandard, "priority", Form::kNumber, std::to_string(*acl.priority));
+      if (!acl.profile_name.empty()) {
+        AddOf(&node, kOwnStandard, "profile-name", Form::kText, acl.profile_name);
+      }
       if (!acl.description.empty()) {
         AddOf(&node, kOwnStandard, "description", Form::kText, acl.description);
       }
@@ -148,6 +151,7 @@ void WriteRfc8519(const AccessLists& lists, bool enhanced, Document* document) {
   for (const Attachment& attachment : lists.attachments) {
     Node& interface = points.Add("interface", Form::kEntry);
     interface.Add("interface-id", Form::kText, attachment.interface);
+    if (attachment.acls.empty()) continue;
     Node& sets = interface.Add("ingress").Add("acl-sets");
     for (const std::string& name : attachment.acls) {
       sets.Add("acl-set", Form::kEntry).Add("name", Form::kText, name);

@@ -21,7 +21,10 @@ set acl macs 10 match smac 02:00:00:00:00:01/ff:ff:ff:00:00:00 ether 0x0806 acti
 bind guests eth0
 bind macs eth0
 """
-OWN_LINES = "set acl own type l2 priority 7\nset acl own 5 match vlan 100 pcp 3 action set-pcp 5\n"
+OWN_LINES = """set acl own type l2 priority 7 description "[acl own/in]"
+set acl own 5 match vlan 100 pcp 3 action set-pcp 5
+set acl own 6 match vlan 7 action deny
+"""
 TYPES = ["iana-if-type", "ietf-access-control-list", "ietf-acl-enh", "openconfig-acl"]
 
 

@@ -19,7 +19,7 @@ constexpr struct {
                   {"rfc9899", Standard::kRfc9899},
                   {"openconfig", Standard::kOpenConfig}};
 
-constexpr size_t kMostExact = 20;  // listed; the file has all
+constexpr size_t kMostListed = 20;  // of what changes nothing for frames; the file has all
 
 }  // namespace
 
@@ -46,7 +46,7 @@ void AddLossOptions(Syntax* syntax, LossOptions* options) {
 Failure TellReport(const host::standard::Report& report, const LossOptions& options,
                    const std::string& what) {
   using host::standard::Outcome;
-  std::fputs(PrintReport(report, kMostExact).c_str(), stderr);
+  std::fputs(PrintReport(report, kMostListed).c_str(), stderr);
   if (!options.report.empty()) {
     std::ofstream file(options.report, std::ios::binary);
     if (!(file << ReportAsJson(report) << std::flush)) {
@@ -62,6 +62,7 @@ Failure TellReport(const host::standard::Report& report, const LossOptions& opti
       return {kLossy,
               what + " is converted, but for what was left out: " + count(Outcome::kLeftOut),
               {}};
+    case Outcome::kNoted:
     case Outcome::kExact:
       break;
   }

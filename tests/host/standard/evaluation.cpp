@@ -1,14 +1,15 @@
 #include "tests/host/standard/evaluation.h"
 
 #include <algorithm>
-#include <memory>
+#include <map>
 #include <nlohmann/json.hpp>
 
 namespace host::standard {
 namespace {
 
 using nlohmann::ordered_json;
-using Condition = std::function<bool(const FrameFields&)>;
+using Fields = FrameFields;
+using Condition = std::function<bool(const Fields&)>;
 
 constexpr uint32_t kAddresses[] = {0x0a010203, 0x0a010303, 0xc0a80001};
 constexpr uint16_t kTypes[] = {0x8100, 0x0800, 0x88a8, 0x86dd, 0x0806};
@@ -20,150 +21,170 @@ T Pick(const T (&pool)[size], std::mt19937* random) {
   return pool[(*random)() % size];
 }
 
-std::string Dotted(uint32_t address) {
-  return std::to_string(address >> 24) + "." + std::to_string(address >> 16 & 255) + "." +
-         std::to_string(address >> 8 & 255) + "." + std::to_string(address & 255);
-}
-
 uint64_t Number(const ether_addr& mac) {
   uint64_t number = 0;
   for (const uint8_t byte : mac.ether_addr_octet) number = number << 8 | byte;
   return number;
 }
 
-std::string Colons(uint64_t mac) {
-  char text[18];
-  std::snprintf(text, sizeof(text), "%02x:%02x:%02x:%02x:%02x:%02x",
-                static_cast<int>(mac >> 40 & 255), static_cast<int>(mac >> 32 & 255),
-                static_cast<int>(mac >> 24 & 255), static_cast<int>(mac >> 16 & 255),
-                static_cast<int>(mac >> 8 & 255), static_cast<int>(mac & 255));
-  return text;
+// What the standards say of their statements, as code over the fields of a frame.
+Condition Mac(ether_addr Fields::*field, uint64_t mac, uint64_t mask = 0xffffffffffff) {
+  return [=](const Fields& frame) { return ((Number(frame.*field) ^ mac) & mask) == 0; };
 }
+Condition Type(uint16_t type) {
+  return [=](const Fields& frame) { return frame.after_source == type; };
+}
+Condition Vlans(uint16_t low, uint16_t high) {
+  return [=](const Fields& frame) {
+    return frame.vlan() && *frame.vlan() >= low && *frame.vlan() <= high;
+  };
+}
+Condition Ip(std::optional<uint32_t> Fields::*field, uint32_t address, uint32_t mask) {
+  return [=](const Fields& frame) {
+    return frame.*field && ((*(frame.*field) ^ address) & mask) == 0;
+  };
+}
+Condition Protocol(uint8_t protocol) {
+  return [=](const Fields& frame) { return frame.protocol == protocol; };
+}
+Condition Tos(uint8_t value, uint8_t mask) {
+  return [=](const Fields& frame) { return frame.tos && (*frame.tos & mask) == value; };
+}
+// Of TCP or UDP over any version of IP, where there is no `protocol` of IPv4.
+Condition Ports(uint16_t low, uint16_t high, std::optional<uint8_t> protocol = std::nullopt) {
+  return [=](const Fields& frame) {
+    return (!protocol || frame.protocol == *protocol) && frame.destination_port &&
+           *frame.destination_port >= low && *frame.destination_port <= high;
+  };
+}
+Condition Or(const Condition& a, const Condition& b) {
+  return [=](const Fields& frame) { return a(frame) || b(frame); };
+}
+Condition Except(const Condition& a, const Condition& b) {
+  return [=](const Fields& frame) { return a(frame) && !b(frame); };
+}
+
+// A statement, as a patch of an entry: of those of a layer with one slot an entry has one.
+struct Known {
+  enum Layer { kL2, kIpv4, kPorts } layer;
+  const char* slot;
+  const char* json;
+  Condition holds;
+};
+
+const std::vector<Known>& Rfc8519Statements() {
+  static const std::vector<Known> kStatements = {
+      {Known::kL2, "", R"({"eth": {"source-mac-address": "02:00:00:00:00:01"}})",
+       Mac(&Fields::source, 0x020000000001)},
+      {Known::kL2, "", R"({"eth": {"destination-mac-address": "02:00:00:00:00:11",
+                                   "destination-mac-address-mask": "ff:00:ff:00:ff:0f"}})",
+       Mac(&Fields::destination, 0x020000000011, 0xff00ff00ff0f)},
+      {Known::kL2, "", R"({"eth": {"ethertype": 33024}})", Type(0x8100)},
+      {Known::kL2, "", R"({"eth": {"ethertype": "ipv4"}})", Type(0x0800)},
+      {Known::kL2, "", R"({"ietf-acl-enh:vlan-filter": {"operator": "eq", "vlan": [5]}})",
+       Vlans(5, 5)},
+      {Known::kL2, "", R"({"ietf-acl-enh:vlan-filter": {"lower-vlan": 98, "upper-vlan": 101}})",
+       Vlans(98, 101)},
+      {Known::kIpv4, "s", R"({"ipv4": {"source-ipv4-network": "10.1.2.0/24"}})",
+       Ip(&Fields::source_ip, 0x0a010200, 0xffffff00)},
+      {Known::kIpv4, "s", R"({"ipv4": {"source-ipv4-network": "10.1.2.3/0"}})",
+       Ip(&Fields::source_ip, 0, 0)},
+      {Known::kIpv4, "d", R"({"ipv4": {"destination-ipv4-network": "10.0.0.0/8"}})",
+       Ip(&Fields::destination_ip, 0x0a000000, 0xff000000)},
+      {Known::kIpv4, "d", R"({"ipv4": {"destination-ipv4-network": "192.168.0.1/32"}})",
+       Ip(&Fields::destination_ip, 0xc0a80001, ~0u)},
+      {Known::kIpv4, "p", R"({"ipv4": {"protocol": 6}})", Protocol(6)},
+      {Known::kIpv4, "p", R"({"ipv4": {"protocol": 132}})", Protocol(132)},
+      {Known::kIpv4, "t", R"({"ipv4": {"dscp": 46}})", Tos(0xb8, 0xfc)},
+      {Known::kIpv4, "e", R"({"ipv4": {"ecn": 1}})", Tos(1, 3)},
+      {Known::kPorts, "", R"({"tcp": {"destination-port": {"port": 80}}})", Ports(80, 80, 6)},
+      {Known::kPorts, "", R"({"tcp": {"destination-port": {"operator": "lte", "port": 23}}})",
+       Ports(0, 23, 6)},
+      {Known::kPorts, "", R"({"udp": {"destination-port": {"operator": "gte", "port": 65530}}})",
+       Ports(65530, 65535, 17)},
+      {Known::kPorts, "", R"({"udp": {"destination-port": {"lower-port": 75, "upper-port": 80}}})",
+       Ports(75, 80, 17)}};
+  return kStatements;
+}
+
+const std::vector<Known>& OpenConfigStatements() {
+  static const std::vector<Known> kStatements = {
+      {Known::kL2, "", R"({"l2": {"config": {"source-mac": "02:00:00:00:00:01"}}})",
+       Mac(&Fields::source, 0x020000000001)},
+      {Known::kL2, "", R"({"l2": {"config": {"destination-mac": "02:00:00:00:00:11",
+                                             "destination-mac-mask": "ff:00:ff:00:ff:0f"}}})",
+       Mac(&Fields::destination, 0x020000000011, 0xff00ff00ff0f)},
+      {Known::kL2, "",
+       R"({"l2": {"config": {"ethertype": "openconfig-packet-match-types:ETHERTYPE_ARP"}}})",
+       Type(0x0806)},
+      {Known::kL2, "", R"({"l2": {"config": {"ethertype": 2048}}})", Type(0x0800)},
+      {Known::kIpv4, "s", R"({"ipv4": {"config": {"source-address": "10.1.2.0/24"}}})",
+       Ip(&Fields::source_ip, 0x0a010200, 0xffffff00)},
+      {Known::kIpv4, "d", R"({"ipv4": {"config": {"destination-address-prefix-set": "a"}}})",
+       Except(Or(Ip(&Fields::destination_ip, 0x0a010000, 0xffff0000),
+                 Ip(&Fields::destination_ip, 0xc0a80001, ~0u)),
+              Ip(&Fields::destination_ip, 0x0a010303, ~0u))},
+      {Known::kIpv4, "p",
+       R"({"ipv4": {"config": {"protocol": "openconfig-packet-match-types:IP_TCP"}}})",
+       Protocol(6)},
+      {Known::kIpv4, "p", R"({"ipv4": {"config": {"protocol": 17}}})", Protocol(17)},
+      {Known::kIpv4, "t", R"({"ipv4": {"config": {"dscp": 46}}})", Tos(0xb8, 0xfc)},
+      {Known::kIpv4, "t", R"({"ipv4": {"config": {"dscp-set": [46, 0]}}})",
+       Or(Tos(0xb8, 0xfc), Tos(0, 0xfc))},
+      {Known::kPorts, "", R"({"transport": {"config": {"destination-port": 80}}})", Ports(80, 80)},
+      {Known::kPorts, "", R"({"transport": {"config": {"destination-port": "20..25"}}})",
+       Ports(20, 25)},
+      {Known::kPorts, "", R"({"transport": {"config": {"destination-port-set": "p"}}})",
+       Except(Or(Ports(20, 90), Ports(65535, 65535)), Ports(22, 22))},
+      {Known::kPorts, "", R"({"transport": {"config": {"destination-port": "ANY"}}})",
+       [](const Fields& /*frame*/) { return true; }}};
+  return kStatements;
+}
+
+bool IsIpv4(const Fields& frame) { return frame.destination_ip.has_value(); }
 
 // An entry while it is made.
 struct Making {
   std::mt19937* random;
-  ordered_json matches = ordered_json::object();
+  ordered_json json = ordered_json::object();
   std::vector<Condition> conditions = {};
+
+  // Whether `number` of a layer's statements, as far as they go together, were taken.
+  bool Take(const std::vector<Known>& all, Known::Layer layer, unsigned int number) {
+    std::string slots = "-";
+    for (unsigned int i = 0; i < number; ++i) {
+      const Known& known = all[(*random)() % all.size()];
+      if (known.layer != layer) {
+        --i;
+      } else if (slots.find(known.slot) == std::string::npos || slots == "-") {
+        slots += known.slot;
+        json.merge_patch(ordered_json::parse(known.json));
+        conditions.push_back(known.holds);
+      }
+    }
+    return number > 0;
+  }
 };
-
-void MakeMac(Making* making, const char* name, ether_addr FrameFields::*field) {
-  const uint64_t mac = 0x020000000000 | Pick({0x01, 0x02, 0x11}, making->random);
-  uint64_t mask = 0xffffffffffff;
-  making->matches["eth"][name] = Colons(mac);
-  if ((*making->random)() % 2 == 0) {
-    mask = 0xff00ff00ff0f;
-    making->matches["eth"][std::string(name) + "-mask"] = Colons(mask);
-  }
-  making->conditions.emplace_back(
-      [=](const FrameFields& frame) { return ((Number(frame.*field) ^ mac) & mask) == 0; });
-}
-
-void MakeEthernet(Making* making) {
-  switch ((*making->random)() % 3) {
-    case 0:
-      return MakeMac(making, "destination-mac-address", &FrameFields::destination);
-    case 1:
-      return MakeMac(making, "source-mac-address", &FrameFields::source);
-    default: {
-      const uint16_t type = Pick(kTypes, making->random);
-      making->matches["eth"]["ethertype"] = type;
-      making->conditions.emplace_back(
-          [=](const FrameFields& frame) { return frame.after_source == type; });
-    }
-  }
-}
-
-void MakeVlans(Making* making) {
-  const uint16_t low = Pick(kVids, making->random), high = low + (*making->random)() % 4;
-  ordered_json& filter = making->matches["ietf-acl-enh:vlan-filter"];
-  if (high > low) {
-    filter = {{"lower-vlan", low}, {"upper-vlan", high}};
-  } else {
-    filter = {{"operator", "eq"}, {"vlan", {low}}};
-  }
-  making->conditions.emplace_back([=](const FrameFields& frame) {
-    return frame.vlan() && *frame.vlan() >= low && *frame.vlan() <= high;
-  });
-}
-
-void MakeAddress(Making* making, const char* side, std::optional<uint32_t> FrameFields::*field) {
-  const uint32_t address = Pick(kAddresses, making->random);
-  const int length = Pick({0, 8, 16, 24, 32}, making->random);
-  const uint32_t mask = length == 0 ? 0 : ~0u << (32 - length);
-  making->matches["ipv4"][std::string(side) + "-ipv4-network"] =
-      Dotted(address) + "/" + std::to_string(length);
-  making->conditions.emplace_back([=](const FrameFields& frame) {
-    return frame.*field && ((*(frame.*field) ^ address) & mask) == 0;
-  });
-}
-
-// One of five statements.
-void MakeIpv4(Making* making, unsigned int which) {
-  std::mt19937* random = making->random;
-  switch (which % 5) {
-    case 0:
-      return MakeAddress(making, "source", &FrameFields::source_ip);
-    case 1:
-      return MakeAddress(making, "destination", &FrameFields::destination_ip);
-    case 2: {
-      const uint8_t protocol = Pick(kProtocols, random);
-      making->matches["ipv4"]["protocol"] = protocol;
-      return making->conditions.push_back(
-          [=](const FrameFields& frame) { return frame.protocol == protocol; });
-    }
-    case 3: {
-      const uint8_t tos = Pick(kToses, random);
-      making->matches["ipv4"]["dscp"] = tos >> 2;
-      return making->conditions.push_back(
-          [=](const FrameFields& frame) { return frame.tos && *frame.tos >> 2 == tos >> 2; });
-    }
-    default: {
-      const uint8_t ecn = (*random)() % 2;
-      making->matches["ipv4"]["ecn"] = ecn;
-      making->conditions.emplace_back(
-          [=](const FrameFields& frame) { return frame.tos && (*frame.tos & 3) == ecn; });
-    }
-  }
-}
-
-// A destination port of TCP or UDP over IPv4.
-void MakePort(Making* making) {
-  std::mt19937* random = making->random;
-  const bool tcp = (*random)() % 2 == 0;
-  const uint16_t port = Pick(kPorts, random);
-  ordered_json& json = making->matches[tcp ? "tcp" : "udp"]["destination-port"];
-  uint16_t low = port, high = port;
-  switch ((*random)() % 4) {
-    case 0:
-      json = {{"port", port}};
-      break;
-    case 1:
-      low = port - 10;
-      json = {{"lower-port", low}, {"upper-port", port}};
-      break;
-    case 2:
-      low = 65530;
-      high = 65535;
-      json = {{"operator", "gte"}, {"port", low}};
-      break;
-    default:
-      low = 0;
-      high = 23;
-      json = {{"operator", "lte"}, {"port", high}};
-  }
-  making->conditions.emplace_back([=](const FrameFields& frame) {
-    return frame.protocol == (tcp ? 6 : 17) && frame.destination_port &&
-           *frame.destination_port >= low && *frame.destination_port <= high;
-  });
-}
-
-bool IsIpv4(const FrameFields& frame) { return frame.destination_ip.has_value(); }
 
 struct KnownEntry {
   std::vector<Condition> conditions;
   bool passes;
 };
+
+// The first entry all of whose conditions hold decides; else the end of the list does.
+std::function<bool(const Fields&)> Evaluation(std::map<uint32_t, KnownEntry> entries,
+                                              bool ipv4_only, bool end_passes) {
+  return [entries = std::move(entries), ipv4_only, end_passes](const Fields& frame) {
+    if (ipv4_only && !IsIpv4(frame)) return true;  // the list is not about it
+    for (const auto& [number, entry] : entries) {
+      if (std::all_of(entry.conditions.begin(), entry.conditions.end(),
+                      [&](const Condition& holds) { return holds(frame); })) {
+        return entry.passes;
+      }
+    }
+    return end_passes;
+  };
+}
 
 }  // namespace
 
@@ -172,52 +193,65 @@ KnownLists RandomRfc8519(std::mt19937* random) {
                                                "mixed-eth-ipv4-acl-type", ""};
   const size_t type = (*random)() % std::size(kListTypes);
   const bool ipv4_only = type == 1;
-  const auto entries = std::make_shared<std::vector<KnownEntry>>();
-  ordered_json aces = ordered_json::array();
-  for (size_t i = 0, count = 1 + (*random)() % 8; i < count; ++i) {
-    Making making{random};
-    // An entry has either an Ethernet header or VLANs.
-    const unsigned int l2 = ipv4_only ? 0 : (*random)() % 3;
-    if (l2 == 1) MakeEthernet(&making);
-    if (l2 == 2) MakeVlans(&making);
-    const bool ipv4 = type != 0 && (*random)() % 2 == 0;
-    const unsigned int which = (*random)() % 5;
-    if (ipv4) MakeIpv4(&making, which);
-    if (ipv4 && (*random)() % 2 == 0) MakeIpv4(&making, which + 1 + (*random)() % 4);
-    const bool has_ports = ipv4 || ipv4_only || type == 2;
-    if (has_ports && (*random)() % 2 == 0) MakePort(&making);
-    const bool passes = (*random)() % 2 == 0;
-    entries->push_back({making.conditions, passes});
-    aces.push_back({{"name", "entry " + std::to_string(i)},
-                    {"matches", making.matches},
-                    {"actions", {{"forwarding", passes ? "accept" : "drop"}}}});
-  }
-  ordered_json list = {{"name", "list"}, {"aces", {{"ace", aces}}}};
+  std::map<uint32_t, KnownEntry> entries;
+  ordered_json json = ordered_json::parse(R"({"ietf-access-control-list:acls": {
+      "acl": [{"name": "list"}], "attachment-points": {"interface": [{"interface-id": "eth0",
+      "ingress": {"acl-sets": {"acl-set": [{"name": "list"}]}}}]}}})");
+  ordered_json& list = json["ietf-access-control-list:acls"]["acl"][0];
   if (type != 3) list["type"] = std::string("ietf-access-control-list:") + kListTypes[type];
-  const ordered_json points = {
-      {"interface",
-       {{{"interface-id", "eth0"},
-         {"ingress", {{"acl-sets", {{"acl-set", {{{"name", "list"}}}}}}}}}}}};
-  KnownLists known;
-  known.json = ordered_json{{"ietf-access-control-list:acls",
-                             {{"acl", {list}}, {"attachment-points", points}}}}
-                   .dump();
-  known.passes = [entries, ipv4_only](const FrameFields& frame) {
-    if (ipv4_only && !IsIpv4(frame)) return true;  // the list is not about it
-    for (const KnownEntry& entry : *entries) {
-      if (std::all_of(entry.conditions.begin(), entry.conditions.end(),
-                      [&](const Condition& holds) { return holds(frame); })) {
-        return entry.passes;
-      }
-    }
-    return false;  // the implicit end
-  };
-  return known;
+  for (uint32_t i = 0, count = 1 + (*random)() % 8; i < count; ++i) {
+    const auto die = [random](unsigned int sides) { return (*random)() % sides; };
+    Making making{random};
+    const std::vector<Known>& all = Rfc8519Statements();
+    making.Take(all, Known::kL2, ipv4_only ? 0 : die(2));
+    const bool ipv4 = making.Take(all, Known::kIpv4, type == 0 ? 0 : die(3));
+    if (ipv4 || ipv4_only || type == 2) making.Take(all, Known::kPorts, die(2));
+    entries[i] = {making.conditions, die(2) == 0};
+    list["aces"]["ace"].push_back(
+        {{"name", "entry " + std::to_string(i)},
+         {"matches", making.json},
+         {"actions", {{"forwarding", entries[i].passes ? "accept" : "drop"}}}});
+  }
+  return {json.dump(), Evaluation(std::move(entries), ipv4_only, false)};
+}
+
+KnownLists RandomOpenConfig(bool end_passes, std::mt19937* random) {
+  const char* const type = Pick({"ACL_L2", "ACL_IPV4", "ACL_MIXED"}, random);
+  const bool l2_only = type[4] == 'L', ipv4_only = type[4] == 'I';
+  ordered_json json = ordered_json::parse(R"({"openconfig-defined-sets:defined-sets": {
+    "ipv4-prefix-sets": {"ipv4-prefix-set": [{"name": "a", "config": {
+      "prefix": ["10.1.0.0/16", "192.168.0.1/32"], "exclude-prefix": ["10.1.3.3/32"]}}]},
+    "port-sets": {"port-set": [{"name": "p", "config": {
+      "port": ["20..90", 65535], "exclude-port": [22]}}]}},
+    "openconfig-acl:acl": {"interfaces": {"interface": [{"id": "eth0", "ingress-acl-sets": {
+      "ingress-acl-set": [{"set-name": "list"}]}}]}, "acl-sets": {"acl-set": [{"name": "list"}]}}})");
+  ordered_json& acl = json["openconfig-acl:acl"];
+  ordered_json& list = acl["acl-sets"]["acl-set"][0];
+  list["type"] = type;
+  acl["interfaces"]["interface"][0]["ingress-acl-sets"]["ingress-acl-set"][0]["type"] = type;
+  std::map<uint32_t, KnownEntry> entries;  // applied in the order of their numbers
+  for (uint32_t i = 0, count = 1 + (*random)() % 6; i < count; ++i) {
+    const auto die = [random](unsigned int sides) { return (*random)() % sides; };
+    Making making{random};
+    const std::vector<Known>& all = OpenConfigStatements();
+    making.Take(all, Known::kL2, ipv4_only ? 0 : die(2));
+    making.Take(all, Known::kIpv4, l2_only ? 0 : die(3));
+    making.Take(all, Known::kPorts, l2_only ? 0 : die(2));
+    const uint32_t number = die(100000);
+    const auto [entry, is_new] =
+        entries.try_emplace(number, KnownEntry{making.conditions, die(2) == 0});
+    if (!is_new) continue;
+    making.json["sequence-id"] = number;
+    making.json["actions"]["config"]["forwarding-action"] =
+        entry->second.passes ? "ACCEPT" : "DROP";
+    list["acl-entries"]["acl-entry"].push_back(std::move(making.json));
+  }
+  return {json.dump(), Evaluation(std::move(entries), ipv4_only, end_passes)};
 }
 
 namespace {
 
-bool Holds(size_t field, const Value& value, const FrameFields& frame) {
+bool Holds(size_t field, const Value& value, const Fields& frame) {
   const std::optional<uint64_t> fields[kFieldCount] = {Number(frame.destination),
                                                        Number(frame.source),
                                                        frame.after_source,
@@ -231,7 +265,7 @@ bool Holds(size_t field, const Value& value, const FrameFields& frame) {
   return fields[field] && ((*fields[field] ^ value.value) & value.mask) == 0;
 }
 
-bool Matches(const ProfileEntry& entry, const FrameFields& frame) {
+bool Matches(const ProfileEntry& entry, const Fields& frame) {
   for (size_t field = 0; field < kFieldCount; ++field) {
     if (entry.matches[field] && !Holds(field, *entry.matches[field], frame)) return false;
   }
@@ -240,7 +274,7 @@ bool Matches(const ProfileEntry& entry, const FrameFields& frame) {
 
 }  // namespace
 
-bool Passes(const Profiles& profiles, const FrameFields& frame) {
+bool Passes(const Profiles& profiles, const Fields& frame) {
   const auto bound = profiles.bindings.find("eth0");
   if (bound == profiles.bindings.end()) return true;
   for (const bool l3 : {false, true}) {
@@ -272,8 +306,11 @@ Profiles RandomProfiles(std::mt19937* random) {
                                            "",
                                            "ticket 4711",
                                            "[ace web & mail]",
+                                           "[acl profile-1]",
+                                           "[acl web/in] guests",
                                            "[seq 70000] \"quoted\" <b>"};
   Profiles profiles;
+  profiles.bindings["eth1"];
   for (int p = 0, count = 1 + static_cast<int>((*random)() % 3); p < count; ++p) {
     Profile profile;
     profile.name = "profile-" + std::to_string(p);

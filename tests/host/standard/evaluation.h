@@ -1,6 +1,6 @@
-// What lists and profiles do to frames. The lists are made here together with what RFC 8519 says of
-// each of their statements, as code over the fields of a frame: nothing of it goes through a
-// reader.
+// What lists and profiles do to frames. The lists are made here together with what RFC 8519 and the
+// modules of OpenConfig say of each of their statements, as code over the fields of a frame:
+// nothing of it goes through a reader.
 #ifndef TESTS_HOST_STANDARD_EVALUATION_H_
 #define TESTS_HOST_STANDARD_EVALUATION_H_
 
@@ -20,8 +20,10 @@ struct KnownLists {
   std::function<bool(const FrameFields& frame)> passes;
 };
 
-// One list of a random type, bound to "eth0", all of whose statements can be converted.
+// One list of a random type, bound to "eth0", all of whose statements can be converted. OpenConfig
+// leaves the end of a list to the element.
 KnownLists RandomRfc8519(std::mt19937* random);
+KnownLists RandomOpenConfig(bool end_passes, std::mt19937* random);
 
 // Whether the frame passes what is bound to "eth0".
 bool Passes(const Profiles& profiles, const FrameFields& frame);

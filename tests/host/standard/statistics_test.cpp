@@ -46,7 +46,7 @@ TEST(StatisticsTest, CountersStandWithTheirEntries) {
   } kCases[] = {
       {Standard::kRfc8519, false, rfc("10", packets10) + rfc("20", packets20), 2},
       // Nobody counts TCP and UDP apart.
-      {Standard::kRfc8519, true, rfc("20", packets20), 1},
+      {Standard::kRfc8519, true, rfc("70000", packets20), 1},
       {Standard::kOpenConfig, true,
        "<acl-entries>" + openconfig("10", packets10) + openconfig("70000", packets20) +
            "</acl-entries>",
