@@ -2,6 +2,7 @@
 #ifndef HOST_STANDARD_CONFIGURATION_H_
 #define HOST_STANDARD_CONFIGURATION_H_
 
+#include <optional>
 #include <unordered_map>
 
 #include "host/cdb/schema/cdb_schema.h"
@@ -30,6 +31,11 @@ class EntryReader {
 // The configuration from the node `first` on (null: empty), data of acl-app in `context`, made
 // as for EntryReader.
 Profiles ReadConfiguration(const ly_ctx* context, const lyd_node* first);
+
+// The same from a document, which takes a third of the time, where all of it is plain: numbers in
+// place of names, keys in front, as it is when it comes from here. Nothing where it is not, or
+// where anything is not valid: a parser that knows the schema then reads it, or says what is wrong.
+std::optional<Profiles> ReadPlainConfiguration(const Document& document, Format format);
 
 // The profiles as a document of acl-app. Values are numbers where they could be names.
 void WriteConfiguration(const Profiles& profiles, Document* document);

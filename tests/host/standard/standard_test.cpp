@@ -179,6 +179,36 @@ TEST(StandardTest, ProfilesComeBack) {
   }
 }
 
+// What is written is plain; what is no number, no value of its leaf or not known at all is not.
+TEST(StandardTest, PlainConfigurationsComeBack) {
+  std::mt19937 random(7950);
+  for (int round = 0; round < 200; ++round) {
+    const Profiles profiles = RandomProfiles(&random);
+    const Format format = round % 2 == 0 ? Format::kJson : Format::kXml;
+    Document written, read;
+    WriteConfiguration(profiles, &written);
+    const std::string text = written.Print(format);
+    ASSERT_EQ("", read.Read(text));
+    const auto plain = ReadPlainConfiguration(read, format);
+    ASSERT_TRUE(plain) << text;
+    ASSERT_EQ(Summary(profiles), Summary(*plain)) << text;
+  }
+  const std::string start = R"({"acl-app:config": {"access-list": {"acl-profile": {"ingress": {
+      "access-list": [{"acl-type": "l3", "acl-name": "a", "access-list-entry": [{"ace-priority": 1)";
+  for (const char* rest :
+       {"", R"(, "match": {"vlan": 0})", R"(, "match": {"vlan": "5"})",
+        R"(, "match": {"dscp": "ef"})", R"(, "match": {"dscp": 1, "tos": 4})",
+        R"(, "match": {"ethertype": "arp"})",
+        R"(, "match": {"source-ipv4-address": {"mask": {"ip": "10.0.0.0"}}})",
+        R"(, "match": {"source-ipv4-address": {"mask": {"ip": "10.0.0.0/08"}}})",
+        R"(, "match": {"source-mac-address-mask": "ff:ff:ff:ff:ff:ff"})", R"(, "match": {"x": 1})",
+        R"(, "description": "é")", R"(, "action": {"set": {"pcp": 8}})", R"(, "v:x": 1)"}) {
+    Document document;
+    ASSERT_EQ("", document.Read(start + rest + "}]}]}}}}}"));
+    EXPECT_EQ(*rest == '\0', ReadPlainConfiguration(document, Format::kJson).has_value()) << rest;
+  }
+}
+
 // Without it they are treated alike: what the standards have, and what is left out is told.
 TEST(StandardTest, StandardListsMeanTheSame) {
   std::vector<FrameFields> frames;

@@ -96,12 +96,23 @@ Failure ReadRunning(const Common& common, bool statistics, const ly_ctx* context
   return failure;
 }
 
+// Whether the text is a configuration as most are, and was read.
+bool ReadPlain(const std::string& text, standard::Profiles* profiles) {
+  standard::Document document;
+  if (!document.Read(text).empty()) return false;
+  const bool json = text[text.find_first_not_of(" \t\r\n")] == '{';
+  auto plain =
+      ReadPlainConfiguration(document, json ? standard::Format::kJson : standard::Format::kXml);
+  if (plain) *profiles = std::move(*plain);
+  return plain.has_value();
+}
+
 Failure ReadProfiles(const Common& common, const ExportWanted& wanted, const std::string& what,
                      standard::Profiles* profiles, host::HitsByOrigin* hits) {
   host::ContextPtr context;
   host::Tree tree;
-  if (Failure failure = BuiltInSchema(&context)) return failure;
   if (wanted.path.empty()) {
+    if (Failure failure = BuiltInSchema(&context)) return failure;
     if (Failure failure = ReadRunning(common, wanted.statistics, context.get(), &tree, hits)) {
       return failure;
     }
@@ -110,6 +121,8 @@ Failure ReadProfiles(const Common& common, const ExportWanted& wanted, const std
   } else {
     std::string text;
     if (Failure failure = ReadFile(wanted.path, &text)) return failure;
+    if (ReadPlain(text, profiles)) return {};
+    if (Failure failure = BuiltInSchema(&context)) return failure;
     if (Failure failure = ReadText(what, text, context.get(), &tree)) return failure;
   }
   *profiles = standard::ReadConfiguration(context.get(), tree.get());
