@@ -9,7 +9,7 @@ namespace {
 constexpr uint32_t kIpv4 = 0x0800, kIpv6 = 0x86dd, kCTag = 0x8100, kSTag = 0x88a8;
 constexpr uint8_t kTcp = 6, kUdp = 17;
 
-constexpr FieldPlace kPlaces[kFieldCount] = {
+constexpr FieldPlace kPlaces[] = {
     {"destination-mac-address", 0, 16, 48, 0},
     {"source-mac-address", 1, 16, 48, 0},
     {"ethertype", 0, 0, 16, 0},
@@ -22,6 +22,7 @@ constexpr FieldPlace kPlaces[kFieldCount] = {
     {"ip-protocol", 3, 24, 8, FrameClass::kProtocol},
     {"destination-port", 3, 0, 16, FrameClass::kPort},
 };
+static_assert(std::size(kPlaces) == kFieldCount);
 
 // IPv4's fields, from a header that is cut off to one that is whole.
 constexpr uint8_t kUpToTos = FrameClass::kTosByte;

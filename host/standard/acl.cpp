@@ -8,7 +8,8 @@
 namespace host::standard {
 namespace {
 
-constexpr int kWidths[kFieldCount] = {48, 48, 16, 12, 3, 8, 32, 32, 8, 16};
+constexpr int kWidths[] = {48, 48, 16, 12, 3, 8, 32, 32, 8, 16};
+static_assert(std::size(kWidths) == kFieldCount);
 
 constexpr uint64_t kDscps = 64;
 

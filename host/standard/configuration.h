@@ -3,9 +3,9 @@
 #define HOST_STANDARD_CONFIGURATION_H_
 
 #include <optional>
-#include <unordered_map>
 
 #include "host/cdb/schema/cdb_schema.h"
+#include "host/cdb/schema/entry_leaves.h"
 #include "host/cdb/schema/yang_tree.h"
 #include "host/standard/document.h"
 #include "host/standard/profiles.h"
@@ -25,7 +25,7 @@ class EntryReader {
   void ReadLeaves(const lyd_node* siblings, ProfileEntry* entry) const;
 
   const CdbSchema schema_;
-  std::unordered_map<const lysc_node*, size_t> place_of_;  // among the leaves that are known
+  const EntryLeaves known_;
 };
 
 // The configuration from the node `first` on (null: empty), data of acl-app in `context`, made

@@ -10,60 +10,52 @@ namespace host::standard {
 namespace {
 
 // What a leaf below an entry says.
-enum class Leaf : uint8_t { kValue, kMask, kDscp, kPermit, kDeny, kSetPcp };
+enum class LeafKind : uint8_t { kValue, kMask, kDscp, kPermit, kDeny, kSetPcp };
 
 constexpr struct {
-  std::string_view path;
-  Leaf leaf;
+  EntryLeaf leaf;
+  LeafKind kind;
   Field field;
 } kLeaves[] = {
-    {"match/destination-mac-address", Leaf::kValue, kDestinationMac},
-    {"match/destination-mac-address-mask", Leaf::kMask, kDestinationMac},
-    {"match/source-mac-address", Leaf::kValue, kSourceMac},
-    {"match/source-mac-address-mask", Leaf::kMask, kSourceMac},
-    {"match/vlan", Leaf::kValue, kVlan},
-    {"match/ethertype", Leaf::kValue, kEthertype},
-    {"match/pcp", Leaf::kValue, kPcp},
-    {"match/dscp", Leaf::kDscp, kTos},
-    {"match/tos", Leaf::kValue, kTos},
-    {"match/source-ipv4-address/mask/ip", Leaf::kValue, kSourceIpv4},
-    {"match/source-ipv4-address/no-mask/ip", Leaf::kValue, kSourceIpv4},
-    {"match/destination-ipv4-address/mask/ip", Leaf::kValue, kDestinationIpv4},
-    {"match/destination-ipv4-address/no-mask/ip", Leaf::kValue, kDestinationIpv4},
-    {"match/ip-protocol", Leaf::kValue, kIpProtocol},
-    {"match/destination-port", Leaf::kValue, kDestinationPort},
-    {"action/packet-handling/permit", Leaf::kPermit, kFieldCount},
-    {"action/packet-handling/deny", Leaf::kDeny, kFieldCount},
-    {"action/set/pcp", Leaf::kSetPcp, kFieldCount},
+    {EntryLeaf::kDestinationMac, LeafKind::kValue, kDestinationMac},
+    {EntryLeaf::kDestinationMacMask, LeafKind::kMask, kDestinationMac},
+    {EntryLeaf::kSourceMac, LeafKind::kValue, kSourceMac},
+    {EntryLeaf::kSourceMacMask, LeafKind::kMask, kSourceMac},
+    {EntryLeaf::kVlan, LeafKind::kValue, kVlan},
+    {EntryLeaf::kEthertype, LeafKind::kValue, kEthertype},
+    {EntryLeaf::kPcp, LeafKind::kValue, kPcp},
+    {EntryLeaf::kDscp, LeafKind::kDscp, kTos},
+    {EntryLeaf::kTos, LeafKind::kValue, kTos},
+    {EntryLeaf::kSourcePrefix, LeafKind::kValue, kSourceIpv4},
+    {EntryLeaf::kSourceAddress, LeafKind::kValue, kSourceIpv4},
+    {EntryLeaf::kDestinationPrefix, LeafKind::kValue, kDestinationIpv4},
+    {EntryLeaf::kDestinationAddress, LeafKind::kValue, kDestinationIpv4},
+    {EntryLeaf::kIpProtocol, LeafKind::kValue, kIpProtocol},
+    {EntryLeaf::kDestinationPort, LeafKind::kValue, kDestinationPort},
+    {EntryLeaf::kPermit, LeafKind::kPermit, kFieldCount},
+    {EntryLeaf::kDeny, LeafKind::kDeny, kFieldCount},
+    {EntryLeaf::kSetPcp, LeafKind::kSetPcp, kFieldCount},
 };
+static_assert(HasEveryLeaf(kLeaves));
 
-const CdbNode* Below(const CdbNode* node, std::string_view path) {
-  while (node != nullptr && !path.empty()) {
-    const size_t end = std::min(path.find('/'), path.size());
-    node = node->Child(path.substr(0, end));
-    path.remove_prefix(std::min(end + 1, path.size()));
-  }
-  return node;
-}
-
-void Take(Leaf leaf, Field field, const Value& value, ProfileEntry* entry) {
-  switch (leaf) {
-    case Leaf::kValue:  // the mask of a MAC address comes behind it
+void Take(LeafKind kind, Field field, const Value& value, ProfileEntry* entry) {
+  switch (kind) {
+    case LeafKind::kValue:  // the mask of a MAC address comes behind it
       entry->matches[field] = {value.value, value.mask & FullMask(field)};
       break;
-    case Leaf::kMask:
+    case LeafKind::kMask:
       if (entry->matches[field]) entry->matches[field]->mask = value.value;
       break;
-    case Leaf::kDscp:
+    case LeafKind::kDscp:
       entry->matches[field] = {value.value << 2, kDscpMask};
       break;
-    case Leaf::kPermit:
+    case LeafKind::kPermit:
       entry->handling = Handling::kPermit;
       break;
-    case Leaf::kDeny:
+    case LeafKind::kDeny:
       entry->handling = Handling::kDeny;
       break;
-    case Leaf::kSetPcp:
+    case LeafKind::kSetPcp:
       entry->set_pcp = static_cast<uint8_t>(value.value);
       break;
   }
@@ -122,13 +114,7 @@ class ConfigurationReader {
 
 }  // namespace
 
-EntryReader::EntryReader(const ly_ctx* context) : schema_(context) {
-  const CdbNode* entry =
-      Below(schema_.root(), "config/access-list/acl-profile/ingress/access-list/access-list-entry");
-  for (size_t i = 0; i < std::size(kLeaves); ++i) {
-    if (const CdbNode* leaf = Below(entry, kLeaves[i].path)) place_of_[leaf->schema] = i;
-  }
-}
+EntryReader::EntryReader(const ly_ctx* context) : schema_(context), known_(schema_) {}
 
 ProfileEntry EntryReader::Read(const lyd_node* node) const {
   ProfileEntry entry;
@@ -141,11 +127,10 @@ ProfileEntry EntryReader::Read(const lyd_node* node) const {
 void EntryReader::ReadLeaves(const lyd_node* siblings, ProfileEntry* entry) const {
   const lyd_node* node;
   LY_LIST_FOR(siblings, node) {
-    const auto place = place_of_.find(node->schema);
-    if (place != place_of_.end()) {
+    if (const auto leaf = known_.Find(node->schema)) {
       const NumericValue number = NumericOf(schema_, node);
-      const auto& known = kLeaves[place->second];
-      Take(known.leaf, known.field, {number.value, number.mask}, entry);
+      const auto& row = kLeaves[static_cast<size_t>(*leaf)];
+      Take(row.kind, row.field, {number.value, number.mask}, entry);
     } else if (node->schema->nodetype == LYS_CONTAINER) {
       ReadLeaves(lyd_child(node), entry);
     }

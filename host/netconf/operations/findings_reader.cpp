@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
+#include <iterator>
 #include <utility>
 
 #include "host/cdb/calls/values.h"
@@ -15,56 +15,34 @@ namespace {
 using findings::Entry;
 using findings::Field;
 
-constexpr char kEntryPath[] =
-    "config/access-list/acl-profile/ingress/access-list/access-list-entry";
-
-// The leaves of an entry. Those of the first part come in pairs with their masks.
-enum Leaf : uint8_t {
-  kDestinationMac,
-  kDestinationMask,
-  kSourceMac,
-  kSourceMask,
-  kFirstNumber,
-  kPermit = 15,
-  kDeny,
-  kSetPcp,
-  kLeafCount
-};
+// What the leaves are to the findings.
+enum class LeafRole : uint8_t { kValue, kMask, kAction };
 
 constexpr struct {
-  const char* path;
-  Field field;  // of those from kFirstNumber to kPermit
+  EntryLeaf leaf;
+  LeafRole role;
+  Field field;
 } kLeaves[] = {
-    {"match/destination-mac-address", Field::kDestinationMac},
-    {"match/destination-mac-address-mask", Field::kDestinationMac},
-    {"match/source-mac-address", Field::kSourceMac},
-    {"match/source-mac-address-mask", Field::kSourceMac},
-    {"match/vlan", Field::kVlan},
-    {"match/ethertype", Field::kEthertype},
-    {"match/pcp", Field::kPcp},
-    {"match/dscp", Field::kDscp},
-    {"match/tos", Field::kTos},
-    {"match/source-ipv4-address/mask/ip", Field::kSourceIpv4},
-    {"match/source-ipv4-address/no-mask/ip", Field::kSourceIpv4},
-    {"match/destination-ipv4-address/mask/ip", Field::kDestinationIpv4},
-    {"match/destination-ipv4-address/no-mask/ip", Field::kDestinationIpv4},
-    {"match/ip-protocol", Field::kIpProtocol},
-    {"match/destination-port", Field::kDestinationPort},
-    {"action/packet-handling/permit", Field::kFieldCount},
-    {"action/packet-handling/deny", Field::kFieldCount},
-    {"action/set/pcp", Field::kFieldCount},
+    {EntryLeaf::kDestinationMac, LeafRole::kValue, Field::kDestinationMac},
+    {EntryLeaf::kDestinationMacMask, LeafRole::kMask, Field::kDestinationMac},
+    {EntryLeaf::kSourceMac, LeafRole::kValue, Field::kSourceMac},
+    {EntryLeaf::kSourceMacMask, LeafRole::kMask, Field::kSourceMac},
+    {EntryLeaf::kVlan, LeafRole::kValue, Field::kVlan},
+    {EntryLeaf::kEthertype, LeafRole::kValue, Field::kEthertype},
+    {EntryLeaf::kPcp, LeafRole::kValue, Field::kPcp},
+    {EntryLeaf::kDscp, LeafRole::kValue, Field::kDscp},
+    {EntryLeaf::kTos, LeafRole::kValue, Field::kTos},
+    {EntryLeaf::kSourcePrefix, LeafRole::kValue, Field::kSourceIpv4},
+    {EntryLeaf::kSourceAddress, LeafRole::kValue, Field::kSourceIpv4},
+    {EntryLeaf::kDestinationPrefix, LeafRole::kValue, Field::kDestinationIpv4},
+    {EntryLeaf::kDestinationAddress, LeafRole::kValue, Field::kDestinationIpv4},
+    {EntryLeaf::kIpProtocol, LeafRole::kValue, Field::kIpProtocol},
+    {EntryLeaf::kDestinationPort, LeafRole::kValue, Field::kDestinationPort},
+    {EntryLeaf::kPermit, LeafRole::kAction, Field::kFieldCount},
+    {EntryLeaf::kDeny, LeafRole::kAction, Field::kFieldCount},
+    {EntryLeaf::kSetPcp, LeafRole::kAction, Field::kFieldCount},
 };
-static_assert(sizeof(kLeaves) / sizeof(*kLeaves) == kLeafCount);
-
-// The node at `path` below `node`; null when there is none.
-const CdbNode* FindBelow(const CdbNode* node, std::string_view path) {
-  while (node != nullptr && !path.empty()) {
-    const size_t end = std::min(path.find('/'), path.size());
-    node = node->Child(path.substr(0, end));
-    path.remove_prefix(std::min(end + 1, path.size()));
-  }
-  return node;
-}
+static_assert(HasEveryLeaf(kLeaves));
 
 bool Is(const lyd_node* node, const char* name) { return std::strcmp(LYD_NAME(node), name) == 0; }
 
@@ -74,23 +52,11 @@ uint16_t AcePriorityOf(const lyd_node* entry) {
 
 }  // namespace
 
-EntryReader::EntryReader(const ly_ctx* context) : schema_(context) {
-  const CdbNode* entry = FindBelow(schema_.root(), kEntryPath);
-  for (size_t i = 0; i < kLeafCount; ++i) {
-    if (const CdbNode* leaf = FindBelow(entry, kLeaves[i].path)) place_of_[leaf->schema] = i;
-  }
-}
-
-std::vector<std::string> EntryReader::KnownLeaves() {
-  std::vector<std::string> paths;
-  for (const auto& leaf : kLeaves) paths.emplace_back(leaf.path);
-  return paths;
-}
+EntryReader::EntryReader(const ly_ctx* context) : schema_(context), known_(schema_) {}
 
 void EntryReader::Collect(const lyd_node* siblings, Leaves* leaves) const {
   for (const lyd_node* node = siblings; node != nullptr; node = node->next) {
-    const auto place = place_of_.find(node->schema);
-    if (place != place_of_.end()) (*leaves)[place->second] = node;
+    if (const auto leaf = known_.Find(node->schema)) leaves->Of(*leaf) = node;
     Collect(lyd_child(node), leaves);
   }
 }
@@ -98,33 +64,33 @@ void EntryReader::Collect(const lyd_node* siblings, Leaves* leaves) const {
 void EntryReader::Change(const lyd_node* siblings, DiffOperation inherited, Leaves* leaves) const {
   for (const lyd_node* node = siblings; node != nullptr; node = node->next) {
     const DiffOperation operation = DiffOperationOf(node, inherited);
-    const auto place = place_of_.find(node->schema);
-    if (place != place_of_.end() && operation != DiffOperation::kNone) {
-      (*leaves)[place->second] = operation == DiffOperation::kDelete ? nullptr : node;
+    const auto leaf = known_.Find(node->schema);
+    if (leaf && operation != DiffOperation::kNone) {
+      leaves->Of(*leaf) = operation == DiffOperation::kDelete ? nullptr : node;
     }
     Change(lyd_child(node), operation, leaves);
   }
 }
 
 Entry EntryReader::Read(const lyd_node* node, const lyd_node* change) const {
-  Leaves leaves(kLeafCount);
+  Leaves leaves;
   Collect(lyd_child(node), &leaves);
   if (change != nullptr) Change(lyd_child(change), DiffOperation::kNone, &leaves);
   Entry entry;
   entry.ace_priority = AcePriorityOf(node);
-  for (size_t i = 0; i < kPermit; ++i) {
-    if (leaves[i] == nullptr || i == kDestinationMask || i == kSourceMask) continue;
-    NumericValue number = NumericOf(schema_, leaves[i]);
-    const bool masked = i < kFirstNumber && leaves[i + 1] != nullptr;
-    if (masked) number.mask = NumericOf(schema_, leaves[i + 1]).value;
-    entry.matches.Compare(kLeaves[i].field, number.value, number.mask);
+  for (const auto* row = std::begin(kLeaves); row != std::end(kLeaves); ++row) {
+    if (row->role != LeafRole::kValue || leaves.Of(row->leaf) == nullptr) continue;
+    NumericValue number = NumericOf(schema_, leaves.Of(row->leaf));
+    const lyd_node* mask = row[1].role == LeafRole::kMask ? leaves.Of(row[1].leaf) : nullptr;
+    if (mask != nullptr) number.mask = NumericOf(schema_, mask).value;
+    entry.matches.Compare(row->field, number.value, number.mask);
   }
-  if (leaves[kDeny] != nullptr) {
+  if (leaves.Of(EntryLeaf::kDeny) != nullptr) {
     entry.action = Entry::Action::kDeny;
-  } else if (leaves[kSetPcp] != nullptr) {
+  } else if (const lyd_node* pcp = leaves.Of(EntryLeaf::kSetPcp)) {
     entry.action = Entry::Action::kSetPcp;
-    entry.pcp = static_cast<uint8_t>(NumericOf(schema_, leaves[kSetPcp]).value);
-  } else if (leaves[kPermit] != nullptr) {
+    entry.pcp = static_cast<uint8_t>(NumericOf(schema_, pcp).value);
+  } else if (leaves.Of(EntryLeaf::kPermit) != nullptr) {
     entry.action = Entry::Action::kPermit;
   }
   return entry;

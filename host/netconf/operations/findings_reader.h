@@ -4,15 +4,16 @@
 #ifndef HOST_NETCONF_OPERATIONS_FINDINGS_READER_H_
 #define HOST_NETCONF_OPERATIONS_FINDINGS_READER_H_
 
+#include <array>
 #include <map>
 #include <memory>
 #include <set>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "host/cdb/diff.h"
 #include "host/cdb/schema/cdb_schema.h"
+#include "host/cdb/schema/entry_leaves.h"
 #include "host/findings/configuration.h"
 #include "host/netconf/reply/tree_view.h"
 
@@ -26,17 +27,19 @@ class EntryReader {
   // The entry of that node; with `change`, as it is after the change, a node of a difference in
   // libyang's form.
   findings::Entry Read(const lyd_node* entry, const lyd_node* change = nullptr) const;
-  // The leaves that it knows, by their paths below the entry.
-  static std::vector<std::string> KnownLeaves();
 
  private:
-  using Leaves = std::vector<const lyd_node*>;
+  // The nodes of an entry's leaves; null where it has none.
+  struct Leaves {
+    const lyd_node*& Of(EntryLeaf leaf) { return nodes[static_cast<size_t>(leaf)]; }
+    std::array<const lyd_node*, kEntryLeafCount> nodes{};
+  };
 
   void Collect(const lyd_node* siblings, Leaves* leaves) const;
   void Change(const lyd_node* siblings, DiffOperation inherited, Leaves* leaves) const;
 
   const CdbSchema schema_;
-  std::unordered_map<const lysc_node*, size_t> place_of_;  // in Leaves
+  const EntryLeaves known_;
 };
 
 class FindingsReader {
