@@ -44,10 +44,6 @@ constexpr struct {
     {"dport", "port", 65535},      {"tcp", "port", 65535},     {"udp", "port", 65535},
 };
 
-constexpr char kWords[] =
-    "src-mac, dst-mac, vlan, pcp, tpid, ethertype, src, dst, tos, dscp, protocol, tcp, udp, "
-    "dst-port";
-
 std::optional<uint16_t> NumberOf(const std::string& text, unsigned long most) {
   const bool hexadecimal = text.rfind("0x", 0) == 0;
   const char* const begin = text.data() + (hexadecimal ? 2 : 0);
@@ -93,7 +89,8 @@ Failure Read(const std::vector<std::string>& words, WantedFrame* wanted) {
     const auto* number = std::begin(kNumbers);
     while (number != std::end(kNumbers) && word != number->word) ++number;
     if (!address && number == std::end(kNumbers)) {
-      return Usage("a frame is described by " + std::string(kWords) + "; not by \"" + word + "\"");
+      return Usage("a frame is described by " + std::string(kFrameWords) + "; not by \"" + word +
+                   "\"");
     }
     const bool carrier = word == "tcp" || word == "udp";
     if (carrier) wanted->numbers["protocol"] = word == "tcp" ? IPPROTO_TCP : IPPROTO_UDP;

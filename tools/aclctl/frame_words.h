@@ -12,6 +12,11 @@ namespace aclctl {
 
 using FrameBytes = std::vector<uint8_t>;  // from the destination MAC address, without checksum
 
+// The words that describe a frame, each with its value, for people.
+inline constexpr char kFrameWords[] =
+    "src-mac, dst-mac, vlan, pcp, tpid, ethertype, src, dst, tos, dscp, protocol, tcp, udp, "
+    "dst-port";
+
 // Builds a frame from words such as "src 10.0.0.1 dst 10.0.0.2 tcp 443 vlan 100 pcp 3". What is not
 // named is zero, but for the MAC addresses, which are local ones, and lengths, which are right.
 Failure FrameFromWords(const std::vector<std::string>& words, FrameBytes* frame);

@@ -192,10 +192,9 @@ Failure Trace(const Common& common, const TraceWanted& wanted) {
 Run SetUpTrace(Syntax* syntax) {
   const auto wanted = std::make_shared<TraceWanted>();
   syntax->Operand("PORT", &wanted->interface, "where the frame enters", Names::kInterfaces);
-  syntax->Operands(
-      "FIELD", &wanted->words, 0,
-      "what the frame is like: src-mac, dst-mac, vlan, pcp, tpid, ethertype, src, dst, "
-      "tos, dscp, protocol, tcp, udp, dst-port, each with its value");
+  const std::string words =
+      std::string("what the frame is like: ") + kFrameWords + ", each with its value";
+  syntax->Operands("FIELD", &wanted->words, 0, words.c_str());
   syntax->Option("--hex", "BYTES", &wanted->hex, "the whole frame, in hexadecimal");
   syntax->Option("--pcap", "FILE", &wanted->capture, "the frames of a capture", Names::kFiles);
   syntax->Option("-n", "NUMBER", &wanted->number, "this one of the capture alone");
