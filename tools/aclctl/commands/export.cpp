@@ -91,7 +91,7 @@ Failure ReadRunning(const Common& common, bool statistics, const ly_ctx* context
   const auto fetch = [&] { return FetchRunning(&client, context, scope, tree); };
   if (!statistics) return fetch();
   std::string why;
-  const Failure failure = FetchWithHits(&client, fetch, hits, &why);
+  Failure failure = FetchWithHits(&client, fetch, hits, &why);
   if (!failure && !why.empty()) std::fprintf(stderr, "aclctl: no statistics: %s\n", why.c_str());
   return failure;
 }
