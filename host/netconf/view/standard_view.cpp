@@ -86,6 +86,7 @@ class ListMaker : public ProfileVisitor {
     standard::Acl acl = ListOf(std::move(part));
     const bool same_kind = acl.kind == listed.kind;
     acl.name = listed.name;
+    acl.profile_name = listed.name != listed.profile.name ? listed.profile.name : "";
     acl.kind = listed.kind;
     std::vector<standard::Ace> aces;
     for (standard::Ace& ace : acl.aces) {
