@@ -206,15 +206,17 @@ class StandardView : public StateProviders::Pieces {
     ListNode& interface = points->Add("interface", ListNode::Form::kEntry);
     interface.Add("interface-id", ListNode::Form::kText, bound.interface);
     ListNode& sets = interface.Add("ingress").Add("acl-sets");
-    for (; next_set_ < bound.profiles.size() && *left > 0; --*left) {
+    while (next_set_ < bound.profiles.size() && *left > 0) {
       const ListedProfile& listed = survey_.listed()[bound.profiles[next_set_]];
       ListNode& set = sets.Add("acl-set", ListNode::Form::kEntry);
       set.Add("name", ListNode::Form::kText, listed.name);
       if (!AddCounters({bound.interface, listed.profile.name}, listed, &set, left)) return;
       ++next_set_;
       next_counter_ = 0;
+      if (*left > 0) --*left;
     }
     if (next_set_ < bound.profiles.size()) return;
+    if (*left > 0) --*left;
     next_set_ = 0;
     ++next_interface_;
   }

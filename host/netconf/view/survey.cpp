@@ -20,7 +20,10 @@ std::string UniqueIn(std::set<std::string>* names, const std::string& wanted,
   std::string name = wanted;
   for (int i = 2; !names->insert(name).second; ++i) {
     const std::string number = " " + std::to_string(i);
-    name = (wanted.size() + number.size() > kLongest ? instead : wanted) + number;
+    const std::string& stem = wanted.size() + number.size() > kLongest ? instead : wanted;
+    size_t cut = std::min(stem.size(), kLongest - number.size());
+    while (cut > 0 && cut < stem.size() && (stem[cut] & 0xc0) == 0x80) --cut;  // whole characters
+    name = stem.substr(0, cut) + number;
   }
   return name;
 }
