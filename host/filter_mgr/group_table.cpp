@@ -100,7 +100,9 @@ Standing GroupTable::Publish() {
 std::optional<Standing> GroupTable::Release() {
   hold_.clear();
   if (pending_.empty() && prepared_.empty()) return std::nullopt;
+  const bool newer_refused = refused_ && prepared_.empty();
   const Standing standing = Publish();
+  refused_ = refused_ || newer_refused;
   if (!standing.taken()) pending_.clear();
   return standing;
 }
@@ -112,7 +114,9 @@ bool GroupTable::Poll(std::optional<Standing>* changed) {
   if (now == before) return done;
   Groups waiting = std::move(prepared_);
   prepared_.clear();
+  const bool newer_refused = refused_;  // what comes into force now was sent before
   Note(now);
+  refused_ = refused_ || newer_refused;
   if (!now.taken()) pending_.clear();
   prepared_ = std::move(waiting);
   *changed = now;
