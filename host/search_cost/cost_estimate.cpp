@@ -5,16 +5,15 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <csignal>
+#include <exception>
 #include <map>
-#include <mutex>
-#include <system_error>
-#include <thread>
+#include <new>
 #include <utility>
 
 #include "host/classifier/classifier.h"
 #include "host/filter_mgr/ebpf/program/shared.h"
+#include "host/runtime/log.h"
 
 namespace host {
 namespace {
@@ -108,8 +107,8 @@ class Estimator {
 
 }  // namespace
 
-struct CostEstimate::Shared {
-  // What the thread does.
+struct CostWorker::Job {
+  // Builds all tables, unless nobody wants them any more.
   void Work() {
     Estimator estimator;
     for (const auto& [port, interface] : configuration->interfaces) {
@@ -118,44 +117,86 @@ struct CostEstimate::Shared {
         estimator.Add(port, l3, RulesOf(*configuration, interface, l3));
       }
     }
-    EstimatedCost found = estimator.Take();
+    result = estimator.Take();
+  }
+
+  void End() {
     const std::lock_guard<std::mutex> lock(mutex);
-    result = std::move(found);
     done = true;
     changed.notify_one();
   }
 
   std::shared_ptr<const findings::Configuration> configuration;
   std::atomic<bool> unwanted{false};
-  std::mutex mutex;  // guards what follows, until it is done
+  EstimatedCost result;  // the thread's until it is done
+  std::mutex mutex;      // guards `done`
   std::condition_variable changed;
   bool done = false;
-  EstimatedCost result;
 };
 
-CostEstimate::CostEstimate(std::shared_ptr<const findings::Configuration> configuration)
-    : shared_(std::make_shared<Shared>()) {
-  shared_->configuration = std::move(configuration);
-  // Signals are the event loop's business.
-  sigset_t all, before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  try {
-    std::thread([shared = shared_] { shared->Work(); }).detach();
-  } catch (const std::system_error&) {
-    shared_->Work();  // no thread can be had: late is better than never
+CostWorker::~CostWorker() {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    ending_ = true;
+    for (const auto& job : jobs_) job->unwanted = true;
+    changed_.notify_one();
   }
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  if (thread_.joinable()) thread_.join();
 }
 
-CostEstimate::~CostEstimate() { shared_->unwanted = true; }
+void CostWorker::Add(std::shared_ptr<Job> job) {
+  if (!thread_.joinable()) {
+    // Signals are the event loop's business.
+    sigset_t all, before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    try {
+      thread_ = std::thread([this] { Run(); });
+    } catch (const std::exception& failure) {
+      Log(LogLevel::kWarning, "what a configuration would cost is not found out: %s",
+          failure.what());
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (!thread_.joinable()) return job->End();
+  }
+  const std::lock_guard<std::mutex> lock(mutex_);
+  jobs_.push_back(std::move(job));
+  changed_.notify_one();
+}
+
+void CostWorker::Run() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  for (;;) {
+    changed_.wait(lock, [this] { return ending_ || !jobs_.empty(); });
+    if (ending_) return;
+    const std::shared_ptr<Job> job = jobs_.front();  // stays there: the destructor has to find it
+    lock.unlock();
+    try {
+      job->Work();
+    } catch (const std::bad_alloc&) {
+      job->result = {};
+    }
+    job->End();
+    lock.lock();
+    jobs_.pop_front();
+  }
+}
+
+CostEstimate::CostEstimate(std::shared_ptr<const findings::Configuration> configuration,
+                           std::shared_ptr<CostWorker> worker)
+    : worker_(std::move(worker)), job_(std::make_shared<CostWorker::Job>()) {
+  job_->configuration = std::move(configuration);
+  worker_->Add(job_);
+}
+
+CostEstimate::~CostEstimate() { job_->unwanted = true; }
 
 bool CostEstimate::Step() {
-  constexpr std::chrono::milliseconds kMoment{1};
-  std::unique_lock<std::mutex> lock(shared_->mutex);
-  return !shared_->changed.wait_for(lock, kMoment, [this] { return shared_->done; });
+  constexpr std::chrono::microseconds kMoment{100};
+  std::unique_lock<std::mutex> lock(job_->mutex);
+  return !job_->changed.wait_for(lock, kMoment, [this] { return job_->done; });
 }
 
-const EstimatedCost& CostEstimate::result() const { return shared_->result; }
+const EstimatedCost& CostEstimate::result() const { return job_->result; }
 
 }  // namespace host

@@ -8,16 +8,22 @@
 //
 // The entries of a port are those of its profiles, by priority, as the groups have them. Building
 // takes about a microsecond for each entry, 0.1 s for the largest group, and needs nothing but the
-// entries. So a thread of its own does it, beside the event loop's; whoever wants the result looks
-// in from time to time, and may go away: the thread then ends with the group that it is at.
+// entries. So a thread beside the event loop's does it, one estimate after the other: however many
+// are asked for, they take one processor and the memory of one estimate's tables. Whoever wants a
+// result looks in from time to time, and may go away: the thread then leaves the estimate with the
+// group that it is at.
 #ifndef HOST_SEARCH_COST_COST_ESTIMATE_H_
 #define HOST_SEARCH_COST_COST_ESTIMATE_H_
 
 #include <array>
+#include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "host/findings/configuration.h"
@@ -37,22 +43,47 @@ struct EstimatedCost {
   std::vector<Refused> refused;
 };
 
+// Makes estimates in a thread of its own, which begins with the first of them.
+class CostWorker {
+ public:
+  CostWorker() = default;
+  // Waits for the group that the thread is at.
+  ~CostWorker();
+  CostWorker(const CostWorker&) = delete;
+  CostWorker& operator=(const CostWorker&) = delete;
+
+ private:
+  friend class CostEstimate;
+  struct Job;
+
+  // What cannot be made, for want of a thread or of memory, is done without a result.
+  void Add(std::shared_ptr<Job> job);
+  void Run();
+
+  std::mutex mutex_;  // guards what follows
+  std::condition_variable changed_;
+  std::deque<std::shared_ptr<Job>> jobs_;
+  bool ending_ = false;
+  std::thread thread_;  // but this, which is the loop's
+};
+
 class CostEstimate {
  public:
   // `configuration` is not changed any more by anybody.
-  explicit CostEstimate(std::shared_ptr<const findings::Configuration> configuration);
+  CostEstimate(std::shared_ptr<const findings::Configuration> configuration,
+               std::shared_ptr<CostWorker> worker);
   ~CostEstimate();
   CostEstimate(const CostEstimate&) = delete;
   CostEstimate& operator=(const CostEstimate&) = delete;
 
-  // Waits a moment, a millisecond at most, for the end. True when there is more to do.
+  // Waits a moment, a tenth of a millisecond at most, for the end. True when there is more to do.
   bool Step();
-  // What was found, once Step() has returned false.
+  // What was found, once Step() has returned false; nothing where it could not be made.
   const EstimatedCost& result() const;
 
  private:
-  struct Shared;
-  const std::shared_ptr<Shared> shared_;  // with the thread
+  const std::shared_ptr<CostWorker> worker_;
+  const std::shared_ptr<CostWorker::Job> job_;  // shared with the thread
 };
 
 }  // namespace host

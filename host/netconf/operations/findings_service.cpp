@@ -158,9 +158,11 @@ InterfaceNames SystemInterfaces() {
 
 FindingsSearch::FindingsSearch(uint64_t commit, InterfaceNames interfaces,
                                std::unique_ptr<FindingsReader> reader,
+                               std::shared_ptr<CostWorker> worker,
                                std::function<void(const Result& result)> on_done)
     : known_{commit, std::move(interfaces), {}, {}},
       reader_(std::move(reader)),
+      worker_(std::move(worker)),
       on_done_(std::move(on_done)) {}
 
 FindingsSearch::Progress FindingsSearch::Step() {
@@ -185,7 +187,7 @@ void FindingsSearch::BeginAnalysis() {
     interface.absent = known_.interfaces && known_.interfaces->count(name) == 0;
   }
   analysis_ = std::make_unique<findings::Analysis>(configuration);
-  estimate_ = std::make_unique<CostEstimate>(std::move(configuration));
+  estimate_ = std::make_unique<CostEstimate>(std::move(configuration), worker_);
 }
 
 bool FindingsSearch::Analyse() {
@@ -227,7 +229,7 @@ std::shared_ptr<FindingsSearch> FindingsService::OfRunning() {
                     search->Step() != FindingsSearch::Progress::kFailed;
   if (!same) {
     search = std::make_shared<FindingsSearch>(
-        commit, std::move(interfaces), Reader(nullptr),
+        commit, std::move(interfaces), Reader(nullptr), worker_,
         [this](const FindingsSearch::Result& result) { known_ = result; });
     running_ = search;
   }
@@ -238,7 +240,7 @@ std::shared_ptr<FindingsSearch> FindingsService::OfCandidate() const {
   auto reader = std::make_unique<FindingsReader>(datastore_.Context(), candidate_.Content(),
                                                  candidate_.Holder(), nullptr, pages_);
   return std::make_shared<FindingsSearch>(datastore_.TransactionId(), interfaces_(),
-                                          std::move(reader), nullptr);
+                                          std::move(reader), worker_, nullptr);
 }
 
 std::shared_ptr<FindingsSearch> FindingsService::OfEdit(const lyd_node* edit,
@@ -248,7 +250,7 @@ std::shared_ptr<FindingsSearch> FindingsService::OfEdit(const lyd_node* edit,
   *errors = preview.errors;
   if (!errors->empty()) return nullptr;
   return std::make_shared<FindingsSearch>(datastore_.TransactionId(), interfaces_(),
-                                          Reader(preview.difference.get()), nullptr);
+                                          Reader(preview.difference.get()), worker_, nullptr);
 }
 
 void FindingsService::Show(StateProviders* providers) {

@@ -47,7 +47,9 @@ class FindingsSearch {
   using Result = std::shared_ptr<const FindingsResult>;
 
   // `on_done` (may be null) is called with the result, when there is one.
+  // `worker` finds out the cost.
   FindingsSearch(uint64_t commit, InterfaceNames interfaces, std::unique_ptr<FindingsReader> reader,
+                 std::shared_ptr<CostWorker> worker,
                  std::function<void(const Result& result)> on_done);
   // A search whose result is known.
   explicit FindingsSearch(Result result) : result_(std::move(result)) {}
@@ -70,6 +72,7 @@ class FindingsSearch {
   FindingsResult known_;                          // but for what is found
   std::unique_ptr<FindingsReader> reader_;        // until all is read
   std::unique_ptr<findings::Analysis> analysis_;  // until it is done
+  std::shared_ptr<CostWorker> worker_;
   std::unique_ptr<CostEstimate> estimate_;
   std::function<void(const Result& result)> on_done_;
   bool failed_ = false;
@@ -103,6 +106,7 @@ class FindingsService {
   Candidate& candidate_;
   const std::shared_ptr<PageMemory> pages_;
   const std::function<InterfaceNames()> interfaces_;
+  const std::shared_ptr<CostWorker> worker_ = std::make_shared<CostWorker>();
   std::weak_ptr<FindingsSearch> running_;  // the last one, for others to join
   FindingsSearch::Result known_;           // the last one's that came to its end
   StateProviders::Registration shown_;

@@ -12,7 +12,10 @@ namespace {
 using findings::Configuration;
 
 EstimatedCost EstimateOf(const Configuration& configuration) {
-  CostEstimate estimate(std::make_shared<const Configuration>(configuration));
+  const auto worker = std::make_shared<CostWorker>();
+  const auto content = std::make_shared<const Configuration>(configuration);
+  { const CostEstimate unwanted(content, worker); }
+  CostEstimate estimate(content, worker);
   while (estimate.Step()) {
   }
   return estimate.result();
