@@ -157,7 +157,11 @@ class Rfc8519Reader {
       return true;
     });
     const bool handled = ace->handling != Handling::kNone;
-    if (own_no_action) ace->handling = Handling::kNone;
+    if (own_no_action && ace->handling == Handling::kDeny) {
+      reading->builder.Refuse(place + "/no-action", "no action, beside one that drops", false);
+    } else if (own_no_action) {
+      ace->handling = Handling::kNone;
+    }
     return handled;
   }
 
@@ -166,7 +170,9 @@ class Rfc8519Reader {
     const auto is = [&node](const char* name) {
       return IsIdentity(node, kAccessControlList, name);
     };
-    if (is("accept")) {
+    if (ace->handling != Handling::kNone) {
+      reading->builder.Refuse(path, "a second action", false);
+    } else if (is("accept")) {
       ace->handling = Handling::kPermit;
     } else if (is("drop") || is("reject")) {
       ace->handling = Handling::kDeny;

@@ -24,6 +24,7 @@ void TakeEthertype(Reading* reading, const Statement& statement, const Rule& rul
 }
 
 void TakePort(Reading* reading, const Statement& statement, const Rule& rule) {
+  if (!statement.node.value.empty()) return RefuseValue(reading, statement);
   if (statement.node.children.empty()) return;
   RefuseOthers(reading, statement, {"lower-port", "upper-port", "operator", "port"});
   const std::optional<Ranges> ports = PortsOfRfc8519(statement.node);
@@ -35,6 +36,7 @@ void TakePort(Reading* reading, const Statement& statement, const Rule& rule) {
 
 void TakeVlans(Reading* reading, const Statement& statement, const Rule& rule) {
   const Node& filter = statement.node;
+  if (!filter.value.empty()) return RefuseValue(reading, statement);
   RefuseOthers(reading, statement, {"frame-type", "operator", "lower-vlan", "upper-vlan", "vlan"});
   if (const Node* type = filter.Find("frame-type")) {
     reading->builder.Refuse(statement.path + "/frame-type", "the frame type " + type->value);
@@ -57,7 +59,8 @@ void TakeVlans(Reading* reading, const Statement& statement, const Rule& rule) {
     if (ranges) vlans.insert(vlans.end(), ranges->begin(), ranges->end());
   }
   if (!right) return reading->builder.Refuse(statement.path, "VLANs that are not in order");
-  if (vlans.empty()) return;
+  if (vlans.empty() && filter.children.empty()) return;
+  if (vlans.empty()) return reading->builder.Refuse(statement.path, "VLANs that are not given");
   vlans = Union(std::move(vlans));
   if (op == "neq") vlans = Difference({{0, kMostVlan}}, vlans);
   if (vlans.empty()) return reading->builder.Refuse(statement.path, "no VLAN at all");
@@ -79,7 +82,7 @@ constexpr Rule kRules[] = {
     {"eth/source-mac-address-mask", TakeMask},
     {"eth/ethertype", TakeEthertype, kEthertype},
     {"vlan-filter", TakeVlans, kVlan},
-    {"isid-filter", Refuse, kFieldCount, 0, "a service instance (I-SID)"},
+    {"isid-filter", RefuseContent, kFieldCount, 0, "a service instance (I-SID)"},
     {"ipv4/dscp", TakeDscp},
     {"ipv4/ecn", TakeEcn},
     {"ipv4/protocol", TakeNumber, kIpProtocol, 255},
@@ -95,16 +98,16 @@ constexpr Rule kRules[] = {
     {"ipv4/offset", Refuse, kFieldCount, 0, "a fragment offset of"},
     {"ipv4/identification", Refuse, kFieldCount, 0, "an identification of"},
     {"ipv4/ipv4-fragment", Refuse, kFieldCount, 0, "fragments"},
-    {"ipv6", Refuse, kFieldCount, 0, "IPv6"},
+    {"ipv6", RefuseContent, kFieldCount, 0, "IPv6"},
     {"tcp/destination-port", TakePort, kDestinationPort},
     {"tcp/destination-tcp-port-set", TakePortSet, kDestinationPort},
-    {"tcp/source-port", Refuse, kFieldCount, 0, "a source port"},
+    {"tcp/source-port", RefuseContent, kFieldCount, 0, "a source port"},
     {"tcp/source-tcp-port-set", Refuse, kFieldCount, 0, "source ports of the set"},
     {"tcp/flags", Refuse, kFieldCount, 0, "the TCP flags"},
-    {"tcp/flags-bitmask", Refuse, kFieldCount, 0, "TCP flags"},
+    {"tcp/flags-bitmask", RefuseContent, kFieldCount, 0, "TCP flags"},
     {"udp/destination-port", TakePort, kDestinationPort},
     {"udp/destination-udp-port-set", TakePortSet, kDestinationPort},
-    {"udp/source-port", Refuse, kFieldCount, 0, "a source port"},
+    {"udp/source-port", RefuseContent, kFieldCount, 0, "a source port"},
     {"udp/source-udp-port-set", Refuse, kFieldCount, 0, "source ports of the set"},
     {"udp/length", Refuse, kFieldCount, 0, "a UDP length of"},
     {"icmp/type", Refuse, kFieldCount, 0, "an ICMP type of"},
@@ -113,7 +116,7 @@ constexpr Rule kRules[] = {
     {"egress-interface", Refuse, kFieldCount, 0, "the egress interface"},
     {"pattern", Refuse, kFieldCount, 0, "a pattern in the payload"},
     {"alias-name", Refuse, kFieldCount, 0, "the alias"},
-    {"mpls-values", Refuse, kFieldCount, 0, "MPLS"},
+    {"mpls-values", RefuseContent, kFieldCount, 0, "MPLS"},
     {"own:vlan", TakeNumber, kVlan, 4094},
     {"own:pcp", TakeNumber, kPcp, 7},
     {"own:destination-port", TakeNumber, kDestinationPort, kMostPort},

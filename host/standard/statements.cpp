@@ -108,9 +108,12 @@ void RefuseValue(Reading* reading, const Statement& statement) {
                           "\"" + statement.node.value + "\" is no value that is known");
 }
 
-void Refuse(Reading* reading, const Statement& statement, const Rule& rule) {
-  // A container without content says nothing.
+void RefuseContent(Reading* reading, const Statement& statement, const Rule& rule) {
   if (statement.node.children.empty() && statement.node.value.empty()) return;
+  Refuse(reading, statement, rule);
+}
+
+void Refuse(Reading* reading, const Statement& statement, const Rule& rule) {
   const std::string value = statement.node.value.empty() ? "" : " " + statement.node.value;
   reading->builder.Refuse(statement.path, rule.meaning + value);
 }

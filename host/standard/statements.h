@@ -110,8 +110,10 @@ void RefuseOthers(Reading* reading, const Statement& statement,
 // Refuses a condition that no table has.
 void RefuseUnknown(Reading* reading, const std::string& place, const Node& node);
 
-// For tables. What has no place here is refused, with its value, where it says anything.
+// For tables. What has no place here is refused, with its value.
 void Refuse(Reading* reading, const Statement& statement, const Rule& rule);
+// The same of a container, which says nothing where it is empty.
+void RefuseContent(Reading* reading, const Statement& statement, const Rule& rule);
 void TakeNumber(Reading* reading, const Statement& statement, const Rule& rule);
 void TakeDscp(Reading* reading, const Statement& statement, const Rule& rule);
 void TakePrefix(Reading* reading, const Statement& statement, const Rule& rule);

@@ -37,7 +37,9 @@ std::optional<Tag> TagIn(const std::string& description, std::string_view tag) {
 std::string UniqueNames::Take(const std::string& wanted) {
   std::string name = wanted.substr(0, longest_);
   while (!taken_.insert(name).second) {
-    const uint32_t number = ++last_.try_emplace(wanted, 1).first->second;
+    // Names with the same beginning come to the same suffixes, so they count together.
+    const std::string stem = wanted.substr(0, longest_ - std::min<size_t>(longest_, 8));
+    const uint32_t number = ++last_.try_emplace(stem, 1).first->second;
     const std::string suffix = separator_ + std::to_string(number);
     name = wanted.substr(0, longest_ - std::min(longest_, suffix.size())) + suffix;
   }

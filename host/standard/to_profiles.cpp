@@ -137,8 +137,21 @@ class ToProfilesConverter {
 
   // Whether the last entry stands for the end of a profile, which passes what is left.
   static bool EndsAsProfiles(const Acl& acl) {
-    return !acl.aces.empty() && acl.aces.back().is_end &&
-           acl.aces.back().handling == Handling::kPermit && acl.aces.back().problems.empty();
+    if (acl.aces.empty()) return false;
+    const Ace& last = acl.aces.back();
+    return last.is_end && last.handling == Handling::kPermit && !last.set_pcp &&
+           last.problems.empty() && HasAll(acl, last);
+  }
+
+  // Whether the entry has all packets that come so far.
+  static bool HasAll(const Acl& acl, const Ace& ace) {
+    if (ace.matches_nothing) return false;
+    if (AskForNothing(ace.conditions)) return true;
+    Conditions rest = ace.conditions;
+    rest[kDestinationIpv4].clear();
+    const auto& destination = ace.conditions[kDestinationIpv4];
+    return acl.kind == Kind::kIpv4 && AskForNothing(rest) && destination.size() == 1 &&
+           destination[0].mask == 0;
   }
 
   void ConvertAce(const Ace& ace, std::vector<Part>* parts) {
@@ -176,7 +189,9 @@ class ToProfilesConverter {
   }
 
   void Skip(const Ace& ace, const Problem& problem) {
-    const bool deny = ace.handling == Handling::kDeny;
+    // What an entry does that has no action known here may be to drop.
+    const bool deny =
+        ace.handling == Handling::kDeny || (ace.handling == Handling::kNone && !ace.set_pcp);
     if (!options_.allowance.skip_entries) {
       const char* why = !problem.is_condition ? "there is nothing like it"
                         : deny                ? "the entry would drop more without it"
@@ -191,16 +206,8 @@ class ToProfilesConverter {
   void AddEnd(const Acl& acl, Ace* end, std::vector<Part>* parts) {
     if (EndsAsProfiles(acl)) return;
     if (acl.kind == Kind::kIpv4) end->conditions[kDestinationIpv4] = {{0, 0}};
-    const auto all = [&](const Ace& ace) {
-      if (AskForNothing(ace.conditions)) return true;
-      Conditions rest = ace.conditions;
-      rest[kDestinationIpv4].clear();
-      const auto& destination = ace.conditions[kDestinationIpv4];
-      return acl.kind == Kind::kIpv4 && AskForNothing(rest) && destination.size() == 1 &&
-             destination[0].mask == 0;
-    };
     const std::string path = acl.path + "/aces";
-    if (!parts->empty() && all(*parts->back().ace)) return;
+    if (!parts->empty() && HasAll(acl, *parts->back().ace)) return;
     if (options_.end == End::kPermit) {
       return Add(Outcome::kExact, path, "the end of the list passes what is left",
                  "no entry: that is the end of a profile");
@@ -246,7 +253,8 @@ class ToProfilesConverter {
       const bool fits = at && *at >= next_free && *at + part.count - 1 <= kHighest;
       own = own && part.ace->ace_priority && fits;
       // The end of the list has no number, and a place at the end.
-      const bool at_end = &part == &parts.back() && !at && next_free <= kHighest;
+      const bool at_end =
+          &part == &parts.back() && !at && next_free + kStep + part.count - 1 <= kHighest;
       numbered = numbered && (at_end || fits);
       if (at) next_free = *at + part.count;
     }

@@ -331,6 +331,29 @@ TEST(StandardTest, ForeignStatementsAreTold) {
   }
 }
 
+// What contradicts itself, or has another form than it should, makes no entry wider in silence.
+TEST(StandardTest, DoubtfulEntriesAreRefused) {
+  constexpr const char* kAces[] = {
+      R"("matches": {"ipv4": {"protocol": 6}, "tcp": {"flags": ""}}, "actions": {"forwarding": "accept"})",
+      R"("matches": {"tcp": {"destination-port": 443}}, "actions": {"forwarding": "accept"})",
+      R"("matches": {"ipv4": {"ttl": ""}}, "actions": {"forwarding": "accept"})",
+      R"("actions": {"forwarding": "drop", "acl-app-standard:no-action": [null]})",
+      R"("actions": {"forwarding": ["drop", "accept"]})"};
+  for (const char* ace : kAces) {
+    const std::string text = R"({"ietf-access-control-list:acls": {"acl": [{"name": "a", "type":
+        "ipv4-acl-type", "aces": {"ace": [{"name": "x", )" +
+                             std::string(ace) + "}]}}]}}";
+    Report report;
+    ToProfiles(ReadLists(text), {}, &report);
+    EXPECT_EQ(Outcome::kRefused, report.Worst()) << text;
+  }
+  const std::string narrow = R"({"ietf-access-control-list:acls": {"acl": [{"name": "a", "type":
+      "ipv4-acl-type", "aces": {"ace": [{"name": "e", "acl-app-standard:end-of-profile": [null],
+      "matches": {"ipv4": {"source-ipv4-network": "10.0.0.0/8"}}, "actions": {"forwarding": "accept"}}]}}]}})";
+  Report report;
+  EXPECT_EQ(2u, ToProfiles(ReadLists(narrow), {}, &report).profiles.at(0).entries.size());
+}
+
 // Names and numbers come back, of lists whose names ours cannot have as they are, too.
 TEST(StandardTest, NamesComeBack) {
   const std::vector<std::string> lists = {"web/in", "web_in", "a]b \\c", std::string(64, '/'),
