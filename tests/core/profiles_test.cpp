@@ -161,6 +161,11 @@ TEST_F(ModelTest, LayoutIsThePlatforms) {
                                  &Model::Interfaces(model_), &Model::UsedL2(model_),
                                  &Model::UsedL3(model_)};
   for (size_t i = 0; i < 5; ++i) EXPECT_EQ(members[i], &maps[i]) << i;
+
+  using F = acl_app::AclFilter;
+  EXPECT_EQ(SlotsOf(&F::SubmitConfiguration), std::vector<size_t>{order.size()});
+  EXPECT_FALSE(std::has_virtual_destructor_v<F>);
+  EXPECT_EQ(sizeof(F), sizeof(M) + sizeof(void*));
 }
 
 TEST_F(ModelTest, InterfacesHoldSetsOfNames) {
