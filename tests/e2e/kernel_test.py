@@ -242,8 +242,11 @@ class KernelTest(DaemonTest):
         daemon.start()
         with open("/proc/sys/net/core/wmem_max") as octets:
             many = range(1, int(octets.read()) // 350)  # some 1000 octets each, of twice as many
+        if len(many) > 30000:
+            self.skipTest("the kernel takes larger updates than are made here")
         config = CONFIG.replace("port0", "lo") % "".join(DENY % (n, n) for n in many)
-        self.aclctl(daemon, "apply", self.write("config.xml", config))
+        self.assertIn("is not applied", self.aclctl(daemon, "apply", self.write(
+            "config.xml", config)).stderr)
         self.await_events(daemon, outcome % (2, "failed reason=.*refused"))
 
     def rules(self):
