@@ -55,10 +55,19 @@ void Notifier::OnCommit(const lyd_node* diff, const CommitInfo& info) {
   Tell(NotificationLog::kCommits, ConfigChangeText(diff, info, datastore_.Context()));
 }
 
+// A replay is in the order of times, so no two are equal. A clock that was set back is followed all
+// the same.
+int64_t Notifier::NextTime() {
+  constexpr int64_t kTogether = 1000;
+  const int64_t now = NowMicroseconds();
+  last_us_ = now <= last_us_ && last_us_ - now < kTogether ? last_us_ + 1 : now;
+  return last_us_;
+}
+
 void Notifier::Tell(NotificationLog::Shelf shelf, std::string content) {
   std::replace(content.begin(), content.end(), '\n', ' ');
   const auto notification =
-      std::make_shared<const Notification>(Notification{NowMicroseconds(), std::move(content)});
+      std::make_shared<const Notification>(Notification{NextTime(), std::move(content)});
   log_.Add(shelf, notification);
   for (Subscription* subscription : subscriptions_) subscription->Add(notification);
 }

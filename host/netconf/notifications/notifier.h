@@ -43,12 +43,14 @@ class Notifier : private CommitObserver {
 
  private:
   void OnCommit(const lyd_node* diff, const CommitInfo& info) override;
+  int64_t NextTime();
   void Tell(NotificationLog::Shelf shelf, std::string content);
 
   Datastore& datastore_;
   EventLoop& loop_;
   const std::shared_ptr<Events> events_;
   NotificationLog log_;
+  int64_t last_us_ = 0;  // the last notification's time
   ParsedNotification parsed_;
   std::vector<Subscription*> subscriptions_;
 };
