@@ -40,7 +40,7 @@ int BindProfiles(AclFilter* filter, const std::string& interface, const confd_va
 // are only logged. A failed count of the interfaces loads as none.
 int ConfDManager::LoadAclInterfaces(int sock) {
   constexpr int kTimeoutSeconds = 10;
-  const int count = cdb_num_instances(sock, "%s", "/config/access-list/interface/");
+  const int count = cdb_num_instances(sock, "/config/access-list/interface/");
   int rc = 0;
   for (int i = 0; i < count; ++i) {
     std::ostringstream instance;

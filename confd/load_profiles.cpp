@@ -119,7 +119,8 @@ int ConfDManager::LoadConfdAce(int sock, const char* aclName, std::string entrie
   for (int i = 0; i < count; ++i) {
     const std::string path = InstancePath(entriesPath, i, "]/");
     cdb_set_timeout(sock, kTimeoutSeconds);
-    // A failed read keeps the last priority, which the model then refuses as a duplicate.
+    // A failed read keeps the last priority, 0 for the first entry; the model refuses it when there
+    // is such an entry.
     cdb_get_int32(sock, &priority, "%s", (path + "ace-priority").c_str());
     int rc = filter_->CreateEntry(aclName, priority);
     if (rc != ACL_OK) {

@@ -36,7 +36,7 @@ std::string ContainerOf(int sock, const char* path) {
   char container[8192];
   container[0] = '\0';
   cdb_cd(sock, "%s", path);
-  cdb_cd(sock, "%s", "..");
+  cdb_cd(sock, "..");
   cdb_getcwd(sock, sizeof(container), container);
   return container;
 }

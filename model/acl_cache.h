@@ -91,10 +91,10 @@ class AclCache {
 
   // Copies a profile's entries. 0, ACL_ERR_NOT_FOUND (`out` stays).
   aclErr_t GetEntriesMap(const std::string& name,
-                         std::map<unsigned short, FiltersCommon::FiltersEntry>& out) const;
+                         std::map<unsigned short, FiltersCommon::FiltersEntry>& out);
   // Copies one entry; the copy is detached from the model. 0, ACL_ERR_NOT_FOUND.
   aclErr_t GetEntry(const std::string& name, int entryPrio,
-                    std::shared_ptr<FiltersCommon::FiltersEntry>& out) const;
+                    std::shared_ptr<FiltersCommon::FiltersEntry>& out);
   // The empty groups that every merge starts from.
   FiltersCommon::FiltersGroup CreateBasicL2Group() const;
   FiltersCommon::FiltersGroup CreateBasicL3Group() const;

@@ -99,7 +99,7 @@ aclErr_t AclCache::RemoveEntry(const std::string& name, int entryPrio) {
 }
 
 aclErr_t AclCache::GetEntriesMap(const std::string& name,
-                                 std::map<unsigned short, FiltersEntry>& out) const {
+                                 std::map<unsigned short, FiltersEntry>& out) {
   auto pre_created = pre_created_profiles_.find(name);
   if (pre_created != pre_created_profiles_.end()) {
     out = pre_created->second.entries;
@@ -112,7 +112,7 @@ aclErr_t AclCache::GetEntriesMap(const std::string& name,
 }
 
 aclErr_t AclCache::GetEntry(const std::string& name, int entryPrio,
-                            std::shared_ptr<FiltersEntry>& out) const {
+                            std::shared_ptr<FiltersEntry>& out) {
   const FiltersEntry* entry = FindEntry(name, entryPrio);
   if (entry == nullptr) return ACL_ERR_NOT_FOUND;
   out = std::make_shared<FiltersEntry>(*entry);
