@@ -113,7 +113,9 @@ class AclctlTest(DaemonTest):
             ("dst 2001:db8::1 tcp 443 tpid 0x88a8", "inner-ethertype 0x86dd dst-port 443\n"),
             ("tcp 443 vlan 11", "L2:    macs%s entry 2 (any frame: permit, set-pcp 3)\n"
              "L3:    no entries\nframe is passed, pcp 3, queue 3\n"),
-            ("vlan 010", "vlan 10 "),
+            ("vlan 010", "vlan 10 "), ("ethertype 0806", "ethertype 0x0806\n"),
+            ("ethertype arp vlan 1 tpid service-vlan", "ethertype 0x88a8 vlan 1 pcp 0 inner-ethertype 0x0806\n"),
+            ("dst 10.0.0.1 dscp ef tcp dport https", "tos 184 src-ip 0.0.0.0 dst-ip 10.0.0.1 protocol 6 dst-port 443\n"),
             ("tcp 443 vlan 11 --why", "PROFILE  ENTRY  MISSES\nmacs%s       1  vlan 10, "),
         ):
             self.assertIn(says, self.run_ok("trace", "acl0", *words.split()))
@@ -138,6 +140,8 @@ class AclctlTest(DaemonTest):
             (3, "--pcap nothing", "cannot read nothing"), (2, "tcp 1 -n 2", "-n is for --pcap"),
             (3, f"--pcap {capture} -n 3", "has 2 frames"), (2, "tos tcp", "tos takes a number"),
             (2, "src 10.0.0.1 dst ::1", "different IP versions"),
+            (2, "tcp 80 udp 90", "udp: protocol is given twice"), (2, "tcp 99999", "up to 65535"),
+            (2, "src 10.0.0.1 src-ip 10.0.0.2", "src is given twice"), (2, "tos 1 dscp 2", "exclude"),
         ):
             self.assert_fails(status, "trace", "acl0", *words.split(), says=[says])
 

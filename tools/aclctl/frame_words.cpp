@@ -2,9 +2,11 @@
 #include "tools/aclctl/frame_words.h"
 
 #include <arpa/inet.h>
+#include <libyang/libyang.h>
 #include <netinet/ether.h>
 #include <pcap/pcap.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdlib>
@@ -12,11 +14,14 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 
 namespace aclctl {
 namespace {
 
 constexpr uint16_t kIpv4 = 0x0800, kIpv6 = 0x86dd, kTag = 0x8100;
+constexpr char kMatch[] =
+    "/acl-app:config/access-list/acl-profile/ingress/access-list/access-list-entry/match";
 constexpr uint16_t kNothing = 0x88b5;  // an EtherType for experiments: of a frame of no protocol
 
 // What the words give, in host byte order.
@@ -32,90 +37,172 @@ struct WantedFrame {
   bool Has(const char* name) const { return numbers.count(name) != 0; }
 };
 
-// Words that take a number, and what they set. "tcp" and "udp" may stand alone.
-constexpr struct {
+// Words that take a number, what they set, and the match whose values they take by name; the
+// others' values are numbers alone. "tcp" and "udp" may stand alone.
+struct NumberWord {
   const char* word;
   const char* field;
+  const char* match;
   unsigned long most;
-} kNumbers[] = {
-    {"vlan", "vlan", 4095},        {"pcp", "pcp", 7},          {"tpid", "tpid", 0xffff},
-    {"ethertype", "type", 0xffff}, {"dscp", "dscp", 63},       {"tos", "tos", 255},
-    {"protocol", "protocol", 255}, {"proto", "protocol", 255}, {"dst-port", "port", 65535},
-    {"dport", "port", 65535},      {"tcp", "port", 65535},     {"udp", "port", 65535},
+};
+constexpr NumberWord kNumbers[] = {
+    {"vlan", "vlan", nullptr, 4095},
+    {"pcp", "pcp", nullptr, 7},
+    {"tpid", "tpid", "ethertype", 0xffff},
+    {"ethertype", "type", "ethertype", 0xffff},
+    {"ether", "type", "ethertype", 0xffff},
+    {"dscp", "dscp", "dscp", 63},
+    {"tos", "tos", nullptr, 255},
+    {"protocol", "protocol", "ip-protocol", 255},
+    {"proto", "protocol", "ip-protocol", 255},
+    {"dst-port", "port", "destination-port", 65535},
+    {"dport", "port", "destination-port", 65535},
+    {"tcp", "port", "destination-port", 65535},
+    {"udp", "port", "destination-port", 65535},
 };
 
-std::optional<uint16_t> NumberOf(const std::string& text, unsigned long most) {
-  const bool hexadecimal = text.rfind("0x", 0) == 0;
-  const char* const begin = text.data() + (hexadecimal ? 2 : 0);
-  const char* const end = text.data() + text.size();
-  unsigned long value = 0;
-  const auto [read_to, error] = std::from_chars(begin, end, value, hexadecimal ? 16 : 10);
-  if (error != std::errc() || read_to != end || value > most) return std::nullopt;
-  return static_cast<uint16_t>(value);
+// Words that take an address, and what they set.
+struct AddressWord {
+  const char* word;
+  const char* field;
+  bool mac, source;
+};
+constexpr AddressWord kAddresses[] = {
+    {"src-mac", "src-mac", true, true},  {"smac", "src-mac", true, true},
+    {"dst-mac", "dst-mac", true, false}, {"dmac", "dst-mac", true, false},
+    {"src", "src", false, true},         {"src-ip", "src", false, true},
+    {"dst", "dst", false, false},        {"dst-ip", "dst", false, false},
+};
+
+template <class Row, size_t N>
+const Row* FindWord(const Row (&rows)[N], const std::string& word) {
+  const Row* const found =
+      std::find_if(rows, rows + N, [&word](const Row& row) { return word == row.word; });
+  return found == rows + N ? nullptr : found;
 }
 
-std::optional<uint16_t> ProtocolOf(const std::string& text) {
-  static const std::map<std::string, uint16_t> kNames = {
-      {"icmp", 1}, {"tcp", 6}, {"udp", 17}, {"icmpv6", 58}, {"sctp", 132}};
-  const auto named = kNames.find(text);
-  return named != kNames.end() ? named->second : NumberOf(text, 255);
+bool IsFrameWord(const std::string& word) {
+  return FindWord(kNumbers, word) != nullptr || FindWord(kAddresses, word) != nullptr;
 }
 
 Failure Usage(const std::string& message) { return {kUsage, message, {}}; }
 
-Failure SetAddress(const std::string& word, const std::string& value, WantedFrame* wanted) {
-  const bool source = word[0] == 's';
-  if (word.size() > 3 && word.substr(3) == "-mac") {
-    ether_addr* const mac = source ? &wanted->source : &wanted->destination;
-    if (ether_aton_r(value.c_str(), mac) == nullptr) {
-      return Usage("\"" + value + "\" is no MAC address");
+// The number of a value's name; of a number as it stands in the configuration, where texts are
+// hexadecimal.
+std::optional<unsigned long> NumberOf(const lysc_type* type, const std::string& text,
+                                      unsigned long most) {
+  bool hexadecimal = text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0;
+  const char* const begin = text.data() + (hexadecimal ? 2 : 0);
+  const char* const end = text.data() + text.size();
+  const lysc_type* const* members = &type;
+  size_t count = type == nullptr ? 0 : 1;
+  if (count != 0 && type->basetype == LY_TYPE_UNION) {
+    members = reinterpret_cast<const lysc_type_union*>(type)->types;
+    count = LY_ARRAY_COUNT(members);
+  }
+  for (size_t i = 0; i < count; ++i) {
+    hexadecimal = hexadecimal || members[i]->basetype == LY_TYPE_STRING;
+    if (members[i]->basetype != LY_TYPE_ENUM) continue;
+    const auto* names = reinterpret_cast<const lysc_type_enum*>(members[i])->enums;
+    for (size_t name = 0; name < LY_ARRAY_COUNT(names); ++name) {
+      if (text == names[name].name) return names[name].value;
+    }
+  }
+  unsigned long value = 0;
+  const auto [read_to, error] = std::from_chars(begin, end, value, hexadecimal ? 16 : 10);
+  if (error != std::errc() || read_to != end || value > most) return std::nullopt;
+  return value;
+}
+
+// Reads the words, whose values are those of the schema's matches.
+class Reader {
+ public:
+  Reader(const std::vector<std::string>& words, const lysc_node* match, WantedFrame* wanted)
+      : words_(words), match_(match), wanted_(wanted) {}
+
+  Failure Read() {
+    while (next_ < words_.size()) {
+      const std::string& word = words_[next_++];
+      const NumberWord* const number = FindWord(kNumbers, word);
+      const AddressWord* const address = FindWord(kAddresses, word);
+      Failure failure;
+      if (number != nullptr) {
+        failure = ReadNumber(*number);
+      } else if (address != nullptr) {
+        failure = ReadAddress(*address);
+      } else {
+        failure = Usage("a frame is described by " + std::string(kFrameWords) + "; not by \"" +
+                        word + "\"");
+      }
+      if (failure) return failure;
+    }
+    const std::string &source = wanted_->source_ip, &destination = wanted_->destination_ip;
+    if (!source.empty() && !destination.empty() &&
+        (source.find(':') == std::string::npos) != (destination.find(':') == std::string::npos)) {
+      return Usage("src " + source + " and dst " + destination + " are of different IP versions");
     }
     return {};
   }
-  std::array<uint8_t, 16> bytes{};
-  if (inet_pton(AF_INET, value.c_str(), bytes.data()) != 1 &&
-      inet_pton(AF_INET6, value.c_str(), bytes.data()) != 1) {
-    return Usage("\"" + value + "\" is no IP address");
-  }
-  (source ? wanted->source_ip : wanted->destination_ip) = value;
-  return {};
-}
 
-Failure Read(const std::vector<std::string>& words, WantedFrame* wanted) {
-  for (size_t i = 0; i < words.size(); ++i) {
-    const std::string& word = words[i];
-    const bool address = word == "src" || word == "dst" || word == "src-ip" || word == "dst-ip" ||
-                         word == "src-mac" || word == "dst-mac";
-    const auto* number = std::begin(kNumbers);
-    while (number != std::end(kNumbers) && word != number->word) ++number;
-    if (!address && number == std::end(kNumbers)) {
-      return Usage("a frame is described by " + std::string(kFrameWords) + "; not by \"" + word +
-                   "\"");
-    }
-    const bool carrier = word == "tcp" || word == "udp";
-    if (carrier) wanted->numbers["protocol"] = word == "tcp" ? IPPROTO_TCP : IPPROTO_UDP;
-    const std::string value = i + 1 < words.size() ? words[i + 1] : "";
-    if (address) {
-      if (Failure failure = SetAddress(word, value, wanted)) return failure;
-    } else if (const auto read = number->field == std::string("protocol")
-                                     ? ProtocolOf(value)
-                                     : NumberOf(value, number->most)) {
-      wanted->numbers[number->field] = *read;
-    } else if (carrier) {
-      continue;
-    } else {
-      return Usage(word + " takes a number up to " + std::to_string(number->most) + ", not \"" +
-                   value + "\"");
-    }
-    ++i;
+ private:
+  std::string Value() { return next_ < words_.size() ? words_[next_++] : ""; }
+
+  // A failure when something has given the field before.
+  Failure Give(const char* field, const char* word) {
+    if (given_.insert(field).second) return {};
+    return Usage(std::string(word) + ": " + field + " is given twice");
   }
-  const std::string &source = wanted->source_ip, &destination = wanted->destination_ip;
-  if (!source.empty() && !destination.empty() &&
-      (source.find(':') == std::string::npos) != (destination.find(':') == std::string::npos)) {
-    return Usage("src " + source + " and dst " + destination + " are of different IP versions");
+
+  Failure ReadNumber(const NumberWord& word) {
+    const std::string name = word.word;
+    if (name == "tcp" || name == "udp") {
+      if (Failure failure = Give("protocol", word.word)) return failure;
+      wanted_->numbers["protocol"] = name == "tcp" ? IPPROTO_TCP : IPPROTO_UDP;
+      if (next_ == words_.size() || IsFrameWord(words_[next_])) return {};
+    }
+    if (Failure failure = Give(word.field, word.word)) return failure;
+    if ((name == "tos" || name == "dscp") && given_.count("tos") + given_.count("dscp") > 1) {
+      return Usage("dscp and tos exclude each other");
+    }
+    const lysc_node* leaf = word.match == nullptr
+                                ? nullptr
+                                : lys_find_child(match_, match_->module, word.match, 0, 0, 0);
+    const std::string value = Value();
+    const auto read =
+        NumberOf(leaf == nullptr ? nullptr : reinterpret_cast<const lysc_node_leaf*>(leaf)->type,
+                 value, word.most);
+    if (!read) {
+      return Usage(name + " takes a number up to " + std::to_string(word.most) +
+                   (leaf == nullptr ? "" : ", or one of the names of " + std::string(leaf->name)) +
+                   ", not \"" + value + "\"");
+    }
+    wanted_->numbers[word.field] = static_cast<uint16_t>(*read);
+    return {};
   }
-  return {};
-}
+
+  Failure ReadAddress(const AddressWord& word) {
+    if (Failure failure = Give(word.field, word.word)) return failure;
+    const std::string value = Value();
+    if (word.mac) {
+      ether_addr* const mac = word.source ? &wanted_->source : &wanted_->destination;
+      if (ether_aton_r(value.c_str(), mac) != nullptr) return {};
+      return Usage("\"" + value + "\" is no MAC address");
+    }
+    std::array<uint8_t, 16> bytes{};
+    if (inet_pton(AF_INET, value.c_str(), bytes.data()) != 1 &&
+        inet_pton(AF_INET6, value.c_str(), bytes.data()) != 1) {
+      return Usage("\"" + value + "\" is no IP address");
+    }
+    (word.source ? wanted_->source_ip : wanted_->destination_ip) = value;
+    return {};
+  }
+
+  const std::vector<std::string>& words_;
+  const lysc_node* match_;
+  WantedFrame* wanted_;
+  size_t next_ = 0;
+  std::set<std::string> given_;
+};
 
 class Builder {
  public:
@@ -195,9 +282,11 @@ class Builder {
 
 }  // namespace
 
-Failure FrameFromWords(const std::vector<std::string>& words, FrameBytes* frame) {
+Failure FrameFromWords(const std::vector<std::string>& words, const ly_ctx* schema,
+                       FrameBytes* frame) {
   WantedFrame wanted;
-  if (Failure failure = Read(words, &wanted)) return failure;
+  const lysc_node* const match = lys_find_path(schema, nullptr, kMatch, 0);
+  if (Failure failure = Reader(words, match, &wanted).Read()) return failure;
   *frame = Builder(wanted).Build();
   return {};
 }

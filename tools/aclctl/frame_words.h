@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "host/cdb/schema/yang_tree.h"
 #include "tools/aclctl/client.h"
 
 namespace aclctl {
@@ -17,9 +18,13 @@ inline constexpr char kFrameWords[] =
     "src-mac, dst-mac, vlan, pcp, tpid, ethertype, src, dst, tos, dscp, protocol, tcp, udp, "
     "dst-port";
 
-// Builds a frame from words such as "src 10.0.0.1 dst 10.0.0.2 tcp 443 vlan 100 pcp 3". What is not
-// named is zero, but for the MAC addresses, which are local ones, and lengths, which are right.
-Failure FrameFromWords(const std::vector<std::string>& words, FrameBytes* frame);
+// Builds a frame from words such as "src 10.0.0.1 dst 10.0.0.2 tcp 443 vlan 100 pcp 3". Values have
+// the names and forms that the matches of `schema` (with the module acl-app) have. What is not
+// named is zero, but for the MAC addresses, which are local ones, lengths, which are right, and
+// where nothing says what the frame carries: an EtherType and a protocol for experiments, TCP with
+// a port.
+Failure FrameFromWords(const std::vector<std::string>& words, const ly_ctx* schema,
+                       FrameBytes* frame);
 
 // Reads hexadecimal digits; blanks and colons between them do not count.
 Failure FrameFromHex(const std::string& digits, FrameBytes* frame);

@@ -250,7 +250,7 @@ std::string DescribeType(const lysc_type* type) {
     case LY_TYPE_UNION: {
       const auto* any = reinterpret_cast<const lysc_type_union*>(type);
       LY_ARRAY_FOR(any->types, i) {
-        if (!text.empty()) text += " or ";
+        if (!text.empty()) text += any->types[i]->basetype == LY_TYPE_STRING ? "; " : " or ";
         text += DescribeType(any->types[i]);
       }
       return text;

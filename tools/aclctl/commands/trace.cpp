@@ -117,7 +117,13 @@ void AddFrame(size_t number, const lyd_node* trace, Table* table) {
                  deciders.empty() ? "-" : deciders});
 }
 
-Failure ReadFrames(const TraceWanted& wanted, std::vector<FrameBytes>* frames) {
+Failure FetchModules(Client* client, host::ContextPtr* schema) {
+  return FetchSchema(client, {"acl-app", "acl-app-filters"}, schema);
+}
+
+// `schema` is fetched where the frame is given by words.
+Failure ReadFrames(const TraceWanted& wanted, Client* client, host::ContextPtr* schema,
+                   std::vector<FrameBytes>* frames) {
   const int ways = (wanted.words.empty() ? 0 : 1) + (wanted.hex.empty() ? 0 : 1) +
                    (wanted.capture.empty() ? 0 : 1);
   if (ways != 1) return {kUsage, "a frame is given by words, by --hex or by --pcap", {}};
@@ -137,8 +143,9 @@ Failure ReadFrames(const TraceWanted& wanted, std::vector<FrameBytes>* frames) {
     return {};
   }
   frames->emplace_back();
-  return wanted.hex.empty() ? FrameFromWords(wanted.words, &frames->back())
-                            : FrameFromHex(wanted.hex, &frames->back());
+  if (!wanted.hex.empty()) return FrameFromHex(wanted.hex, &frames->back());
+  if (Failure failure = FetchModules(client, schema)) return failure;
+  return FrameFromWords(wanted.words, schema->get(), &frames->back());
 }
 
 std::string Request(const TraceWanted& wanted, const FrameBytes& frame) {
@@ -154,13 +161,13 @@ std::string Request(const TraceWanted& wanted, const FrameBytes& frame) {
 
 Failure Trace(const Common& common, const TraceWanted& wanted) {
   std::vector<FrameBytes> frames;
-  if (Failure failure = ReadFrames(wanted, &frames)) return failure;
   Client client;
   if (Failure failure = client.Open(common.socket)) return failure;
   host::ContextPtr context;
+  if (Failure failure = ReadFrames(wanted, &client, &context, &frames)) return failure;
   const bool json = common.form == Form::kJson;
-  if (json) {
-    if (Failure failure = FetchSchema(&client, {"acl-app-filters"}, &context)) return failure;
+  if (json && context == nullptr) {
+    if (Failure failure = FetchModules(&client, &context)) return failure;
   }
   Table table({{"FRAME", Align::kRight}, {"FIELDS"}, {"VERDICT"}, {"DECIDED BY"}});
   std::string output;  // JSON
