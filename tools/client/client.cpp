@@ -38,6 +38,8 @@ Failure ReadErrors(const lyd_node* reply) {
   return failure;
 }
 
+constexpr int kFarewell = 1000;  // milliseconds that the end of a session may take
+
 }  // namespace
 
 Client::Client(Patience patience)
@@ -46,6 +48,13 @@ Client::Client(Patience patience)
       decoder_(std::numeric_limits<size_t>::max() / 2) {}
 
 Client::~Client() {
+  // So that the daemon takes the session for ended, not for broken off.
+  if (session_id_ != 0) {
+    const Failure failure = Send("<rpc message-id=\"" + std::to_string(++last_id_) + "\" xmlns=\"" +
+                                 host::kNetconfNamespace + "\"><close-session/></rpc>");
+    pollfd answer = {fd_, POLLIN, 0};
+    if (!failure) poll(&answer, 1, kFarewell);
+  }
   if (fd_ >= 0) close(fd_);
 }
 
