@@ -50,7 +50,9 @@ std::string WhyNotJson(const std::string& content) {
     const nlohmann::json parsed = nlohmann::json::parse(content);
     return parsed.is_discarded() ? "it is not well-formed" : "";
   } catch (const nlohmann::json::parse_error& error) {
-    return error.what();
+    const std::string text = error.what();  // begins with the library's own name of it
+    const size_t end = text.find("] ");
+    return end == std::string::npos ? text : text.substr(end + 2);
   }
 }
 

@@ -31,7 +31,10 @@ Failure FindStandard(const std::string& name, Standard* standard) {
     *standard = known.standard;
     return {};
   }
-  return {kUsage, "\"" + name + "\" is none of " + names, {}};
+  return {kUsage,
+          (name.empty() ? "the model is not named" : "there is no model \"" + name + "\"") +
+              std::string(": it is one of ") + names,
+          {}};
 }
 
 void AddLossOptions(Syntax* syntax, LossOptions* options) {

@@ -19,10 +19,11 @@ void LogResult(const RpcMessage& message, const OperationResult& result,
   const char* name = message.name();
   if (!result.errors.empty()) {
     const RpcError& error = result.errors.front();
+    const std::string path = error.path.empty() ? "" : " " + CutText(error.path, kMaxOutsideText);
     session.log->Write(LogLevel::kWarning,
-                       "netconf: session %u (%s): %s refused with %zu error(s), first: %s %s: %s",
+                       "netconf: session %u (%s): %s refused with %zu error(s), first: %s%s: %s",
                        session.id, session.user.c_str(), name, result.errors.size(),
-                       error.tag.c_str(), CutText(error.path, kMaxOutsideText).c_str(),
+                       error.tag.c_str(), path.c_str(),
                        CutText(error.message, kMaxOutsideText).c_str());
   } else {
     session.log->Write(LogLevel::kInfo, "netconf: session %u (%s): %s %s", session.id,

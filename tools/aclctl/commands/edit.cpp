@@ -67,11 +67,17 @@ class Draft {
   bool kept_ = false;
 };
 
+// The operator's editor; null where it is not known and there is no terminal for another.
+const char* Editor() {
+  for (const char* name : {"VISUAL", "EDITOR"}) {
+    const char* const editor = std::getenv(name);
+    if (editor != nullptr && *editor != 0) return editor;
+  }
+  return isatty(STDIN_FILENO) != 0 ? "vi" : nullptr;
+}
+
 // Opens the editor and waits for its end. Whether it ended well.
-bool RunEditor(const std::string& path) {
-  const char* editor = std::getenv("VISUAL");
-  if (editor == nullptr || *editor == 0) editor = std::getenv("EDITOR");
-  if (editor == nullptr || *editor == 0) editor = "vi";
+bool RunEditor(const char* editor, const std::string& path) {
   const KeysForOther keys;
   const pid_t process = fork();
   if (process == 0) {
@@ -199,7 +205,7 @@ Failure Preview(const Common& common, Client* client, const Edit& edit) {
 Failure EditOnce(const Common& common, Client* client, const Editing& editing,
                  const EditWanted& wanted, Draft* draft, bool* done) {
   std::string text;
-  if (!RunEditor(draft->path())) return {kFile, "the editor failed", {}};
+  if (!RunEditor(Editor(), draft->path())) return {kFile, "the editor failed", {}};
   if (Failure failure = ReadFile(draft->path(), &text)) return failure;
   text = WithoutMarks(text);
   Edit edit;
@@ -232,6 +238,9 @@ Failure EditOnce(const Common& common, Client* client, const Editing& editing,
 
 Failure EditConfig(const Common& common, const EditWanted& wanted) {
   if (Failure failure = CheckCommitOptions(wanted.options)) return failure;
+  if (Editor() == nullptr) {
+    return {kUsage, "there is no terminal to edit at; EDITOR can name a program that does it", {}};
+  }
   Client client;
   if (Failure failure = client.Open(common.socket)) return failure;
   host::ContextPtr context;

@@ -1,5 +1,7 @@
 // aclctl show resources.
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 
 #include "tools/aclctl/commands.h"
 #include "tools/aclctl/daemon_data.h"
@@ -16,6 +18,14 @@ constexpr struct {
   const char* title;
 } kLayers[] = {{"l2", "L2"}, {"l3", "L3"}};
 
+// What the layer has left, less than nothing where its capacity was lowered below its use. The leaf
+// wraps then.
+std::string Available(const lyd_node* layer) {
+  const std::string available = ChildText(layer, "available-entries");
+  if (available.empty()) return available;
+  return std::to_string(static_cast<int32_t>(std::strtoul(available.c_str(), nullptr, 10)));
+}
+
 void PrintTotals(const lyd_node* resources) {
   Table table({{"GROUP"},
                {"CAPACITY", Align::kRight},
@@ -24,7 +34,7 @@ void PrintTotals(const lyd_node* resources) {
   for (const auto& layer : kLayers) {
     const lyd_node* node = FindChild(resources, layer.node);
     table.AddRow({layer.title, ChildText(node, "entries-capacity"), ChildText(node, "used-entries"),
-                  ChildText(node, "available-entries")});
+                  Available(node)});
   }
   std::fputs(table.Print().c_str(), stdout);
 }
