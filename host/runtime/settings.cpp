@@ -248,6 +248,7 @@ bool FindSettings(Settings* settings, std::string* error) {
 
 bool FindSocket(std::string* path, std::string* error) {
   const char* named = std::getenv(kSocketVariable);
+  if (named != nullptr && *named == 0) named = nullptr;
   Settings settings;
   if (named == nullptr && !FindSettings(&settings, error)) {
     *error += std::string("; ") + kSocketVariable + " or --socket names the socket without it";

@@ -311,7 +311,7 @@ class AclctlTest(DaemonTest):
             ("history -n 10001", ["from 1 to 10000"]),
             ("watch -n 1 -i nan", ["from 0.1 to 3600"]),
             ("rollback x", ["number", '"x"']),
-            ("show commit 18446744073709551616", ["to 18446744073709551615"]),
+            ("show commit 18446744073709551616", ["is not the number of a commit"]),
         ):
             with self.subTest(command):
                 self.assert_fails(2, *command.split(), says=says)

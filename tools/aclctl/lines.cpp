@@ -82,10 +82,9 @@ std::string CheckInterfaceName(const ConfigTree& config, const std::string& name
   return CheckKey(config, kInterfaceList, "interface-name", name);
 }
 
-std::string NoProfile(const std::string& name) {
-  return "there is no profile " + Quoted(name) +
-         "; to make one: set acl NAME type l2|l3 priority N";
-}
+constexpr char kHowToMake[] = "; to make one: set acl NAME type l2|l3 priority N";
+
+std::string NoProfile(const std::string& name) { return "there is no profile " + Quoted(name); }
 
 std::string NoEntry(const std::string& profile, const std::string& entry) {
   return profile + " has no entry " + entry;
@@ -227,7 +226,9 @@ std::string SetProfile(Words* words, const std::string& name, lyd_node* profile,
   if (profile == nullptr) {
     wrong = CheckProfileName(*config, name);
     if (!wrong.empty()) return wrong;
-    if (given.type.empty() || given.priority.empty()) return NoProfile(name);
+    if (given.type.empty() || given.priority.empty()) {
+      return NoProfile(name) + kHowToMake;
+    }
     profile = config->AddProfile(given.type, name);
   } else if (!given.type.empty() && given.type != TypeOf(profile)) {
     return Quoted(given.type) + ": " + name + " is of type " + TypeOf(profile) +
@@ -249,7 +250,7 @@ std::string Set(Words* words, ConfigTree* config) {
   const std::string name = words->Take();
   lyd_node* profile = config->FindProfile(name);
   if (!IsPriority(words->Peek())) return SetProfile(words, name, profile, config);
-  return profile == nullptr ? NoProfile(name) : SetEntry(words, profile);
+  return profile == nullptr ? NoProfile(name) + kHowToMake : SetEntry(words, profile);
 }
 
 // Removes what the words name of an entry.

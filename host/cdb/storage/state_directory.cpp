@@ -99,7 +99,8 @@ DatastoreErrors StateDirectory::Examine(size_t filters_in_force) {
   if (doubt_.reasons.empty() && doubt_.found == 0 && filters_in_force != 0) {
     doubt_.reasons.push_back("nothing was ever committed in " + directory_ +
                              ", although filters of an earlier run are in force on " +
-                             std::to_string(filters_in_force) + " ports");
+                             std::to_string(filters_in_force) +
+                             (filters_in_force == 1 ? " port" : " ports"));
   }
   return doubt_.reasons.empty() ? Begin(mark) : DatastoreErrors();
 }

@@ -18,10 +18,13 @@ OperationResult RunCommit(const OperationContext& context, const OperationCall& 
     return persist_id.empty()
                ? OperationResult::ProtocolError(
                      "in-use", confirmed.session() == 0
-                                   ? "a confirmed commit is ongoing that needs its persist-id"
+                                   ? "a confirmed commit is ongoing that needs its persist-id; "
+                                     "confirm or cancel it first"
                                    : "a confirmed commit of another session is ongoing")
                : OperationResult::ProtocolError(
-                     "invalid-value", "no confirmed commit with this persist-id is ongoing");
+                     "invalid-value", confirmed.ongoing()
+                                          ? "the ongoing confirmed commit has another persist-id"
+                                          : "no commit waits to be confirmed");
   }
   for (const char* datastore : {"running", "candidate"}) {
     if (std::optional<RpcError> error = LockedByOther(context, call, datastore)) {

@@ -44,7 +44,8 @@ OperationResult RunGetSchema(const OperationContext& context, const OperationCal
   }
   if (found == nullptr) return Refuse("schemas are not given in the format " + format);
   const lys_module* module = FindModule(context.datastore.Context(), name, revision);
-  if (module == nullptr) return Refuse("there is no schema " + name + " " + revision);
+  if (module == nullptr)
+    return Refuse("there is no schema " + name + (revision.empty() ? "" : " " + revision));
   char* text = nullptr;
   if (lys_print_mem(&text, module, found->format, 0) != LY_SUCCESS) {
     return OperationResult::Error(

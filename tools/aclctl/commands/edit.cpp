@@ -146,7 +146,7 @@ class Editing {
   // Makes the edit that the text asks for. Bindings of other profiles stay.
   Failure Read(const std::string& text, Edit* edit) const {
     std::vector<PlacedStatement> statements;
-    if (Failure failure = ReadStatements("line", text, &statements)) return failure;
+    if (Failure failure = ReadStatements("text", text, &statements)) return failure;
     ConfigTree wanted = Rest();
     if (Failure failure = ApplyAll(statements, &wanted)) return failure;
     edit->config = EditBetween(*running_, wanted);

@@ -180,7 +180,7 @@ const Command kExport = {"export",
                          Group::kLook,
                          "the configuration as access lists of RFC 8519, RFC 9899 or OpenConfig",
                          "aclctl export --to rfc8519 --statistics >lists.json\n"
-                         "aclctl export --to rfc9899 --standard-only --xml examples/branch.json",
+                         "aclctl export --to rfc9899 --xml examples/branch.json",
                          SetUpExport,
                          kXml};
 

@@ -38,7 +38,8 @@ Failure CheckNumber(const std::string& text, const char* what, uint64_t least, u
 }
 
 Failure CheckCommit(const std::string& id) {
-  return CheckNumber(id, "a commit", 0, std::numeric_limits<uint64_t>::max());
+  if (!CheckNumber(id, "", 1, std::numeric_limits<uint64_t>::max())) return {};
+  return {kUsage, "\"" + id + "\" is not the number of a commit", {}};
 }
 
 Failure History(const Common& common, const std::string& most) {

@@ -35,6 +35,24 @@ Failure ReadNumber(const char* option, const std::string& text, long least, long
           {}};
 }
 
+// Options that only mean something together with others.
+Failure CheckUses(const ImportWanted& wanted) {
+  const struct {
+    bool given, used;
+    const char* wrong;
+  } kUses[] = {
+      {!wanted.commit.confirm.empty(), wanted.apply, "--confirm is for --apply"},
+      {!wanted.commit.comment.empty(), wanted.apply, "-m is for --apply"},
+      {wanted.commit.strict, wanted.apply || wanted.check, "--strict is for --check or --apply"},
+      {wanted.replace, wanted.apply || wanted.check || wanted.diff,
+       "--replace is for --check, --diff or --apply"},
+  };
+  for (const auto& use : kUses) {
+    if (use.given && !use.used) return {kUsage, use.wrong, {}};
+  }
+  return {};
+}
+
 Failure ReadOptions(const ImportWanted& wanted, standard::Standard* from,
                     standard::ImportOptions* options) {
   if (Failure failure = FindStandard(wanted.from, from)) return failure;
@@ -56,6 +74,7 @@ Failure ReadOptions(const ImportWanted& wanted, standard::Standard* from,
   options->end = wanted.end == "permit" ? standard::End::kPermit : standard::End::kDeny;
   options->first_priority = static_cast<uint32_t>(priority);
   options->most_entries = static_cast<size_t>(most);
+  if (Failure failure = CheckUses(wanted)) return failure;
   return CheckCommitOptions(wanted.commit);
 }
 

@@ -25,7 +25,7 @@ void PrintConfirmed(const lyd_node* confirmed) {
               ChildText(confirmed, "commit").c_str(), ChildText(confirmed, "user").c_str(),
               ChildText(confirmed, "base").c_str(), ChildText(confirmed, "remaining").c_str(),
               FindChild(confirmed, "session-id") == nullptr
-                  ? "aclctl confirm"
+                  ? "aclctl confirm (with --persist-id, if it is another client's)"
                   : ("its session " + ChildText(confirmed, "session-id") + " confirms").c_str());
 }
 
