@@ -181,13 +181,26 @@ TEST_F(ProfileChangesTest, TagIsSearchedUpToTheElementAfterTheLast) {
     EXPECT_EQ(TakeEffects().back(), "log AclProfilesDiffIt - wrong keypath");
     EXPECT_TRUE(acl_app::ConfDManagerTestPeer::Changed(manager_)) << "set by every call";
   }
+  confd_value_t node;
+  EXPECT_EQ(manager_.GetModifiedNodeFromKeypath(&path, &node), -1);
   path.v[0][0] = *Value("unknown");
   EXPECT_EQ(manager_.AclProfilesDiffIt(&path, MOP_CREATED, nullptr, nullptr), ITER_RECURSE);
 }
 
-TEST_F(ProfileChangesTest, UnknownMatchIsNoFailureOfTheGetter) {
+TEST_F(ProfileChangesTest, GettersFailButForAnUnknownMatch) {
   auto kind = acl_app::ACL_MATCH_TOS;
-  KeyPath path(kEntry + "/match/unknown");
+  auto action = FiltersCommon::FILTERS_ACTION_PERMIT;
+  std::string name;
+  int number = 0;
+  KeyPath path("/config/access-list");
+  EXPECT_EQ(manager_.GetAclNameFromKeypath(&path, name), -1);
+  EXPECT_EQ(manager_.GetAclTypeFromKeypath(&path, number), -1);
+  EXPECT_EQ(manager_.GetEntryPrioFromKeypath(&path, number), -1);
+  EXPECT_EQ(manager_.GetActionTypeFromKeypath(&path, action), -1);
+  EXPECT_EQ(manager_.GetMatchXmltagFromKeypath(&path, number), -1);
+  EXPECT_EQ(manager_.GetInterfaceNameFromKeypath(&path, name), -1);
+  path = KeyPath(kEntry + "/match/unknown");
+  EXPECT_EQ(manager_.GetActionTypeFromKeypath(&path, action), -1);
   EXPECT_EQ(manager_.GetMatchTypeFromKeypath(&path, kind), 0);
   EXPECT_EQ(kind, acl_app::ACL_MATCH_TOS) << "left unchanged";
   path.v[0][0].type = C_INT32;

@@ -68,6 +68,7 @@ TEST_F(LogTest, DictionaryTables) {
     for (; row->name != nullptr; ++row) {
       lines.push_back(Line(row->name, row->short_name, row->value, row->reserved));
     }
+    lines.push_back(Line("end", row->value, row->reserved));
   }
   add("header", header.settings);
   for (const ElemLogField* f = header.fields; f->key != nullptr; ++f) {
@@ -82,9 +83,10 @@ TEST_F(LogTest, DictionaryTables) {
   }
   EXPECT_EQ(nullptr, ElemWebCfgGetCategories()[ElemWebCfgGetNumCategories()].title);
   EXPECT_EQ(lines, Text(R"(
-      ACL ACL 32 0 ; ACL_APP ACL_APP 55 0
+      ACL ACL 32 0 ; end 0 0 ; ACL_APP ACL_APP 55 0 ; end 0 0
       Alert Alert 64 0 ; Critical Crit 32 0 ; Debug Debug 1 0 ; Emergency Emerg 128 0
       Error Error 16 0 ; Informational Info 2 0 ; Notice Notice 4 0 ; Warning Warn 8 0
+      end 0 0
       header 3 7 3 100 1
       0 class component Component Component 0 0 0 1 0 1 0 0 0 0
       1 subclass messageID MessageID MSG_ID 0 0 0 0 0 0 0 0 0 0
