@@ -2,6 +2,7 @@
 
 import json
 import os
+import pathlib
 import re
 import signal
 import socket
@@ -240,8 +241,9 @@ class KernelTest(DaemonTest):
         daemon = self.daemon(filter_backend="nftables", state_directory=self.directory)
         daemon.command[:0] = ["unshare", "--user", "--map-root-user", "--net"]
         daemon.start()
-        with open("/proc/sys/net/core/wmem_max") as octets:
-            many = range(1, int(octets.read()) // 350)  # some 1000 octets each, of twice as many
+        limit = pathlib.Path("/proc/sys/net/core/wmem_max")  # older kernels: not in every namespace
+        octets = int(limit.read_text()) if limit.exists() else 212992
+        many = range(1, octets // 350)  # some 1000 octets each, of twice as many
         if len(many) > 30000:
             self.skipTest("the kernel takes larger updates than are made here")
         config = CONFIG.replace("port0", "lo") % "".join(DENY % (n, n) for n in many)
