@@ -6,8 +6,8 @@ file(GLOB CORE_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/app/*.cpp
 list(FILTER CORE_SOURCES EXCLUDE REGEX "/app/main\\.cpp$")
 add_library(acl_core OBJECT ${CORE_SOURCES})
 target_link_libraries(acl_core PUBLIC acl_headers)
-# Its files name their own the same way (kSource), so they are never compiled together.
-set_target_properties(acl_core PROPERTIES UNITY_BUILD OFF)
+# Its files name their own the same way (kSource); compiled together, each gets a name instead.
+set_target_properties(acl_core PROPERTIES UNITY_BUILD_UNIQUE_ID kSource)
 # A path without keys is a format without arguments; distributions' flags take that for a fault.
 set_source_files_properties(${CMAKE_SOURCE_DIR}/confd/resource_status.cpp PROPERTIES
                             COMPILE_OPTIONS -Wno-format-security)
