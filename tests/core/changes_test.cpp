@@ -149,6 +149,7 @@ TEST_F(ProfileChangesTest, SessionOfAChange) {
 TEST_F(ProfileChangesTest, MalformedKeypaths) {
   for (const Lines& row : Rows(R"(
       deny                  | 1 | AclProfilesDiffIt - wrong keypath
+      $entry/deny           | 3 | AclProfilesDiffIt - unknown match or action. cmltag 1028777810
       $entry/set/pcp        | 3 | AclProfilesDiffIt - unknown match or action. cmltag 236583976
       $entry/action/deny    | 1 | HandleAction - wrong keypath
       $entry/action/set/tos | 1 | HandleAction - wrong keypath
@@ -215,7 +216,7 @@ TEST_F(ProfileChangesTest, KeysAndValuesOfAWrongTypeAreAssertions) {
     manager_.HandleEntry(&path, MOP_CREATED);
     manager_.AclProfilesDiffIt(&path, MOP_CREATED, nullptr, nullptr);
   };
-  const std::string key = "Assertion `\\(&kp->v\\[depth\\]\\[";
+  const std::string key = "confd_manager:[0-9]+: .*Assertion `\\(&kp->v\\[depth\\]\\[";
   EXPECT_DEATH(with_wrong_key(6, 1), key + "1\\]\\)->type == C_BUF' failed");
   EXPECT_DEATH(with_wrong_key(6, 0), key + "0\\]\\)->type == C_ENUM_VALUE' failed");
   EXPECT_DEATH(with_wrong_key(8, 0), key + "0\\]\\)->type == C_INT32' failed");
@@ -224,7 +225,7 @@ TEST_F(ProfileChangesTest, KeysAndValuesOfAWrongTypeAreAssertions) {
   KeyPath binding("/config/access-list/interface{eth0}/ingress{P}");
   binding.v[0][0].type = C_INT32;
   EXPECT_DEATH(manager_.HandleInterfaceAcl(&binding, MOP_CREATED, nullptr),
-               "Assertion `\\(&kp->v\\[0\\]\\[0\\]\\)->type == C_BUF' failed");
+               "confd_manager:[0-9]+: .*`\\(&kp->v\\[0\\]\\[0\\]\\)->type == C_BUF' failed");
   binding.FromTop(4)->type = C_INT32;
   EXPECT_DEATH(manager_.HandleInterface(&binding, MOP_CREATED),
                key + "0\\]\\)->type == C_BUF' failed");

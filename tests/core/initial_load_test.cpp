@@ -87,6 +87,13 @@ TEST_F(LoadTest, BadEntryEndsTheProfilesEntries) {
   }
   EXPECT_EQ(manager_.LoadConfdAce(kLoadSocket, "P", list), acl_app::ACL_ERR_EXISTS);
   EXPECT_THAT(Describe(Model::Profiles(*filter_).at("P")), ElementsAre("0/0 ->", "5/0 ->"));
+  // So does the last match that cannot be had.
+  platform_.cdb[list + "[0]/match/vlan"] = "u16 4096";
+  filter_->RemoveEntry("P", 0);
+  filter_->RemoveEntry("P", 5);
+  platform_.Take();
+  EXPECT_NE(manager_.LoadConfdAce(kLoadSocket, "P", list), 0);
+  EXPECT_EQ(TakeEffects().back(), "log Matches were not set correctly at database");
   platform_.On("cdb_num_instances", -1);
   EXPECT_EQ(manager_.LoadConfdAce(kLoadSocket, "P", list), 0) << "a failed count is none";
 }
@@ -223,9 +230,10 @@ TEST_F(LoadTest, LastBindingOfTheLastInterfaceDecides) {
 
 TEST_F(LoadTest, WrongTypesOfBindingsAreAssertions) {
   std::string& ingress = platform_.cdb[platform_.AddInterface("e0", "\"P\"") + "/ingress"];
-  EXPECT_DEATH(LoadInterfaces(), "Assertion `\\(&value\\)->type == C_LIST' failed");
+  EXPECT_DEATH(LoadInterfaces(), "confd_manager:[0-9]+: .*`\\(&value\\)->type == C_LIST' failed");
   ingress = "[\"P\",int32 1]";
-  EXPECT_DEATH(LoadInterfaces(), "Assertion `\\(&vp\\[i\\]\\)->type == C_BUF' failed");
+  EXPECT_DEATH(LoadInterfaces(),
+               "confd_manager:[0-9]+: .*`\\(&vp\\[i\\]\\)->type == C_BUF' failed");
 }
 
 }  // namespace
