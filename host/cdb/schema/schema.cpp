@@ -2,7 +2,6 @@
 #include "host/cdb/schema/schema.h"
 
 #include <cstring>
-#include <regex>
 #include <utility>
 
 #include "host/cdb/schema/yang_texts.h"
@@ -64,10 +63,13 @@ std::string Location(const std::string& text, const std::string& label) {
   return text.substr(from, text.find('"', from) - from);
 }
 
+// The line number stands last: names that operators chose may stand before it.
 std::string LineNumber(const std::string& text) {
-  std::smatch match;
-  if (!std::regex_search(text, match, std::regex("[Ll]ine number ([0-9]+)"))) return "";
-  return match[1];
+  const std::string label = "ine number ";  // it also begins a text
+  const size_t at = text.rfind(label);
+  if (at == std::string::npos) return "";
+  const size_t from = at + label.size();
+  return text.substr(from, text.find_first_not_of("0123456789", from) - from);
 }
 
 struct TagRule {
@@ -205,21 +207,33 @@ ContextPtr LoadSchema(const std::string& directory, DatastoreErrors* errors) {
 
 namespace {
 
+// What stands in `text` between its start and the last `end`; false if it does not begin and go on
+// so.
+bool Between(const std::string& start, const std::string& text, const std::string& end,
+             std::string* part) {
+  const size_t to = text.rfind(end);
+  if (text.compare(0, start.size(), start) != 0 || to == std::string::npos || to < start.size())
+    return false;
+  *part = text.substr(start.size(), to - start.size());
+  return true;
+}
+
 // What an operator can do with it, in place of libyang's own texts for constraints that are not
-// met.
+// met. (No regular expressions: their matcher recurses once a character, and takes long to
+// compile.)
 std::string InWords(const ly_err_item& item, const std::string& path) {
-  std::string text = item.msg != nullptr ? item.msg : "";
-  static const std::regex kWhen("When condition \"(.*)\" not satisfied.*");
-  static const std::regex kMandatory("Mandatory (node|choice) \"(.*)\" instance does not exist.*");
-  static const std::regex kUnique(
-      "Unique data leaf\\(s\\) \"(.*)\" not satisfied in \"(.*)\" and .*");
-  const std::string name = path.substr(path.rfind('/') + 1);
-  std::smatch match;
-  if (std::regex_match(text, match, kWhen)) return name + " is only allowed where " + match.str(1);
-  if (std::regex_match(text, match, kMandatory))
-    return match.str(2) + " is missing, it must be given";
-  if (std::regex_match(text, match, kUnique))
-    return "the " + match.str(1) + " is taken already, by " + match.str(2);
+  const std::string text = item.msg != nullptr ? item.msg : "";
+  std::string part;
+  if (Between("When condition \"", text, "\" not satisfied", &part))
+    return path.substr(path.rfind('/') + 1) + " is only allowed where " + part;
+  for (const char* start : {"Mandatory node \"", "Mandatory choice \""})
+    if (Between(start, text, "\" instance does not exist", &part))
+      return part + " is missing, it must be given";
+  const std::string in = "\" not satisfied in \"";
+  if (Between("Unique data leaf(s) \"", text, "\" and ", &part) &&
+      part.find(in) != std::string::npos)
+    return "the " + part.substr(0, part.find(in)) + " is taken already, by " +
+           part.substr(part.find(in) + in.size());
   return text;
 }
 
