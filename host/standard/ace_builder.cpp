@@ -5,7 +5,10 @@
 
 #include <algorithm>
 #include <charconv>
+#include <set>
 #include <utility>
+
+#include "host/runtime/log_text.h"
 
 namespace host::standard {
 namespace {
@@ -29,6 +32,8 @@ std::optional<uint32_t> NumberOf(const std::string& text, uint32_t most) {
 std::optional<Value> PrefixOf(const std::string& text) {
   const size_t slash = text.find('/');
   in_addr address{};
+  // A zero byte would hide what is behind it.
+  if (text.find('\0') != std::string::npos) return std::nullopt;
   if (inet_pton(AF_INET, text.substr(0, slash).c_str(), &address) != 1) return std::nullopt;
   uint32_t length = 32;
   if (slash != std::string::npos) {
@@ -50,6 +55,15 @@ std::optional<uint64_t> MacOf(const std::string& text) {
     address = address << 8 | *byte;
   }
   return address;
+}
+
+std::vector<Value> Distinct(std::vector<Value> values) {
+  std::set<std::pair<uint64_t, uint64_t>> known;
+  const auto repeats = [&](const Value& value) {
+    return !known.emplace(value.value & value.mask, value.mask).second;
+  };
+  values.erase(std::remove_if(values.begin(), values.end(), repeats), values.end());
+  return values;
 }
 
 Ranges Union(Ranges ranges) {
@@ -152,12 +166,16 @@ void AceBuilder::Refuse(const std::string& path, const std::string& meaning, boo
   ace_->problems.push_back({path, meaning, is_condition});
 }
 
+void AceBuilder::RefuseWhole(const std::string& path, const std::string& meaning) {
+  ace_->problems.push_back({path, meaning, true, true});
+}
+
 std::string EntryPath(const std::string& parent, std::string_view list, std::string_view key,
                       const std::string& value) {
   const char quote = value.find('\'') == std::string::npos ? '\'' : '"';
   std::string path = parent + "/";
   path.append(list).append("[").append(key).append("=");
-  return path + quote + value + quote + "]";
+  return path + quote + CutText(value, kMaxOutsideText) + quote + "]";
 }
 
 }  // namespace host::standard

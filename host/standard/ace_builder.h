@@ -25,6 +25,8 @@ std::optional<uint32_t> NumberOf(const std::string& text, uint32_t most);
 // "a.b.c.d/length"; without the length a whole address.
 std::optional<Value> PrefixOf(const std::string& text);
 std::optional<uint64_t> MacOf(const std::string& text);
+// The values without those that others of them repeat, in their order.
+std::vector<Value> Distinct(std::vector<Value> values);
 // The numbers of a and b together, in order.
 Ranges Union(Ranges ranges);
 // Those of `all` that are not in `without`, both as Union() returns them.
@@ -54,8 +56,11 @@ class AceBuilder {
               const std::string& meaning);
   // A statement that cannot be held, or whose value is wrong.
   void Refuse(const std::string& path, const std::string& meaning, bool is_condition = true);
+  // One without which the other conditions would say something else.
+  void RefuseWhole(const std::string& path, const std::string& meaning);
 
-  const Ace& ace() const { return *ace_; }
+  // For those who tell of statements by themselves.
+  std::vector<Problem>& problems() { return ace_->problems; }
 
  private:
   void RefuseCount(const std::string& path, const std::string& meaning, uint64_t count);
@@ -64,7 +69,7 @@ class AceBuilder {
   size_t most_values_;
 };
 
-// Path of a list entry: "/acls/acl[name='x']".
+// Path of a list entry: "/acls/acl[name='x']". A key that is longer than a name should be is cut.
 std::string EntryPath(const std::string& parent, std::string_view list, std::string_view key,
                       const std::string& value);
 

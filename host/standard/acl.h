@@ -69,6 +69,7 @@ struct Problem {
   std::string meaning;  // in words
   // Whether the entry would match more without it, or only do less than it says.
   bool is_condition = true;
+  bool whole = false;  // nothing that could be dropped from the entry: it goes or stays with it
 };
 
 // What is not carried over without any frame being treated otherwise for it.

@@ -2,7 +2,8 @@
 #include "host/standard/document.h"
 
 #include <algorithm>
-#include <cctype>
+#include <cstddef>
+#include <iterator>
 #include <utility>
 
 #include "host/standard/document_modules.h"
@@ -51,11 +52,25 @@ const Module* FindSpace(std::string_view space) {
   return nullptr;
 }
 
-bool MayBeIdentity(const Node& node, std::string_view name) {
-  if (node.name == "description" || node.name == "name" || name.empty()) return false;
-  return std::all_of(name.begin(), name.end(), [](unsigned char c) {
-    return std::isalnum(c) != 0 || c == '_' || c == '-' || c == '.';
-  });
+bool MayBeIdentity(std::string_view leaf) {
+  static constexpr std::string_view kLeaves[] = {"counter-capability", "ethertype",  "forwarding",
+                                                 "forwarding-action",  "log-action", "logging",
+                                                 "protocol",           "type"};
+  return std::find(std::begin(kLeaves), std::end(kLeaves), leaf) != std::end(kLeaves);
+}
+
+bool SeenNames::Add(std::string_view name, std::string_view module) {
+  const Key key{name.data(), module.data()};
+  if (many_.empty()) {
+    const auto end = few_.begin() + static_cast<std::ptrdiff_t>(count_);
+    if (std::find(few_.begin(), end, key) != end) return false;
+    if (count_ < few_.size()) {
+      few_[count_++] = key;
+      return true;
+    }
+    many_.insert(few_.begin(), end);
+  }
+  return many_.insert(key).second;
 }
 
 const Node* Node::Find(std::string_view child) const {

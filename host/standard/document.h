@@ -39,11 +39,13 @@ struct Node {
     kNumberItem,
     kIdentity,    // a text that is the name of an identity of `module_of_value`
     kAnnotation,  // what is said about a node and not in it: an attribute; only read
+    kNothing,     // an array of JSON without anything in it; only read
   };
 
   std::string_view name;
   std::string_view module;  // name; of an unknown one in XML, the namespace
   Form form = Form::kContainer;
+  bool again = false;                // an earlier child of the parent has this name; only read
   std::string value;                 // without the prefix of an identity
   std::string_view module_of_value;  // of an identity; empty where the document does not say
   std::vector<Node> children;
@@ -64,8 +66,9 @@ class Document {
   // Top-level nodes are the children of the root.
   Node root;
 
-  // JSON begins with a brace. The envelopes of NETCONF and RESTCONF are taken off. Empty, or why
-  // the text is neither.
+  // JSON begins with a brace; an object that has a member twice is refused (RFC 7951 takes I-JSON,
+  // RFC 7493). The envelopes of NETCONF and RESTCONF are taken off. Empty, or why the text is
+  // neither.
   std::string Read(const std::string& text);
   std::string Print(Format format) const;
   // A view that lives as long as the document.

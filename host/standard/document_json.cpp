@@ -39,7 +39,6 @@ class JsonReader : public nlohmann::json_sax<nlohmann::json> {
       return true;
     }
     Place& place = places_.back();
-    if (place.name.empty()) return Fail("an object without a name");
     if (places_.size() > kDeepestNode) return Fail("it is too deep");
     Node& node = AddNode(place.in_array ? Node::Form::kEntry : Node::Form::kContainer);
     places_.push_back({&node});
@@ -54,7 +53,9 @@ class JsonReader : public nlohmann::json_sax<nlohmann::json> {
                        : document_->Keep(std::string_view(text).substr(0, colon));
     place.name =
         document_->Keep(std::string_view(text).substr(colon == std::string::npos ? 0 : colon + 1));
-    return true;
+    if (place.name.empty()) return Fail("a member without a name");
+    if (place.seen.Add(place.name, place.module)) return true;
+    return Fail("the member " + PathOf(places_) + " stands twice in one object");
   }
   bool end_object() override {
     places_.pop_back();
@@ -63,10 +64,13 @@ class JsonReader : public nlohmann::json_sax<nlohmann::json> {
   bool start_array(size_t /*elements*/) override {
     if (places_.empty() || places_.back().in_array) return Fail("an array where none may be");
     places_.back().in_array = true;
+    places_.back().before_array = places_.back().node->children.size();
     return true;
   }
   bool end_array() override {
-    places_.back().in_array = false;
+    Place& place = places_.back();
+    place.in_array = false;
+    if (place.node->children.size() == place.before_array) AddNode(Node::Form::kNothing);
     return true;
   }
   bool parse_error(size_t /*position*/, const std::string& /*token*/,
@@ -79,12 +83,26 @@ class JsonReader : public nlohmann::json_sax<nlohmann::json> {
   struct Place {
     Node* node;  // the last one of its parent, so it stays where it is while it is worked on
     std::string_view name = {}, module = {};
+    SeenNames seen = {};  // members
     bool in_array = false;
+    size_t before_array = 0;  // children that there were
   };
 
-  bool Fail(const char* why) {
-    error_ = why;
+  bool Fail(std::string why) {
+    error_ = std::move(why);
     return false;
+  }
+  // The path of the member at hand; what is in an entry of a list has its first value with it.
+  static std::string PathOf(const std::vector<Place>& places) {
+    std::string path;
+    for (const Place& place : places) {
+      const std::vector<Node>& children = place.node->children;
+      if (place.node->form == Node::Form::kEntry && !children.empty()) {
+        path += "['" + children.front().value + "']";
+      }
+      path.append("/").append(place.name);
+    }
+    return path;
   }
   Node& AddNode(Node::Form form) {
     Place& place = places_.back();
@@ -96,7 +114,6 @@ class JsonReader : public nlohmann::json_sax<nlohmann::json> {
   }
   void AddLeaf(Node::Form form, std::string value) { AddNode(form).value = std::move(value); }
   bool AddScalar(bool number, std::string value) {
-    if (places_.empty() || places_.back().name.empty()) return Fail("a value without a name");
     using Form = Node::Form;
     const bool item = places_.back().in_array;
     Node& node = AddNode(item     ? number ? Form::kNumberItem : Form::kItem
@@ -105,7 +122,7 @@ class JsonReader : public nlohmann::json_sax<nlohmann::json> {
     const size_t colon = value.find(':');
     const Module* module =
         colon == std::string::npos ? nullptr : FindModule(value.substr(0, colon));
-    if (module != nullptr && MayBeIdentity(node, value.substr(colon + 1))) {
+    if (module != nullptr && MayBeIdentity(node.name)) {
       node.module_of_value = module->name;
       value.erase(0, colon + 1);
     }

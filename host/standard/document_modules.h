@@ -3,8 +3,11 @@
 #ifndef HOST_STANDARD_DOCUMENT_MODULES_H_
 #define HOST_STANDARD_DOCUMENT_MODULES_H_
 
+#include <array>
 #include <string>
 #include <string_view>
+#include <unordered_set>
+#include <utility>
 
 #include "host/standard/document.h"
 
@@ -14,9 +17,27 @@ namespace host::standard {
 const Module* FindModule(std::string_view name);
 const Module* FindSpace(std::string_view space);
 
-// Whether `name`, the value of `node` behind a prefix, may be that of an identity. Texts of people
-// have colons, too.
-bool MayBeIdentity(const Node& node, std::string_view name);
+// Whether the value of a leaf of that name may be an identity, in the models that are read: then a
+// prefix says its module. In all others a colon is a part of the value.
+bool MayBeIdentity(std::string_view leaf);
+
+// Which names were seen, by where they are kept: equal ones are kept once.
+class SeenNames {
+ public:
+  // Whether the name, of the module, is new.
+  bool Add(std::string_view name, std::string_view module);
+
+ private:
+  using Key = std::pair<const char*, const char*>;
+  struct Hash {
+    size_t operator()(const Key& key) const {
+      return std::hash<const char*>()(key.first) * 31 + std::hash<const char*>()(key.second);
+    }
+  };
+  std::array<Key, 16> few_;  // of which there are `count_`; of more, all are in `many_`
+  size_t count_ = 0;
+  std::unordered_set<Key, Hash> many_;
+};
 
 // How deep documents may be nested.
 inline constexpr size_t kDeepestNode = 64;

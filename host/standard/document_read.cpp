@@ -30,6 +30,22 @@ void OpenEnvelopes(Node* root) {
   }
 }
 
+// Marks the nodes whose name an earlier child of their parent has. Below the root one name may be
+// that of several models; elsewhere a second one, whosever it is, makes the first doubtful.
+void MarkRepeated(Node* parent, bool is_root) {
+  SeenNames seen;
+  const Node* before = nullptr;
+  for (Node& node : parent->children) {
+    if (IsAnnotation(node)) continue;
+    // Entries of a list follow one another.
+    const std::string_view module = is_root ? node.module : std::string_view();
+    node.again = (before != nullptr && before->name.data() == node.name.data() && !is_root) ||
+                 !seen.Add(node.name, module);
+    before = &node;
+    if (!node.children.empty()) MarkRepeated(&node, false);
+  }
+}
+
 }  // namespace
 
 std::string Document::Read(const std::string& text) {
@@ -39,7 +55,10 @@ std::string Document::Read(const std::string& text) {
   if (first == std::string::npos) return "it is empty";
   if (text[first] != '<' && text[first] != '{') return "it is neither JSON nor XML";
   std::string wrong = text[first] == '<' ? ReadXml(text, this) : ReadJson(text, this);
-  if (wrong.empty()) OpenEnvelopes(&root);
+  if (wrong.empty()) {
+    OpenEnvelopes(&root);
+    MarkRepeated(&root, true);
+  }
   return wrong;
 }
 

@@ -4,6 +4,7 @@
 #include <expat.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <unordered_map>
@@ -17,10 +18,13 @@ namespace {
 constexpr char kSeparator = '\n';  // between namespace and name, in neither of which it may be
 constexpr char kBlanks[] = " \t\r\n";
 
-// A description keeps the blanks around it, unless they are the layout of lines.
+// Names and texts keep the blanks around them, unless these are the layout of lines.
 void TrimValue(Node* node) {
+  static constexpr std::string_view kTexts[] = {
+      "description", "id", "interface", "interface-id", "key", "name", "profile-name", "set-name"};
   std::string& value = node->value;
-  if (node->name == "description" && value.find('\n') == std::string::npos) return;
+  const bool text = std::find(std::begin(kTexts), std::end(kTexts), node->name) != std::end(kTexts);
+  if (text && value.find('\n') == std::string::npos) return;
   value.erase(value.find_last_not_of(kBlanks) + 1);
   value.erase(0, value.find_first_not_of(kBlanks));
 }
@@ -149,13 +153,13 @@ class XmlReader {
     }
   }
 
-  // Takes the prefix off a value that has one which is declared.
+  // Takes the prefix off the name of an identity, where it is declared.
   void TakeIdentity(Node* node) {
+    if (!MayBeIdentity(node->name)) return;
     const size_t colon = node->value.find(':');
     if (colon == std::string::npos) return;
     const auto space = spaces_.find(std::string_view(node->value).substr(0, colon));
     if (space == spaces_.end() || space->second.empty()) return;
-    if (!MayBeIdentity(*node, std::string_view(node->value).substr(colon + 1))) return;
     node->module_of_value = ModuleOf(space->second.back());
     node->value.erase(0, colon + 1);
   }

@@ -20,15 +20,22 @@ void RefusePort(Reading* reading, const Statement& statement, const Rule& rule) 
   if (statement.node.value != "ANY") Refuse(reading, statement, rule);
 }
 
+// Whether the value may be the name of an identity of openconfig-packet-match-types.
+bool MayBeMatchType(const Node& node) {
+  return node.module_of_value.empty() || node.module_of_value == kOpenConfigMatchTypes.name;
+}
+
 void TakeEthertype(Reading* reading, const Statement& statement, const Rule& rule) {
-  std::optional<uint32_t> type = OpenConfigEthertype(statement.node.value);
+  std::optional<uint32_t> type;
+  if (MayBeMatchType(statement.node)) type = OpenConfigEthertype(statement.node.value);
   if (!type) type = NumberOf(statement.node.value, 0xffff);
   if (!type) return RefuseValue(reading, statement);
   reading->builder.AndExact(rule.field, *type);
 }
 
 void TakeProtocol(Reading* reading, const Statement& statement, const Rule& rule) {
-  std::optional<uint32_t> protocol = OpenConfigProtocol(statement.node.value);
+  std::optional<uint32_t> protocol;
+  if (MayBeMatchType(statement.node)) protocol = OpenConfigProtocol(statement.node.value);
   if (!protocol) protocol = NumberOf(statement.node.value, 254);
   if (!protocol) return RefuseValue(reading, statement);
   reading->builder.AndExact(rule.field, *protocol);
@@ -36,15 +43,15 @@ void TakeProtocol(Reading* reading, const Statement& statement, const Rule& rule
 
 // The values of a leaf-list are alternatives; all of them are taken with the first.
 void TakeDscpSet(Reading* reading, const Statement& statement, const Rule& rule) {
-  if (statement.parent.Find(statement.node.name) != &statement.node) return;
+  if (statement.node.again) return;
   std::vector<Value> values;
   for (const Node& node : statement.parent.children) {
-    if (node.name != statement.node.name) continue;
+    if (node.name != statement.node.name || reading->name_of(node).empty()) continue;
     const std::optional<uint32_t> dscp = NumberOf(node.value, 63);
     if (!dscp) return RefuseValue(reading, statement);
     values.push_back({uint64_t{*dscp} << 2, kDscpMask});
   }
-  reading->builder.And(rule.field, std::move(values));
+  reading->builder.And(rule.field, Distinct(std::move(values)));
 }
 
 constexpr Rule kRules[] = {
@@ -95,12 +102,15 @@ std::string_view NameInOpenConfig(const Node& node) {
   return node.module == kOpenConfigAcl.name ? node.name : "";
 }
 
+const Node* ConfigIn(const Node& node) { return ChildOf(node, NameInOpenConfig, "config"); }
+
 bool SaysNothing(const Node& node) {
   static constexpr std::string_view kContainers[] = {
       "config",          "ipv4",     "ipv6",        "l2",        "mpls", "transport",
       "input-interface", "acl-sets", "acl-entries", "interfaces"};
   if (NameInOpenConfig(node) == "state") return true;
-  return node.children.empty() && node.value.empty() &&
+  return node.children.empty() && node.value.empty() && !node.again &&
+         node.form != Node::Form::kNothing &&
          std::find(std::begin(kContainers), std::end(kContainers), NameInOpenConfig(node)) !=
              std::end(kContainers);
 }
@@ -109,15 +119,18 @@ void ReadOpenConfigFields(const Node& container, const std::string& path, Readin
   for (const Node& child : container.children) {
     if (SaysNothing(child)) continue;
     const std::string child_path = PathOf(path, child);
+    std::vector<Problem>& problems = reading->builder.problems();
     if (NameInOpenConfig(child) != "config") {
       RefuseConfigured(child, child_path, reading);
       continue;
     }
+    if (!MayTake(container, child, path, NameInOpenConfig, &problems)) continue;
     for (const Node& leaf : child.children) {
       const Rule* rule = FindRule(container.name, NameInOpenConfig(leaf));
       if (rule == nullptr) {
         RefuseUnknown(reading, child_path, leaf);
-      } else {
+      } else if (rule->take == Refuse ||
+                 MayTake(child, leaf, child_path, NameInOpenConfig, &problems)) {
         rule->take(reading, {leaf, child, PathOf(child_path, leaf)}, *rule);
       }
     }
@@ -145,7 +158,7 @@ void CompleteOpenConfig(const Acl& acl, const Ace& ace, Reading* reading) {
       return protocol.value != kTcp && protocol.value != kUdp;
     });
     if (others) {
-      reading->builder.Refuse(ace.path + "/transport/config", "ports of another protocol");
+      reading->builder.RefuseWhole(ace.path + "/transport/config", "ports of another protocol");
     } else if (protocols.empty()) {
       reading->builder.And(kIpProtocol,
                            {{kTcp, FullMask(kIpProtocol)}, {kUdp, FullMask(kIpProtocol)}});

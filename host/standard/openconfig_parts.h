@@ -15,14 +15,18 @@ namespace host::standard {
 // The name of a node of openconfig-acl.
 std::string_view NameInOpenConfig(const Node& node);
 
+// The container `config` of a node, where the values are; null where there is none.
+const Node* ConfigIn(const Node& node);
+
 // Whether it is state, or a container that is there without anything in it.
 bool SaysNothing(const Node& node);
 
 // "80", "1024..2047", or "ANY", which are all; nothing for other texts.
 std::optional<Range> PortsOfOpenConfig(const std::string& text);
 
-// Adds the sets in the container defined-sets of openconfig-defined-sets.
-void ReadOpenConfigSets(const Node& sets, DefinedSets* defined, std::vector<Note>* notes);
+// Adds the sets in the container defined-sets of openconfig-defined-sets; what there is to tell of
+// it goes into the lists.
+void ReadOpenConfigSets(const Node& sets, DefinedSets* defined, AccessLists* lists);
 
 // A container of an entry whose container `config` has conditions: l2, ipv4, transport.
 void ReadOpenConfigFields(const Node& container, const std::string& path, Reading* reading);

@@ -1,5 +1,4 @@
 // Sets that entries name: see openconfig_parts.h.
-#include <algorithm>
 #include <utility>
 
 #include "host/standard/openconfig_parts.h"
@@ -7,75 +6,95 @@
 namespace host::standard {
 namespace {
 
-// Whether there is nothing in a set but what is known of sets.
-bool IsKnown(const Node& set, std::initializer_list<std::string_view> leaves) {
-  return std::all_of(set.children.begin(), set.children.end(), [&](const Node& leaf) {
-    return leaf.module == kOpenConfigSets.name && leaf.form != Node::Form::kAnnotation &&
-           (leaf.name == "name" || leaf.name == "description" ||
-            std::find(leaves.begin(), leaves.end(), leaf.name) != leaves.end());
+std::string_view NameInSets(const Node& node) {
+  const bool known = node.module == kOpenConfigSets.name && node.form != Node::Form::kAnnotation;
+  return known ? node.name : std::string_view();
+}
+
+// Goes through a set. `take` gets each member with its name and path, and returns whether it knows
+// it.
+template <class Take>
+void EachMember(const Node& set, const std::string& place, SetReading* reading, const Take& take) {
+  const auto each = [&](const Node& node, const std::string& where, const auto& take_child) {
+    ForEach(node, where, NameInSets, &reading->problems, reading->notes, take_child);
+  };
+  each(set, place, [&](const Node& config, std::string_view container) {
+    if (container != "config") return container == "name" || container == "state";
+    const std::string path = place + "/config";
+    if (ValueIn(config, NameInSets, "name") != ValueIn(set, NameInSets, "name") &&
+        ChildOf(config, NameInSets, "name") != nullptr) {
+      reading->problems.push_back({path + "/name", "another name than that of the set", true});
+    }
+    each(config, path, [&](const Node& leaf, std::string_view name) {
+      if (name == "description") reading->NoteText(path, leaf);
+      return name == "name" || name == "description" || take(leaf, name, path);
+    });
+    return true;
   });
 }
 
-// The addresses of the set, less those that it excludes.
-std::optional<std::vector<Value>> PrefixSet(const Node& set) {
-  if (!IsKnown(set, {"prefix", "exclude-prefix"})) return std::nullopt;
-  auto prefixes = PrefixesIn(set, "prefix"), excluded = PrefixesIn(set, "exclude-prefix");
-  if (!prefixes || !excluded || excluded->empty()) return excluded ? prefixes : std::nullopt;
-  const auto ranges = [](const std::vector<Value>& values) {
-    Ranges all;
-    for (const Value& value : values) {
-      const uint64_t low = value.value & value.mask;
-      all.push_back({low, low | (~value.mask & 0xffffffff)});
-    }
-    return Union(std::move(all));
-  };
-  return PrefixesOf(Difference(ranges(*prefixes), ranges(*excluded)));
+Ranges RangesOf(const std::vector<Value>& prefixes) {
+  Ranges all;
+  for (const Value& value : prefixes) {
+    const uint64_t low = value.value & value.mask;
+    all.push_back({low, low | (~value.mask & 0xffffffff)});
+  }
+  return Union(std::move(all));
 }
 
-std::optional<Ranges> PortSet(const Node& set) {
-  if (!IsKnown(set, {"port", "exclude-port"})) return std::nullopt;
+// The addresses of the set, less those that it excludes; they may be none.
+std::vector<Value> PrefixSet(const Node& set, const std::string& place, SetReading* reading) {
+  std::vector<Value> prefixes, excluded;
+  EachMember(set, place, reading,
+             [&](const Node& node, std::string_view name, const std::string& path) {
+               const bool out = name == "exclude-prefix";
+               if (!out && name != "prefix") return false;
+               TakeSetPrefix(node, path, reading, out ? &excluded : &prefixes);
+               return true;
+             });
+  reading->RequireValues(place, !prefixes.empty());
+  if (excluded.empty()) return Distinct(std::move(prefixes));
+  return PrefixesOf(Difference(RangesOf(prefixes), RangesOf(excluded)));
+}
+
+Ranges PortSet(const Node& set, const std::string& place, SetReading* reading) {
   Ranges ports, excluded;
-  for (const Node& node : set.children) {
-    if (node.name != "exclude-port" && node.name != "port") continue;
-    const std::optional<Range> range = PortsOfOpenConfig(node.value);
-    if (!range) return std::nullopt;
-    (node.name == "port" ? ports : excluded).push_back(*range);
-  }
+  EachMember(set, place, reading,
+             [&](const Node& node, std::string_view name, const std::string& path) {
+               const bool out = name == "exclude-port";
+               if (!out && name != "port") return false;
+               const std::optional<Range> range = PortsOfOpenConfig(node.value);
+               if (!range) {
+                 reading->RefuseValue(path, node);
+               } else {
+                 (out ? excluded : ports).push_back(*range);
+               }
+               return true;
+             });
+  reading->RequireValues(place, !ports.empty());
   return Difference(Union(std::move(ports)), Union(std::move(excluded)));
-}
-
-template <class Set>
-void ReadSets(const Node& container, const std::string& path, std::string_view list,
-              std::optional<Set> (*read)(const Node&), std::vector<Note>* notes,
-              std::map<std::string, std::optional<Set>>* sets) {
-  for (const Node& node : container.children) {
-    const std::string& name = node.ValueOf("name");
-    const Node* config = node.Find("config");
-    std::optional<Set>& set = (*sets)[name];
-    if (config != nullptr) set = read(*config);
-    if (set) continue;
-    notes->push_back({EntryPath(path, list, "name", name),
-                      "a set with something that is not known here",
-                      "no set: entries that name it cannot be kept"});
-  }
 }
 
 }  // namespace
 
-void ReadOpenConfigSets(const Node& sets, DefinedSets* defined, std::vector<Note>* notes) {
+void ReadOpenConfigSets(const Node& sets, DefinedSets* defined, AccessLists* lists) {
   const std::string path = "/defined-sets";
-  for (const Node& node : sets.children) {
-    const std::string place = PathOf(path, node);
-    const bool ours = node.module == kOpenConfigSets.name;
-    if (ours && node.name == "ipv4-prefix-sets") {
-      ReadSets(node, place, "ipv4-prefix-set", PrefixSet, notes, &defined->prefixes);
-    } else if (ours && node.name == "port-sets") {
-      ReadSets(node, place, "port-set", PortSet, notes, &defined->ports);
-    } else {
-      notes->push_back({place, "sets that are not known here",
-                        "left out: entries that name them cannot be kept"});
-    }
-  }
+  ForEach(sets, path, NameInSets, &lists->problems, &lists->notes,
+          [&](const Node& node, std::string_view name) {
+            const std::string place = PathOf(path, node);
+            if (name == "ipv4-prefix-sets") {
+              ReadSets(node, place, "ipv4-prefix-set", NameInSets, PrefixSet, lists,
+                       &defined->prefixes);
+            } else if (name == "port-sets") {
+              ReadSets(node, place, "port-set", NameInSets, PortSet, lists, &defined->ports);
+            } else if (name == "ipv6-prefix-sets") {
+              lists->notes.push_back({place, "sets that have nothing like them here",
+                                      "left out: entries that name them are refused"});
+            } else {
+              return name == "state";
+            }
+            return true;
+          });
 }
 
 }  // namespace host::standard

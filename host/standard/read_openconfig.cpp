@@ -1,8 +1,10 @@
 // openconfig-acl: see readers.h. Containers `state` repeat the configuration and are passed over.
 // Here are lists, entries and interfaces; openconfig_parts.h has what entries compare.
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
 #include <set>
+#include <unordered_set>
 #include <utility>
 
 #include "host/standard/openconfig_parts.h"
@@ -11,11 +13,11 @@
 namespace host::standard {
 namespace {
 
-// Child of the container `config` of a node, where the values are.
+// A leaf of the container config of a node or, of a key that is not there, that of the node.
 const Node* FindConfig(const Node& node, std::string_view leaf) {
-  const Node* config = node.Find("config");
-  const Node* found = config == nullptr ? nullptr : config->Find(leaf);
-  return found != nullptr ? found : node.Find(leaf);
+  const Node* config = ConfigIn(node);
+  const Node* found = config == nullptr ? nullptr : ChildOf(*config, NameInOpenConfig, leaf);
+  return found != nullptr ? found : ChildOf(node, NameInOpenConfig, leaf);
 }
 const std::string& ConfigOf(const Node& node, std::string_view leaf) {
   static const std::string kNone;
@@ -28,7 +30,7 @@ class OpenConfigReader {
   OpenConfigReader(size_t most_alternatives, AccessLists* lists)
       : most_(most_alternatives), lists_(lists) {}
 
-  void ReadSets(const Node& sets) { ReadOpenConfigSets(sets, &sets_, &lists_->notes); }
+  void ReadSets(const Node& sets) { ReadOpenConfigSets(sets, &sets_, lists_); }
 
   std::string Read(const Node& acl) {
     Each(acl, "/acl", &lists_->problems, [this](const Node& node, std::string_view name) {
@@ -42,7 +44,7 @@ class OpenConfigReader {
     });
     // Behind the sets, whose names they have.
     for (const Node& node : acl.children) {
-      if (NameInOpenConfig(node) != "interfaces") continue;
+      if (NameInOpenConfig(node) != "interfaces" || FaultOf(acl, node) != nullptr) continue;
       const std::string place = "/acl/interfaces";
       Each(node, place, &lists_->problems, [&](const Node& interface, std::string_view name) {
         if (name == "interface") ReadInterface(interface, place);
@@ -70,6 +72,20 @@ class OpenConfigReader {
     });
   }
 
+  // Refuses keys of `node` that its container config has with other values.
+  static void CheckKeys(const Node& node, const std::string& path, std::vector<Problem>* problems,
+                        std::initializer_list<std::string_view> keys) {
+    for (const std::string_view key : keys) {
+      const Node *config = FindConfig(node, key), *own = ChildOf(node, NameInOpenConfig, key);
+      if (own == nullptr || (own->value == config->value &&
+                             (own->module_of_value.empty() || config->module_of_value.empty() ||
+                              own->module_of_value == config->module_of_value))) {
+        continue;
+      }
+      problems->push_back({PathOf(path, *own), "another value than that in config", true, true});
+    }
+  }
+
   void ReadSet(const Node& set) {
     Acl& acl = lists_->acls.emplace_back();
     const Node* type = FindConfig(set, "type");
@@ -78,6 +94,11 @@ class OpenConfigReader {
     acl.path = EntryPath("/acl/acl-sets", "acl-set", "name", name);
     acl.description = ConfigOf(set, "description");
     ReadType(type, &acl);
+    CheckKeys(set, acl.path, &acl.problems, {"name", "type"});
+    if (!sets_read_.insert(acl.name).second) {
+      acl.problems.push_back({acl.path, "a second list of that name and type"});
+    }
+    std::unordered_set<uint32_t> numbers;  // of entries
     Each(set, acl.path, &acl.problems, [&](const Node& node, std::string_view child) {
       const std::string path = PathOf(acl.path, node);
       if (child == "config") {
@@ -85,7 +106,7 @@ class OpenConfigReader {
       } else if (child == "acl-entries") {
         acl.aces.reserve(node.children.size());
         Each(node, path, &acl.problems, [&](const Node& entry, std::string_view list) {
-          if (list == "acl-entry") ReadEntry(entry, &acl);
+          if (list == "acl-entry") ReadEntry(entry, &acl, &numbers);
           return list == "acl-entry";
         });
       } else {
@@ -122,14 +143,19 @@ class OpenConfigReader {
     return *known;
   }
 
-  void ReadEntry(const Node& node, Acl* acl) {
+  void ReadEntry(const Node& node, Acl* acl, std::unordered_set<uint32_t>* numbers) {
     Ace& ace = acl->aces.emplace_back();
     ace.name = ConfigOf(node, "sequence-id");
     ace.path = EntryPath(acl->path + "/acl-entries", "acl-entry", "sequence-id", ace.name);
     ace.number = NumberOf(ace.name, 0xffffffff);
     ace.description = ConfigOf(node, "description");
     Reading reading{AceBuilder(&ace, most_), sets_, NameInOpenConfig, &lists_->notes};
-    if (!ace.number) reading.builder.Refuse(ace.path, "it has no number");
+    if (!ace.number) {
+      ace.problems.push_back({ace.path, "it has no number", true, true});
+    } else if (!numbers->insert(*ace.number).second) {
+      ace.problems.push_back({ace.path, "a second entry of that number", true, true});
+    }
+    CheckKeys(node, ace.path, &ace.problems, {"sequence-id"});
     Each(node, ace.path, &ace.problems, [&](const Node& child, std::string_view name) {
       const std::string path = PathOf(ace.path, child);
       if (name == "config") {
@@ -192,6 +218,7 @@ class OpenConfigReader {
     Attachment attachment;
     attachment.interface = id;
     attachment.path = path + "/ingress-acl-sets";
+    CheckKeys(node, path, problems, {"id"});
     Each(node, path, problems, [&](const Node& child, std::string_view name) {
       if (name == "interface-ref") {
         ReadReference(child, PathOf(path, child), &attachment.interface);
@@ -229,7 +256,14 @@ class OpenConfigReader {
     const std::string& interface = ConfigOf(reference, "interface");
     const std::string& part = ConfigOf(reference, "subinterface");
     if (!interface.empty()) *name = interface;
-    if (!part.empty() && part != "0") *name += "." + part;
+    if (FindConfig(reference, "subinterface") == nullptr) return;
+    const std::optional<uint32_t> number = NumberOf(part, UINT32_MAX);
+    if (!number) {
+      const std::string place = path + "/config/subinterface";
+      lists_->problems.push_back({place, "\"" + part + "\" is no value that is known", true});
+    } else if (*number != 0) {
+      *name += "." + std::to_string(*number);
+    }
   }
 
   // The sets of one direction: the names of their lists, and their paths.
@@ -242,6 +276,7 @@ class OpenConfigReader {
       const std::string& acl = ConfigOf(set, "set-name");
       const std::string path = EntryPath(place, list, "set-name", acl);
       take(NameFor(acl, ConfigOf(set, "type")), path);
+      CheckKeys(set, path, problems, {"set-name", "type"});
       Each(set, path, problems, [&](const Node& child, std::string_view leaf) {
         // The entries below a set of an interface are state.
         if (leaf != "config") return leaf == "set-name" || leaf == "type" || leaf == "acl-entries";
@@ -256,7 +291,7 @@ class OpenConfigReader {
   AccessLists* lists_;
   DefinedSets sets_;
   std::map<std::pair<std::string, std::string>, std::string> names_;  // by name and type
-  std::set<std::string> taken_;
+  std::set<std::string> taken_, sets_read_;
   ValueCount count_;
 };
 
@@ -264,13 +299,17 @@ class OpenConfigReader {
 
 std::string ReadOpenConfig(const Document& document, size_t most_alternatives, AccessLists* lists) {
   OpenConfigReader reader(most_alternatives, lists);
+  const auto may = [&](const Node& node, NameOfNode name_of) {
+    return MayTake(document.root, node, "", name_of, &lists->problems);
+  };
+  const NameOfNode any_name = [](const Node& node) { return node.name; };
   const auto is_acl = [](const Node& node) {
     return node.name == "acl" && node.module == kOpenConfigAcl.name;
   };
   bool found = false;
   for (const Node& node : document.root.children) {
     if (node.name == "defined-sets" && node.module == kOpenConfigSets.name) {
-      reader.ReadSets(node);
+      if (may(node, any_name)) reader.ReadSets(node);
     } else if (is_acl(node)) {
       found = true;
     } else {
@@ -280,7 +319,7 @@ std::string ReadOpenConfig(const Document& document, size_t most_alternatives, A
   if (!found) return std::string("it has no ") + kOpenConfigAcl.name + ":acl";
   std::string wrong;
   for (const Node& node : document.root.children) {
-    if (wrong.empty() && is_acl(node)) wrong = reader.Read(node);
+    if (is_acl(node) && may(node, NameInOpenConfig) && wrong.empty()) wrong = reader.Read(node);
   }
   return wrong;
 }

@@ -1,5 +1,6 @@
 // ietf-access-control-list and its augmentations: see readers.h. Here are lists, entries and
 // attachments; rfc8519_parts.h has what entries compare.
+#include <unordered_set>
 #include <utility>
 
 #include "host/standard/readers.h"
@@ -14,9 +15,8 @@ class Rfc8519Reader {
       : most_(most_alternatives), lists_(lists) {}
 
   std::string Read(const Node& acls) {
-    if (const Node* sets = acls.Find("defined-sets")) {
-      sets_ = ReadRfc9899Sets(*sets, "/acls/defined-sets", &lists_->notes);
-    }
+    const Node* sets = ChildOf(acls, NameInRfc8519, "defined-sets");
+    if (sets != nullptr) sets_ = ReadRfc9899Sets(*sets, "/acls/defined-sets", lists_);
     Each(acls, "/acls", &lists_->problems, [this](const Node& node, std::string_view name) {
       if (name == "acl") {
         ReadAcl(node);
@@ -51,14 +51,17 @@ class Rfc8519Reader {
 
   void ReadAcl(const Node& node) {
     Acl& acl = lists_->acls.emplace_back();
-    acl.name = node.ValueOf("name");
+    acl.name = ValueIn(node, NameInRfc8519, "name");
     acl.path = EntryPath("/acls", "acl", "name", acl.name);
-    std::vector<const Node*> aces;  // what entries mean depends on the type, wherever it stands
+    if (!names_.insert(acl.name).second) {
+      acl.problems.push_back({acl.path, "a second list of that name"});
+    }
+    const Node* aces = nullptr;  // what entries mean depends on the type, wherever it stands
     Each(node, acl.path, &acl.problems, [&](const Node& child, std::string_view name) {
       if (name == "type") {
         ReadType(child, &acl);
       } else if (name == "aces") {
-        aces.push_back(&child);
+        aces = &child;
       } else if (name == "own:description") {
         acl.description = child.value;
       } else if (name == "own:priority") {
@@ -72,13 +75,13 @@ class Rfc8519Reader {
       }
       return true;
     });
-    for (const Node* list : aces) {
-      acl.aces.reserve(acl.aces.size() + list->children.size());
-      Each(*list, acl.path + "/aces", &acl.problems, [&](const Node& ace, std::string_view name) {
-        if (name == "ace") ReadAce(ace, &acl);
-        return name == "ace";
-      });
-    }
+    if (aces == nullptr) return;
+    acl.aces.reserve(aces->children.size());
+    std::unordered_set<std::string_view> names;  // of entries: views of the document
+    Each(*aces, acl.path + "/aces", &acl.problems, [&](const Node& ace, std::string_view name) {
+      if (name == "ace") ReadAce(ace, &acl, &names);
+      return name == "ace";
+    });
   }
 
   static void ReadType(const Node& node, Acl* acl) {
@@ -97,10 +100,14 @@ class Rfc8519Reader {
     acl->problems.push_back({acl->path + "/type", "a list of the type " + node.value, true});
   }
 
-  void ReadAce(const Node& node, Acl* acl) {
+  void ReadAce(const Node& node, Acl* acl, std::unordered_set<std::string_view>* names) {
     Ace& ace = acl->aces.emplace_back();
-    ace.name = node.ValueOf("name");
+    const std::string& key = ValueIn(node, NameInRfc8519, "name");
+    ace.name = key;
     ace.path = EntryPath(acl->path + "/aces", "ace", "name", ace.name);
+    if (!names->insert(key).second) {
+      ace.problems.push_back({ace.path, "a second entry of that name", true, true});
+    }
     Reading reading{AceBuilder(&ace, most_), sets_, NameInRfc8519, &lists_->notes};
     bool handled = false;
     Each(node, ace.path, &ace.problems, [&](const Node& child, std::string_view name) {
@@ -144,7 +151,7 @@ class Rfc8519Reader {
       } else if (name == "own:set-pcp") {
         const std::optional<uint32_t> pcp = NumberOf(value, 7);
         if (pcp) ace->set_pcp = static_cast<uint8_t>(*pcp);
-        if (!pcp) refuse("\"" + value + "\" is no PCP", true);
+        if (!pcp) refuse("\"" + value + "\" is no PCP", false);
       } else if (name == "log-action" || name == "counter-action") {
         if (!node.children.empty()) refuse("logs and named counters of the packets", false);
       } else if (name == "rate-limit") {
@@ -170,9 +177,7 @@ class Rfc8519Reader {
     const auto is = [&node](const char* name) {
       return IsIdentity(node, kAccessControlList, name);
     };
-    if (ace->handling != Handling::kNone) {
-      reading->builder.Refuse(path, "a second action", false);
-    } else if (is("accept")) {
+    if (is("accept")) {
       ace->handling = Handling::kPermit;
     } else if (is("drop") || is("reject")) {
       ace->handling = Handling::kDeny;
@@ -193,7 +198,7 @@ class Rfc8519Reader {
 
   void ReadInterface(const Node& node, const std::string& place) {
     Attachment attachment;
-    attachment.interface = node.ValueOf("interface-id");
+    attachment.interface = ValueIn(node, NameInRfc8519, "interface-id");
     const std::string path = EntryPath(place, "interface", "interface-id", attachment.interface);
     attachment.path = path + "/ingress";
     Each(node, path, &lists_->problems, [&](const Node& child, std::string_view name) {
@@ -224,7 +229,7 @@ class Rfc8519Reader {
       if (name != "acl-sets") return false;
       Each(node, sets, problems, [&](const Node& set, std::string_view list) {
         if (list != "acl-set") return false;
-        const std::string& acl = set.ValueOf("name");
+        const std::string& acl = ValueIn(set, NameInRfc8519, "name");
         const std::string path = EntryPath(sets, "acl-set", "name", acl);
         take(acl, path);
         Each(set, path, problems, [](const Node& /*leaf*/, std::string_view leaf_name) {
@@ -239,6 +244,7 @@ class Rfc8519Reader {
   const size_t most_;
   AccessLists* lists_;
   DefinedSets sets_;
+  std::unordered_set<std::string> names_;  // of lists
   ValueCount count_;
 };
 
@@ -250,7 +256,8 @@ std::string ReadRfc8519(const Document& document, size_t most_alternatives, Acce
   for (const Node& node : document.root.children) {
     if (node.name == "acls" && node.module == kAccessControlList.name) {
       found = true;
-      if (wrong.empty()) wrong = Rfc8519Reader(most_alternatives, lists).Read(node);
+      const bool may = MayTake(document.root, node, "", NameInRfc8519, &lists->problems);
+      if (may && wrong.empty()) wrong = Rfc8519Reader(most_alternatives, lists).Read(node);
     } else {
       TellOtherModel(node, lists);
     }

@@ -4,6 +4,8 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "host/runtime/log_text.h"
+
 namespace host::standard {
 
 void Report::Add(ReportItem item) {
@@ -38,6 +40,15 @@ Loss LossOfEntry(bool denies) {
   return {"the whole entry is left out: what it passed is decided by the entries behind it", false};
 }
 
+namespace {
+
+constexpr size_t kMostShown = 1024;  // octets of a part of a line
+
+// A part of a line.
+std::string Shown(const std::string& text) { return LogText(CutText(text, kMostShown)); }
+
+}  // namespace
+
 std::string PrintReport(const Report& report, size_t most) {
   std::string text;
   for (const Outcome outcome :
@@ -48,8 +59,8 @@ std::string PrintReport(const Report& report, size_t most) {
       if (item.outcome != outcome) continue;
       if (bounded && listed == most) break;
       ++listed;
-      text += std::string(item.loud ? "WARNING: " : "") + NameOf(outcome) + ": " + item.path +
-              ": " + item.meaning + ": " + item.done + "\n";
+      text += std::string(item.loud ? "WARNING: " : "") + NameOf(outcome) + ": " +
+              Shown(item.path) + ": " + Shown(item.meaning) + ": " + Shown(item.done) + "\n";
     }
     const size_t more = report.CountOf(outcome) - listed;
     if (more > 0) text += std::to_string(more) + " more are " + NameOf(outcome) + "\n";
@@ -69,7 +80,7 @@ std::string ReportAsJson(const Report& report) {
     if (item.loud) entry["warning"] = true;
     json["items"].push_back(std::move(entry));
   }
-  return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+  return json.dump(2, ' ', true, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
 }  // namespace host::standard

@@ -60,9 +60,10 @@ Loss LossOfEntry(bool denies);
 const char* NameOf(Outcome outcome);
 
 // A line for each item, those that matter most first; of those that are exact and of those that are
-// noted at most `most` are listed, the rest are counted.
+// noted at most `most` are listed, the rest are counted. What a terminal would obey, and what would
+// make two lines of one, is escaped; long texts are cut.
 std::string PrintReport(const Report& report, size_t most);
-// An object: the outcome and the items.
+// An object: the outcome and the items, whole and in ASCII.
 std::string ReportAsJson(const Report& report);
 
 }  // namespace host::standard

@@ -17,14 +17,14 @@ void TakeEcn(Reading* reading, const Statement& statement, const Rule& /*rule*/)
 }
 
 void TakeEthertype(Reading* reading, const Statement& statement, const Rule& rule) {
-  std::optional<uint32_t> type = EthertypeNamed(statement.node.value);
+  std::optional<uint32_t> type;
+  if (statement.node.module_of_value.empty()) type = EthertypeNamed(statement.node.value);
   if (!type) type = NumberOf(statement.node.value, 0xffff);
   if (!type) return RefuseValue(reading, statement);
   reading->builder.AndExact(rule.field, *type);
 }
 
 void TakePort(Reading* reading, const Statement& statement, const Rule& rule) {
-  if (!statement.node.value.empty()) return RefuseValue(reading, statement);
   if (statement.node.children.empty()) return;
   RefuseOthers(reading, statement, {"lower-port", "upper-port", "operator", "port"});
   const std::optional<Ranges> ports = PortsOfRfc8519(statement.node);
@@ -36,22 +36,29 @@ void TakePort(Reading* reading, const Statement& statement, const Rule& rule) {
 
 void TakeVlans(Reading* reading, const Statement& statement, const Rule& rule) {
   const Node& filter = statement.node;
-  if (!filter.value.empty()) return RefuseValue(reading, statement);
+  const auto find = [&filter](std::string_view name) {
+    return ChildOf(filter, NameInRfc8519, name);
+  };
   RefuseOthers(reading, statement, {"frame-type", "operator", "lower-vlan", "upper-vlan", "vlan"});
-  if (const Node* type = filter.Find("frame-type")) {
+  if (const Node* type = find("frame-type")) {
     reading->builder.Refuse(statement.path + "/frame-type", "the frame type " + type->value);
   }
   Ranges vlans;
   bool right = true;
-  const std::string& op = filter.ValueOf("operator");
-  if (const Node* lower = filter.Find("lower-vlan")) {
-    const std::optional<uint32_t> low = NumberOf(lower->value, kMostVlan);
-    const std::optional<uint32_t> high = NumberOf(filter.ValueOf("upper-vlan"), kMostVlan);
-    right = low && high && *low <= *high;
+  const std::string& op = ValueIn(filter, NameInRfc8519, "operator");
+  const Node *lower = find("lower-vlan"), *upper = find("upper-vlan");
+  if (lower != nullptr || upper != nullptr) {
+    const auto number = [](const Node* node) {
+      return node == nullptr ? std::nullopt : NumberOf(node->value, kMostVlan);
+    };
+    const std::optional<uint32_t> low = number(lower), high = number(upper);
+    // A range, or VLANs one by one: what both together are is not said.
+    right = low && high && *low <= *high && (op.empty() || op == "eq" || op == "neq") &&
+            find("vlan") == nullptr;
     if (right) vlans.push_back({*low, *high});
   }
   for (const Node& node : filter.children) {
-    if (node.name != "vlan") continue;
+    if (NameInRfc8519(node) != "vlan" || node.form == Node::Form::kNothing) continue;
     const std::optional<uint32_t> vlan = NumberOf(node.value, kMostVlan);
     const std::optional<Ranges> ranges =
         vlan ? RangesOf(op == "neq" ? "eq" : op, *vlan, kMostVlan) : std::nullopt;
@@ -141,6 +148,10 @@ void TakeByRule(const Node& parent, const Node& node, std::string_view container
                 const std::string& place, Reading* reading) {
   const Rule* rule = FindRule(container, NameInRfc8519(node));
   if (rule == nullptr) return RefuseUnknown(reading, place, node);
+  const bool is_refused = rule->take == Refuse || rule->take == RefuseContent;
+  if (!is_refused && !MayTake(parent, node, place, NameInRfc8519, &reading->builder.problems())) {
+    return;
+  }
   rule->take(reading, {node, parent, PathOf(place, node)}, *rule);
 }
 
@@ -155,13 +166,13 @@ void ReadContainer(const Node& container, const Rule& rule, const std::string& p
 // TCP and UDP without a word on IP are over both versions; ours compares the protocol of IPv4.
 void CheckIpVersion(const Node& matches, const std::string& path, Kind kind, Reading* reading) {
   if (kind == Kind::kIpv4 || kind == Kind::kMixed) return;
-  const Node* ipv4 = matches.Find("ipv4");
+  const Node* ipv4 = ChildOf(matches, NameInRfc8519, "ipv4");
   if (ipv4 != nullptr && !ipv4->children.empty()) return;
   for (const char* name : {"tcp", "udp", "icmp"}) {
-    const Node* container = matches.Find(name);
+    const Node* container = ChildOf(matches, NameInRfc8519, name);
     if (container == nullptr || container->children.empty()) continue;
-    reading->builder.Refuse(path + "/" + name,
-                            std::string(name) + " over IPv6 as well as over IPv4");
+    reading->builder.RefuseWhole(path + "/" + name,
+                                 std::string(name) + " over IPv6 as well as over IPv4");
   }
 }
 
@@ -200,7 +211,9 @@ void ReadRfc8519Matches(const Node& matches, const std::string& path, Kind kind,
       if (name == rule.path) container = &rule;
     }
     if (container != nullptr) {
-      ReadContainer(node, *container, PathOf(path, node), reading);
+      if (MayTake(matches, node, path, NameInRfc8519, &reading->builder.problems())) {
+        ReadContainer(node, *container, PathOf(path, node), reading);
+      }
     } else {
       TakeByRule(matches, node, "", path, reading);
     }

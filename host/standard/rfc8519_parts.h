@@ -19,8 +19,8 @@ std::string_view NameInRfc8519(const Node& node);
 // The ports that port-range-or-operator says (RFC 8519, section 4.2); nothing where it says none.
 std::optional<Ranges> PortsOfRfc8519(const Node& node);
 
-// The container defined-sets of RFC 9899.
-DefinedSets ReadRfc9899Sets(const Node& sets, const std::string& path, std::vector<Note>* notes);
+// The container defined-sets of RFC 9899; what there is to tell of it goes into the lists.
+DefinedSets ReadRfc9899Sets(const Node& sets, const std::string& path, AccessLists* lists);
 
 // The container `matches` of an entry of a list of that kind; `path` is its own.
 void ReadRfc8519Matches(const Node& matches, const std::string& path, Kind kind, Reading* reading);

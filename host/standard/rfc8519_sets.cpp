@@ -7,100 +7,108 @@
 namespace host::standard {
 namespace {
 
-// Takes the members of a set: `take` gets each that is called `member`, and returns whether it is
-// as it should be. False, too, for a set with anything else in it.
+// Goes through a set. `take` gets each member, which is called `member`.
 template <class Take>
-bool TakeMembers(const Node& set, std::string_view member, const Take& take) {
-  for (const Node& node : set.children) {
-    const std::string_view name = NameInRfc8519(node);
-    if (name == "name") continue;
-    if (name != member || !take(node)) return false;
-  }
-  return true;
+void EachMember(const Node& set, const std::string& place, std::string_view member,
+                SetReading* reading, const Take& take) {
+  ForEach(set, place, reading->name_of, &reading->problems, reading->notes,
+          [&](const Node& node, std::string_view name) {
+            if (name == "description") reading->NoteText(place, node);
+            if (name == member) take(node);
+            return name == "name" || name == "description" || name == member;
+          });
 }
 
-std::optional<std::vector<Value>> Prefixes(const Node& set) {
+std::vector<Value> Prefixes(const Node& set, const std::string& place, SetReading* reading) {
   std::vector<Value> prefixes;
-  const bool right = TakeMembers(set, "prefix", [&](const Node& node) {
-    const std::optional<Value> prefix = PrefixOf(node.value);
-    if (prefix) prefixes.push_back(*prefix);
-    return prefix.has_value();
-  });
-  return right ? std::optional(std::move(prefixes)) : std::nullopt;
+  EachMember(set, place, "prefix", reading,
+             [&](const Node& node) { TakeSetPrefix(node, place, reading, &prefixes); });
+  reading->RequireValues(place, !prefixes.empty());
+  return Distinct(std::move(prefixes));
 }
 
-std::optional<Ranges> Ports(const Node& set) {
+Ranges Ports(const Node& set, const std::string& place, SetReading* reading) {
   Ranges all;
-  const bool right = TakeMembers(set, "port", [&](const Node& port) {
-    const Node* inner = port.Find("port-range-or-operator");
-    const std::optional<Ranges> ranges = PortsOfRfc8519(inner == nullptr ? port : *inner);
-    if (ranges) all.insert(all.end(), ranges->begin(), ranges->end());
-    return ranges.has_value();
+  EachMember(set, place, "port", reading, [&](const Node& port) {
+    const std::string path = EntryPath(place, "port", "id", ValueIn(port, NameInRfc8519, "id"));
+    std::optional<Ranges> ranges;
+    const auto each = [&](const Node& node, const std::string& where, const auto& take) {
+      ForEach(node, where, reading->name_of, &reading->problems, reading->notes, take);
+    };
+    each(port, path, [&](const Node& node, std::string_view name) {
+      if (name != "port-range-or-operator") return name == "id";
+      each(node, PathOf(path, node), [](const Node& /*leaf*/, std::string_view leaf) {
+        return leaf == "lower-port" || leaf == "upper-port" || leaf == "operator" || leaf == "port";
+      });
+      ranges = PortsOfRfc8519(node);
+      return true;
+    });
+    if (ranges) {
+      all.insert(all.end(), ranges->begin(), ranges->end());
+    } else {
+      reading->problems.push_back({path, "ports that are not given as they should be", true});
+    }
   });
-  return right ? std::optional(Union(std::move(all))) : std::nullopt;
+  reading->RequireValues(place, !all.empty());
+  return Union(std::move(all));
 }
 
-std::optional<std::vector<Value>> Protocols(const Node& set) {
+std::vector<Value> Protocols(const Node& set, const std::string& place, SetReading* reading) {
   std::vector<Value> protocols;
-  const bool right = TakeMembers(set, "protocol", [&](const Node& node) {
+  EachMember(set, place, "protocol", reading, [&](const Node& node) {
     std::optional<uint32_t> protocol = NumberOf(node.value, 255);
     if (!protocol) protocol = ProtocolNamed(node.value);
-    if (protocol) protocols.push_back({*protocol, FullMask(kIpProtocol)});
-    return protocol.has_value();
+    if (!protocol) return reading->RefuseValue(place, node);
+    protocols.push_back({*protocol, FullMask(kIpProtocol)});
   });
-  return right ? std::optional(std::move(protocols)) : std::nullopt;
-}
-
-// Reads the sets of a container. Those that are not as they should be are told of, for entries that
-// name them are refused, and nobody would see why.
-template <class Set>
-void ReadSets(const Node& container, const std::string& path, std::string_view list,
-              std::optional<Set> (*read)(const Node&), std::vector<Note>* notes,
-              std::map<std::string, std::optional<Set>>* sets) {
-  for (const Node& node : container.children) {
-    if (NameInRfc8519(node) != list) {
-      notes->push_back({PathOf(path, node), "what is no set", "left out"});
-      continue;
-    }
-    const std::string& name = node.ValueOf("name");
-    std::optional<Set>& set = (*sets)[name] = read(node);
-    if (set) continue;
-    notes->push_back({EntryPath(path, list, "name", name),
-                      "a set with something that is not known here",
-                      "no set: entries that name it cannot be kept"});
-  }
+  reading->RequireValues(place, !protocols.empty());
+  return Distinct(std::move(protocols));
 }
 
 }  // namespace
 
 std::optional<Ranges> PortsOfRfc8519(const Node& node) {
-  if (const Node* lower = node.Find("lower-port")) {
+  const auto find = [&node](std::string_view name) { return ChildOf(node, NameInRfc8519, name); };
+  const Node *lower = find("lower-port"), *upper = find("upper-port");
+  const Node *op = find("operator"), *port = find("port");
+  if (lower != nullptr || upper != nullptr) {
+    // A range, or an operator with a port: they are a choice.
+    if (lower == nullptr || upper == nullptr || op != nullptr || port != nullptr) {
+      return std::nullopt;
+    }
     const std::optional<uint32_t> low = NumberOf(lower->value, kMostPort);
-    const std::optional<uint32_t> high = NumberOf(node.ValueOf("upper-port"), kMostPort);
+    const std::optional<uint32_t> high = NumberOf(upper->value, kMostPort);
     if (!low || !high || *low > *high) return std::nullopt;
     return Ranges{{*low, *high}};
   }
-  const std::optional<uint32_t> port = NumberOf(node.ValueOf("port"), kMostPort);
-  if (!port) return std::nullopt;
-  return RangesOf(node.ValueOf("operator"), *port, kMostPort);
+  const std::optional<uint32_t> number =
+      port == nullptr ? std::nullopt : NumberOf(port->value, kMostPort);
+  if (!number) return std::nullopt;
+  return RangesOf(op == nullptr ? "eq" : std::string_view(op->value), *number, kMostPort);
 }
 
-DefinedSets ReadRfc9899Sets(const Node& sets, const std::string& path, std::vector<Note>* notes) {
+DefinedSets ReadRfc9899Sets(const Node& sets, const std::string& path, AccessLists* lists) {
   DefinedSets defined;
-  for (const Node& node : sets.children) {
-    const std::string_view name = NameInRfc8519(node);
-    const std::string place = PathOf(path, node);
-    if (name == "ipv4-prefix-sets") {
-      ReadSets(node, place, "prefix-set", Prefixes, notes, &defined.prefixes);
-    } else if (name == "port-sets") {
-      ReadSets(node, place, "port-set", Ports, notes, &defined.ports);
-    } else if (name == "protocol-sets") {
-      ReadSets(node, place, "protocol-set", Protocols, notes, &defined.protocols);
-    } else {
-      notes->push_back({place, "sets that are not known here",
-                        "left out: entries that name them cannot be kept"});
-    }
-  }
+  ForEach(sets, path, NameInRfc8519, &lists->problems, &lists->notes,
+          [&](const Node& node, std::string_view name) {
+            const std::string place = PathOf(path, node);
+            const auto read = [&](std::string_view list, const auto& take, auto* all) {
+              ReadSets(node, place, list, NameInRfc8519, take, lists, all);
+            };
+            if (name == "ipv4-prefix-sets") {
+              read("prefix-set", Prefixes, &defined.prefixes);
+            } else if (name == "port-sets") {
+              read("port-set", Ports, &defined.ports);
+            } else if (name == "protocol-sets") {
+              read("protocol-set", Protocols, &defined.protocols);
+            } else if (name == "ipv6-prefix-sets" || name == "icmp-type-sets") {
+              lists->notes.push_back({place, "sets that have nothing like them here",
+                                      "left out: entries that name them are refused"});
+            } else {
+              return false;
+            }
+            return true;
+          });
   return defined;
 }
 

@@ -5,6 +5,8 @@
 #include <iterator>
 #include <utility>
 
+#include "host/runtime/log_text.h"
+
 namespace host::standard {
 namespace {
 
@@ -40,7 +42,48 @@ std::string AnnotationText(const Node& annotation) {
 
 std::string PathOf(const std::string& place, const Node& node) {
   std::string path = place + "/";
+  if (node.name.size() > kMaxOutsideText) return path + CutText(node.name, kMaxOutsideText);
   return path.append(node.name);
+}
+
+bool MayTake(const Node& node, const Node& child, const std::string& place, NameOfNode name_of,
+             std::vector<Problem>* problems) {
+  const char* fault = name_of(child).empty() ? nullptr : FaultOf(node, child);
+  if (fault != nullptr) problems->push_back({PathOf(place, child), fault, true, true});
+  return fault == nullptr && child.form != Node::Form::kNothing;
+}
+
+const Node* ChildOf(const Node& parent, NameOfNode name_of, std::string_view name) {
+  for (const Node& node : parent.children) {
+    if (node.name == name && !name_of(node).empty()) return &node;
+  }
+  return nullptr;
+}
+
+const std::string& ValueIn(const Node& parent, NameOfNode name_of, std::string_view name) {
+  static const std::string kNone;
+  const Node* node = ChildOf(parent, name_of, name);
+  return node == nullptr ? kNone : node->value;
+}
+
+void SetReading::RefuseValue(const std::string& place, const Node& node) {
+  problems.push_back(
+      {PathOf(place, node), "\"" + node.value + "\" is no value that is known", true});
+}
+
+void SetReading::RequireValues(const std::string& place, bool has_any) {
+  if (!has_any && problems.empty()) problems.push_back({place, "a set without values", true});
+}
+
+void SetReading::NoteText(const std::string& place, const Node& node) {
+  notes->push_back({PathOf(place, node), "the text \"" + node.value + "\"", "left out"});
+}
+
+void TakeSetPrefix(const Node& node, const std::string& place, SetReading* reading,
+                   std::vector<Value>* prefixes) {
+  const std::optional<Value> prefix = PrefixOf(node.value);
+  if (!prefix) return reading->RefuseValue(place, node);
+  prefixes->push_back(*prefix);
 }
 
 void TellUnknown(const std::string& place, const Node& node, std::vector<Problem>* problems,
@@ -50,7 +93,7 @@ void TellUnknown(const std::string& place, const Node& node, std::vector<Problem
   } else if (IsHarmless(node)) {
     notes->push_back({PathOf(place, node), AnnotationText(node), "left out"});
   } else {
-    problems->push_back({PathOf(place, node), AnnotationText(node), true});
+    problems->push_back({PathOf(place, node), AnnotationText(node), true, true});
   }
 }
 
@@ -89,18 +132,15 @@ const Rule* RuleIndex::Find(std::string_view container, std::string_view name) c
 }
 
 void RefuseUnknown(Reading* reading, const std::string& place, const Node& node) {
-  std::vector<Problem> problems;
-  TellUnknown(place, node, &problems, reading->notes);
-  for (const Problem& problem : problems) reading->builder.Refuse(problem.path, problem.meaning);
+  TellUnknown(place, node, &reading->builder.problems(), reading->notes);
 }
 
 void RefuseOthers(Reading* reading, const Statement& statement,
                   std::initializer_list<std::string_view> known) {
-  for (const Node& node : statement.node.children) {
-    if (std::find(known.begin(), known.end(), reading->name_of(node)) == known.end()) {
-      RefuseUnknown(reading, statement.path, node);
-    }
-  }
+  ForEach(statement.node, statement.path, reading->name_of, &reading->builder.problems(),
+          reading->notes, [&](const Node& /*node*/, std::string_view name) {
+            return std::find(known.begin(), known.end(), name) != known.end();
+          });
 }
 
 void RefuseValue(Reading* reading, const Statement& statement) {
@@ -120,7 +160,8 @@ void Refuse(Reading* reading, const Statement& statement, const Rule& rule) {
 
 void TakeNumber(Reading* reading, const Statement& statement, const Rule& rule) {
   const std::optional<uint32_t> number = NumberOf(statement.node.value, rule.number);
-  if (!number) return RefuseValue(reading, statement);
+  const bool is_priority_tag = rule.field == kVlan && number == 0;  // which is no VLAN
+  if (!number || is_priority_tag) return RefuseValue(reading, statement);
   reading->builder.AndExact(rule.field, *number);
 }
 
@@ -138,7 +179,8 @@ void TakePrefix(Reading* reading, const Statement& statement, const Rule& rule) 
 
 void TakeMac(Reading* reading, const Statement& statement, const Rule& rule) {
   const std::optional<uint64_t> address = MacOf(statement.node.value);
-  const Node* mask_node = statement.parent.Find(std::string(statement.node.name) + "-mask");
+  const Node* mask_node =
+      ChildOf(statement.parent, reading->name_of, std::string(statement.node.name) + "-mask");
   const std::optional<uint64_t> mask =
       mask_node == nullptr ? FullMask(rule.field) : MacOf(mask_node->value);
   if (!address || !mask) return RefuseValue(reading, statement);
@@ -147,7 +189,7 @@ void TakeMac(Reading* reading, const Statement& statement, const Rule& rule) {
 
 void TakeMask(Reading* reading, const Statement& statement, const Rule& /*rule*/) {
   const std::string_view name = statement.node.name;
-  if (statement.parent.Find(name.substr(0, name.size() - 5)) == nullptr) {
+  if (ChildOf(statement.parent, reading->name_of, name.substr(0, name.size() - 5)) == nullptr) {
     reading->builder.Refuse(statement.path, "a mask without its address");
   }
 }
@@ -187,17 +229,6 @@ void TakeProtocolSet(Reading* reading, const Statement& statement, const Rule& r
   if (set == nullptr) return;
   reading->builder.AndSet(rule.field, *set, statement.path,
                           "the protocol set " + statement.node.value);
-}
-
-std::optional<std::vector<Value>> PrefixesIn(const Node& set, std::string_view name) {
-  std::vector<Value> prefixes;
-  for (const Node& node : set.children) {
-    if (node.name != name) continue;
-    const std::optional<Value> prefix = PrefixOf(node.value);
-    if (!prefix) return std::nullopt;
-    prefixes.push_back(*prefix);
-  }
-  return prefixes;
 }
 
 }  // namespace host::standard

@@ -7,9 +7,11 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "host/standard/ace_builder.h"
+#include "host/standard/shapes.h"
 
 namespace host::standard {
 
@@ -26,15 +28,28 @@ using NameOfNode = std::string_view (*)(const Node& node);
 void TellUnknown(const std::string& place, const Node& node, std::vector<Problem>* problems,
                  std::vector<Note>* notes);
 
-// Goes through what is in `node`, whose path is `place`. `take` gets each child and its name, and
-// returns whether it knows it; what it does not know is told of.
+// Whether `child` of `node` may be taken: it has the form that it should have, and is there. Of a
+// known one that has another form a problem tells.
+bool MayTake(const Node& node, const Node& child, const std::string& place, NameOfNode name_of,
+             std::vector<Problem>* problems);
+
+// Goes through what is in `node`, whose path is `place`. `take` gets each child that has the form
+// that it should have, and its name, and returns whether it knows it; what it does not know is told
+// of.
 template <class Take>
 void ForEach(const Node& node, const std::string& place, NameOfNode name_of,
              std::vector<Problem>* problems, std::vector<Note>* notes, const Take& take) {
   for (const Node& child : node.children) {
+    if (!MayTake(node, child, place, name_of, problems)) continue;
     if (!take(child, name_of(child))) TellUnknown(place, child, problems, notes);
   }
 }
+
+// The first child that has the name in its model's tables, whatever others call theirs; null where
+// there is none.
+const Node* ChildOf(const Node& parent, NameOfNode name_of, std::string_view name);
+// Its value, empty where there is none.
+const std::string& ValueIn(const Node& parent, NameOfNode name_of, std::string_view name);
 
 // Tells of a node beside those that the document is read for.
 void TellOtherModel(const Node& node, AccessLists* lists);
@@ -50,6 +65,52 @@ struct DefinedSets {
   std::map<std::string, std::optional<std::vector<Value>>> prefixes, protocols;
   std::map<std::string, std::optional<Ranges>> ports;
 };
+
+// What is wrong with a set, and what has no place here, while it is read.
+struct SetReading {
+  NameOfNode name_of;
+  std::vector<Problem> problems = {};
+  std::vector<Note>* notes;
+
+  // Refuses the set for the value of `node`, at `place`.
+  void RefuseValue(const std::string& place, const Node& node);
+  // Refuses the set at `place` where it has none.
+  void RequireValues(const std::string& place, bool has_any);
+  // Notes a text about the set.
+  void NoteText(const std::string& place, const Node& node);
+};
+
+// Reads the list `list` of sets in `container`. `read` gets a set, its path and a SetReading, and
+// returns its values. Of a set with problems, or with the name of another, a note tells: entries
+// that name it are refused. What is no set is a problem of the document.
+template <class Set, class Read>
+void ReadSets(const Node& container, const std::string& path, std::string_view list,
+              NameOfNode name_of, const Read& read, AccessLists* lists,
+              std::map<std::string, std::optional<Set>>* sets) {
+  ForEach(container, path, name_of, &lists->problems, &lists->notes,
+          [&](const Node& node, std::string_view name) {
+            if (name != list) return name == "state";
+            const std::string& key = ValueIn(node, name_of, "name");
+            const std::string place = EntryPath(path, list, "name", key);
+            SetReading reading{name_of, {}, &lists->notes};
+            Set values = read(node, place, &reading);
+            const auto [set, is_new] = sets->try_emplace(key);
+            if (!is_new) reading.problems.push_back({place, "a second set of that name"});
+            set->second.reset();
+            for (const Problem& problem : reading.problems) {
+              lists->notes.push_back(
+                  {problem.path, problem.meaning, "no set: entries that name it are refused"});
+            }
+            if (!reading.problems.empty()) return true;
+            set->second = std::move(values);
+            lists->notes.push_back({place, "a set", "its values are in the entries that name it"});
+            return true;
+          });
+}
+
+// The value of a prefix among those of a set.
+void TakeSetPrefix(const Node& node, const std::string& place, SetReading* reading,
+                   std::vector<Value>* prefixes);
 
 // One entry being read.
 struct Reading {
@@ -104,7 +165,7 @@ class RuleIndex {
 
 // A value that is none of the statement's.
 void RefuseValue(Reading* reading, const Statement& statement);
-// Refuses what is in the statement's node and not called one of these.
+// Refuses what is in the statement's node and not called one of these, or has another form.
 void RefuseOthers(Reading* reading, const Statement& statement,
                   std::initializer_list<std::string_view> known);
 // Refuses a condition that no table has.
@@ -124,9 +185,6 @@ void TakeMask(Reading* reading, const Statement& statement, const Rule& rule);
 void TakePrefixSet(Reading* reading, const Statement& statement, const Rule& rule);
 void TakePortSet(Reading* reading, const Statement& statement, const Rule& rule);
 void TakeProtocolSet(Reading* reading, const Statement& statement, const Rule& rule);
-
-// The leaf-list `name` of prefixes in a set; nothing where one of them is none.
-std::optional<std::vector<Value>> PrefixesIn(const Node& set, std::string_view name);
 
 }  // namespace host::standard
 

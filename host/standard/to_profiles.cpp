@@ -4,6 +4,7 @@
 #include <set>
 #include <utility>
 
+#include "host/standard/descriptions.h"
 #include "host/standard/profiles.h"
 #include "host/standard/tags.h"
 
@@ -12,7 +13,7 @@ namespace {
 
 constexpr uint32_t kHighest = 65535;  // of priorities
 constexpr uint32_t kStep = 10;        // between entries, where there is room
-constexpr size_t kLongestName = 64, kLongestText = 255;
+constexpr size_t kLongestName = 64;
 
 // The characters of profiles' and of interfaces' names (yang/acl-app-types.yang).
 bool MayBeInName(char c, bool slash) {
@@ -25,17 +26,6 @@ bool MayBeInName(char c, bool slash) {
 bool IsInterfaceName(const std::string& name) {
   return !name.empty() && name.size() <= kLongestName &&
          std::all_of(name.begin(), name.end(), [](char c) { return MayBeInName(c, true); });
-}
-
-// A line of text, cut between characters where it is too long.
-std::string OneLine(std::string text) {
-  for (char& c : text) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = ' ';
-  }
-  if (text.size() <= kLongestText) return text;
-  size_t most = kLongestText;
-  while (most > 0 && (static_cast<unsigned char>(text[most]) & 0xc0) == 0x80) --most;
-  return text.substr(0, most);
 }
 
 // The combinations of the values that conditions allow, one by one: the last field changes first.
@@ -80,6 +70,7 @@ class ToProfilesConverter {
       Judge(problem, "left out: what it dropped may pass");
     }
     for (const Acl& acl : lists_.acls) ConvertAcl(acl);
+    KeepOwnNames(origins_, &profiles_, report_);
     for (const Attachment& attachment : lists_.attachments) Bind(attachment);
     return std::move(profiles_);
   }
@@ -97,17 +88,6 @@ class ToProfilesConverter {
         skip ? left_out : "there is nothing like it", skip);
   }
 
-  // `text` as a description; what it loses by that is told.
-  std::string Describe(const std::string& text, const std::string& path) {
-    std::string line = OneLine(text);
-    if (line == text) return line;
-    const bool cut = line.size() < text.size();
-    Add(Outcome::kNoted, path,
-        cut ? "a text of " + std::to_string(text.size()) + " bytes" : "a text of several lines",
-        cut ? "cut behind 255 bytes: \"" + line + "\"" : "one line");
-    return line;
-  }
-
   void ConvertAcl(const Acl& acl) {
     for (const Problem& problem : acl.problems) {
       Judge(problem, "the whole list is left out: what it dropped may pass");
@@ -118,7 +98,11 @@ class ToProfilesConverter {
     }
     std::vector<Part> parts;
     for (const Ace& ace : acl.aces) {
-      if (&ace != &acl.aces.back() || !EndsAsProfiles(acl)) ConvertAce(ace, &parts);
+      if (&ace != &acl.aces.back() || !EndsAsProfiles(acl)) {
+        ConvertAce(ace, &parts);
+      } else if (!ace.description.empty() || ace.ace_priority) {
+        Add(Outcome::kNoted, ace.path, "a text or a number of the end of the profile", "left out");
+      }
     }
     Ace end;
     AddEnd(acl, &end, &parts);
@@ -127,12 +111,17 @@ class ToProfilesConverter {
     profile.priority = PriorityOf(acl);
     profile.name = NameFor(acl);
     const bool known = profile.name == acl.name || profile.name == acl.profile_name;
+    const std::string text = StartOf(acl.description);
     profile.description =
-        Describe(known ? acl.description : Tagged("acl", acl.name, acl.description), acl.path);
+        Describe(known ? text : Tagged("acl", StartOf(acl.name), text), acl.path, report_);
     if (!Number(acl, parts, &profile)) return;
     l3_of_[acl.name] = profile.l3;
     if (acl.priority && EndsAsProfiles(acl)) ours_.insert(acl.name);
     profiles_.profiles.push_back(std::move(profile));
+    ProfileOrigin& origin = origins_.emplace_back(ProfileOrigin{&acl, {}, EndsAsProfiles(acl)});
+    for (const Part& part : parts) {
+      origin.aces.insert(origin.aces.end(), part.count, part.ace == &end ? nullptr : part.ace);
+    }
   }
 
   // Whether the last entry stands for the end of a profile, which passes what is left.
@@ -160,6 +149,10 @@ class ToProfilesConverter {
       Add(Outcome::kExact, ace.path, "conditions that no packet meets", "no entry");
       return;
     }
+    if (ace.is_end) {
+      Add(Outcome::kNoted, ace.path, "an end of a profile with conditions, or in another place",
+          "an entry like others");
+    }
     const size_t count = AlternativesOf(ace.conditions);
     if (count > options_.most_entries) {
       Skip(ace, {ace.path, "conditions that take more than " +
@@ -176,7 +169,9 @@ class ToProfilesConverter {
   // Whether the entry may stay, without what it cannot have.
   bool MayConvert(const Ace& ace) {
     // What an entry is there for cannot be dropped.
-    if (options_.allowance.drop_conditions && ace.handling != Handling::kNone) {
+    const bool whole = std::any_of(ace.problems.begin(), ace.problems.end(),
+                                   [](const Problem& problem) { return problem.whole; });
+    if (options_.allowance.drop_conditions && !whole && ace.handling != Handling::kNone) {
       for (const Problem& problem : ace.problems) {
         const Loss loss = problem.is_condition ? LossOfCondition(ace.handling == Handling::kDeny)
                                                : Loss{"left out", false};
@@ -193,9 +188,10 @@ class ToProfilesConverter {
     const bool deny =
         ace.handling == Handling::kDeny || (ace.handling == Handling::kNone && !ace.set_pcp);
     if (!options_.allowance.skip_entries) {
-      const char* why = !problem.is_condition ? "there is nothing like it"
-                        : deny                ? "the entry would drop more without it"
-                                              : "the entry would pass more without it";
+      const char* why = problem.whole           ? "what it says is in doubt"
+                        : !problem.is_condition ? "there is nothing like it"
+                        : deny                  ? "the entry would drop more without it"
+                                                : "the entry would pass more without it";
       return Add(Outcome::kRefused, problem.path, problem.meaning, why);
     }
     const Loss loss = LossOfEntry(deny);
@@ -232,8 +228,8 @@ class ToProfilesConverter {
     std::string plain;
     for (const char c : wanted) plain += MayBeInName(c, false) ? c : '_';
     std::string name = names_.Take(plain.empty() ? "acl" : plain);
-    if (name != acl.name && name != acl.profile_name) {
-      Add(Outcome::kExact, acl.path, "the name \"" + acl.name + "\"", "the profile " + name);
+    if (name != wanted) {
+      Add(Outcome::kExact, acl.path, "the name \"" + wanted + "\"", "the profile " + name);
     }
     name_of_[acl.name] = name;
     return name;
@@ -270,6 +266,7 @@ class ToProfilesConverter {
       return false;
     }
     const bool keep = own || numbered;
+    if (!keep) TellNumbers(acl, parts);
     const uint32_t step =
         count == 0 ? kStep : std::min<uint32_t>(kStep, kHighest / static_cast<uint32_t>(count));
     uint32_t number = step;
@@ -288,6 +285,21 @@ class ToProfilesConverter {
       }
     }
     return true;
+  }
+
+  // That the entries get other numbers than they had.
+  void TellNumbers(const Acl& acl, const std::vector<Part>& parts) {
+    const auto any = [&parts](const auto& has) {
+      return std::any_of(parts.begin(), parts.end(),
+                         [&](const Part& part) { return has(*part.ace); });
+    };
+    if (any([](const Ace& ace) { return ace.ace_priority.has_value(); })) {
+      Add(Outcome::kNoted, acl.path, "numbers that are not those of the order, or leave no room",
+          "numbered anew, in the order of the entries");
+    } else if (any([](const Ace& ace) { return ace.number.has_value(); })) {
+      Add(Outcome::kExact, acl.path, "sequence ids that are too high, or leave no room",
+          "numbered anew: they are in the descriptions");
+    }
   }
 
   // A number behind all others, round where there is room.
@@ -309,13 +321,13 @@ class ToProfilesConverter {
     const std::string which =
         one_of_many ? " (" + std::to_string(index + 1) + " of " + std::to_string(part.count) + ")"
                     : "";
-    std::string text = ace.description;
+    std::string text = StartOf(ace.description);
     if (ace.number && (!keeps_number || one_of_many)) {
       text = Tagged("seq", std::to_string(*ace.number) + which, text);
-    } else if (!ace.ace_priority && !ace.name.empty() && !ace.number) {
-      text = Tagged("ace", ace.name + which, text);
+    } else if ((!ace.ace_priority || one_of_many) && !ace.name.empty() && !ace.number) {
+      text = Tagged("ace", StartOf(ace.name) + which, text);
     }
-    entry.description = Describe(text, ace.path);
+    entry.description = Describe(text, ace.path, index == 0 ? report_ : nullptr);
   }
 
   void Bind(const Attachment& attachment) {
@@ -360,6 +372,7 @@ class ToProfilesConverter {
   UniqueNames names_{"-", kLongestName};
   std::set<std::string> skipped_, ours_;  // lists that are left out, that were profiles of ours
   size_t entries_ = 0;                    // of all profiles
+  std::vector<ProfileOrigin> origins_;    // by profile
   std::map<std::string, std::string> name_of_;
   std::map<std::string, bool> l3_of_;
   std::map<std::string, std::array<bool, 2>> has_group_;  // by interface: L2, L3

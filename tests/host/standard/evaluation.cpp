@@ -251,6 +251,44 @@ KnownLists RandomOpenConfig(bool end_passes, std::mt19937* random) {
 
 namespace {
 
+// The objects of a document, those within others included.
+void FindObjects(ordered_json* json, std::vector<ordered_json*>* objects) {
+  if (json->is_object()) objects->push_back(json);
+  if (!json->is_structured()) return;
+  for (ordered_json& value : *json) FindObjects(&value, objects);
+}
+
+}  // namespace
+
+Damage DamageOf(const std::string& json, std::mt19937* random) {
+  ordered_json document = ordered_json::parse(json);
+  std::vector<ordered_json*> objects;
+  FindObjects(&document, &objects);
+  ordered_json& object = *objects[(*random)() % objects.size()];
+  const unsigned int kind = object.empty() ? 0 : (*random)() % 5;
+  if (kind < 2) {
+    object[kind == 0 ? "v:x" : "@"] = ordered_json::parse(kind == 0 ? "1" : R"({"v:x": 1})");
+    return {document.dump(), kind == 0};
+  }
+  auto member = object.begin();
+  std::advance(member, (*random)() % object.size());
+  ordered_json& value = *member;
+  if (kind == 2) {
+    ordered_json& one = value.is_array() ? value[0] : value;
+    one = one.is_structured() ? ordered_json("text") : ordered_json::parse(R"({"v:x": 1})");
+  } else if (kind == 3 && !value.is_array()) {
+    value = (*random)() % 2 == 0 ? ordered_json::array() : ordered_json::array({value, value});
+  } else {
+    const ordered_json copy = value;
+    object[member.key() + "%"] = copy;
+  }
+  std::string text = document.dump();
+  text.erase(std::remove(text.begin(), text.end(), '%'), text.end());
+  return {text, false};
+}
+
+namespace {
+
 bool Holds(size_t field, const Value& value, const Fields& frame) {
   const std::optional<uint64_t> fields[kFieldCount] = {Number(frame.destination),
                                                        Number(frame.source),

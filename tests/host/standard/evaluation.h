@@ -25,6 +25,14 @@ struct KnownLists {
 KnownLists RandomRfc8519(std::mt19937* random);
 KnownLists RandomOpenConfig(bool end_passes, std::mt19937* random);
 
+// A document with something wrong in a place by chance: a statement of another model, a statement
+// twice, one that has another form than it should, an annotation.
+struct Damage {
+  std::string text;
+  bool is_foreign;  // a statement of another model
+};
+Damage DamageOf(const std::string& json, std::mt19937* random);
+
 // Whether the frame passes what is bound to "eth0".
 bool Passes(const Profiles& profiles, const FrameFields& frame);
 

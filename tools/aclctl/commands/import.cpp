@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "host/runtime/log_text.h"
 #include "host/standard/configuration.h"
 #include "host/standard/readers.h"
 #include "tools/aclctl/commands.h"
@@ -107,7 +108,7 @@ Failure Import(const Common& common, const ImportWanted& wanted) {
                 ? ReadOpenConfig(document, options.most_entries, &lists)
                 : ReadRfc8519(document, options.most_entries, &lists);
   }
-  if (!wrong.empty()) return {kFile, what + " cannot be imported: " + wrong, {}};
+  if (!wrong.empty()) return {kFile, what + " cannot be imported: " + host::LogText(wrong), {}};
   standard::Report report;
   standard::Document ours;
   WriteConfiguration(ToProfiles(lists, options, &report), &ours);
