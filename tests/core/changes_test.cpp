@@ -220,8 +220,9 @@ TEST_F(ProfileChangesTest, KeysAndValuesOfAWrongTypeAreAssertions) {
   EXPECT_DEATH(with_wrong_key(6, 1), key + "1\\]\\)->type == C_BUF' failed");
   EXPECT_DEATH(with_wrong_key(6, 0), key + "0\\]\\)->type == C_ENUM_VALUE' failed");
   EXPECT_DEATH(with_wrong_key(8, 0), key + "0\\]\\)->type == C_INT32' failed");
-  EXPECT_DEATH(with_wrong_key(9, 0),
-               "Assertion `\\(&\\(kp->v\\[depth\\]\\[0\\]\\)\\)->type == C_XMLTAG' failed");
+  EXPECT_DEATH(
+      with_wrong_key(9, 0),
+      "confd_manager:[0-9]+: .*`\\(&\\(kp->v\\[depth\\]\\[0\\]\\)\\)->type == C_XMLTAG' failed");
   KeyPath binding("/config/access-list/interface{eth0}/ingress{P}");
   binding.v[0][0].type = C_INT32;
   EXPECT_DEATH(manager_.HandleInterfaceAcl(&binding, MOP_CREATED, nullptr),
@@ -231,7 +232,7 @@ TEST_F(ProfileChangesTest, KeysAndValuesOfAWrongTypeAreAssertions) {
                key + "0\\]\\)->type == C_BUF' failed");
   for (confd_iter_op operation : {MOP_VALUE_SET, MOP_MODIFIED}) {
     EXPECT_DEATH(manager_.HandleAclPrio(&path, operation, Value("u8 1")),
-                 "Assertion `\\(newv\\)->type == C_INT32' failed");
+                 "confd_manager:[0-9]+: .*`\\(newv\\)->type == C_INT32' failed");
   }
 }
 

@@ -50,6 +50,10 @@ TEST_F(ResourceStatusTest, ClearLeavesCapacityAndNothingUsed) {
         $leaves ; close 101)",
                                  names));
   }
+  for (const char* failing : {"cdb_delete", "fm_init"}) {
+    platform_.On(failing, -1);
+    EXPECT_EQ(manager_.ClearAclResources(), -1) << failing;
+  }
 }
 
 TEST_F(ResourceStatusTest, UpdateWritesInterfacesThenProfilesThenTotals) {
