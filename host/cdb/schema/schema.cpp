@@ -222,7 +222,7 @@ bool Between(const std::string& start, const std::string& text, const std::strin
 // met. (No regular expressions: their matcher recurses once a character, and takes long to
 // compile.)
 std::string InWords(const ly_err_item& item, const std::string& path) {
-  const std::string text = item.msg != nullptr ? item.msg : "";
+  std::string text = item.msg != nullptr ? item.msg : "";
   std::string part;
   if (Between("When condition \"", text, "\" not satisfied", &part))
     return path.substr(path.rfind('/') + 1) + " is only allowed where " + part;
