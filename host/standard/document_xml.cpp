@@ -20,8 +20,9 @@ constexpr char kBlanks[] = " \t\r\n";
 
 // Names and texts keep the blanks around them, unless these are the layout of lines.
 void TrimValue(Node* node) {
-  static constexpr std::string_view kTexts[] = {
-      "description", "id", "interface", "interface-id", "key", "name", "profile-name", "set-name"};
+  static constexpr std::string_view kTexts[] = {"acl-name",  "description",  "id",
+                                                "interface", "interface-id", "interface-name",
+                                                "name",      "profile-name", "set-name"};
   std::string& value = node->value;
   const bool text = std::find(std::begin(kTexts), std::end(kTexts), node->name) != std::end(kTexts);
   if (text && value.find('\n') == std::string::npos) return;

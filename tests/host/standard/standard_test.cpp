@@ -286,13 +286,14 @@ TEST(StandardTest, FramesAreTreatedAsTheListSays) {
 }
 
 // Whatever is done to a document, wherever: it is not read, or refused, or told of without a frame
-// being treated otherwise. What is in doubt is no condition that could be dropped.
+// being treated otherwise. Where conditions may be dropped, a foreign one is, and leaves all
+// others; what is in doubt is none.
 TEST(StandardTest, DamageIsTold) {
   std::vector<FrameFields> frames;
   for (const Frame& frame : AllFrames()) frames.push_back(ParseFrame(frame));
   std::mt19937 random(7951);
   int refused = 0, told = 0;
-  for (int round = 0; round < 2000; ++round) {
+  for (int round = 0; round < 1000; ++round) {
     const bool openconfig = round % 2 == 0;
     const KnownLists known = openconfig ? RandomOpenConfig(false, &random) : RandomRfc8519(&random);
     const Damage damage = DamageOf(known.json, &random);
@@ -306,23 +307,21 @@ TEST(StandardTest, DamageIsTold) {
         (openconfig ? ReadOpenConfig : ReadRfc8519)(document, kMostAlternatives, &lists);
     if (!wrong.empty()) continue;
     ImportOptions options;
-    options.allowance.drop_conditions = !damage.is_foreign;
+    options.allowance.drop_conditions = true;
     const Profiles profiles = ToProfiles(lists, options, &after);
     ++(after.Worst() == Outcome::kRefused ? refused : told);
     if (after.Worst() == Outcome::kRefused) continue;
     // A set that is in doubt is one that is not there.
-    if (after.Worst() == Outcome::kLeftOut) {
-      ASSERT_THAT(PrintReport(after, 0), HasSubstr("is not there, or not as it should be"));
-      continue;
-    }
-    ASSERT_EQ(Outcome::kNoted, after.Worst()) << damage.text;
-    ASSERT_NE(PrintReport(before, 99), PrintReport(after, 99)) << damage.text;
+    const std::string report = PrintReport(after, 99);
+    if (report.find("is not there, or not as it should be") != std::string::npos) continue;
+    ASSERT_TRUE(damage.is_foreign || after.Worst() == Outcome::kNoted) << report << damage.text;
+    ASSERT_NE(PrintReport(before, 99), report) << damage.text;
     for (const FrameFields& frame : frames) {
       ASSERT_EQ(known.passes(frame), Passes(profiles, frame)) << damage.text;
     }
   }
-  EXPECT_GT(refused, 500);
-  EXPECT_GT(told, 5);
+  EXPECT_GT(refused, 300);
+  EXPECT_GT(told, 50);
 }
 
 // What contradicts itself, or has another form than it should, makes no entry wider in silence.
