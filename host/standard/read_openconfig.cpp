@@ -96,7 +96,7 @@ class OpenConfigReader {
     ReadType(type, &acl);
     CheckKeys(set, acl.path, &acl.problems, {"name", "type"});
     if (!sets_read_.insert(acl.name).second) {
-      acl.problems.push_back({acl.path, "a second list of that name and type"});
+      acl.problems.push_back({acl.path, "a second list of that name and type", true, true});
     }
     std::unordered_set<uint32_t> numbers;  // of entries
     Each(set, acl.path, &acl.problems, [&](const Node& node, std::string_view child) {

@@ -54,7 +54,7 @@ class Rfc8519Reader {
     acl.name = ValueIn(node, NameInRfc8519, "name");
     acl.path = EntryPath("/acls", "acl", "name", acl.name);
     if (!names_.insert(acl.name).second) {
-      acl.problems.push_back({acl.path, "a second list of that name"});
+      acl.problems.push_back({acl.path, "a second list of that name", true, true});
     }
     const Node* aces = nullptr;  // what entries mean depends on the type, wherever it stands
     Each(node, acl.path, &acl.problems, [&](const Node& child, std::string_view name) {

@@ -84,8 +84,9 @@ class ToProfilesConverter {
   // A problem of something as a whole, with what is done where that may be left out.
   void Judge(const Problem& problem, const char* left_out) {
     const bool skip = options_.allowance.skip_entries;
+    const char* why = problem.whole ? "what is meant is in doubt" : "there is nothing like it";
     Add(skip ? Outcome::kLeftOut : Outcome::kRefused, problem.path, problem.meaning,
-        skip ? left_out : "there is nothing like it", skip);
+        skip ? left_out : why, skip);
   }
 
   void ConvertAcl(const Acl& acl) {
@@ -188,7 +189,7 @@ class ToProfilesConverter {
     const bool deny =
         ace.handling == Handling::kDeny || (ace.handling == Handling::kNone && !ace.set_pcp);
     if (!options_.allowance.skip_entries) {
-      const char* why = problem.whole           ? "what it says is in doubt"
+      const char* why = problem.whole           ? "the entry would mean something else without it"
                         : !problem.is_condition ? "there is nothing like it"
                         : deny                  ? "the entry would drop more without it"
                                                 : "the entry would pass more without it";
