@@ -12,32 +12,45 @@ std::unique_ptr<OperationalStore> OperationalStore::Create(const ly_ctx* context
   return std::unique_ptr<OperationalStore>(new OperationalStore(context));
 }
 
-bool OperationalStore::Set(const std::string& path, const char* value, std::string* error) {
+const lyd_node* OperationalStore::Create(const lyd_node* parent, const lysc_node* schema,
+                                         const char* content, std::string* error) {
   ly_err_clean(const_cast<ly_ctx*>(context_), nullptr);
-  const lysc_node* schema = lys_find_path(context_, nullptr, path.c_str(), 0);
-  ly_err_clean(const_cast<ly_ctx*>(context_), nullptr);
-  if (schema != nullptr && (schema->flags & LYS_CONFIG_R) == 0) {
-    *error = path + " is configuration, only state can be written";
-    return false;
-  }
+  auto* above = const_cast<lyd_node*>(parent);
   lyd_node* made = nullptr;
-  const LY_ERR result =
-      lyd_new_path(written_.get(), context_, path.c_str(), value, LYD_NEW_PATH_UPDATE, &made);
-  if (result != LY_SUCCESS) {
-    DatastoreErrors errors;
-    TakeErrors(context_, nullptr, &errors);
-    *error = errors.empty() ? "cannot write " + path : errors.front().message;
-    return false;
-  }
-  if (written_ == nullptr) {
-    while (lyd_parent(made) != nullptr) made = lyd_parent(made);
-    written_.reset(made);
+  LY_ERR result = LY_EINVAL;
+  if ((schema->nodetype & LYS_CONTAINER) != 0) {
+    result = lyd_new_inner(above, schema->module, schema->name, 0, &made);
+  } else if ((schema->nodetype & LYS_LIST) != 0) {
+    result = lyd_new_list2(above, schema->module, schema->name, content, 0, &made);
   } else {
-    // libyang may have put a new top-level node before the others.
-    written_.reset(lyd_first_sibling(written_.release()));
+    result = lyd_new_term(above, schema->module, schema->name, content, 0, &made);
   }
+  if (result == LY_SUCCESS && parent == nullptr) {
+    lyd_node* first = written_.release();
+    result = lyd_insert_sibling(first, made, &first);
+    written_.reset(first);
+  }
+  if (!Succeeded(result, error)) return nullptr;
+  ++generation_;
+  return made;
+}
+
+bool OperationalStore::Change(const lyd_node* leaf, const char* value, std::string* error) {
+  ly_err_clean(const_cast<ly_ctx*>(context_), nullptr);
+  const LY_ERR result = lyd_change_term(const_cast<lyd_node*>(leaf), value);
+  const bool same = result == LY_EEXIST || result == LY_ENOT;
+  if (!same && !Succeeded(result, error)) return false;
   ++generation_;
   return true;
+}
+
+// Whether that is a success; the reason in `error` otherwise.
+bool OperationalStore::Succeeded(LY_ERR result, std::string* error) const {
+  if (result == LY_SUCCESS) return true;
+  DatastoreErrors errors;
+  TakeErrors(context_, nullptr, &errors);
+  *error = errors.empty() ? "it cannot be written" : errors.front().message;
+  return false;
 }
 
 bool OperationalStore::Delete(const lyd_node* node) {
@@ -52,6 +65,7 @@ bool OperationalStore::Delete(const lyd_node* node) {
   lyd_free_tree(doomed);
   written_.reset(first);
   ++generation_;
+  ++losses_;
   return true;
 }
 

@@ -19,14 +19,20 @@ class OperationalStore {
   // What was written, null when nothing is. Valid until the next write.
   const lyd_node* Written() const { return written_.get(); }
 
-  // Creates the node at the data path `path` (libyang's form, with module names) with its parents,
-  // or gives a leaf another value; `value` is null for all but leaves. Only state can be written.
-  // False with the reason in `error` when the schema refuses it.
-  bool Set(const std::string& path, const char* value, std::string* error);
+  // Creates a node of `schema` below `parent`, a written one (null: at the top). `content` is the
+  // value of a leaf or leaf-list element, the predicates of all keys of a list entry, null for
+  // others. Null with the reason in `error` when the schema refuses it.
+  const lyd_node* Create(const lyd_node* parent, const lysc_node* schema, const char* content,
+                         std::string* error);
+  // Gives a written leaf another value. False with the reason in `error` when the schema refuses
+  // it.
+  bool Change(const lyd_node* leaf, const char* value, std::string* error);
   // Deletes a written node with all below it; false when it is not part of what was written.
   bool Delete(const lyd_node* node);
   // Grows with every change of what was written.
   uint64_t generation() const { return generation_; }
+  // Grows whenever nodes go: until then a pointer to a written node stays good.
+  uint64_t losses() const { return losses_; }
 
   // Where the state comes from that is built on demand. Until it is set there is none.
   void SetProviders(std::shared_ptr<StateProviders> providers) {
@@ -44,9 +50,11 @@ class OperationalStore {
  private:
   explicit OperationalStore(const ly_ctx* context) : context_(context) {}
 
+  bool Succeeded(LY_ERR result, std::string* error) const;
+
   const ly_ctx* context_;
   Tree written_;
-  uint64_t generation_ = 1;
+  uint64_t generation_ = 1, losses_ = 1;
   std::shared_ptr<StateProviders> providers_;
 };
 

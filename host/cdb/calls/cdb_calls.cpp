@@ -150,12 +150,34 @@ bool Writable(const Target& target) {
   return true;
 }
 
+// Creates what the path names, with all above it that is not there, or gives a leaf another value.
 int Write(const Target& target, const char* text) {
+  if ((target.steps->back().node->schema->flags & LYS_CONFIG_R) == 0)
+    return Refuse(target.Path() + " is configuration, only state can be written");
+  OperationalStore& store = target.service->datastore().Operational();
   std::string error;
-  const std::string path = target.Path();
-  if (path.empty()) return Refuse("a key has both kinds of quotes");
-  return target.service->datastore().Operational().Set(path, text, &error) ? CONFD_OK
-                                                                           : Refuse(error);
+  const lyd_node* last = nullptr;   // so far down the path
+  const lyd_node* first = nullptr;  // that was not there
+  for (const PathStep& step : *target.steps) {
+    if (step.data != nullptr) {
+      last = step.data;
+      continue;
+    }
+    std::string content = step.node->is(LYS_LEAFLIST) ? step.keys[0] : "";
+    if (step.node->is(LYS_LIST) && !AppendPredicates(*step.node, step.keys, &content)) {
+      error = "a key has both kinds of quotes";
+      last = nullptr;
+    } else {
+      const char* const value = step.node->is(LYS_LEAF) ? text : content.c_str();
+      last = store.Create(last, step.node->schema, value, &error);
+    }
+    if (last == nullptr) break;
+    if (first == nullptr) first = last;
+  }
+  const bool changes = first == nullptr && last != nullptr && text != nullptr;
+  if (last != nullptr && (!changes || store.Change(last, text, &error))) return CONFD_OK;
+  if (first != nullptr) store.Delete(first);
+  return Refuse(error);
 }
 
 int Create(int sock, std::string_view path) {

@@ -89,21 +89,6 @@ const CdbNode& KeyNode(const CdbNode& node, size_t i) {
 
 size_t KeyCount(const CdbNode& node) { return node.is(LYS_LEAFLIST) ? 1 : node.key_count; }
 
-// "[name='value']" per key, for libyang. False when a key has both kinds of quotes.
-bool AppendPredicates(const CdbNode& node, const std::vector<std::string>& keys,
-                      std::string* text) {
-  for (size_t i = 0; i < keys.size(); ++i) {
-    const bool single = keys[i].find('\'') == std::string::npos;
-    if (!single && keys[i].find('"') != std::string::npos) return false;
-    const char quote = single ? '\'' : '"';
-    *text += '[';
-    *text += node.is(LYS_LEAFLIST) ? "." : node.children[i]->name;
-    *text += '=';
-    *text += quote + keys[i] + quote + "]";
-  }
-  return true;
-}
-
 const lyd_node* FindEntry(const CdbNode& node, const std::vector<std::string>& keys,
                           const lyd_node* siblings) {
   if (siblings == nullptr) return nullptr;
@@ -140,6 +125,20 @@ const lyd_node* SiblingsAt(const PathSteps& steps, size_t i, const PathTree& tre
 
 }  // namespace
 
+bool AppendPredicates(const CdbNode& node, const std::vector<std::string>& keys,
+                      std::string* text) {
+  for (size_t i = 0; i < keys.size(); ++i) {
+    const bool single = keys[i].find('\'') == std::string::npos;
+    if (!single && keys[i].find('"') != std::string::npos) return false;
+    const char quote = single ? '\'' : '"';
+    *text += '[';
+    *text += node.is(LYS_LEAFLIST) ? "." : node.children[i]->name;
+    *text += '=';
+    *text += quote + keys[i] + quote + "]";
+  }
+  return true;
+}
+
 const std::vector<const lyd_node*>& ListIndex::Entries(const CdbNode& list, const lyd_node* first) {
   const auto [found, is_new] = entries_.try_emplace(Key{first, &list});
   std::vector<const lyd_node*>& entries = found->second;
@@ -166,10 +165,7 @@ const PathSteps* PathResolver::Resolve(std::string_view path, const PathTree& tr
 
 const PathSteps* PathResolver::Read(std::string_view path, const PathTree& tree,
                                     std::string* error) {
-  if (generation_ != tree.generation) {
-    generation_ = tree.generation;
-    steps_.clear();
-  }
+  Follow(tree);
   const bool goes_up = path.find("..") != std::string_view::npos;
   if (goes_up || goes_up_) steps_.clear();
   goes_up_ = goes_up;
@@ -198,6 +194,21 @@ size_t CommonLength(std::string_view a, std::string_view b) {
 }
 
 }  // namespace
+
+void PathResolver::Follow(const PathTree& tree) {
+  if (generation_ == tree.generation) return;
+  generation_ = tree.generation;
+  if (std::exchange(losses_, tree.losses) != tree.losses) {
+    steps_.clear();
+    return;
+  }
+  // What was there still is; what was not may have come, and places in lists are others then.
+  for (size_t i = 0; i < steps_.size(); ++i) {
+    const bool by_position = steps_[i].is_entry && steps_[i].keys.empty();
+    if (by_position) steps_.resize(i);
+    if (by_position || steps_[i].data == nullptr) located_ = std::min(located_, i);
+  }
+}
 
 // Drops the steps that `path` does not begin with; returns where parsing goes on.
 size_t PathResolver::KeepCommonSteps(std::string_view path) {

@@ -61,10 +61,11 @@ struct PathStep {
 // Steps from the top; the root has none.
 using PathSteps = std::vector<PathStep>;
 
-// A tree that paths are resolved in. `generation` changes whenever the tree does.
+// A tree that paths are resolved in. `generation` changes whenever the tree does, `losses` whenever
+// more happens to it than that nodes are added or leaves get other values.
 struct PathTree {
   const lyd_node* first = nullptr;
-  uint64_t generation = 0;
+  uint64_t generation = 0, losses = 0;
   ListIndex* index = nullptr;
 };
 
@@ -83,6 +84,8 @@ class PathResolver {
   bool AddNode(std::string_view name, std::string* error);
   bool AddKeys(std::string_view path, size_t* at, std::string* error);
   bool AddPosition(std::string_view path, size_t* at, const PathTree& tree, std::string* error);
+  // Drops what does not hold for the tree any more.
+  void Follow(const PathTree& tree);
   size_t KeepCommonSteps(std::string_view path);
   // Looks up the data of the first `count` steps.
   void Locate(size_t count, const PathTree& tree);
@@ -92,7 +95,7 @@ class PathResolver {
   bool goes_up_ = false;  // path_ has "..": its text does not tell its steps
   PathSteps steps_;
   size_t located_ = 0;  // so many steps have their data
-  uint64_t generation_ = 0;
+  uint64_t generation_ = 0, losses_ = 0;
 };
 
 // Whether the node that the steps lead to is there. A container without presence is where its
@@ -105,6 +108,10 @@ const lyd_node* SiblingsOf(const PathSteps& steps, const PathTree& tree);
 // The steps as a keypath, which then owns its values. False when it would be too deep.
 bool ToKeypath(const PathSteps& steps, confd_hkeypath_t* keypath);
 void FreeKeypathValues(confd_hkeypath_t* keypath);
+
+// Appends the keys of an entry as libyang wants them, "[name='value']" for each. False when one
+// cannot be written so: it has both kinds of quotes.
+bool AppendPredicates(const CdbNode& node, const std::vector<std::string>& keys, std::string* text);
 
 // The steps as a path of libyang. False when a key cannot be written in one.
 bool ToDataPath(const PathSteps& steps, std::string* path);

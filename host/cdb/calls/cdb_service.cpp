@@ -105,18 +105,21 @@ CdbSession* CdbService::Session(int handle) {
 }
 
 PathTree CdbService::TreeOf(const CdbSession& session) {
-  if (session.db() == CDB_RUNNING)
-    return Tree(datastore_->Running(), datastore_->TransactionId(), &running_index_);
+  if (session.db() == CDB_RUNNING) {
+    const uint64_t id = datastore_->TransactionId();
+    return Tree(datastore_->Running(), id, id, &running_index_);
+  }
   const OperationalStore& store = datastore_->Operational();
-  return Tree(store.Written(), store.generation(), &operational_index_);
+  return Tree(store.Written(), store.generation(), store.losses(), &operational_index_);
 }
 
-PathTree CdbService::Tree(const lyd_node* first, uint64_t generation, IndexOfTree* index) {
+PathTree CdbService::Tree(const lyd_node* first, uint64_t generation, uint64_t losses,
+                          IndexOfTree* index) {
   if (index->generation != generation) {
     index->generation = generation;
     index->index.Clear();
   }
-  return {first, generation, &index->index};
+  return {first, generation, losses, &index->index};
 }
 
 }  // namespace host

@@ -84,7 +84,7 @@ class CdbService {
     uint64_t generation = 0;
     ListIndex index;
   };
-  PathTree Tree(const lyd_node* first, uint64_t generation, IndexOfTree* index);
+  PathTree Tree(const lyd_node* first, uint64_t generation, uint64_t losses, IndexOfTree* index);
 
   Datastore* datastore_;
   CdbSchema schema_;
