@@ -13,7 +13,7 @@
 namespace host {
 namespace {
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ACL_SANITIZED
 constexpr int kEdits = 200, kKills = 15;
 #else
 constexpr int kEdits = 1500, kKills = 120;
@@ -55,7 +55,7 @@ TEST_F(StorageTest, EveryEditSurvivesARestart) {
     ASSERT_EQ(before, Snapshot(datastore->Running())) << "seed 7, round " << round << "\n" << xml;
     ASSERT_EQ(id, datastore->TransactionId());
   }
-  EXPECT_GT(datastore->TransactionId(), static_cast<uint64_t>(kEdits / 10));
+  EXPECT_GT(datastore->TransactionId(), static_cast<uint64_t>(kEdits / 20));
 }
 
 // A child commits as fast as it can and tells of each acknowledged commit; it is killed at a random
