@@ -355,6 +355,23 @@ TEST_F(GroupTableTest, TellsHitsOfTheGroupsThatWereSentLast) {
     table_.Finish();
     EXPECT_EQ(told(0), "9: 11");
   }
+  // What comes into force late is not what was sent last, when that was refused.
+  for (const bool held : {false, true}) {
+    if (held) table_.Hold("in doubt");
+    backend_.answer = kPending;
+    table_.Update(group(8));
+    table_.Finish();
+    backend_.answer = kRefused;
+    backend_.prepares = held ? FILTER_MGR_ERR_KERNEL : FILTER_MGR_OK;
+    table_.Update(group(9));
+    table_.Finish();
+    backend_.answer = {};
+    backend_.prepares = FILTER_MGR_OK;
+    std::optional<Standing> changed;
+    held ? (void)table_.Release() : (void)table_.Poll(&changed);
+    EXPECT_EQ("1+-", Held()) << held;
+    EXPECT_EQ(told(0), "") << held;
+  }
 }
 
 TEST_F(GroupTableTest, ShowsLargeGroupsInPieces) {
