@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "host/cdb/datastore.h"
 #include "host/cdb/schema/yang_tree.h"
 #include "host/runtime/state_providers.h"
 
@@ -43,9 +44,11 @@ class OperationalStore {
   const std::shared_ptr<StateProviders>& providers() const { return providers_; }
 
   // The state below the top-level nodes that `wanted` (module and node name) accepts, built now.
-  // Nodes that are not wanted cost nothing. Null when there is no such state.
+  // Nodes that are not wanted cost nothing. Null when there is no such state; null as well, with
+  // the reason in `errors`, when a part of it cannot be built, or is only given in pieces and these
+  // are more than what others may have to wait for.
   using Wanted = std::function<bool(const std::string& module, const std::string& node)>;
-  Tree Read(const Wanted& wanted) const;
+  Tree Read(const Wanted& wanted, DatastoreErrors* errors) const;
 
  private:
   explicit OperationalStore(const ly_ctx* context) : context_(context) {}

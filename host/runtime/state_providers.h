@@ -38,10 +38,10 @@ class StateProviders {
   using Opener = std::function<std::unique_ptr<Pieces>()>;
 
   struct Entry {
-    std::string module;    // YANG module of the top-level node
-    std::string top_node;  // its name
-    Provider build;
-    Opener open = nullptr;  // may be missing
+    std::string module;     // YANG module of the top-level node
+    std::string top_node;   // its name
+    Provider build;         // all at once; missing where that takes too long
+    Opener open = nullptr;  // may be missing, where the other is not
   };
 
   // Ends the registration on destruction. May outlive the StateProviders.

@@ -131,16 +131,18 @@ class FindingsPieces : public StateProviders::Pieces {
   explicit FindingsPieces(std::shared_ptr<FindingsSearch> search) : search_(std::move(search)) {}
 
   lyd_node* Next(const ly_ctx* context) override {
-    if (ended_ || search_->Step() == FindingsSearch::Progress::kFailed) return nullptr;
+    failed_ = search_->Step() == FindingsSearch::Progress::kFailed;
+    if (ended_ || failed_) return nullptr;
     lyd_node* piece = BuildState(context, search_->result(), &next_);
     ended_ = search_->result() != nullptr && next_ == search_->result()->found.list.size();
     return piece;
   }
+  bool failed() const override { return failed_; }
 
  private:
   const std::shared_ptr<FindingsSearch> search_;
   size_t next_ = 0;
-  bool ended_ = false;
+  bool ended_ = false, failed_ = false;
 };
 
 }  // namespace

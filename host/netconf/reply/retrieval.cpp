@@ -116,7 +116,8 @@ class ViewStream : public DataStream {
 };
 
 // What an XPath expression that is no pattern selects. It is evaluated, and the result printed, at
-// once: nobody else is served meanwhile.
+// once: nobody else is served meanwhile. State that takes long to build is refused
+// (OperationalStore::Read), as this may not be what everybody else waits for.
 class XPathStream : public DataStream {
  public:
   XPathStream(ConfigurationSource configuration, bool with_state, const std::string& xpath,
@@ -132,9 +133,13 @@ class XPathStream : public DataStream {
     RpcErrors errors = Add(configuration.first);
     if (!errors.empty() || !with_state_) return errors;
     // Building the state can be costly: only what the expression may select.
+    DatastoreErrors wrong;
     const Tree state = datastore_.Operational().Read(
-        [this](const std::string&, const std::string& node) { return filter_.MaySelect(node); });
-    return Add(state.get());
+        [this](const std::string& module, const std::string& node) {
+          return filter_.MaySelect(TopNode(module, node));
+        },
+        &wrong);
+    return wrong.empty() ? Add(state.get()) : FromDatastore(wrong);
   }
 
   Progress Next(std::string* xml) override {
@@ -158,6 +163,12 @@ class XPathStream : public DataStream {
       }
     }
     return {};
+  }
+
+  // The top-level node of state; null where the schema does not have it.
+  const lysc_node* TopNode(const std::string& module, const std::string& node) const {
+    const lys_module* known = ly_ctx_get_module_implemented(datastore_.Context(), module.c_str());
+    return known == nullptr ? nullptr : lys_find_child(nullptr, known, node.c_str(), 0, 0, 0);
   }
 
   bool Print(const lyd_node* node) {

@@ -334,9 +334,10 @@ TEST_F(CdbCallsTest, StateIsBuiltOnlyWhenWanted) {
   datastore_->Operational().SetProviders(providers);
   const auto nothing = [](const std::string&, const std::string&) { return false; };
   const auto all = [](const std::string&, const std::string&) { return true; };
-  EXPECT_EQ(nullptr, datastore_->Operational().Read(nothing));
+  DatastoreErrors errors;
+  EXPECT_EQ(nullptr, datastore_->Operational().Read(nothing, &errors));
   EXPECT_EQ(0, built);
-  EXPECT_NE(nullptr, datastore_->Operational().Read(all));
+  EXPECT_NE(nullptr, datastore_->Operational().Read(all, &errors));
   EXPECT_EQ(1, built);
 }
 

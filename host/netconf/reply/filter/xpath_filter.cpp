@@ -31,6 +31,49 @@ std::string WithoutLiterals(const std::string& xpath) {
   return rest;
 }
 
+// The expression without what only tests; literals are gone.
+std::string WithoutPredicates(const std::string& text) {
+  std::string rest;
+  int depth = 0;
+  for (const char c : text) {
+    if (c == '[') ++depth;
+    if (depth == 0) rest += c;
+    if (c == ']') --depth;
+  }
+  return rest;
+}
+
+// The names in an expression, and the modules that are named before them. A name without one is of
+// a module of those that the expression names: that of the step before.
+class NamesOf {
+ public:
+  explicit NamesOf(const std::string& xpath) {
+    for (size_t pos = 0; pos < xpath.size();) {
+      size_t end = pos;
+      while (end < xpath.size() && IsNameChar(xpath[end])) ++end;
+      const bool is_module = xpath[end] == ':';
+      if (end > pos) (is_module ? modules_ : names_).insert(xpath.substr(pos, end - pos));
+      pos = end + 1;
+    }
+  }
+
+  bool Has(const lysc_node* node) const {
+    return names_.count(node->name) > 0 && modules_.count(node->module->name) > 0;
+  }
+  // Whether it has the name of `node` or of one below.
+  bool HasAnyOf(const lysc_node* node) const {
+    if (Has(node)) return true;
+    const lysc_node* child = nullptr;
+    while ((child = lys_getnext(child, node, nullptr, 0)) != nullptr) {
+      if (HasAnyOf(child)) return true;
+    }
+    return false;
+  }
+
+ private:
+  std::unordered_set<std::string> names_, modules_;
+};
+
 bool AxisAllowed(std::string_view axis, bool in_predicate) {
   if (in_predicate) {
     for (const std::string_view allowed : kPredicateAxes) {
@@ -81,11 +124,16 @@ std::string WhyTooCostly(const std::string& xpath) {
   return {};
 }
 
-bool XPathFilter::MaySelect(const std::string& name) const {
-  for (const char* any : {"*", "//", "node()", ".", "::"}) {
-    if (xpath_.find(any) != std::string::npos) return true;
+bool XPathFilter::MaySelect(const lysc_node* top) const {
+  if (top == nullptr) return false;
+  const std::string text = WithoutLiterals(xpath_);
+  if (text == "/") return true;
+  const std::string path = WithoutPredicates(text);
+  for (const char* any : {"*", "node()", ".", "::"}) {
+    if (path.find(any) != std::string::npos) return true;
   }
-  return xpath_ == "/" || xpath_.find(name) != std::string::npos;
+  const NamesOf names(text);
+  return path.find("//") == std::string::npos ? names.Has(top) : names.HasAnyOf(top);
 }
 
 bool XPathFilter::Evaluate(const lyd_node* first, std::string* error) {

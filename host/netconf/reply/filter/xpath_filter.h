@@ -20,8 +20,8 @@ class XPathFilter {
   // `xpath` in libyang's own form: names carry the module's name as prefix.
   explicit XPathFilter(std::string xpath) : xpath_(std::move(xpath)) {}
 
-  // False when the filter cannot select anything of the top-level node `name`.
-  bool MaySelect(const std::string& name) const;
+  // False when the filter cannot select anything of the top-level node `top` (null: of none).
+  bool MaySelect(const lysc_node* top) const;
   // Evaluates the expression on the siblings from `first` on. False with the reason in `error` when
   // it cannot be.
   bool Evaluate(const lyd_node* first, std::string* error);
