@@ -13,8 +13,9 @@ static_assert(std::size(kWidths) == kFieldCount);
 
 constexpr uint64_t kDscps = 64;
 
-bool AnyOf(const Conditions& conditions, std::initializer_list<Field> fields) {
-  return std::any_of(fields.begin(), fields.end(),
+template <size_t count>
+bool AnyOf(const Conditions& conditions, const Field (&fields)[count]) {
+  return std::any_of(std::begin(fields), std::end(fields),
                      [&](Field field) { return !conditions[field].empty(); });
 }
 
@@ -81,13 +82,9 @@ size_t AlternativesOf(const Conditions& conditions) {
   return count;
 }
 
-bool AskForIpv4(const Conditions& conditions) {
-  return AnyOf(conditions, {kTos, kSourceIpv4, kDestinationIpv4, kIpProtocol});
-}
+bool AskForIpv4(const Conditions& conditions) { return AnyOf(conditions, kIpv4Fields); }
 
-bool AskForEthernet(const Conditions& conditions) {
-  return AnyOf(conditions, {kDestinationMac, kSourceMac, kEthertype, kVlan, kPcp});
-}
+bool AskForEthernet(const Conditions& conditions) { return AnyOf(conditions, kEthernetFields); }
 
 bool AskForNothing(const Conditions& conditions) {
   return std::all_of(conditions.begin(), conditions.end(),

@@ -47,6 +47,10 @@ enum Field : uint8_t {
   kFieldCount
 };
 
+// Those of the Ethernet header and its tag, and those of the IPv4 header.
+inline constexpr Field kEthernetFields[] = {kDestinationMac, kSourceMac, kEthertype, kVlan, kPcp};
+inline constexpr Field kIpv4Fields[] = {kTos, kSourceIpv4, kDestinationIpv4, kIpProtocol};
+
 // All bits of a field, and those of the type-of-service byte that are DSCP and ECN.
 uint64_t FullMask(Field field);
 inline constexpr uint64_t kDscpMask = 0xfc, kEcnMask = 0x03;
@@ -93,6 +97,7 @@ struct Ace {
   std::optional<uint32_t> number;        // its place, where the document has numbers
   std::optional<uint16_t> ace_priority;  // our own, where the document has it
   bool is_end = false;                   // made from the end of a profile of ours
+  bool widened = false;                  // conditions of ours were left out
   std::vector<Problem> problems;
 };
 
@@ -105,7 +110,9 @@ enum class Kind : uint8_t {
 };
 
 struct Acl {
-  std::string name;
+  std::string name;  // of no other list
+  // What OpenConfig calls it, where lists of other types may have the name, too; empty: as above.
+  std::string set_name;
   std::string path;
   std::string description;
   Kind kind = Kind::kAny;

@@ -2,25 +2,27 @@
 #include <algorithm>
 #include <cstdint>
 #include <map>
+#include <numeric>
+#include <tuple>
 #include <utility>
 
 #include "host/standard/ace_builder.h"
+#include "host/standard/list_outline.h"
 #include "host/standard/profiles.h"
 #include "host/standard/tags.h"
 
 namespace host::standard {
 namespace {
 
-// Name of the entry that stands for a profile's end.
-constexpr char kEndName[] = "end";
 constexpr uint64_t kLowestEthertype = 1536;  // lower numbers are lengths (IEEE 802.3)
 
-Conditions ConditionsOf(const ProfileEntry& entry) {
-  Conditions conditions;
-  for (size_t field = 0; field < kFieldCount; ++field) {
-    if (entry.matches[field]) conditions[field].push_back(*entry.matches[field]);
-  }
-  return conditions;
+constexpr uint8_t kTcp = 6, kUdp = 17;
+
+// A port of a protocol that has none.
+bool MatchesNothing(const ProfileEntry& entry) {
+  const std::optional<Value>& protocol = entry.matches[kIpProtocol];
+  return entry.matches[kDestinationPort] && protocol && protocol->value != kTcp &&
+         protocol->value != kUdp;
 }
 
 class ToListsConverter {
@@ -28,96 +30,83 @@ class ToListsConverter {
   ToListsConverter(const Profiles& profiles, const ExportOptions& options, Report* report)
       : profiles_(profiles),
         options_(options),
-        standard_only_(options.standard_only || options.to == Standard::kOpenConfig),
+        openconfig_(options.to == Standard::kOpenConfig),
+        standard_only_(options.standard_only || openconfig_),
         report_(report) {}
 
   AccessLists Convert() {
-    const std::vector<std::string> names = NamesOf<Profile>(
-        profiles_.profiles, {"acl"}, [](const Profile& profile) { return profile.name; });
-    for (size_t i = 0; i < names.size(); ++i) {
-      place_of_[profiles_.profiles[i].name] = i;
-      ConvertProfile(profiles_.profiles[i], names[i]);
+    const std::vector<Profile>& profiles = profiles_.profiles;
+    std::vector<ListOutline> outlines;
+    outlines.reserve(profiles.size());
+    for (const Profile& profile : profiles) {
+      ListOutline& outline = outlines.emplace_back(options_);
+      for (const ProfileEntry& entry : profile.entries) outline.See(entry);
     }
-    for (const auto& [interface, names] : profiles_.bindings) Attach(interface, names);
+    const std::vector<std::string> names = NamesOf(outlines);
+    for (size_t i = 0; i < profiles.size(); ++i) {
+      place_of_[profiles[i].name] = i;
+      ConvertProfile(profiles[i], names[i], &outlines[i]);
+    }
+    for (const auto& [interface, bound] : profiles_.bindings) Attach(interface, bound);
     return std::move(lists_);
   }
 
  private:
-  // Names for what is in `all`: what one of the tags in its description says, or `own`. Those that
-  // a tag says are given out first, to be what they were.
-  template <class Item, class Own>
-  std::vector<std::string> NamesOf(const std::vector<Item>& all,
-                                   std::initializer_list<const char*> tags, const Own& own,
-                                   UniqueNames* given = nullptr) {
-    UniqueNames names = MakeNames();
-    if (given == nullptr) given = &names;
-    std::vector<std::string> result(all.size());
-    for (size_t i = 0; i < all.size(); ++i) {
-      for (const char* tag : tags) {
-        const std::optional<Tag> found = TagIn(all[i].description, tag);
-        if (result[i].empty() && found && found->name.size() <= LongestName())
-          result[i] = given->Take(found->name);
-      }
-    }
-    for (size_t i = 0; i < all.size(); ++i) {
-      if (result[i].empty()) result[i] = given->Take(own(all[i]));
-    }
+  // Names of the lists, given out in the order of the running configuration, whatever that of the
+  // profiles at hand is. OpenConfig's sets are called by their types as well.
+  std::vector<std::string> NamesOf(const std::vector<ListOutline>& outlines) const {
+    const std::vector<Profile>& profiles = profiles_.profiles;
+    const TaggedNames none(ListTags(options_.to), LongestName(options_.to));
+    std::vector<TaggedNames> names(openconfig_ ? 3 : 1, none);  // by kind
+    const auto names_for = [&](size_t i) -> TaggedNames& {
+      const Kind kind = std::min(outlines[i].KindFor(profiles[i].l3), Kind::kMixed);
+      return names[openconfig_ ? static_cast<size_t>(kind) : 0];
+    };
+    std::vector<size_t> order(profiles.size());
+    std::iota(order.begin(), order.end(), 0);
+    std::sort(order.begin(), order.end(), [&profiles](size_t a, size_t b) {
+      return std::tie(profiles[a].l3, profiles[a].name) <
+             std::tie(profiles[b].l3, profiles[b].name);
+    });
+    for (const size_t i : order) names_for(i).See(profiles[i].description);
+    std::vector<std::string> result(profiles.size());
+    for (const size_t i : order) result[i] = names_for(i).Next(profiles[i].name);
     return result;
   }
 
-  size_t LongestName() const { return options_.to == Standard::kOpenConfig ? SIZE_MAX : 64; }
-  UniqueNames MakeNames() const { return {" ", LongestName()}; }
-
-  void ConvertProfile(const Profile& profile, const std::string& name) {
-    Acl& acl = lists_.acls.emplace_back();
+  void ConvertProfile(const Profile& profile, const std::string& name, ListOutline* outline) {
+    const Kind kind = outline->KindFor(profile.l3);
+    Acl& acl = lists_.acls.emplace_back(AclOf(profile, openconfig_ ? profile.name : name, kind));
+    if (openconfig_) acl.set_name = name;
     acl.path = EntryPath("/config/access-list/acl-profile/ingress", "access-list", "acl-name",
                          profile.name);
-    acl.name = name;
-    acl.description = profile.description;
-    acl.kind = KindOf(profile);
     acl.aces.reserve(profile.entries.size() + 1);
-    UniqueNames names = MakeNames();
     lost_numbers_ = 0;
-    const std::vector<std::string> ace_names = NamesOf<ProfileEntry>(
-        // With our own module an entry has its number beside its name.
-        profile.entries, {"ace", standard_only_ ? "seq" : "ace"},
-        [&profile](const ProfileEntry& entry) {
-          // The end of a list that was read says itself what it is.
-          return IsListEnd(entry, profile) ? "implicit deny" : std::to_string(entry.ace_priority);
-        },
-        &names);
-    const bool numbered = options_.to == Standard::kOpenConfig && HasNumbers(profile, acl.path);
-    for (size_t i = 0; i < profile.entries.size(); ++i) {
-      ConvertEntry(profile.entries[i], ace_names[i], numbered, &names, &acl);
+    const bool numbered = openconfig_ && HasNumbers(profile, acl.path);
+    for (const ProfileEntry& entry : profile.entries) {
+      const bool last = &entry == &profile.entries.back();
+      ConvertEntry(entry, outline->Convert(entry, last), numbered, outline, &acl);
     }
-    AddEnd(profile, &names, &acl);
-    if (!standard_only_) {
-      acl.priority = profile.priority;
-      acl.l3 = profile.l3;
-      if (name != profile.name) acl.profile_name = profile.name;
-    } else {
-      LoseOwn(profile, &acl);
-    }
-  }
-
-  static bool IsListEnd(const ProfileEntry& entry, const Profile& profile) {
-    return entry.description == "[end]" && &entry == &profile.entries.back();
+    AddEnd(profile, outline, &acl);
+    if (standard_only_) LoseOwn(profile, name, &acl);
   }
 
   // What a profile has of its own, and a list of the standard has not.
-  void LoseOwn(const Profile& profile, Acl* acl) {
+  void LoseOwn(const Profile& profile, const std::string& name, Acl* acl) {
+    acl->priority.reset();
+    acl->l3.reset();
+    acl->profile_name.clear();
     Note(acl->path, "the priority " + std::to_string(profile.priority), "left out");
     if (lost_numbers_ > 0) {
       Note(acl->path, "the priorities of entries with names, " + std::to_string(lost_numbers_),
            "left out: the entries keep their order");
     }
-    const std::optional<Tag> tag = TagIn(profile.description, "acl");
-    const bool named = tag && tag->name == acl->name;
-    if (acl->name != profile.name) {
-      Note(acl->path, "the profile's name", "the list " + acl->name);
+    if (name != profile.name) Note(acl->path, "the profile's name", "the list " + name);
+    for (const char* tag : ListTags(options_.to)) {
+      const std::optional<Tag> found = TagIn(profile.description, tag);
+      if (found && found->name == name) acl->description = found->text;
     }
-    if (named) acl->description = tag->text;
-    if (options_.to != Standard::kOpenConfig) LoseText(acl->path, acl->description);
+    if (!openconfig_) LoseText(acl->path, acl->description);
     if (profile.l3 != (acl->kind == Kind::kEthernet)) return;
     Lose(acl->path,
          profile.l3 ? "the L3 group, without an entry about IPv4"
@@ -127,23 +116,6 @@ class ToListsConverter {
 
   void LoseText(const std::string& path, const std::string& text) {
     if (!text.empty()) Note(path, "the description \"" + text + "\"", "left out");
-  }
-
-  // The narrowest kind that has all of the profile's entries.
-  Kind KindOf(const Profile& profile) const {
-    bool all_ipv4 = true, any_ethernet = false, any_ip = false, any_version = false;
-    for (const ProfileEntry& entry : profile.entries) {
-      const Conditions conditions = ConditionsOf(entry);
-      const bool ipv4 = AskForIpv4(conditions);
-      const bool port = !conditions[kDestinationPort].empty();
-      all_ipv4 = all_ipv4 && ipv4;
-      any_ethernet = any_ethernet || AskForEthernet(conditions);
-      any_ip = any_ip || ipv4 || port;
-      any_version = any_version || (port && !ipv4);
-    }
-    if (!any_ip && !profile.l3) return Kind::kEthernet;
-    if (profile.l3 && all_ipv4 && !any_ethernet) return Kind::kIpv4;
-    return any_version ? Kind::kAny : Kind::kMixed;
   }
 
   // The number that a description says the entry had.
@@ -157,7 +129,8 @@ class ToListsConverter {
     uint64_t next = 0;
     bool ascending = true, any = false;
     for (const ProfileEntry& entry : profile.entries) {
-      if (IsListEnd(entry, profile)) continue;  // it is behind all others, whatever theirs are
+      // The end is behind all others, whatever its number is.
+      if (IsListEnd(entry, &entry == &profile.entries.back())) continue;
       const std::optional<uint32_t> number = NumberIn(entry.description);
       any = any || number;
       const uint32_t at = number.value_or(entry.ace_priority);
@@ -173,35 +146,29 @@ class ToListsConverter {
     return ascending;
   }
 
-  void ConvertEntry(const ProfileEntry& entry, const std::string& name, bool numbered,
-                    UniqueNames* names, Acl* acl) {
-    Ace ace;
+  void ConvertEntry(const ProfileEntry& entry, Ace ace, bool numbered, ListOutline* outline,
+                    Acl* acl) {
     ace.path =
         acl->path + "/access-list-entry[ace-priority='" + std::to_string(entry.ace_priority) + "']";
-    ace.conditions = ConditionsOf(entry);
-    ace.handling = entry.handling;
-    ace.set_pcp = entry.set_pcp;
-    ace.number = entry.ace_priority;
-    ace.name = name;
-    ace.description = entry.description;
     if (!standard_only_) {
-      ace.ace_priority = entry.ace_priority;
-    } else if (MakeStandard(entry, &ace)) {
-      LoseTexts(entry, numbered, &ace);
-    } else {
+      acl->aces.push_back(std::move(ace));
       return;
     }
-    if (standard_only_ && options_.to != Standard::kOpenConfig &&
-        !ace.conditions[kDestinationPort].empty()) {
-      AddForPort(std::move(ace), names, acl);
-    } else {
-      acl->aces.push_back(std::move(ace));
+    ace.ace_priority.reset();
+    if (MatchesNothing(entry)) {
+      report_->Add({ace.path, "a port of a protocol that has none: no frame matches",
+                    Outcome::kExact, "no entry", false});
+      LoseText(ace.path, entry.description);
+      return;
     }
+    if (!MakeStandard(entry, &ace)) return;
+    LoseTexts(entry, numbered, &ace);
+    AddForPort(std::move(ace), outline, acl);
   }
 
   // What people wrote about an entry of the standard, as far as it has a place there.
   void LoseTexts(const ProfileEntry& entry, bool numbered, Ace* ace) {
-    if (options_.to == Standard::kOpenConfig) {
+    if (openconfig_) {
       const std::optional<uint32_t> number = NumberIn(entry.description);
       if (!numbered || !number) return;
       ace->number = number;
@@ -218,22 +185,16 @@ class ToListsConverter {
   }
 
   // RFC 8519 has ports of TCP and of UDP, each by itself.
-  void AddForPort(Ace ace, UniqueNames* names, Acl* acl) {
-    constexpr uint8_t kTcp = 6, kUdp = 17;
-    const std::vector<Value>& protocols = ace.conditions[kIpProtocol];
-    if (!protocols.empty()) {
-      if (protocols[0].value == kTcp || protocols[0].value == kUdp) {
-        acl->aces.push_back(std::move(ace));
-        return;
-      }
-      report_->Add({ace.path, "a port of a protocol that has none: no frame matches",
-                    Outcome::kExact, "no entry", false});
+  void AddForPort(Ace ace, ListOutline* outline, Acl* acl) {
+    if (openconfig_ || ace.conditions[kDestinationPort].empty() ||
+        !ace.conditions[kIpProtocol].empty()) {
+      acl->aces.push_back(std::move(ace));
       return;
     }
     const bool ipv4 = AskForIpv4(ace.conditions);
     for (const uint8_t protocol : {kTcp, kUdp}) {
       Ace part = ace;
-      part.name = names->Take(ace.name + (protocol == kTcp ? " tcp" : " udp"));
+      part.name = outline->TakeName(ace.name + (protocol == kTcp ? " tcp" : " udp"));
       if (ipv4) {
         part.conditions[kIpProtocol] = {{protocol, FullMask(kIpProtocol)}};
       } else {
@@ -254,7 +215,7 @@ class ToListsConverter {
     };
     if (options_.to != Standard::kRfc9899 || HasOtherL2(*ace)) lose(kVlan, "a VLAN");
     lose(kPcp, "a PCP");
-    if (options_.to == Standard::kOpenConfig) {
+    if (openconfig_) {
       const auto& matches = entry.matches;
       if (matches[kTos] && matches[kTos]->mask != kDscpMask) {
         lose(kTos, "the lower bits of the type of service");
@@ -279,6 +240,7 @@ class ToListsConverter {
     for (const std::string& what : lost) {
       LosePart(ace->path, what, LossOfCondition(denies), denies);
     }
+    ace->widened = !lost.empty();
     const bool whole = lost.empty() && (denies || !ace->set_pcp);
     ace->set_pcp.reset();
     return whole || options_.allowance.drop_conditions || !options_.allowance.skip_entries;
@@ -320,29 +282,24 @@ class ToListsConverter {
   }
 
   // What no entry of a profile matches passes; what no entry of a list matches does not.
-  void AddEnd(const Profile& profile, UniqueNames* names, Acl* acl) {
+  void AddEnd(const Profile& profile, ListOutline* outline, Acl* acl) {
     const std::optional<uint32_t> last = acl->aces.empty() ? std::nullopt : acl->aces.back().number;
     if (standard_only_ && !profile.entries.empty()) {
       // Behind an entry that has all that comes, there is no end.
       Ace* end = acl->aces.empty() ? nullptr : &acl->aces.back();
-      if (end != nullptr && IsListEnd(profile.entries.back(), profile) && IsEnd(*end, *acl)) {
+      if (end != nullptr && IsListEnd(profile.entries.back(), true) && IsEnd(*end, *acl)) {
         if (acl->aces.size() > 1) end->number = EndNumber(acl->aces[acl->aces.size() - 2].number);
         return;
       }
       if (end != nullptr && AskForNothing(end->conditions)) return;
     }
-    Ace end;
+    Ace& end = acl->aces.emplace_back(outline->End(acl->kind));
     end.path = acl->path;
-    end.name = names->Take(kEndName);
     end.number = EndNumber(last);
-    end.handling = Handling::kPermit;
-    end.is_end = !standard_only_;
-    if (acl->kind == Kind::kIpv4) end.conditions[kDestinationIpv4] = {{0, 0}};
-    acl->aces.push_back(std::move(end));
-    if (standard_only_) {
-      report_->Add({acl->path, "what no entry matches passes", Outcome::kExact,
-                    "an entry of its own at the end of the list", false});
-    }
+    if (!standard_only_) return;
+    end.is_end = false;
+    report_->Add({acl->path, "what no entry matches passes", Outcome::kExact,
+                  "an entry of its own at the end of the list", false});
   }
 
   // A round number behind the last one.
@@ -383,6 +340,7 @@ class ToListsConverter {
 
   const Profiles& profiles_;
   const ExportOptions& options_;
+  const bool openconfig_;
   const bool standard_only_;
   Report* report_;
   AccessLists lists_;

@@ -91,6 +91,7 @@ class OpenConfigReader {
     const Node* type = FindConfig(set, "type");
     const std::string& name = ConfigOf(set, "name");
     acl.name = NameFor(name, type == nullptr ? "" : type->value);
+    if (acl.name != name) acl.set_name = name;
     acl.path = EntryPath("/acl/acl-sets", "acl-set", "name", name);
     acl.description = ConfigOf(set, "description");
     ReadType(type, &acl);
@@ -133,12 +134,13 @@ class OpenConfigReader {
                              "a list of the type " + (type == nullptr ? "" : type->value), true});
   }
 
-  // A set is named by its name and type; a list here by its name.
+  // A set is named by its name and type; a list here by its name, which no other has.
   const std::string& NameFor(const std::string& name, const std::string& type) {
     std::string* known = &names_[{name, type}];
-    if (known->empty()) {
-      *known = taken_.insert(name).second ? name : name + " (" + type + ")";
-      taken_.insert(*known);
+    if (!known->empty()) return *known;
+    *known = taken_.insert(name).second ? name : name + " (" + type + ")";
+    for (int i = 2; *known != name && !taken_.insert(*known).second; ++i) {
+      *known = name + " (" + type + " " + std::to_string(i) + ")";
     }
     return *known;
   }

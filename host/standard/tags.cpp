@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "host/standard/characters.h"
+
 namespace host::standard {
 
 std::string Tagged(std::string_view tag, std::string_view name, const std::string& text) {
@@ -35,13 +37,15 @@ std::optional<Tag> TagIn(const std::string& description, std::string_view tag) {
 }
 
 std::string UniqueNames::Take(const std::string& wanted) {
-  std::string name = wanted.substr(0, longest_);
+  constexpr size_t kRoom = 8;  // for what makes a name another
+  std::string name(FirstCharacters(wanted, longest_));
   while (!taken_.insert(name).second) {
     // Names with the same beginning come to the same suffixes, so they count together.
-    const std::string stem = wanted.substr(0, longest_ - std::min<size_t>(longest_, 8));
+    const std::string stem(FirstCharacters(wanted, longest_ - std::min(longest_, kRoom)));
     const uint32_t number = ++last_.try_emplace(stem, 1).first->second;
     const std::string suffix = separator_ + std::to_string(number);
-    name = wanted.substr(0, longest_ - std::min(longest_, suffix.size())) + suffix;
+    name = FirstCharacters(wanted, longest_ - std::min(longest_, suffix.size()));
+    name += suffix;
   }
   return name;
 }

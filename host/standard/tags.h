@@ -28,15 +28,15 @@ std::optional<Tag> TagIn(const std::string& description, std::string_view tag);
 class UniqueNames {
  public:
   // `separator` stands before the number that makes a name another, in names of at most `longest`
-  // bytes.
+  // characters.
   UniqueNames(std::string separator, size_t longest)
       : separator_(std::move(separator)), longest_(longest) {}
   // `wanted`, or that with a number behind it.
   std::string Take(const std::string& wanted);
 
  private:
-  const std::string separator_;
-  const size_t longest_;
+  std::string separator_;
+  size_t longest_;
   std::unordered_set<std::string> taken_;
   std::unordered_map<std::string, uint32_t> last_;  // number given out, by the name wanted
 };

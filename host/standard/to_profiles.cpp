@@ -113,8 +113,10 @@ class ToProfilesConverter {
     profile.name = NameFor(acl);
     const bool known = profile.name == acl.name || profile.name == acl.profile_name;
     const std::string text = StartOf(acl.description);
-    profile.description =
-        Describe(known ? text : Tagged("acl", StartOf(acl.name), text), acl.path, report_);
+    const std::string tagged = !acl.set_name.empty() ? Tagged("set", StartOf(acl.set_name), text)
+                               : known               ? text
+                                                     : Tagged("acl", StartOf(acl.name), text);
+    profile.description = Describe(tagged, acl.path, report_);
     if (!Number(acl, parts, &profile)) return;
     l3_of_[acl.name] = profile.l3;
     if (acl.priority && EndsAsProfiles(acl)) ours_.insert(acl.name);

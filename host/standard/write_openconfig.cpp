@@ -74,17 +74,7 @@ const char* TypeOf(const Acl& acl) {
 // Lists by their names.
 using ListIndex = std::unordered_map<std::string_view, const Acl*>;
 
-// What the list is called there: a set is named by its type as well, which the reader appends where
-// another set has the name.
-std::string NameOf(const Acl& acl, const ListIndex& lists) {
-  const std::string suffix = std::string(" (") + TypeOf(acl) + ")";
-  if (acl.name.size() <= suffix.size()) return acl.name;
-  const size_t end = acl.name.size() - suffix.size();
-  if (acl.name.compare(end, std::string::npos, suffix) != 0) return acl.name;
-  const auto other = lists.find(std::string_view(acl.name).substr(0, end));
-  const bool differs = other != lists.end() && TypeOf(*other->second) != TypeOf(acl);
-  return differs ? acl.name.substr(0, end) : acl.name;
-}
+const std::string& NameOf(const Acl& acl) { return acl.set_name.empty() ? acl.name : acl.set_name; }
 
 // The keys of a list entry, which OpenConfig has twice.
 void AddKeys(Node* entry, const char* name_leaf, const std::string& name, const char* type) {
@@ -105,7 +95,7 @@ void AddInterface(const Attachment& attachment, const ListIndex& lists, Node* in
   for (const std::string& name : attachment.acls) {
     const auto acl = lists.find(name);
     if (acl == lists.end()) continue;
-    AddKeys(&sets.Add("ingress-acl-set", Form::kEntry), "set-name", NameOf(*acl->second, lists),
+    AddKeys(&sets.Add("ingress-acl-set", Form::kEntry), "set-name", NameOf(*acl->second),
             TypeOf(*acl->second));
   }
 }
@@ -121,7 +111,7 @@ void WriteOpenConfig(const AccessLists& lists, Document* document) {
     Node& sets = top.Add("acl-sets");
     for (const Acl& acl : lists.acls) {
       Node& set = sets.Add("acl-set", Form::kEntry);
-      AddKeys(&set, "name", NameOf(acl, index), TypeOf(acl));
+      AddKeys(&set, "name", NameOf(acl), TypeOf(acl));
       if (!acl.description.empty()) {
         set.children.back().Add("description", Form::kText, acl.description);
       }

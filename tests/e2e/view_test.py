@@ -16,9 +16,17 @@ ACLS = "urn:ietf:params:xml:ns:yang:ietf-access-control-list"
 FEATURES = """match-on-eth match-on-ipv4 match-on-ipv6 match-on-tcp match-on-udp eth ipv4
 mixed-eth-ipv4 mixed-eth-ipv4-ipv6 interface-stats interface-attachment""".split()
 # Of types that differ from part to part, with names that the conversion has to tell apart.
-MANY = "set acl many type l3 priority 9\nbind many eth1\n" + "".join(
+MANY = """set acl many type l3 priority 9
+bind many eth1
+set acl later type l3 priority 10 description "[acl many]"
+set acl later 5 match dst 10.0.0.1 action deny description "[end]"
+set acl later 7 match dst 10.0.0.2 action deny description "[ace 5]"
+set acl later 8 match dst 10.0.0.3 action deny description "[ace end]"
+set acl later 9 action deny description "[end]"
+""" + "".join(
     f"set acl many {i} match {'ether 0x0806' if i == 200 else f'dst 10.0.{i}.0/24'} action deny"
-    + (i % 100 == 1) * ' description "[ace twin]"' + "\n" for i in range(1, 256))
+    + {1: ' description "[ace twin]"', 2: ' description "[ace 5]"', 64: ' description "[end]"'}.get(i % 100, "")
+    + "\n" for i in range(1, 256))
 
 
 def plain(element):
@@ -50,8 +58,8 @@ class ViewTest(SshTestCase):
         text, lists = self.lists(session)
         exported = self.aclctl(self.running, "export", "--to", "rfc8519", "--xml").stdout
         self.assertEqual(plain(lists), plain(ET.fromstring(exported)))
-        _, one = self.lists(session, "<acl><name>many</name><aces><ace><name>twin 2</name></ace></aces></acl>")
-        self.assertRegex("".join(one.itertext()), r"^many\s*twin 2\s*10.0.101.0/24\s*\S+:drop")
+        _, one = self.lists(session, "<acl><name>many 2</name><aces><ace><name>twin 2</name></ace></aces></acl>")
+        self.assertRegex("".join(one.itertext()), r"^many 2\s*twin 2\s*10.0.101.0/24\s*\S+:drop")
         selected = session.get(("xpath", ({"a": ACLS}, "/a:acls/a:attachment-points")))
         self.assertEqual(len(re.findall("<acl-set>", selected.data_xml)), 3)
         everything = session.get(("xpath", ({"a": ACLS}, "//a:ace[a:matches/a:ipv4/a:dscp=46]/a:name")))

@@ -21,19 +21,22 @@ standard::Profile ProfileCalled(std::string name, std::string_view type) {
 
 ProfileWalk::Progress ProfileWalk::Step() {
   ViewPart part;
-  if (!view_.Next(&part)) return Progress::kEnd;
-  if (part.kind == ViewPart::Kind::kNodes) {
-    if (part.page->lost()) return Progress::kFailed;
-    for (size_t i = part.first; i < part.first + part.count; ++i) Visit(part.page->InOrder(i));
-  } else if (std::string_view(part.schema->name) == "access-list" &&
-             part.schema->nodetype == LYS_LIST) {
+  while (view_.Next(&part)) {
+    if (part.kind == ViewPart::Kind::kNodes) {
+      if (part.page->lost()) return Progress::kFailed;
+      for (size_t i = part.first; i < part.first + part.count; ++i) Visit(part.page->InOrder(i));
+      return Progress::kMore;
+    }
+    if (std::string_view(part.schema->name) != "access-list" || part.schema->nodetype != LYS_LIST) {
+      continue;
+    }
     if (part.kind == ViewPart::Kind::kEnd) {
       visitor_->OnProfileEnd();
     } else {
       visitor_->OnProfile(ProfileCalled(KeyIn(part, "acl-name"), KeyIn(part, "acl-type")));
     }
   }
-  return Progress::kMore;
+  return Progress::kEnd;
 }
 
 void ProfileWalk::Visit(const lyd_node* node) {

@@ -36,8 +36,8 @@ class ProfileWalk {
               std::shared_ptr<PageMemory> memory, ProfileVisitor* visitor)
       : entries_(entries), visitor_(visitor), view_(first, nullptr, nullptr, std::move(memory)) {}
 
-  // Tells of the next part, a page of entries at most. kFailed where there was no memory to keep it
-  // as it was.
+  // Tells of the next nodes, a page of entries at most. kFailed where there was no memory to keep
+  // it as it was.
   Progress Step();
 
  private:

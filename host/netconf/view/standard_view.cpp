@@ -59,66 +59,58 @@ lyd_node* AddNode(const ly_ctx* context, const ListNode& node, lyd_node* parent)
 // Makes lists of profiles, page by page.
 class ListMaker : public ProfileVisitor {
  public:
-  explicit ListMaker(std::vector<ListedProfile>* listed) : listed_(listed) {}
+  explicit ListMaker(Survey* survey) : survey_(survey) {}
 
-  void OnProfile(const standard::Profile& /*profile*/) override { entries_.clear(); }
-  void OnEntry(standard::ProfileEntry entry) override { entries_.push_back(std::move(entry)); }
+  void OnProfile(const standard::Profile& /*profile*/) override {
+    ListedProfile& listed = Listed();
+    listed.name = survey_->names().Next(listed.profile.name);
+    Begin();
+  }
+  // What follows an entry decides what it is.
+  void OnEntry(standard::ProfileEntry entry) override {
+    if (held_) Add(*held_, false);
+    held_ = std::move(entry);
+  }
   void OnProfileEnd() override {
-    Make(entries_.size(), true);
-    (*listed_)[next_].taken.clear();
+    if (held_) Add(*held_, true);
+    held_.reset();
+    list_->aces.push_back(Listed().outline.End(list_->kind));
+    made_.acls.push_back(std::move(*list_));
+    list_.reset();
+    // The names that are given away are many.
+    Listed().outline = standard::ListOutline({});
     ++next_;
   }
 
-  // What was made since the last call; the entries at hand, but for the last: what follows it
-  // decides what it is.
+  // What was made since the last call; of a list that goes on, where it is much.
   standard::AccessLists Take() {
-    if (entries_.size() > kChunk) Make(entries_.size() - 1, false);
+    if (list_ && list_->aces.size() >= kChunk) {
+      made_.acls.push_back(std::move(*list_));
+      Begin();
+    }
     return std::exchange(made_, {});
   }
 
  private:
-  void Make(size_t count, bool is_end) {
-    ListedProfile& listed = (*listed_)[next_];
-    standard::Profile part = listed.profile;
-    const auto end = entries_.begin() + static_cast<std::ptrdiff_t>(count);
-    part.entries.assign(std::make_move_iterator(entries_.begin()), std::make_move_iterator(end));
-    entries_.erase(entries_.begin(), end);
-    standard::Acl acl = ListOf(std::move(part));
-    const bool same_kind = acl.kind == listed.kind;
-    acl.name = listed.name;
-    acl.profile_name = listed.name != listed.profile.name ? listed.profile.name : "";
-    acl.kind = listed.kind;
-    std::vector<standard::Ace> aces;
-    for (standard::Ace& ace : acl.aces) {
-      if (ace.is_end && !is_end) continue;
-      if (ace.is_end && !same_kind) ace.conditions = {};
-      NameEntry(&listed, &ace);
-      aces.push_back(std::move(ace));
-    }
-    acl.aces = std::move(aces);
-    made_.acls.push_back(std::move(acl));
+  ListedProfile& Listed() { return survey_->listed()[next_]; }
+
+  void Begin() {
+    const ListedProfile& listed = Listed();
+    list_ = AclOf(listed.profile, listed.name, listed.outline.KindFor(listed.profile.l3));
   }
 
-  // Names are unique in their list, of which the conversion has seen a part. Who has a name of its
-  // own has it before others are called by their numbers.
-  static void NameEntry(ListedProfile* listed, standard::Ace* ace) {
-    if (!ace->ace_priority) {
-      ace->name = UniqueIn(&listed->taken, ace->name, ace->name);
-      return;
+  void Add(const standard::ProfileEntry& entry, bool last) {
+    standard::Ace ace = Listed().outline.Convert(entry, last);
+    if (ace.name != std::to_string(entry.ace_priority)) {
+      Listed().ace_names.emplace(entry.ace_priority, ace.name);
     }
-    const std::string number = std::to_string(*ace->ace_priority);
-    auto named = listed->ace_names.find(*ace->ace_priority);
-    if (named == listed->ace_names.end() && listed->taken.count(number) != 0) {
-      named =
-          listed->ace_names.emplace(*ace->ace_priority, UniqueIn(&listed->taken, number, number))
-              .first;
-    }
-    ace->name = named != listed->ace_names.end() ? named->second : number;
+    list_->aces.push_back(std::move(ace));
   }
 
-  std::vector<ListedProfile>* const listed_;
-  size_t next_ = 0;
-  std::vector<standard::ProfileEntry> entries_;  // of the profile at hand, not made yet
+  Survey* const survey_;
+  size_t next_ = 0;                             // the profile at hand
+  std::optional<standard::ProfileEntry> held_;  // of it, until the next one comes
+  std::optional<standard::Acl> list_;           // of it, what was made and not taken yet
   standard::AccessLists made_;
 };
 
@@ -243,7 +235,7 @@ class StandardView : public StateProviders::Pieces {
   std::unique_ptr<OriginHitsReading> reading_;  // until it is done; null: nobody counts
   HitsByOrigin hits_;
   Survey survey_;
-  ListMaker maker_{&survey_.listed()};
+  ListMaker maker_{&survey_};
   Walk survey_walk_, list_walk_;  // after what they tell
   Phase phase_ = Phase::kHits;
   size_t next_interface_ = 0, next_set_ = 0, next_counter_ = 0;
@@ -256,16 +248,7 @@ StateProviders::Registration ShowAsAccessLists(StateProviders* providers, Datast
   const auto open = [providers, &datastore, memory] {
     return std::make_unique<StandardView>(*providers, datastore, memory);
   };
-  const auto build = [open](const ly_ctx* context) -> lyd_node* {
-    Tree all;
-    const auto pieces = open();
-    while (const Tree piece{pieces->Next(context)}) {
-      TreeBuilder first(&all);
-      if (lyd_merge_siblings(first, piece.get(), 0) != LY_SUCCESS) break;
-    }
-    return pieces->failed() ? nullptr : all.release();
-  };
-  return providers->Add({"ietf-access-control-list", "acls", build, open});
+  return providers->Add({"ietf-access-control-list", "acls", nullptr, open});
 }
 
 }  // namespace host
