@@ -73,13 +73,14 @@ std::string PathOf(const std::string& profile, uint16_t ace_priority) {
 
 class Adder {
  public:
-  Adder(const AccessLists& lists, const HitsByOrigin& hits, const Shape& shape)
-      : hits_(hits), shape_(shape) {
+  Adder(const AccessLists& lists, const HitsByOrigin& hits, const Shape& shape, Report* report)
+      : hits_(hits), shape_(shape), report_(report) {
     for (const Acl& acl : lists.acls) {
       lists_[acl.name] = &acl;
       for (const Ace& ace : acl.aces) {
-        const auto [place, is_new] = entries_.try_emplace(ace.path, &ace);
-        if (!is_new) place->second = nullptr;
+        const char* why = ace.widened ? "it is of the conditions that the entry had" : nullptr;
+        const auto [place, is_new] = entries_.try_emplace(ace.path, Entry{&ace, why});
+        if (!is_new) place->second.why_not = "nobody counts apart what became several entries";
       }
     }
     for (const auto& [binding, entries] : hits)
@@ -87,7 +88,7 @@ class Adder {
   }
 
   // `set` is the list called `name` on the interface.
-  void AddTo(Node* set, const std::string& interface, const std::string& name) const {
+  void AddTo(Node* set, const std::string& interface, const std::string& name) {
     const auto list = lists_.find(name);
     if (list == lists_.end()) return;
     const auto profile = profile_of_.find(list->second->path);
@@ -95,18 +96,29 @@ class Adder {
     const auto counted = hits_.find({interface, profile->second});
     if (counted == hits_.end()) return;
     for (const EntryHits& entry : counted->second) {
-      const auto ace = entries_.find(PathOf(profile->second, entry.ace_priority));
-      if (ace != entries_.end() && ace->second != nullptr) {
-        shape_.add(*ace->second, entry.hits, set);
+      const auto found = entries_.find(PathOf(profile->second, entry.ace_priority));
+      if (found == entries_.end()) continue;
+      if (found->second.why_not == nullptr) {
+        shape_.add(*found->second.ace, entry.hits, set);
+      } else if (!std::exchange(found->second.told, true)) {
+        report_->Add({found->first, "what it has hit", Outcome::kNoted,
+                      std::string("left out: ") + found->second.why_not, false});
       }
     }
   }
 
  private:
+  struct Entry {
+    const Ace* ace;
+    const char* why_not;  // its counter is not to be told; null: it is
+    bool told = false;
+  };
+
   const HitsByOrigin& hits_;
   const Shape& shape_;
+  Report* const report_;
   std::unordered_map<std::string, const Acl*> lists_;        // by name
-  std::unordered_map<std::string, const Ace*> entries_;      // by path; null: there are several
+  std::unordered_map<std::string, Entry> entries_;           // by path
   std::unordered_map<std::string, std::string> profile_of_;  // a list, by path
 };
 
@@ -119,7 +131,7 @@ void AddAceStatistics(const std::string& ace, const Hits& hits, Node* acl_set) {
 }
 
 void AddStatistics(const AccessLists& lists, const HitsByOrigin& hits, Standard to,
-                   Document* document) {
+                   Document* document, Report* report) {
   const Shape& shape = to == Standard::kOpenConfig ? kOpenConfigShape : kRfc8519Shape;
   // Which counters an element has, OpenConfig asks for.
   if (to == Standard::kOpenConfig) {
@@ -129,7 +141,7 @@ void AddStatistics(const AccessLists& lists, const HitsByOrigin& hits, Standard 
         .module_of_value = kOpenConfigAcl.name;
   }
   // Writers keep the order; what a list is called may be another thing in the document.
-  const Adder adder(lists, hits, shape);
+  Adder adder(lists, hits, shape, report);
   const std::vector<Node*> interfaces = NodesAt(&document->root, shape.interfaces);
   for (size_t i = 0; i < interfaces.size() && i < lists.attachments.size(); ++i) {
     const Attachment& attachment = lists.attachments[i];

@@ -144,15 +144,15 @@ Failure Export(const Common& common, const ExportWanted& wanted) {
   options.to = to;
   standard::Report report;
   const standard::AccessLists lists = ToAccessLists(profiles, options, &report);
-  Failure loss = TellReport(report, wanted.loss, what);
-  if (loss && loss.code != kLossy) return loss;
   standard::Document document;
   if (to == standard::Standard::kOpenConfig) {
     WriteOpenConfig(lists, &document);
   } else {
     WriteRfc8519(lists, to == standard::Standard::kRfc9899, &document);
   }
-  if (!hits.empty()) AddStatistics(lists, hits, to, &document);
+  if (!hits.empty()) AddStatistics(lists, hits, to, &document, &report);
+  Failure loss = TellReport(report, wanted.loss, what);
+  if (loss && loss.code != kLossy) return loss;
   const bool xml = common.form == Form::kXml;
   std::fputs(document.Print(xml ? standard::Format::kXml : standard::Format::kJson).c_str(),
              stdout);
