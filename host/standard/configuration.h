@@ -2,7 +2,12 @@
 #ifndef HOST_STANDARD_CONFIGURATION_H_
 #define HOST_STANDARD_CONFIGURATION_H_
 
+#include <functional>
+#include <map>
 #include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
 
 #include "host/cdb/schema/cdb_schema.h"
 #include "host/cdb/schema/entry_leaves.h"
@@ -32,10 +37,26 @@ class EntryReader {
 // as for EntryReader.
 Profiles ReadConfiguration(const ly_ctx* context, const lyd_node* first);
 
-// The same from a document, which takes a third of the time, where all of it is plain: numbers in
-// place of names, keys in front, as it is when it comes from here. Nothing where it is not, or
-// where anything is not valid: a parser that knows the schema then reads it, or says what is wrong.
-std::optional<Profiles> ReadPlainConfiguration(const Document& document, Format format);
+// The numbers that values of matches have by name, such as the protocol tcp.
+class MatchNames {
+ public:
+  MatchNames() = default;  // none
+  // Those of acl-app in `context`, made as for EntryReader.
+  explicit MatchNames(const ly_ctx* context);
+
+  // The number that `name` is, as a value of the leaf `leaf` of match.
+  std::optional<uint32_t> Find(std::string_view leaf, const std::string& name) const;
+
+ private:
+  std::map<std::string, std::unordered_map<std::string, uint32_t>, std::less<>> leaves_;
+};
+
+// The same from a document, which takes a third of the time, where all of it is plain: numbers or
+// names that `names` knows, keys in front, as it is when it comes from here or from the daemon.
+// Nothing where it is not, or where anything is not valid: a parser that knows the schema then
+// reads it, or says what is wrong.
+std::optional<Profiles> ReadPlainConfiguration(const Document& document, Format format,
+                                               const MatchNames& names = {});
 
 // The profiles as a document of acl-app. Values are numbers where they could be names.
 void WriteConfiguration(const Profiles& profiles, Document* document);

@@ -1,6 +1,7 @@
 // From a plain document to profiles: see configuration.h.
 #include <algorithm>
 #include <charconv>
+#include <utility>
 
 #include "host/standard/ace_builder.h"
 #include "host/standard/configuration.h"
@@ -27,7 +28,8 @@ constexpr struct {
 // Every function returns false for what is not plain, and for what is not valid.
 class PlainReader {
  public:
-  PlainReader(bool json, Profiles* profiles) : json_(json), profiles_(profiles) {}
+  PlainReader(bool json, const MatchNames& names, Profiles* profiles)
+      : json_(json), names_(names), profiles_(profiles) {}
 
   bool Read(const Node& config) {
     return Each(config, [this](const Node& access_list) {
@@ -68,8 +70,15 @@ class PlainReader {
     *priority = static_cast<uint16_t>(number);
     return true;
   }
-  // ASCII is what is plain here: lengths are of characters.
+  bool TakeNamed(const Node& node, uint32_t* number) const {
+    if (node.form != Form::kText || !node.children.empty()) return false;
+    const std::optional<uint32_t> named = names_.Find(node.name, node.value);
+    if (named) *number = *named;
+    return named.has_value();
+  }
+  // ASCII is what is plain here: lengths are of characters. Nothing stands twice.
   static bool TakeText(const Node& node, size_t longest, std::string* text) {
+    if (!text->empty()) return false;
     *text = node.value;
     return node.children.empty() && !text->empty() && text->size() <= longest &&
            std::all_of(text->begin(), text->end(), [](char c) { return c >= ' ' && c < '\x7f'; });
@@ -92,6 +101,7 @@ class PlainReader {
   bool ReadProfile(const Node& node) {
     Profile profile;
     std::string type;
+    bool has_priority = false;
     const bool plain = Each(node, [&](const Node& child) {
       if (child.name == "acl-type") return TakeText(child, 2, &type);
       if (child.name == "acl-name") return TakeName(child, &profile.name);
@@ -99,7 +109,8 @@ class PlainReader {
       if (child.name == "access-list-entry") return ReadEntry(child, &profile);
       if (child.name != (type == "l3" ? "acl-priority-l3" : "acl-priority-l2")) return false;
       return Each(child, [&](const Node& priority) {
-        return priority.name == "priority" && TakePriority(priority, &profile.priority);
+        return priority.name == "priority" && !std::exchange(has_priority, true) &&
+               TakePriority(priority, &profile.priority);
       });
     });
     profile.l3 = type == "l3";
@@ -121,7 +132,8 @@ class PlainReader {
     return Each(node,
                 [&](const Node& child) {
                   if (child.name == "ace-priority") {
-                    return has_key = TakePriority(child, &entry.ace_priority);
+                    return !std::exchange(has_key, true) &&
+                           TakePriority(child, &entry.ace_priority);
                   }
                   if (child.name == "description") return TakeText(child, 255, &entry.description);
                   if (child.name == "match") return ReadMatch(child, &entry);
@@ -135,7 +147,7 @@ class PlainReader {
       for (const auto& known : kPlainNumbers) {
         if (node.name != known.name) continue;
         uint32_t number = 0;
-        return TakeNumber(node, known.least, known.most, &number) &&
+        return (TakeNamed(node, &number) || TakeNumber(node, known.least, known.most, &number)) &&
                Set(known.field, {uint64_t{number} << known.shift, known.mask}, entry);
       }
       if (node.name == "ethertype") return TakeEthertype(node, entry);
@@ -153,10 +165,11 @@ class PlainReader {
     return true;
   }
 
-  // "0x0800"; names and shorter forms are not plain.
-  static bool TakeEthertype(const Node& node, ProfileEntry* entry) {
+  // "0x0800" or a name; shorter forms are not plain.
+  bool TakeEthertype(const Node& node, ProfileEntry* entry) const {
     const std::string& text = node.value;
     uint32_t type = 0;
+    if (TakeNamed(node, &type)) return Set(kEthertype, {type, FullMask(kEthertype)}, entry);
     if (text.size() != 6 || text[0] != '0' || text[1] != 'x') return false;
     const auto [end, error] = std::from_chars(text.data() + 2, text.data() + 6, type, 16);
     return error == std::errc() && end == text.data() + 6 &&
@@ -195,7 +208,7 @@ class PlainReader {
       if (node.name == "set") {
         return Each(node, [&](const Node& pcp) {
           uint32_t number = 0;
-          if (pcp.name != "pcp" || !TakeNumber(pcp, 0, 7, &number)) return false;
+          if (pcp.name != "pcp" || entry->set_pcp || !TakeNumber(pcp, 0, 7, &number)) return false;
           entry->set_pcp = static_cast<uint8_t>(number);
           return true;
         });
@@ -214,16 +227,39 @@ class PlainReader {
   }
 
   const bool json_;
+  const MatchNames& names_;
   Profiles* profiles_;
 };
 
 }  // namespace
 
-std::optional<Profiles> ReadPlainConfiguration(const Document& document, Format format) {
+MatchNames::MatchNames(const ly_ctx* context) {
+  const CdbSchema schema(context);
+  const CdbNode* node = schema.root();
+  for (const char* name : {"config", "access-list", "acl-profile", "ingress", "access-list",
+                           "access-list-entry", "match"}) {
+    if (node != nullptr) node = node->Child(name);
+  }
+  if (node == nullptr) return;
+  for (const auto& leaf : node->children) {
+    auto& numbers = leaves_[leaf->name];
+    for (const auto& [name, number] : leaf->enums) numbers[name] = static_cast<uint32_t>(number);
+  }
+}
+
+std::optional<uint32_t> MatchNames::Find(std::string_view leaf, const std::string& name) const {
+  const auto numbers = leaves_.find(leaf);
+  if (numbers == leaves_.end()) return std::nullopt;
+  const auto number = numbers->second.find(name);
+  return number != numbers->second.end() ? std::optional(number->second) : std::nullopt;
+}
+
+std::optional<Profiles> ReadPlainConfiguration(const Document& document, Format format,
+                                               const MatchNames& names) {
   Profiles profiles;
   const std::vector<Node>& top = document.root.children;
   if (top.size() != 1 || top[0].name != "config" || top[0].module != kOwn.name) return std::nullopt;
-  if (!PlainReader(format == Format::kJson, &profiles).Read(top[0])) return std::nullopt;
+  if (!PlainReader(format == Format::kJson, names, &profiles).Read(top[0])) return std::nullopt;
   return profiles;
 }
 

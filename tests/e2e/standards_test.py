@@ -44,6 +44,12 @@ class StandardsTest(DaemonTest):
             file = self.write("lists", lists.stdout)
             done = self.aclctl(daemon, "import", "--from", model, "--diff", "--replace", file)
             self.assertEqual((0, ""), (done.returncode, done.stdout), done.stderr)
+        # By name or by number, read in the short way or by the schema.
+        named = LINES.replace("proto 17", "proto udp").replace("dscp 46", "dscp ef").replace("0x0806", "arp")
+        self.assertEqual(0, self.aclctl(daemon, "apply", "--replace", self.write("lines", named)).returncode)
+        running = self.aclctl(daemon, "export", "--to", "rfc8519").stdout
+        self.assertEqual(*(sorted(json.loads(text)["ietf-access-control-list:acls"]["acl"], key=str)
+                           for text in (running, self.convert("export", "--to", "rfc8519", text=LINES).stdout)))
 
     def test_statuses(self):
         for own, arguments, status in (

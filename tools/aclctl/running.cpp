@@ -99,20 +99,25 @@ std::string PrintXml(const lyd_node* tree) {
   return text != nullptr ? text : "";
 }
 
-Failure FetchRunning(Client* client, const ly_ctx* context, const Scope& scope, host::Tree* tree) {
-  host::Tree reply;
-  std::string text;
-  Failure failure =
-      client->Call("<get-config><source><running/></source><filter type=\"subtree\">" +
-                       FilterOf(scope) + "</filter></get-config>",
-                   &reply, &text);
-  if (failure) return failure;
+Failure FetchRunningText(Client* client, const Scope& scope, std::string* reply) {
+  return client->CallForText("<get-config><source><running/></source><filter type=\"subtree\">" +
+                                 FilterOf(scope) + "</filter></get-config>",
+                             reply);
+}
+
+Failure ReadRunningText(const std::string& reply, const ly_ctx* context, host::Tree* tree) {
   lyd_node* raw = nullptr;
-  const LY_ERR result = lyd_parse_data_mem(context, InnerXml(text, "data").c_str(), LYD_XML,
+  const LY_ERR result = lyd_parse_data_mem(context, InnerXml(reply, "data").c_str(), LYD_XML,
                                            LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &raw);
   tree->reset(raw);
   if (result == LY_SUCCESS) return {};
   return {kProtocol, "the daemon's configuration cannot be understood", {}};
+}
+
+Failure FetchRunning(Client* client, const ly_ctx* context, const Scope& scope, host::Tree* tree) {
+  std::string reply;
+  if (Failure failure = FetchRunningText(client, scope, &reply)) return failure;
+  return ReadRunningText(reply, context, tree);
 }
 
 std::string EditBetween(const ConfigTree& from, const ConfigTree& to) {

@@ -11,6 +11,9 @@ namespace aclctl {
 
 // Fetches what `scope` needs; `*tree` is null when there is nothing of it.
 Failure FetchRunning(Client* client, const ly_ctx* context, const Scope& scope, host::Tree* tree);
+// The same as the reply's text, and from that.
+Failure FetchRunningText(Client* client, const Scope& scope, std::string* reply);
+Failure ReadRunningText(const std::string& reply, const ly_ctx* context, host::Tree* tree);
 
 // The content of <config> for an edit-config with the default operation "none" that makes `from`
 // into `to`; empty when they are the same. It is refused where an entry or a profile that it makes

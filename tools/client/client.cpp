@@ -84,18 +84,44 @@ Failure Client::Open(const std::string& path) {
 }
 
 Failure Client::Call(const std::string& operation, host::Tree* reply, std::string* text) {
-  const std::string id = std::to_string(++last_id_);
-  const std::string rpc = "<rpc message-id=\"" + id + "\" xmlns=\"" + host::kNetconfNamespace +
-                          "\">" + operation + "</rpc>";
-  if (Failure failure = Send(rpc)) return failure;
-  std::string message, error;
+  std::string id, message;
+  if (Failure failure = SendOperation(operation, &id)) return failure;
   if (Failure failure = Receive(&message)) return failure;
+  Failure failure = ReadReply(message, id, reply);
+  if (text != nullptr) *text = std::move(message);
+  return failure;
+}
+
+Failure Client::CallForText(const std::string& operation, std::string* text) {
+  std::string id;
+  if (Failure failure = SendOperation(operation, &id)) return failure;
+  if (Failure failure = Receive(text)) return failure;
+  // Data come without errors or not at all. Within them the tags would be there as texts alone,
+  // with their brackets escaped.
+  const size_t end = text->find('>');
+  const bool plain = end != std::string::npos && text->find("<data") != std::string::npos &&
+                     text->compare(0, 10, "<rpc-reply") == 0 &&
+                     std::string_view(*text).substr(0, end).find("message-id=\"" + id + '"') !=
+                         std::string_view::npos &&
+                     text->find("rpc-error>") == std::string::npos;
+  host::Tree reply;
+  return plain ? Failure() : ReadReply(*text, id, &reply);
+}
+
+Failure Client::SendOperation(const std::string& operation, std::string* id) {
+  *id = std::to_string(++last_id_);
+  return Send("<rpc message-id=\"" + *id + "\" xmlns=\"" + host::kNetconfNamespace + "\">" +
+              operation + "</rpc>");
+}
+
+Failure Client::ReadReply(const std::string& message, const std::string& id,
+                          host::Tree* reply) const {
+  std::string error;
   *reply = xml_->Parse(message, &error);
   if (*reply == nullptr || host::XmlName(reply->get()) != "rpc-reply" ||
       host::XmlAttribute(reply->get(), "message-id") != id) {
     return {kProtocol, "the daemon's answer cannot be understood: " + error, {}};
   }
-  if (text != nullptr) *text = std::move(message);
   return ReadErrors(reply->get());
 }
 

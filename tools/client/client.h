@@ -45,6 +45,9 @@ class Client {
   // Carries out one operation, given as XML. On success `*reply` is the <rpc-reply> element and, if
   // `text` is not null, `*text` what was received.
   Failure Call(const std::string& operation, host::Tree* reply, std::string* text = nullptr);
+  // The same for replies that are large, and read by the caller: `*text` is the reply, of which
+  // nothing is known but that it is this one's and that it has no errors.
+  Failure CallForText(const std::string& operation, std::string* text);
 
   // Waits for the next notification, after a call has subscribed to them.
   Failure Next(host::Tree* notification);
@@ -54,6 +57,9 @@ class Client {
   const host::GenericXml& xml() const { return *xml_; }
 
  private:
+  Failure SendOperation(const std::string& operation, std::string* id);
+  // The errors of the reply to message `id`; `*reply` is the reply.
+  Failure ReadReply(const std::string& message, const std::string& id, host::Tree* reply) const;
   Failure Send(const std::string& message);
   Failure Receive(std::string* message);
   Failure WaitForInput() const;

@@ -81,14 +81,14 @@ Failure ReadText(const std::string& what, const std::string& text, const ly_ctx*
   return failure;
 }
 
-// Running; with what it has hit, where that is wanted and known.
-Failure ReadRunning(const Common& common, bool statistics, const ly_ctx* context, host::Tree* tree,
-                    host::HitsByOrigin* hits) {
+// Running, as the daemon's reply; with what it has hit, where that is wanted and known.
+Failure FetchReply(const Common& common, bool statistics, std::string* reply,
+                   host::HitsByOrigin* hits) {
   Client client;
   if (Failure failure = client.Open(common.socket)) return failure;
   Scope scope;
   scope.everything = true;
-  const auto fetch = [&] { return FetchRunning(&client, context, scope, tree); };
+  const auto fetch = [&] { return FetchRunningText(&client, scope, reply); };
   if (!statistics) return fetch();
   std::string why;
   Failure failure = FetchWithHits(&client, fetch, hits, &why);
@@ -97,33 +97,35 @@ Failure ReadRunning(const Common& common, bool statistics, const ly_ctx* context
 }
 
 // Whether the text is a configuration as most are, and was read.
-bool ReadPlain(const std::string& text, standard::Profiles* profiles) {
+bool ReadPlain(const std::string& text, const ly_ctx* context, standard::Profiles* profiles) {
   standard::Document document;
   if (!document.Read(text).empty()) return false;
   const bool json = text[text.find_first_not_of(" \t\r\n")] == '{';
   auto plain =
-      ReadPlainConfiguration(document, json ? standard::Format::kJson : standard::Format::kXml);
+      ReadPlainConfiguration(document, json ? standard::Format::kJson : standard::Format::kXml,
+                             standard::MatchNames(context));
   if (plain) *profiles = std::move(*plain);
   return plain.has_value();
 }
 
 Failure ReadProfiles(const Common& common, const ExportWanted& wanted, const std::string& what,
                      standard::Profiles* profiles, host::HitsByOrigin* hits) {
-  host::ContextPtr context;
-  host::Tree tree;
-  if (wanted.path.empty()) {
-    if (Failure failure = BuiltInSchema(&context)) return failure;
-    if (Failure failure = ReadRunning(common, wanted.statistics, context.get(), &tree, hits)) {
-      return failure;
-    }
-  } else if (wanted.statistics) {
+  const bool running = wanted.path.empty();
+  if (!running && wanted.statistics) {
     return {kUsage, "--statistics are of the running configuration, not of a file", {}};
-  } else {
-    std::string text;
-    if (Failure failure = ReadFile(wanted.path, &text)) return failure;
-    if (ReadPlain(text, profiles)) return {};
-    if (Failure failure = BuiltInSchema(&context)) return failure;
-    if (Failure failure = ReadText(what, text, context.get(), &tree)) return failure;
+  }
+  std::string text;
+  if (Failure failure = running ? FetchReply(common, wanted.statistics, &text, hits)
+                                : ReadFile(wanted.path, &text)) {
+    return failure;
+  }
+  host::ContextPtr context;
+  if (Failure failure = BuiltInSchema(&context)) return failure;
+  if (ReadPlain(text, context.get(), profiles)) return {};
+  host::Tree tree;
+  if (Failure failure = running ? ReadRunningText(text, context.get(), &tree)
+                                : ReadText(what, text, context.get(), &tree)) {
+    return failure;
   }
   *profiles = standard::ReadConfiguration(context.get(), tree.get());
   return {};
