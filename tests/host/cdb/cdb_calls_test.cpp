@@ -303,14 +303,17 @@ TEST_F(CdbCallsTest, OperationalDataIsWrittenAndRead) {
   EXPECT_EQ(CONFD_OK, cdb_set_elem(status_, &value, "/status/acl-resources/interface{%s}/l2/total",
                                    name.c_str()));
   confd_value_t read;
-  ASSERT_EQ(CONFD_OK, cdb_get(status_, &read, "/status/acl-resources/interface[0]/l2/total"));
+  ASSERT_EQ(CONFD_OK, cdb_cd(status_, "/status/acl-resources"));
+  ASSERT_EQ(CONFD_OK, cdb_get(status_, &read, "interface[0]/l2/total"));
   EXPECT_EQ(C_UINT32, read.type);
   EXPECT_EQ(7u, read.val.u32);
   // What was found once is found anew: a place in a list is another's when an entry comes before.
   EXPECT_EQ(CONFD_OK, cdb_create(status_, interface, "a"));
-  EXPECT_EQ(CONFD_ERR, cdb_get(status_, &read, "/status/acl-resources/interface[0]/l2/total"));
+  EXPECT_EQ(CONFD_ERR, cdb_get(status_, &read, "interface[0]/l2/total"));
   EXPECT_EQ(2, cdb_num_instances(status_, "/status/acl-resources/interface"));
+  EXPECT_EQ(1, cdb_exists(status_, "interface{%s}/l2/total", name.c_str()));
   EXPECT_EQ(CONFD_OK, cdb_delete(status_, "/status/acl-resources/interface"));
+  EXPECT_EQ(0, cdb_exists(status_, "interface{%s}/l2/total", name.c_str()));
   EXPECT_EQ(0, cdb_num_instances(status_, "/status/acl-resources/interface"));
   EXPECT_EQ(CONFD_OK, cdb_delete(status_, "/status/acl-resources/interface"));
   EXPECT_EQ(CONFD_ERR, cdb_delete(status_, interface, name.c_str()));
