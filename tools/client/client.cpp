@@ -38,7 +38,18 @@ Failure ReadErrors(const lyd_node* reply) {
   return failure;
 }
 
-constexpr int kFarewell = 1000;  // milliseconds that the end of a session may take
+// Takes what the daemon sends until it ends the session, for a second.
+void AwaitEnd(int fd) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+  char ignored[4096];
+  while (true) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        end - std::chrono::steady_clock::now());
+    pollfd ready = {fd, POLLIN, 0};
+    if (left.count() <= 0 || poll(&ready, 1, static_cast<int>(left.count())) <= 0) return;
+    if (recv(fd, ignored, sizeof(ignored), 0) <= 0) return;
+  }
+}
 
 }  // namespace
 
@@ -52,8 +63,7 @@ Client::~Client() {
   if (session_id_ != 0) {
     const Failure failure = Send("<rpc message-id=\"" + std::to_string(++last_id_) + "\" xmlns=\"" +
                                  host::kNetconfNamespace + "\"><close-session/></rpc>");
-    pollfd answer = {fd_, POLLIN, 0};
-    if (!failure) poll(&answer, 1, kFarewell);
+    if (!failure) AwaitEnd(fd_);
   }
   if (fd_ >= 0) close(fd_);
 }

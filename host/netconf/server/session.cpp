@@ -326,6 +326,8 @@ void Session::Write() {
         blocked_ = true;
         return;
       }
+      // Who has taken leave need not wait for the answer.
+      if (phase_ == Phase::kClosing) return Abort("", SessionEnded::kClosed);
       return Abort(std::string("writing failed: ") + std::strerror(errno), SessionEnded::kDropped);
     }
     output_sent_ += size;
