@@ -8,6 +8,9 @@ add_library(acl_core OBJECT ${CORE_SOURCES})
 target_link_libraries(acl_core PUBLIC acl_headers)
 # Its files name their own the same way (kSource); compiled together, each gets a name instead.
 set_target_properties(acl_core PROPERTIES UNITY_BUILD_UNIQUE_ID kSource)
+# This one wants the C library's assertions in every build type, the others do not.
+set_source_files_properties(${CMAKE_SOURCE_DIR}/model/value_check.cpp PROPERTIES
+                            SKIP_UNITY_BUILD_INCLUSION ON)
 # A path without keys is a format without arguments; distributions' flags take that for a fault.
 set_source_files_properties(${CMAKE_SOURCE_DIR}/confd/resource_status.cpp PROPERTIES
                             COMPILE_OPTIONS -Wno-format-security)

@@ -226,9 +226,8 @@ std::string InWords(const ly_err_item& item, const std::string& path) {
   std::string part;
   if (Between("When condition \"", text, "\" not satisfied", &part))
     return path.substr(path.rfind('/') + 1) + " is only allowed where " + part;
-  for (const char* start : {"Mandatory node \"", "Mandatory choice \""})
-    if (Between(start, text, "\" instance does not exist", &part))
-      return part + " is missing, it must be given";
+  if (Between("Mandatory node \"", text, "\" instance does not exist", &part))
+    return part + " is missing, it must be given";
   const std::string in = "\" not satisfied in \"";
   if (Between("Unique data leaf(s) \"", text, "\" and ", &part) &&
       part.find(in) != std::string::npos)

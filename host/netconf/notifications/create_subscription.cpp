@@ -67,8 +67,8 @@ OperationResult RunCreateSubscription(const OperationContext& context, const Ope
   if (!filter.has_value()) return result;
   Subscription::Request request{std::move(*filter), std::nullopt,
                                 stop.value_or(Subscription::kNever)};
-  if (start)
-    request.replay = context.notifier->log().Between(*start, std::min(now, request.stop_us));
+  // Whatever was told before this is in the log, and nothing else is, whatever the clock says.
+  if (start) request.replay = context.notifier->log().Between(*start, request.stop_us);
   result.subscription = context.notifier->Subscribe(std::move(request));
   return result;
 }

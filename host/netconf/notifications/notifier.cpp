@@ -55,8 +55,8 @@ void Notifier::OnCommit(const lyd_node* diff, const CommitInfo& info) {
   Tell(NotificationLog::kCommits, ConfigChangeText(diff, info, datastore_.Context()));
 }
 
-// A replay is in the order of times, so no two are equal. A clock that was set back is followed all
-// the same.
+// A replay is in the order of times, so no two that follow each other have the same. A clock that
+// was set back is followed all the same.
 int64_t Notifier::NextTime() {
   constexpr int64_t kTogether = 1000;
   const int64_t now = NowMicroseconds();
