@@ -50,6 +50,9 @@ bool IsAlone(const std::vector<const Ace*>& aces, size_t at) {
          (at + 1 == aces.size() || aces[at + 1] != aces[at]);
 }
 
+// Whether the list's profile has something of its own that says which it is.
+bool NamedByUs(const Acl& acl) { return acl.priority || !acl.profile_name.empty(); }
+
 // Calls take(tag, list or entry, its name in `back`, description) for what has another name there.
 // The description, which keeps names, is null for the end of a profile.
 template <class Take>
@@ -59,7 +62,7 @@ void EachChangedName(const std::vector<ProfileOrigin>& origins, const AccessList
     const auto& [acl, aces, ends_as_profiles] = origins[i];
     const Acl& list = back.acls[i];
     Profile& profile = profiles->profiles[i];
-    if (acl->priority && !acl->name.empty() && acl->name != list.name) {
+    if (NamedByUs(*acl) && !acl->name.empty() && acl->name != list.name) {
       take("acl", *acl, list.name, &profile.description);
     }
     for (size_t j = 0; j < profile.entries.size(); ++j) {
@@ -92,7 +95,7 @@ std::string StartOf(const std::string& text) { return text.substr(0, 8 * kLonges
 
 void KeepOwnNames(const std::vector<ProfileOrigin>& origins, Profiles* profiles, Report* report) {
   const auto has_own = [](const ProfileOrigin& origin) {
-    return origin.acl->priority ||
+    return NamedByUs(*origin.acl) ||
            std::any_of(origin.aces.begin(), origin.aces.end(),
                        [](const Ace* ace) { return ace != nullptr && ace->ace_priority; });
   };

@@ -26,9 +26,9 @@ struct ProfileOrigin {
   bool ends_as_profiles;         // its last entry stands for the end of a profile
 };
 
-// Gives tags to lists with a priority and to entries with a number of ours whose names an export
-// would change. Where it changes them all the same, that is noted. `origins` has those of all
-// profiles, in their order.
+// Gives tags to lists with a priority or a profile's name and to entries with a number of ours
+// whose names an export would change. Where it changes them all the same, that is noted. `origins`
+// has those of all profiles, in their order.
 void KeepOwnNames(const std::vector<ProfileOrigin>& origins, Profiles* profiles, Report* report);
 
 }  // namespace host::standard

@@ -122,7 +122,7 @@ class JsonReader : public nlohmann::json_sax<nlohmann::json> {
     const size_t colon = value.find(':');
     const Module* module =
         colon == std::string::npos ? nullptr : FindModule(value.substr(0, colon));
-    if (module != nullptr && MayBeIdentity(node.name)) {
+    if (module != nullptr && MayBeIdentity(node.name) && !StartsWithDigit(value, colon + 1)) {
       node.module_of_value = module->name;
       value.erase(0, colon + 1);
     }

@@ -20,6 +20,10 @@ const Module* FindSpace(std::string_view space);
 // Whether the value of a leaf of that name may be an identity, in the models that are read: then a
 // prefix says its module. In all others a colon is a part of the value.
 bool MayBeIdentity(std::string_view leaf);
+// Whether what stands at `at` is a number, which no prefix goes before.
+inline bool StartsWithDigit(std::string_view value, size_t at) {
+  return at < value.size() && value[at] >= '0' && value[at] <= '9';
+}
 
 // Which names were seen, by where they are kept: equal ones are kept once.
 class SeenNames {

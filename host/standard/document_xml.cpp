@@ -158,7 +158,7 @@ class XmlReader {
   void TakeIdentity(Node* node) {
     if (!MayBeIdentity(node->name)) return;
     const size_t colon = node->value.find(':');
-    if (colon == std::string::npos) return;
+    if (colon == std::string::npos || StartsWithDigit(node->value, colon + 1)) return;
     const auto space = spaces_.find(std::string_view(node->value).substr(0, colon));
     if (space == spaces_.end() || space->second.empty()) return;
     node->module_of_value = ModuleOf(space->second.back());

@@ -43,7 +43,8 @@ void TakeProtocol(Reading* reading, const Statement& statement, const Rule& rule
 
 // The values of a leaf-list are alternatives; all of them are taken with the first.
 void TakeDscpSet(Reading* reading, const Statement& statement, const Rule& rule) {
-  if (statement.node.again) return;
+  // The first one takes all. (What another model calls the same is none of them.)
+  if (ChildOf(statement.parent, reading->name_of, statement.node.name) != &statement.node) return;
   std::vector<Value> values;
   for (const Node& node : statement.parent.children) {
     if (node.name != statement.node.name || reading->name_of(node).empty()) continue;

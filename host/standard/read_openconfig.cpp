@@ -220,7 +220,9 @@ class OpenConfigReader {
     Attachment attachment;
     attachment.interface = id;
     attachment.path = path + "/ingress-acl-sets";
+    const size_t before = problems->size();
     CheckKeys(node, path, problems, {"id"});
+    const bool in_doubt = AnyWhole(*problems, before);
     Each(node, path, problems, [&](const Node& child, std::string_view name) {
       if (name == "interface-ref") {
         ReadReference(child, PathOf(path, child), &attachment.interface);
@@ -241,6 +243,7 @@ class OpenConfigReader {
       }
       return true;
     });
+    if (in_doubt) return;
     if (attachment.interface != id) {
       lists_->notes.push_back({path, "the id of the interface " + attachment.interface,
                                "left out: ours is called as the interface is"});
@@ -277,7 +280,7 @@ class OpenConfigReader {
       if (name != list) return false;
       const std::string& acl = ConfigOf(set, "set-name");
       const std::string path = EntryPath(place, list, "set-name", acl);
-      take(NameFor(acl, ConfigOf(set, "type")), path);
+      const size_t before = problems->size();
       CheckKeys(set, path, problems, {"set-name", "type"});
       Each(set, path, problems, [&](const Node& child, std::string_view leaf) {
         // The entries below a set of an interface are state.
@@ -285,6 +288,8 @@ class OpenConfigReader {
         CheckConfig(child, path + "/config", problems, {"set-name", "type"});
         return true;
       });
+      // What is in doubt is bound nowhere.
+      if (!AnyWhole(*problems, before)) take(NameFor(acl, ConfigOf(set, "type")), path);
       return true;
     });
   }

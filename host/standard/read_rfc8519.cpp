@@ -231,10 +231,12 @@ class Rfc8519Reader {
         if (list != "acl-set") return false;
         const std::string& acl = ValueIn(set, NameInRfc8519, "name");
         const std::string path = EntryPath(sets, "acl-set", "name", acl);
-        take(acl, path);
+        const size_t before = problems->size();
         Each(set, path, problems, [](const Node& /*leaf*/, std::string_view leaf_name) {
           return leaf_name == "name" || leaf_name == "ace-statistics";
         });
+        // What is in doubt is bound nowhere.
+        if (!AnyWhole(*problems, before)) take(acl, path);
         return true;
       });
       return true;

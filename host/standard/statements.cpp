@@ -53,6 +53,11 @@ bool MayTake(const Node& node, const Node& child, const std::string& place, Name
   return fault == nullptr && child.form != Node::Form::kNothing;
 }
 
+bool AnyWhole(const std::vector<Problem>& problems, size_t begin) {
+  return std::any_of(problems.begin() + static_cast<std::ptrdiff_t>(begin), problems.end(),
+                     [](const Problem& problem) { return problem.whole; });
+}
+
 const Node* ChildOf(const Node& parent, NameOfNode name_of, std::string_view name) {
   for (const Node& node : parent.children) {
     if (node.name == name && !name_of(node).empty()) return &node;

@@ -45,6 +45,9 @@ void ForEach(const Node& node, const std::string& place, NameOfNode name_of,
   }
 }
 
+// Whether one of the problems from `begin` on leaves what it is of in doubt as a whole.
+bool AnyWhole(const std::vector<Problem>& problems, size_t begin);
+
 // The first child that has the name in its model's tables, whatever others call theirs; null where
 // there is none.
 const Node* ChildOf(const Node& parent, NameOfNode name_of, std::string_view name);

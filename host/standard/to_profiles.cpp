@@ -330,7 +330,8 @@ class ToProfilesConverter {
     } else if ((!ace.ace_priority || one_of_many) && !ace.name.empty() && !ace.number) {
       text = Tagged("ace", StartOf(ace.name) + which, text);
     }
-    entry.description = Describe(text, ace.path, index == 0 ? report_ : nullptr);
+    // The last one's number is the longest.
+    entry.description = Describe(text, ace.path, index + 1 == part.count ? report_ : nullptr);
   }
 
   void Bind(const Attachment& attachment) {

@@ -286,6 +286,7 @@ Failure FrameFromWords(const std::vector<std::string>& words, const ly_ctx* sche
                        FrameBytes* frame) {
   WantedFrame wanted;
   const lysc_node* const match = lys_find_path(schema, nullptr, kMatch, 0);
+  if (match == nullptr) return {kProtocol, "the daemon's configuration has no matches", {}};
   if (Failure failure = Reader(words, match, &wanted).Read()) return failure;
   *frame = Builder(wanted).Build();
   return {};

@@ -38,15 +38,16 @@ Failure ReadErrors(const lyd_node* reply) {
   return failure;
 }
 
-// Takes what the daemon sends until it ends the session, for a second.
-void AwaitEnd(int fd) {
+// Takes what the daemon sends until it ends the session, for a second, or until `stop` is readable.
+void AwaitEnd(int fd, int stop) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
   char ignored[4096];
   while (true) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
         end - std::chrono::steady_clock::now());
-    pollfd ready = {fd, POLLIN, 0};
-    if (left.count() <= 0 || poll(&ready, 1, static_cast<int>(left.count())) <= 0) return;
+    pollfd ready[] = {{fd, POLLIN, 0}, {stop, POLLIN, 0}};
+    if (left.count() <= 0 || poll(ready, 2, static_cast<int>(left.count())) <= 0) return;
+    if (ready[1].revents != 0) return;
     if (recv(fd, ignored, sizeof(ignored), 0) <= 0) return;
   }
 }
@@ -63,7 +64,7 @@ Client::~Client() {
   if (session_id_ != 0) {
     const Failure failure = Send("<rpc message-id=\"" + std::to_string(++last_id_) + "\" xmlns=\"" +
                                  host::kNetconfNamespace + "\"><close-session/></rpc>");
-    if (!failure) AwaitEnd(fd_);
+    if (!failure) AwaitEnd(fd_, patience_.end);
   }
   if (fd_ >= 0) close(fd_);
 }

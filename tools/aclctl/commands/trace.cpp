@@ -121,9 +121,9 @@ Failure FetchModules(Client* client, host::ContextPtr* schema) {
   return FetchSchema(client, {"acl-app", "acl-app-filters"}, schema);
 }
 
-// `schema` is fetched where the frame is given by words.
-Failure ReadFrames(const TraceWanted& wanted, Client* client, host::ContextPtr* schema,
-                   std::vector<FrameBytes>* frames) {
+// Opens the session and fetches `schema` where the frame is given by words.
+Failure ReadFrames(const TraceWanted& wanted, const std::string& socket, Client* client,
+                   host::ContextPtr* schema, std::vector<FrameBytes>* frames) {
   const int ways = (wanted.words.empty() ? 0 : 1) + (wanted.hex.empty() ? 0 : 1) +
                    (wanted.capture.empty() ? 0 : 1);
   if (ways != 1) return {kUsage, "a frame is given by words, by --hex or by --pcap", {}};
@@ -144,6 +144,7 @@ Failure ReadFrames(const TraceWanted& wanted, Client* client, host::ContextPtr* 
   }
   frames->emplace_back();
   if (!wanted.hex.empty()) return FrameFromHex(wanted.hex, &frames->back());
+  if (Failure failure = client->Open(socket)) return failure;
   if (Failure failure = FetchModules(client, schema)) return failure;
   return FrameFromWords(wanted.words, schema->get(), &frames->back());
 }
@@ -162,9 +163,13 @@ std::string Request(const TraceWanted& wanted, const FrameBytes& frame) {
 Failure Trace(const Common& common, const TraceWanted& wanted) {
   std::vector<FrameBytes> frames;
   Client client;
-  if (Failure failure = client.Open(common.socket)) return failure;
   host::ContextPtr context;
-  if (Failure failure = ReadFrames(wanted, &client, &context, &frames)) return failure;
+  if (Failure failure = ReadFrames(wanted, common.socket, &client, &context, &frames)) {
+    return failure;
+  }
+  if (context == nullptr) {
+    if (Failure failure = client.Open(common.socket)) return failure;
+  }
   const bool json = common.form == Form::kJson;
   if (json && context == nullptr) {
     if (Failure failure = FetchModules(&client, &context)) return failure;

@@ -44,7 +44,8 @@ std::string WithoutPredicates(const std::string& text) {
 }
 
 // The names in an expression, and the modules that are named before them. A name without one is of
-// a module of those that the expression names: that of the step before.
+// a module of those that the expression names, that of the step before; where it names none, of
+// any.
 class NamesOf {
  public:
   explicit NamesOf(const std::string& xpath) {
@@ -58,7 +59,8 @@ class NamesOf {
   }
 
   bool Has(const lysc_node* node) const {
-    return names_.count(node->name) > 0 && modules_.count(node->module->name) > 0;
+    return names_.count(node->name) > 0 &&
+           (modules_.empty() || modules_.count(node->module->name) > 0);
   }
   // Whether it has the name of `node` or of one below.
   bool HasAnyOf(const lysc_node* node) const {
