@@ -200,8 +200,11 @@ TEST_F(ProfileChangesTest, GettersFailButForAnUnknownMatch) {
   EXPECT_EQ(manager_.GetActionTypeFromKeypath(&path, action), -1);
   EXPECT_EQ(manager_.GetMatchXmltagFromKeypath(&path, number), -1);
   EXPECT_EQ(manager_.GetInterfaceNameFromKeypath(&path, name), -1);
-  path = KeyPath(kEntry + "/match/unknown");
+  path = KeyPath(kEntry + "/action/set/unknown");
   EXPECT_EQ(manager_.GetActionTypeFromKeypath(&path, action), -1);
+  path = KeyPath(kEntry + "/action/set/pcp/below");
+  EXPECT_EQ(manager_.GetActionTypeFromKeypath(&path, action), 0) << "what is above counts";
+  path = KeyPath(kEntry + "/match/unknown");
   EXPECT_EQ(manager_.GetMatchTypeFromKeypath(&path, kind), 0);
   EXPECT_EQ(kind, acl_app::ACL_MATCH_TOS) << "left unchanged";
   path.v[0][0].type = C_INT32;
