@@ -25,20 +25,14 @@ bool MayBeMatchType(const Node& node) {
   return node.module_of_value.empty() || node.module_of_value == kOpenConfigMatchTypes.name;
 }
 
-void TakeEthertype(Reading* reading, const Statement& statement, const Rule& rule) {
-  std::optional<uint32_t> type;
-  if (MayBeMatchType(statement.node)) type = OpenConfigEthertype(statement.node.value);
-  if (!type) type = NumberOf(statement.node.value, 0xffff);
-  if (!type) return RefuseValue(reading, statement);
-  reading->builder.AndExact(rule.field, *type);
-}
-
-void TakeProtocol(Reading* reading, const Statement& statement, const Rule& rule) {
-  std::optional<uint32_t> protocol;
-  if (MayBeMatchType(statement.node)) protocol = OpenConfigProtocol(statement.node.value);
-  if (!protocol) protocol = NumberOf(statement.node.value, 254);
-  if (!protocol) return RefuseValue(reading, statement);
-  reading->builder.AndExact(rule.field, *protocol);
+// A number, or the name of one.
+template <auto by_name>
+void TakeNamed(Reading* reading, const Statement& statement, const Rule& rule) {
+  std::optional<uint32_t> number;
+  if (MayBeMatchType(statement.node)) number = by_name(statement.node.value);
+  if (!number) number = NumberOf(statement.node.value, rule.number);
+  if (!number) return RefuseValue(reading, statement);
+  reading->builder.AndExact(rule.field, *number);
 }
 
 // The values of a leaf-list are alternatives; all of them are taken with the first.
@@ -60,14 +54,14 @@ constexpr Rule kRules[] = {
     {"l2/source-mac-mask", TakeMask},
     {"l2/destination-mac", TakeMac, kDestinationMac},
     {"l2/destination-mac-mask", TakeMask},
-    {"l2/ethertype", TakeEthertype, kEthertype},
+    {"l2/ethertype", TakeNamed<OpenConfigEthertype>, kEthertype, 0xffff},
     {"ipv4/source-address", TakePrefix, kSourceIpv4},
     {"ipv4/destination-address", TakePrefix, kDestinationIpv4},
     {"ipv4/source-address-prefix-set", TakePrefixSet, kSourceIpv4},
     {"ipv4/destination-address-prefix-set", TakePrefixSet, kDestinationIpv4},
     {"ipv4/dscp", TakeDscp},
     {"ipv4/dscp-set", TakeDscpSet, kTos},
-    {"ipv4/protocol", TakeProtocol, kIpProtocol},
+    {"ipv4/protocol", TakeNamed<OpenConfigProtocol>, kIpProtocol, 254},
     {"ipv4/length", Refuse, kFieldCount, 0, "a total length of"},
     {"ipv4/hop-limit", Refuse, kFieldCount, 0, "a time to live of"},
     {"ipv4/fragment-offsets", Refuse, kFieldCount, 0, "a fragment offset of"},

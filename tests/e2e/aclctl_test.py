@@ -144,6 +144,8 @@ class AclctlTest(DaemonTest):
             (2, "src 10.0.0.1 src-ip 10.0.0.2", "src is given twice"), (2, "tos 1 dscp 2", "exclude"),
         ):
             self.assert_fails(status, "trace", "acl0", *words.split(), says=[says])
+        self.running.stop()
+        self.assert_fails(2, "trace", "acl0", "--hex", "0", says=["hexadecimal"])
 
     def test_what_is_shown_can_be_applied(self):
         self.begin()

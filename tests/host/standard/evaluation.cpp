@@ -265,7 +265,16 @@ Damage DamageOf(const std::string& json, std::mt19937* random) {
   std::vector<ordered_json*> objects;
   FindObjects(&document, &objects);
   ordered_json& object = *objects[(*random)() % objects.size()];
-  const unsigned int kind = object.empty() ? 0 : (*random)() % 5;
+  const unsigned int kind = object.empty() ? 0 : (*random)() % 6;
+  if (kind == 5) {  // another model's namesake, in front
+    auto member = object.begin();
+    std::advance(member, (*random)() % object.size());
+    const std::string& key = member.key();
+    ordered_json longer = {{"v:" + key.substr(key.find(':') + 1), ordered_json::array({1})}};
+    longer.insert(object.begin(), object.end());
+    object = longer;
+    return {document.dump(), true};
+  }
   if (kind < 2) {
     object[kind == 0 ? "v:x" : "@"] = ordered_json::parse(kind == 0 ? "1" : R"({"v:x": 1})");
     return {document.dump(), kind == 0};

@@ -354,6 +354,30 @@ TEST(StandardTest, DoubtfulEntriesAreRefused) {
   const std::string narrow = R"({"ietf-access-control-list:acls": {"acl": [{"name": "a", "type":
       "ipv4-acl-type", "aces": {"ace": [{"name": "e", "acl-app-standard:end-of-profile": [null],
       "matches": {"ipv4": {"source-ipv4-network": "10.0.0.0/8"}}, "actions": {"forwarding": "accept"}}]}}]}})";
+  // Nor is anything bound that names two lists or interfaces.
+  for (
+      const char* interface : {
+          R"({"id": "e", "ingress-acl-sets": {"ingress-acl-set": [{"set-name": "a", "type": "ACL_IPV4",
+               "config": {"set-name": "b", "type": "ACL_IPV4"}}]}})",
+          R"({"id": "e", "config": {"id": "f"}, "ingress-acl-sets": {"ingress-acl-set": [
+               {"set-name": "a", "type": "ACL_IPV4"}]}})"}) {
+    const std::string text = R"({"openconfig-acl:acl": {"acl-sets": {"acl-set": [
+        {"name": "a", "type": "ACL_IPV4"}, {"name": "b", "type": "ACL_IPV4"}]},
+        "interfaces": {"interface": [)" +
+                             std::string(interface) + "]}}}";
+    Report report;
+    ImportOptions options;
+    options.allowance.skip_entries = true;
+    const Profiles profiles = ToProfiles(ReadLists(text, true), options, &report);
+    EXPECT_EQ(Outcome::kLeftOut, report.Worst()) << text;
+    for (const auto& [name, bound] : profiles.bindings) EXPECT_TRUE(bound.empty()) << text;
+  }
+  const AccessLists twice = ReadLists(
+      R"(<acls xmlns="urn:ietf:params:xml:ns:yang:ietf-access-control-list"><acl><name>a</name></acl>
+         <attachment-points><interface><interface-id>e</interface-id><ingress><acl-sets><acl-set>
+         <name>a</name><name>b</name></acl-set></acl-sets></ingress></interface></attachment-points>
+         </acls>)");
+  for (const Attachment& attachment : twice.attachments) EXPECT_TRUE(attachment.acls.empty());
   Report report;
   EXPECT_EQ(2u, ToProfiles(ReadLists(narrow), {}, &report).profiles.at(0).entries.size());
 }
@@ -394,6 +418,10 @@ TEST(StandardTest, NamesComeBack) {
     const bool anew = PrintReport(report, 99).find("numbered anew") != std::string::npos;
     EXPECT_EQ(*own == 'd', anew);
   }
+  // A list's name beside that of its profile.
+  const std::string both = R"({"ietf-access-control-list:acls": {"acl": [{"name": "web/in",
+      "acl-app-standard:profile-name": "web_in"}]}})";
+  EXPECT_EQ("[acl web/in]", ToProfiles(ReadLists(both), {}, &report).profiles.at(0).description);
   UniqueNames names(" ", 64);
   EXPECT_EQ(longest, names.Take(longest));
   EXPECT_EQ(longest.substr(0, 124) + " 2", names.Take(longest));
@@ -499,6 +527,19 @@ TEST(StandardTest, ExportsTellWhatTheyLeaveOut) {
   EXPECT_THAT(printed, HasSubstr("noted: \\xc2\\x9b[2J\\x0a: control characters in a text"));
   EXPECT_THAT(printed, HasSubstr("a text of more than 255 characters: cut"));
   EXPECT_EQ(std::string::npos, (printed + ReportAsJson(cut)).find('\xc2'));
+  // The tags of several entries of one are not of one length.
+  Ace& ace = acl.aces.emplace_back();
+  acl.description.clear();
+  ace.name = "x";
+  ace.description = std::string(255 - std::string("[ace x (1 of 10)] ").size(), 't');
+  ace.handling = Handling::kDeny;
+  for (uint64_t port = 0; port < 10; ++port) {
+    ace.conditions[kDestinationPort].push_back({port, 0xffff});
+  }
+  ace.conditions[kIpProtocol] = {{6, 255}};
+  Report tags;
+  ToProfiles(lists, {}, &tags);
+  EXPECT_THAT(PrintReport(tags, 9), HasSubstr("a text of more than 255 characters: cut"));
 }
 
 // Many entries that name a large set are refused before they take the memory; many alternatives and
@@ -557,6 +598,7 @@ TEST(StandardTest, NothingIsLostInSilence) {
        kDrop, "no VLAN at all"},
       {R"({"vendor-acl:vlan": 5})", kDrop, "a statement that is not known here"},
       {R"({"ipv4": {"dscp": 64}})", kDrop, "\"64\" is no value"},
+      {R"({"ipv4": {"protocol": "ietf-access-control-list:6"}})", kDrop, "is no value"},
       {R"({"ipv4": {"ietf-acl-enh:source-ipv4-prefix-list": "none"}})", kDrop,
        "the prefix set none is not there"},
       {"{}", R"({"forwarding": "reject"})", "an ICMP error"},
@@ -586,6 +628,20 @@ TEST(StandardTest, NothingIsLostInSilence) {
     EXPECT_EQ(Outcome::kLeftOut, dropped.Worst()) << json;
     EXPECT_EQ("[ace x]", wider.profiles.at(0).entries.at(0).description);
   }
+  // What another model calls the same goes, and takes nothing of ours with it.
+  Report report;
+  ImportOptions options;
+  options.allowance = {true, false};
+  const Profiles namesake = ToProfiles(
+      ReadLists(
+          R"({"openconfig-acl:acl": {"acl-sets": {"acl-set": [{"name": "a", "type": "ACL_IPV4",
+          "acl-entries": {"acl-entry": [{"sequence-id": 1, "ipv4": {"config": {"v:dscp-set": [1],
+          "dscp-set": [0, 46]}}, "actions": {"config": {"forwarding-action": "DROP"}}}]}}]}}})",
+          true),
+      options, &report);
+  const auto& entries = namesake.profiles.at(0).entries;
+  EXPECT_EQ(2, std::count_if(entries.begin(), entries.end(),
+                             [](const auto& entry) { return entry.matches[kTos].has_value(); }));
 }
 
 }  // namespace
