@@ -166,17 +166,48 @@ const PathSteps* PathResolver::Resolve(std::string_view path, const PathTree& tr
 const PathSteps* PathResolver::Read(std::string_view path, const PathTree& tree,
                                     std::string* error) {
   Follow(tree);
-  const bool goes_up = path.find("..") != std::string_view::npos;
-  if (goes_up || goes_up_) steps_.clear();
-  goes_up_ = goes_up;
-  const size_t at = KeepCommonSteps(path);
+  if (goes_up_) steps_.clear();
+  size_t at = KeepCommonSteps(path);
+  const std::string_view tail = path.substr(at);
+  Tail* known = TailOf(tail);
+  const CdbNode* const from = steps_.empty() ? nullptr : steps_.back().node;
+  goes_up_ = false;
+  if (known != nullptr && known->from == from && known->text == tail) {
+    for (const auto& [node, end] : known->nodes)
+      steps_.push_back({node, nullptr, false, {}, at + end});
+    path_.assign(path);
+    return &steps_;
+  }
+  goes_up_ = tail.find("..") != std::string_view::npos;
+  if (goes_up_) {
+    steps_.clear();
+    located_ = at = 0;
+  }
+  if (goes_up_ || tail.find_first_of("[{") != std::string_view::npos) known = nullptr;
+  const size_t kept = steps_.size();
   if (!Parse(path, at, tree, error)) {
     steps_.clear();
     path_.clear();
     return nullptr;
   }
+  if (known != nullptr) {
+    *known = {from, std::string(tail), {}};
+    for (size_t i = kept; i < steps_.size(); ++i)
+      known->nodes.emplace_back(steps_[i].node, steps_[i].end - at);
+  }
   path_.assign(path);
   return &steps_;
+}
+
+PathResolver::Tail* PathResolver::TailOf(std::string_view tail) {
+  constexpr size_t kPlaces = 256;
+  if (steps_.empty() || tail.empty()) return nullptr;
+  const PathStep& last = steps_.back();
+  if (last.node->is(LYS_LIST) && !last.is_entry) return nullptr;  // only an entry has nodes within
+  tails_.resize(kPlaces);
+  const size_t hash =
+      std::hash<std::string_view>()(tail) ^ std::hash<const void*>()(last.node) / sizeof(CdbNode);
+  return &tails_[hash % kPlaces];
 }
 
 namespace {

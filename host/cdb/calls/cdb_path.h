@@ -8,7 +8,8 @@
 // All between the braces of a list with one key is the key; a '/' in there separates nothing.
 //
 // Consecutive calls mostly share the front of their paths. A resolver keeps the steps of the last
-// path and goes on where the next one differs, so that a whole list is read in linear time. Reading
+// path and goes on where the next one differs, so that a whole list is read in linear time. What
+// differs are mostly the same few names, entry by entry: it remembers what they lead to. Reading
 // a path takes the schema alone, unless it has positions; where the steps lead in the data is only
 // looked up for those who ask (Resolve()), since most who move a session never do.
 #ifndef HOST_CDB_CALLS_CDB_PATH_H_
@@ -80,7 +81,16 @@ class PathResolver {
   const PathSteps* Read(std::string_view path, const PathTree& tree, std::string* error);
 
  private:
+  // Names that a path went on with, and what they led to from a node.
+  struct Tail {
+    const CdbNode* from = nullptr;  // null: nothing is here
+    std::string text;
+    std::vector<std::pair<const CdbNode*, size_t>> nodes;  // with where they end in the text
+  };
+
   bool Parse(std::string_view path, size_t at, const PathTree& tree, std::string* error);
+  // The place for what `tail` leads to from the last step; null when nothing can come there.
+  Tail* TailOf(std::string_view tail);
   bool AddNode(std::string_view name, std::string* error);
   bool AddKeys(std::string_view path, size_t* at, std::string* error);
   bool AddPosition(std::string_view path, size_t* at, const PathTree& tree, std::string* error);
@@ -94,7 +104,8 @@ class PathResolver {
   std::string path_;
   bool goes_up_ = false;  // path_ has "..": its text does not tell its steps
   PathSteps steps_;
-  size_t located_ = 0;  // so many steps have their data
+  std::vector<Tail> tails_;  // a table by hash; of two with one place the later stays
+  size_t located_ = 0;       // so many steps have their data
   uint64_t generation_ = 0, losses_ = 0;
 };
 
@@ -105,7 +116,8 @@ bool Exists(const PathSteps& steps, const PathTree& tree);
 // The siblings among which the last step's node is or would be; null when there are none.
 const lyd_node* SiblingsOf(const PathSteps& steps, const PathTree& tree);
 
-// The steps as a keypath, which then owns its values. False when it would be too deep.
+// The steps, all entries by their keys, as a keypath, which then owns its values. False when it
+// would be too deep.
 bool ToKeypath(const PathSteps& steps, confd_hkeypath_t* keypath);
 void FreeKeypathValues(confd_hkeypath_t* keypath);
 
@@ -116,7 +128,7 @@ bool AppendPredicates(const CdbNode& node, const std::vector<std::string>& keys,
 // The steps as a path of libyang. False when a key cannot be written in one.
 bool ToDataPath(const PathSteps& steps, std::string* path);
 
-// Prints the steps as PrintKeypath() prints their keypath.
+// Prints the steps, all entries by their keys, as PrintKeypath() prints their keypath.
 std::string PrintSteps(const PathSteps& steps);
 
 // Prints a keypath in a form that a resolver reads. `schema` may be null: nodes then have the

@@ -1,6 +1,8 @@
 // Sessions of the cdb_* calls.
 #include "host/cdb/calls/cdb_service.h"
 
+#include <algorithm>
+
 #include "host/cdb/operational_store.h"
 
 namespace host {
@@ -54,20 +56,37 @@ const PathSteps* CdbSession::PositionSteps(const PathTree& tree) {
 }
 
 bool CdbSession::MoveTo(std::string_view path, const PathTree& tree) {
-  if (path == ".." && position_generation_ == tree.generation) {
+  const bool same_tree = position_generation_ == tree.generation;
+  if (path == ".." && same_tree) {
     if (!position_steps_.empty()) position_steps_.pop_back();
   } else {
     const PathSteps* steps = Read(path, tree);
     if (steps == nullptr) return false;
-    position_steps_ = *steps;
+    TakePosition(*steps, same_tree);
     position_generation_ = tree.generation;
   }
   position_.clear();
-  // The data tells the keys of these, and may change.
-  for (const PathStep& step : position_steps_) {
-    if (step.is_entry && step.keys.empty()) Position();
-  }
   return true;
+}
+
+// An entry that was named by its position is kept by its keys: those stay, whatever is committed.
+// Only what differs from the last position is taken.
+void CdbSession::TakePosition(const PathSteps& steps, bool same_tree) {
+  const auto is_same = [](const PathStep& kept, const PathStep& step) {
+    if (kept.node != step.node || kept.is_entry != step.is_entry) return false;
+    return !step.is_entry || (step.keys.empty() ? kept.data == step.data : kept.keys == step.keys);
+  };
+  size_t same = 0;
+  const size_t most = same_tree ? std::min(steps.size(), position_steps_.size()) : 0;
+  while (same < most && is_same(position_steps_[same], steps[same])) ++same;
+  position_steps_.resize(same);
+  for (; same < steps.size(); ++same) {
+    position_steps_.push_back(steps[same]);
+    PathStep& step = position_steps_.back();
+    const lyd_node* key = step.is_entry && step.keys.empty() ? lyd_child(step.data) : nullptr;
+    for (; key != nullptr && step.keys.size() < step.node->key_count; key = key->next)
+      step.keys.emplace_back(TextOf(key));
+  }
 }
 
 CdbService::CdbService(Datastore* datastore)

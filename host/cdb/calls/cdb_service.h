@@ -34,8 +34,8 @@ class CdbSession {
 
   // The position as a path, "/" at the top. It stays the same whatever is committed.
   const std::string& Position();
-  // The steps of the position in the tree as it is now; their data means nothing, except of those
-  // that were named by position. Null after an error (SetCdbError).
+  // The steps of the position in the tree as it is now, all entries by their keys; their data means
+  // nothing. Null after an error (SetCdbError).
   const PathSteps* PositionSteps(const PathTree& tree);
   // Goes to `path`; whether there is such a node in the data makes no difference. False after an
   // error (SetCdbError).
@@ -44,6 +44,7 @@ class CdbSession {
  private:
   const PathSteps* Read(std::string_view path, const PathTree& tree);
   PathResolver* ResolverOf(std::string_view* path);
+  void TakePosition(const PathSteps& steps, bool same_tree);
 
   cdb_db_type db_;
   // Apart, so that neither loses the steps that it goes on from to the other.

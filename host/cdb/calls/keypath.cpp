@@ -52,15 +52,9 @@ void SetTag(uint32_t tag, confd_value_t* element) {
 
 bool SetKeys(const PathStep& step, confd_value_t* element) {
   size_t count = 0;
-  if (step.keys.empty()) {
-    Values keys = KeysOf(*step.node, step.data);
-    for (const confd_value_t& key : keys.all()) element[count++] = key;
-    keys.Release();
-  } else {
-    for (; count < step.keys.size(); ++count) {
-      const CdbNode* node = KeyNode(step.node, count);
-      if (!ToValue(*node, step.keys[count].c_str(), &element[count])) return false;
-    }
+  for (; count < step.keys.size(); ++count) {
+    const CdbNode* node = KeyNode(step.node, count);
+    if (!ToValue(*node, step.keys[count].c_str(), &element[count])) return false;
   }
   element[count].type = C_NOEXISTS;
   return true;
@@ -98,13 +92,9 @@ std::string PrintSteps(const PathSteps& steps) {
     text += step.node->name;
     if (!step.is_entry) continue;
     text += '{';
-    const lyd_node* key =
-        step.node->is(LYS_LIST) && step.keys.empty() ? lyd_child(step.data) : nullptr;
-    const size_t count = key != nullptr ? step.node->key_count : step.keys.size();
-    for (size_t i = 0; i < count; ++i) {
-      if (i > 0) text += ' ';
-      AppendKey(key != nullptr ? TextOf(key) : step.keys[i], &text);
-      if (key != nullptr) key = key->next;
+    for (const std::string& key : step.keys) {
+      if (&key != &step.keys.front()) text += ' ';
+      AppendKey(key, &text);
     }
     text += '}';
   }

@@ -128,8 +128,9 @@ confd_value_t TextValue(const std::string& text) {
 }
 
 bool ToValue(const CdbNode& node, const char* text, confd_value_t* value) {
+  const std::string_view wanted = node.enums.empty() ? std::string_view() : text;
   for (const auto& [name, number] : node.enums) {
-    if (name != text) continue;
+    if (name != wanted) continue;
     value->type = C_ENUM_VALUE;
     value->val.enumvalue = number;
     return true;

@@ -163,13 +163,15 @@ TEST_F(CdbCallsTest, PathsOfEveryForm) {
       {"/config/access-list/interface{g-1/1/1}/ingress", 1},
       {"/config/access-list/interface{g-1/1/1}/ingress{A}", 1},
       {"/config/access-list/interface{g-1/1/1}/ingress{B}", 0},
+      {"/config/access-list/interface{\"g-1/1/1\"}", 1},
       {"/config/access-list/interface{\"g-1/1/1\"}/interface-name", 1},
+      {"/config/access-list/interface", 1},
+      {"/config/access-list/interface/interface-name", -1},
       {"/config/access-list/interface{g-1/1}", 0},
       {"/config/access-list/interface{g-1/1}/ingress", 0},
       {"/config/access-list/interface{a b}", -1},
       {"/config/access-list/interface{}", -1},
       {"/config/access-list/interface{x", -1},
-      {"/config/access-list/interface/interface-name", -1},
       {"/config/access-list/acl-profile/ingress/access-list{l2 A}", 1},
       {"/config/access-list/acl-profile/ingress/access-list{0 A}/acl-name", 1},
       {"/config/access-list/acl-profile/ingress/access-list{\"l2\" \"A\"}/acl-type", 1},
@@ -211,7 +213,11 @@ TEST_F(CdbCallsTest, PositionsFollowTheCommits) {
   EXPECT_EQ(CONFD_OK,
             cdb_get_int32(running_, &priority, "%s[0]/access-list-entry[0]/ace-priority", kList));
   EXPECT_EQ(4, priority);  // numbers in their order, not the texts'
+  // A session is where it was, whatever comes before.
+  ASSERT_EQ(CONFD_OK, cdb_cd(running_, "%s[0]/access-list-entry[1]/match", kList));
   Commit(Profiles(Profile("l2", "A", 5, Entry(9))));
+  EXPECT_EQ(std::string(kList, sizeof(kList) - 2) + "{l2 B}/access-list-entry{30}/match",
+            Position());
   EXPECT_EQ(2, cdb_num_instances(running_, "%s", kList));
   EXPECT_EQ(CONFD_OK,
             cdb_get_int32(running_, &priority, "%s[0]/access-list-entry[0]/ace-priority", kList));
