@@ -19,4 +19,10 @@ std::vector<const FiltersCommon::FiltersEntry*> EntriesInOrder(
   return result;
 }
 
+FiltersCommon::EntryRows RowsInOrder(const FiltersCommon::FiltersGroup& group) {
+  FiltersCommon::EntryRows rows;
+  for (const FiltersCommon::FiltersEntry* entry : EntriesInOrder(group)) rows.Add(*entry);
+  return rows;
+}
+
 }  // namespace host

@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "platform/filters_common/entry_rows.h"
 #include "platform/filters_common/filters_group.h"
 
 namespace host {
@@ -12,6 +13,9 @@ namespace host {
 // changed or gone.
 std::vector<const FiltersCommon::FiltersEntry*> EntriesInOrder(
     const FiltersCommon::FiltersGroup& group);
+
+// The same as rows, valid for as long.
+FiltersCommon::EntryRows RowsInOrder(const FiltersCommon::FiltersGroup& group);
 
 }  // namespace host
 

@@ -21,6 +21,7 @@
 #include "host/filter_mgr/linux/link_state.h"
 #include "host/filter_mgr/origin_hits.h"
 #include "host/filter_mgr/trace_operation.h"
+#include "host/filters_common/spare_nodes.h"
 #include "host/limid/limid.h"
 #include "host/runtime/middleware.h"
 #include "host/runtime/settings.h"
@@ -185,7 +186,9 @@ class FilterMgrClient::Impl : private host::FilterControl {
 
  private:
   static constexpr char kPart[] = "filters", kGroupsPart[] = "groups";  // of the status board
-  static constexpr char kTrace[] = "trace", kGetHits[] = "get-hits";    // operations
+  static constexpr std::chrono::milliseconds kQuiet{20};  // no commit is likely to follow at once
+  static constexpr size_t kNodesAtOnce = 1024;            // some 50 us
+  static constexpr char kTrace[] = "trace", kGetHits[] = "get-hits";  // operations
 
   // FilterControl.
   void Finish() override { Resolve(table_.Finish()); }
@@ -230,7 +233,15 @@ class FilterMgrClient::Impl : private host::FilterControl {
       TakeOver();
       interface_watch_.MayHaveChanged();
       opened_.backend->Idle();
+      tidy_ = loop_->After(kQuiet, [this] { Tidy(); });
     });
+  }
+
+  // Between commits, what is left of groups is made ready for the next ones, a little at a time.
+  void Tidy() {
+    tidy_.reset();
+    if (!FiltersCommon::SpareNodes::OfThread().TakeApart(kNodesAtOnce)) return;
+    tidy_ = loop_->Soon([this] { Tidy(); });
   }
 
   // What another back end left in force goes once this one's filters are in force, not before: so a
@@ -267,7 +278,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
   BackendWatch watch_;
   bool updated_ = false;  // groups were taken since the start; until then in force is what was left
   bool taken_over_ = false;  // what other back ends had left
-  std::unique_ptr<host::Watch> idle_;
+  std::unique_ptr<host::Watch> idle_, tidy_;
   std::shared_ptr<const void> alive_ = std::make_shared<char>();
   host::StateProviders::Registration registration_, interfaces_, summary_;
 };

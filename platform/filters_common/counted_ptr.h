@@ -16,8 +16,13 @@ class CountedPtr {
     if (box_ != nullptr) ++box_->owners;
   }
   CountedPtr(CountedPtr&& other) noexcept : box_(std::exchange(other.box_, nullptr)) {}
-  CountedPtr& operator=(CountedPtr other) noexcept {
-    std::swap(box_, other.box_);
+  CountedPtr& operator=(const CountedPtr& other) {
+    // Counting would touch memory for nothing.
+    if (box_ != other.box_) CountedPtr(other).Swap(this);
+    return *this;
+  }
+  CountedPtr& operator=(CountedPtr&& other) noexcept {
+    CountedPtr(std::move(other)).Swap(this);
     return *this;
   }
   ~CountedPtr() {
@@ -41,6 +46,8 @@ class CountedPtr {
   bool unique() const { return box_ != nullptr && box_->owners == 1; }
 
  private:
+  void Swap(CountedPtr* other) noexcept { std::swap(box_, other->box_); }
+
   struct Box {
     unsigned int owners;
     T value;

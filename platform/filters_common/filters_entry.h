@@ -10,6 +10,7 @@
 #ifndef PLATFORM_FILTERS_COMMON_FILTERS_ENTRY_H_
 #define PLATFORM_FILTERS_COMMON_FILTERS_ENTRY_H_
 
+#include <list>
 #include <memory>
 #include <type_traits>
 #include <utility>
@@ -55,6 +56,10 @@ class FiltersEntry {
   template <class T>
   const T* getMatch() const {
     return dynamic_cast<const T*>(findMatch(T::kKind));
+  }
+  // The ingress ports; null where there are none. Entries that were given one match share its list.
+  const std::list<limid_t>* ingressPorts() const {
+    return ports_.ports_ && !ports_.ports_->empty() ? ports_.ports_.get() : nullptr;
   }
   // All matches but the ingress ports.
   const Matches& getMatches() const;

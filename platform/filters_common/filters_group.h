@@ -3,15 +3,17 @@
 // A group is a value. Copies share their entries until one of the copies is changed, so that a copy
 // costs the same for any number of entries; groups that share belong to one thread.
 //
-// Groups of many entries are built anew over and over, while others like them go. So the nodes of
-// the maps that go are kept for the next ones, some megabytes at most per thread: to take one costs
-// a fraction of what the allocator takes for it, and nodes that were side by side stay so.
+// Groups of many entries are built anew over and over, while others like them go. So the maps that
+// go are kept, some megabytes at most per thread, and the next ones are built of their nodes: to
+// take one costs a fraction of what the allocator takes for it, and nodes that were side by side
+// stay so.
 #ifndef PLATFORM_FILTERS_COMMON_FILTERS_GROUP_H_
 #define PLATFORM_FILTERS_COMMON_FILTERS_GROUP_H_
 
 #include <map>
 
 #include "platform/filters_common/counted_ptr.h"
+#include "platform/filters_common/entry_rows.h"
 #include "platform/filters_common/filters_entry.h"
 #include "platform/filters_common/filters_types.h"
 
@@ -41,16 +43,22 @@ class FiltersGroup {
   Entries getEntries() const { return store_->entries; }
   // Valid until the group is changed.
   const Entries& getEntriesRef() const { return store_->entries; }
+  // The entries in the order of their evaluation, laid flat. Null where that was not kept: entries
+  // were removed, or inserted in another order. Valid until the group is changed.
+  const EntryRows* getRows() const {
+    return store_->rows.size() == store_->entries.size() ? &store_->rows : nullptr;
+  }
 
  private:
   // Entries whose nodes are kept when they go.
   struct Store {
     Store() = default;
-    Store(const Store&) = default;
+    Store(const Store& other) : entries(other.entries) {}
     Store& operator=(const Store&) = delete;
     ~Store();
 
     Entries entries;
+    EntryRows rows;  // of all entries, or none
   };
 
   // The entries, made this group's own.

@@ -189,7 +189,7 @@ FilterMgrError EbpfBackend::Prepare(const SentGroup& group) {
 
 FilterMgrError EbpfBackend::Compare(PreparedGroup* prepared) {
   const FiltersGroup& group = prepared->group.source.content();
-  const GroupOrder& order = prepared->group.order;
+  const FiltersCommon::EntryRows& rows = prepared->group.rows();
   const GroupSlot slot = SlotOf(group.getType());
   std::string reason;
   const auto refuse = [&](const FiltersEntry& entry) {
@@ -223,28 +223,28 @@ FilterMgrError EbpfBackend::Compare(PreparedGroup* prepared) {
     return true;
   });
   // What the group shares at its ends with the one in force needs no second look.
-  const auto [begin, end] = ChangedPart(slot, order);
-  for (size_t run = 0; run < order.runs().size(); ++run) {
-    const auto [list, first] = order.runs()[run];
+  const auto [begin, end] = ChangedPart(slot, rows);
+  for (size_t run = 0; run < rows.runs().size(); ++run) {
+    const auto [list, first] = rows.runs()[run];
     // All ports would be meant, of which nobody knows what they are to become.
     if (list == nullptr) {
       reason = "it names no ingress port";
-      return refuse(order.entry(first));
+      return refuse(rows.entry(first));
     }
     const std::vector<uint32_t>& numbers = lists.Find(*list);
-    if (!reason.empty()) return refuse(order.entry(first));
-    const size_t last = order.EndOf(run);
+    if (!reason.empty()) return refuse(rows.entry(first));
+    const size_t last = rows.EndOf(run);
     for (const uint32_t number : numbers) {
       update_of[number]->KeepEnds(std::clamp(begin, first, last) - first,
                                   last - std::clamp(end, first, last));
     }
   }
-  for (size_t run = 0; run < order.runs().size(); ++run) {
-    const auto [list, first] = order.runs()[run];
-    const size_t last = std::min(end, order.EndOf(run));
+  for (size_t run = 0; run < rows.runs().size(); ++run) {
+    const auto [list, first] = rows.runs()[run];
+    const size_t last = std::min(end, rows.EndOf(run));
     for (size_t i = std::max(begin, first); i < last; ++i) {
       for (const uint32_t number : lists.Find(*list)) {
-        if (!update_of[number]->Next(order.entry(i), &reason)) return refuse(order.entry(i));
+        if (!update_of[number]->Next(rows.entry(i), &reason)) return refuse(rows.entry(i));
       }
     }
   }
@@ -253,12 +253,13 @@ FilterMgrError EbpfBackend::Compare(PreparedGroup* prepared) {
 }
 
 // The entries of the new content, from the first to behind the last, that may not be in force.
-std::pair<size_t, size_t> EbpfBackend::ChangedPart(GroupSlot slot, const GroupOrder& order) const {
-  if (!groups_[slot]) return {0, order.size()};
-  const GroupOrder& before = groups_[slot]->order;
-  const size_t front = GroupOrder::CommonFront(before, order);
-  const size_t most = std::min(before.size(), order.size()) - front;
-  return {front, order.size() - GroupOrder::CommonBack(before, order, most)};
+std::pair<size_t, size_t> EbpfBackend::ChangedPart(GroupSlot slot,
+                                                   const FiltersCommon::EntryRows& rows) const {
+  if (!groups_[slot]) return {0, rows.size()};
+  const FiltersCommon::EntryRows& before = groups_[slot]->rows();
+  const size_t front = FiltersCommon::EntryRows::CommonFront(before, rows);
+  const size_t most = std::min(before.size(), rows.size()) - front;
+  return {front, rows.size() - FiltersCommon::EntryRows::CommonBack(before, rows, most)};
 }
 
 FilterMgrError EbpfBackend::Write(PreparedGroup* prepared) {
@@ -457,18 +458,18 @@ void EbpfBackend::Idle() {
 
 std::vector<Hits> EbpfBackend::HitsOf(GroupSlot slot) const {
   std::vector<Hits> hits;
-  if (!groups_[slot] || groups_[slot]->order.size() == 0) return hits;
-  const GroupOrder& order = groups_[slot]->order;
+  if (!groups_[slot] || groups_[slot]->rows().size() == 0) return hits;
+  const FiltersCommon::EntryRows& rows = groups_[slot]->rows();
   hits.resize(size_t{groups_[slot]->source->getEntriesRef().rbegin()->first} + 1);
   std::vector<size_t> next(ports_->count());  // by port number
   PortLists lists(
       [&](limid_t id, uint32_t* number) { return ports_->Find(options_.names(id), number); });
-  for (size_t run = 0; run < order.runs().size(); ++run) {
-    for (const uint32_t number : lists.Find(*order.runs()[run].ports)) {
+  for (size_t run = 0; run < rows.runs().size(); ++run) {
+    for (const uint32_t number : lists.Find(*rows.runs()[run].ports)) {
       const auto& held = held_[FilterPorts::RootOf(number, slot)];
-      for (size_t i = order.runs()[run].first; i < order.EndOf(run); ++i) {
+      for (size_t i = rows.runs()[run].first; i < rows.EndOf(run); ++i) {
         const filter_counter count = store_->Count(held[next[number]++].counter);
-        Hits& sum = hits[order.entry(i).getId()];
+        Hits& sum = hits[rows.entry(i).getId()];
         sum = sum + Hits{count.packets, count.bytes};
       }
     }

@@ -31,12 +31,12 @@
 #include "host/filter_mgr/ebpf/counters.h"
 #include "host/filter_mgr/ebpf/flush.h"
 #include "host/filter_mgr/ebpf/grace.h"
-#include "host/filter_mgr/ebpf/group_order.h"
 #include "host/filter_mgr/ebpf/port_guards.h"
 #include "host/filter_mgr/ebpf/port_hooks.h"
 #include "host/filter_mgr/ebpf/ports.h"
 #include "host/filter_mgr/ebpf/root_update.h"
 #include "host/filter_mgr/ebpf/store.h"
+#include "host/filter_mgr/entry_order.h"
 #include "host/filter_mgr/linux/link_table.h"
 #include "host/filter_mgr/linux/netlink.h"
 #include "host/filter_mgr/port_names.h"
@@ -91,9 +91,15 @@ class EbpfBackend : public Backend {
   };
   // A group in force, or one prepared to be.
   struct Group {
-    explicit Group(const SentGroup& group) : source(group), order(source.content()) {}
-    SentGroup source;  // keeps what `order` points to
-    GroupOrder order;
+    explicit Group(const SentGroup& group) : source(group) {
+      if (source->getRows() == nullptr) in_order = RowsInOrder(source.content());
+    }
+    const FiltersCommon::EntryRows& rows() const {
+      return source->getRows() == nullptr ? in_order : *source->getRows();
+    }
+
+    SentGroup source;
+    FiltersCommon::EntryRows in_order;  // where the group itself has none
     std::set<std::string> ports;
   };
   struct PreparedGroup {
@@ -108,7 +114,7 @@ class EbpfBackend : public Backend {
   bool HoldsNothing() const;
   void OpenGuards();
   FilterMgrError Compare(PreparedGroup* prepared);
-  std::pair<size_t, size_t> ChangedPart(GroupSlot slot, const GroupOrder& order) const;
+  std::pair<size_t, size_t> ChangedPart(GroupSlot slot, const FiltersCommon::EntryRows& rows) const;
   FilterMgrError Write(PreparedGroup* prepared);
   void Drop(GroupSlot slot);
   void Commit();

@@ -2,6 +2,12 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include <map>
+#include <random>
+#include <set>
+#include <vector>
+
+#include "host/filters_common/spare_nodes.h"
 #include "platform/filters_common/filters_group.h"
 
 namespace FiltersCommon {
@@ -95,33 +101,86 @@ TEST(FiltersEntryTest, KeepsMasksAsGivenAndMatchesInOrderOfKind) {
   EXPECT_FALSE(entry.getMatch<MatchSrcIPv4>()->mask());
 }
 
-TEST(FiltersGroupTest, CopiesAreIndependent) {
-  FiltersGroup original(9);
-  ASSERT_EQ(FILTERS_OK, original.insertEntry(MakeEntry(1)));
-  FiltersGroup copy = original;
-  EXPECT_EQ(&original.getEntriesRef(), &copy.getEntriesRef());  // until one is changed
-  ASSERT_EQ(FILTERS_OK, copy.insertEntry(MakeEntry(2)));
-  ASSERT_EQ(FILTERS_OK, copy.removeEntry(1));
-  EXPECT_EQ(1u, original.getEntriesRef().count(1));
-  EXPECT_EQ(0u, original.getEntriesRef().count(2));
-  FiltersGroup::Entries taken = copy.getEntries();
-  taken.clear();
-  EXPECT_EQ(1u, copy.getEntriesRef().size());
+// Groups that are changed, copied and dropped at random, against maps from id to priority: nodes
+// and rows go round between them.
+TEST(FiltersGroupTest, GroupsHoldWhatWasInserted) {
+  std::mt19937 random(7);
+  const FiltersEntry content = MakeEntry(0);
+  std::vector<FiltersGroup> groups(4, FiltersGroup(0));
+  std::vector<std::map<unsigned short, unsigned int>> wanted(4);
+  size_t with_rows = 0;
+  for (int step = 0; step < 20000; ++step) {
+    const size_t at = random() % groups.size();
+    FiltersEntry entry = content;
+    entry.setId(static_cast<unsigned short>(random() % 64));
+    entry.setPriority(random() % 8 == 0 ? 0 : entry.getId());
+    switch (random() % (step % 1000 < 900 ? 8 : 2)) {
+      case 0:
+        groups[at] = FiltersGroup(0);
+        wanted[at].clear();
+        break;
+      case 1:
+        wanted[at] = wanted[step % groups.size()];
+        groups[at] = FiltersGroup(groups[step % groups.size()]);  // shared until one is changed
+        ASSERT_EQ(&groups[at].getEntriesRef(), &groups[step % groups.size()].getEntriesRef());
+        break;
+      case 2:
+        ASSERT_EQ(wanted[at].erase(entry.getId()) == 1, groups[at].removeEntry(entry.getId()) == 0);
+        break;
+      case 3:
+        SpareNodes::OfThread().TakeApart(random() % 16);
+        break;
+      default:
+        // Mostly behind the last one, as groups are built.
+        if (!wanted[at].empty() && random() % 8 != 0) {
+          const auto& [last, priority] = *wanted[at].rbegin();
+          entry.setId(last + 1);
+          entry.setPriority(priority + 1);
+        }
+        ASSERT_EQ(wanted[at].try_emplace(entry.getId(), entry.getPriority()).second,
+                  groups[at].insertEntry(entry) == 0);
+    }
+    std::map<unsigned short, unsigned int> held;
+    for (const auto& [id, held_entry] : groups[at].getEntriesRef()) {
+      ASSERT_EQ(id, held_entry.getId());
+      ASSERT_EQ(content.contentIdentity(), held_entry.contentIdentity());
+      held[id] = held_entry.getPriority();
+    }
+    ASSERT_EQ(wanted[at], held);
+    const EntryRows* const rows = groups[at].getRows();
+    if (rows == nullptr) continue;
+    with_rows += rows->size();
+    auto next = groups[at].getEntriesRef().begin();
+    unsigned int last = 0;
+    for (size_t i = 0; i < rows->size(); ++i, ++next) {
+      ASSERT_EQ(&next->second, &rows->entry(i));
+      ASSERT_LE(last, rows->entry(i).getPriority());
+      last = rows->entry(i).getPriority();
+    }
+  }
+  EXPECT_LT(10000u, with_rows);
 }
 
-TEST(FiltersGroupTest, RefusesIdCollisionsAndKeepsTheFirst) {
-  FiltersGroup group(0);
-  for (unsigned short id : {20, 10, 30, 15}) {
-    EXPECT_EQ(FILTERS_OK, group.insertEntry(FiltersEntry(id)));
+// Nodes of maps that go are used again, in their order; there are never too many.
+TEST(FiltersGroupTest, NodesAreUsedAgain) {
+  const auto build = [](unsigned int count) {
+    FiltersGroup group(0);
+    for (unsigned int id = 0; id < count; ++id) {
+      FiltersEntry entry(static_cast<unsigned short>(id));
+      entry.setPriority(id);
+      group.insertEntry(entry);
+    }
+    return group;
+  };
+  std::set<const FiltersEntry*> used;
+  for (int round = 0; round < 6; ++round) {
+    const FiltersGroup a = build(65536), b = build(65536);
+    ASSERT_EQ(65536u, a.getRows()->size());
+    used.insert(&a.getEntriesRef().at(7));
+    used.insert(&b.getEntriesRef().at(65535));
+    while (round % 2 == 1 && SpareNodes::OfThread().TakeApart(1000)) continue;
   }
-  for (unsigned short id : {10, 30}) {
-    EXPECT_EQ(FILTERS_ERR_EXISTS, group.insertEntry(MakeEntry(id)));
-    EXPECT_TRUE(group.getEntriesRef().at(id).getMatches().empty());
-  }
-  std::vector<int> ids;
-  for (const auto& [id, entry] : group.getEntriesRef()) ids.push_back(entry.getId());
-  EXPECT_EQ((std::vector<int>{10, 15, 20, 30}), ids);
-  EXPECT_EQ(FILTERS_ERR_NOT_FOUND, group.removeEntry(11));
+  EXPECT_GE(4u, used.size());
 }
 
 TEST(FiltersGroupTest, KnowsTwoTypesAndOneStage) {

@@ -1,53 +1,24 @@
-#include "host/filter_mgr/ebpf/group_order.h"
+#include "platform/filters_common/entry_rows.h"
 
 #include <algorithm>
 
-#include "host/filter_mgr/entry_order.h"
-
-namespace host {
+namespace FiltersCommon {
 namespace {
 
-using FiltersCommon::FiltersEntry;
-using FiltersCommon::MatchIngressPorts;
-
-const GroupOrder::PortList* PortsOfEntry(const FiltersEntry& entry) {
-  const auto* match = static_cast<const MatchIngressPorts*>(
-      entry.findMatch(FiltersCommon::FILTERS_MATCH_INGRESS_PORTS));
-  return match == nullptr || match->ports().empty() ? nullptr : &match->ports();
-}
-
-bool SamePorts(const GroupOrder::PortList* a, const GroupOrder::PortList* b) {
+bool SamePorts(const EntryRows::PortList* a, const EntryRows::PortList* b) {
   return a == b || (a != nullptr && b != nullptr && *a == *b);
 }
 
 }  // namespace
 
-GroupOrder::GroupOrder(const FiltersCommon::FiltersGroup& group) {
-  const size_t count = group.getEntriesRef().size();
-  entries_.reserve(count);
-  identities_.reserve(count);
-  // Ids and priorities mostly ascend together: then one walk does.
-  unsigned int last = 0;
-  for (const auto& [id, entry] : group.getEntriesRef()) {
-    if (entry.getPriority() < last) break;
-    last = entry.getPriority();
-    Add(entry);
-  }
-  if (entries_.size() == count) return;
-  entries_.clear();
-  identities_.clear();
-  runs_.clear();
-  for (const FiltersEntry* entry : EntriesInOrder(group)) Add(*entry);
-}
-
-void GroupOrder::Add(const FiltersEntry& entry) {
-  const PortList* const ports = PortsOfEntry(entry);
+void EntryRows::Add(const FiltersEntry& entry) {
+  const PortList* const ports = entry.ingressPorts();
   if (runs_.empty() || runs_.back().ports != ports) runs_.push_back({ports, entries_.size()});
   entries_.push_back(&entry);
   identities_.push_back(entry.contentIdentity());
 }
 
-size_t GroupOrder::CommonFront(const GroupOrder& a, const GroupOrder& b) {
+size_t EntryRows::CommonFront(const EntryRows& a, const EntryRows& b) {
   const size_t most = std::min(a.size(), b.size());
   const auto end = a.identities_.begin() + static_cast<ptrdiff_t>(most);
   const auto parted = std::mismatch(a.identities_.begin(), end, b.identities_.begin()).first;
@@ -61,7 +32,7 @@ size_t GroupOrder::CommonFront(const GroupOrder& a, const GroupOrder& b) {
   return std::min(at, same);
 }
 
-size_t GroupOrder::CommonBack(const GroupOrder& a, const GroupOrder& b, size_t most) {
+size_t EntryRows::CommonBack(const EntryRows& a, const EntryRows& b, size_t most) {
   const auto end = a.identities_.rbegin() + static_cast<ptrdiff_t>(most);
   const auto parted = std::mismatch(a.identities_.rbegin(), end, b.identities_.rbegin()).first;
   const auto same = static_cast<size_t>(parted - a.identities_.rbegin());
@@ -77,4 +48,4 @@ size_t GroupOrder::CommonBack(const GroupOrder& a, const GroupOrder& b, size_t m
   return std::min(at, same);
 }
 
-}  // namespace host
+}  // namespace FiltersCommon

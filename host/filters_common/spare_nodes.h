@@ -1,0 +1,51 @@
+// Nodes of the maps of groups that are gone, for groups to come.
+//
+// To dismantle a map takes as long as to build one. So a map that goes is kept as it is, with what
+// its entries hold, and comes apart when somebody has time for it (TakeApart), or node by node as
+// the next map is built. That one mostly has the same entries in the same places, and then what a
+// node holds need not even change.
+//
+// New nodes are made many at a time, side by side, and not in the gaps that other objects of their
+// size have left: walking a group of scattered nodes takes two to three times as long. Nodes come
+// back in the order that they had, which mostly is that of their addresses.
+#ifndef HOST_FILTERS_COMMON_SPARE_NODES_H_
+#define HOST_FILTERS_COMMON_SPARE_NODES_H_
+
+#include <cstddef>
+#include <deque>
+#include <vector>
+
+#include "platform/filters_common/filters_group.h"
+
+namespace FiltersCommon {
+
+class SpareNodes {
+ public:
+  using Entries = FiltersGroup::Entries;
+
+  static SpareNodes& OfThread();
+
+  // Takes the node if there is room, and frees what it holds.
+  void Keep(Entries::node_type node);
+  // Takes all nodes, in place of others where there is no room.
+  void KeepAll(Entries* entries);
+  // Puts a copy of `entry`, whose id is not taken, into `entries`, next to `hint`.
+  void Insert(const FiltersEntry& entry, Entries::iterator hint, Entries* entries);
+  // Takes at most so many nodes out of maps and frees what they hold. Whether more remain.
+  bool TakeApart(size_t most);
+
+ private:
+  static constexpr size_t kMost = size_t{2} * 65536;  // two groups as large as they can be
+  static constexpr unsigned short kSome = 1024;       // 80 kB
+
+  Entries::node_type Take();
+  void MakeSome();
+
+  std::vector<Entries::node_type> nodes_;  // they hold nothing; the last is taken first
+  std::deque<Entries> maps_;               // none is empty; the first's first node is taken first
+  size_t size_ = 0;                        // nodes in both
+};
+
+}  // namespace FiltersCommon
+
+#endif  // HOST_FILTERS_COMMON_SPARE_NODES_H_
