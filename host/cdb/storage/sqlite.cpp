@@ -38,10 +38,10 @@ void SqlStatement::Reset() {
   sqlite3_clear_bindings(statement_.get());
 }
 
-std::string SqlStatement::Text(int column) const {
+std::string_view SqlStatement::View(int column) const {
   const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), column));
   const int length = sqlite3_column_bytes(statement_.get(), column);
-  return text != nullptr ? std::string(text, static_cast<size_t>(length)) : std::string();
+  return text != nullptr ? std::string_view(text, static_cast<size_t>(length)) : "";
 }
 
 int64_t SqlStatement::Number(int column) const {

@@ -29,7 +29,9 @@ class SqlStatement {
   // Forgets rows and parameters.
   void Reset();
 
-  std::string Text(int column) const;
+  std::string Text(int column) const { return std::string(View(column)); }
+  // The same, valid until the next step.
+  std::string_view View(int column) const;
   int64_t Number(int column) const;
   // Whether the last Step() failed rather than ended.
   bool failed() const { return result_ != SQLITE_ROW && result_ != SQLITE_DONE; }

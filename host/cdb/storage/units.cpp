@@ -222,17 +222,14 @@ bool VisitUnitChanges(const lyd_node* diff, const lyd_node* after, const UnitVis
   return true;
 }
 
-bool AddUnits(const ly_ctx* context, const std::string& place, const std::string& list,
-              const std::string& contents, Tree* tree) {
-  lyd_node* parent = nullptr;
-  if (lyd_find_path(tree->get(), place.c_str(), 0, &parent) != LY_SUCCESS) return false;
+bool AddUnits(lyd_node* parent, const std::string& list, const std::string& contents) {
   const std::string document =
       std::string("{\"") + parent->schema->module->name + ":" + list + "\":[" + contents + "]}";
   ly_in* in = nullptr;
   if (ly_in_new_memory(document.c_str(), &in) != LY_SUCCESS) throw std::bad_alloc();
   lyd_node* parsed = nullptr;
   const LY_ERR result =
-      lyd_parse_data(context, parent, in, LYD_JSON,
+      lyd_parse_data(LYD_CTX(parent), parent, in, LYD_JSON,
                      LYD_PARSE_ONLY | LYD_PARSE_STRICT | LYD_PARSE_NO_STATE, 0, &parsed);
   ly_in_free(in, 0);
   return result == LY_SUCCESS;

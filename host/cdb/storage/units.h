@@ -39,11 +39,10 @@ using UnitVisitor = std::function<bool(const UnitChange&)>;
 bool VisitUnitChanges(const lyd_node* diff, const lyd_node* after, const UnitVisitor& visit,
                       bool* in_units);
 
-// Adds units to `tree`, a normalized configuration. All are in one list at one place, which must be
-// there. `contents` is their JSON objects, separated by commas. False when they cannot be parsed
-// (libyang has noted why) or there is no such place.
-bool AddUnits(const ly_ctx* context, const std::string& place, const std::string& list,
-              const std::string& contents, Tree* tree);
+// Adds units below `parent`, a node of a normalized configuration, that are all in one list.
+// `contents` is their JSON objects, separated by commas. False when they cannot be parsed (libyang
+// has noted why).
+bool AddUnits(lyd_node* parent, const std::string& list, const std::string& contents);
 
 }  // namespace host
 

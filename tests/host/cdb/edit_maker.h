@@ -76,8 +76,10 @@ class EditMaker {
     if (Chance(20)) action += "<set>" + Leaf("pcp", Pick({"0", "7", "8"})) + "</set>";
     const std::string operation = MaybeOperation(25);
     return "<access-list-entry" + operation + "><ace-priority>" + std::to_string(Number(0, 5)) +
-           "</ace-priority><match" + MaybeOperation(10) + ">" + match + "</match><action" +
-           MaybeOperation(10) + ">" + action + "</action></access-list-entry>";
+           "</ace-priority>" +
+           (Chance(30) ? Leaf("description", Pick({"web", "\xc3\xa4 \\"})) : "") + "<match" +
+           MaybeOperation(10) + ">" + match + "</match><action" + MaybeOperation(10) + ">" +
+           action + "</action></access-list-entry>";
   }
   // A name's own most of the time, so that it is not refused as a change; two have the same.
   std::string Priority(const std::string& name) {
