@@ -143,16 +143,24 @@ const std::vector<const lyd_node*>& ListIndex::Entries(const CdbNode& list, cons
   const auto [found, is_new] = entries_.try_emplace(Key{first, &list});
   std::vector<const lyd_node*>& entries = found->second;
   if (!is_new) return entries;
-  std::vector<std::pair<Values, const lyd_node*>> keyed;
+  struct Keyed {
+    size_t from, to;  // of `keys`
+    const lyd_node* node;
+  };
+  Values keys;
+  std::vector<Keyed> keyed;
   for (const lyd_node* node = first; node != nullptr; node = node->next) {
-    if (node->schema == list.schema) keyed.emplace_back(KeysOf(list, node), node);
+    if (node->schema != list.schema) continue;
+    const size_t from = keys.all().size();
+    AddKeysOf(list, node, &keys);
+    keyed.push_back({from, keys.all().size(), node});
   }
-  std::sort(keyed.begin(), keyed.end(), [](const auto& a, const auto& b) {
-    return std::lexicographical_compare(a.first.all().begin(), a.first.all().end(),
-                                        b.first.all().begin(), b.first.all().end(), Less);
+  const confd_value_t* const all = keys.all().data();
+  std::sort(keyed.begin(), keyed.end(), [all](const Keyed& a, const Keyed& b) {
+    return std::lexicographical_compare(all + a.from, all + a.to, all + b.from, all + b.to, Less);
   });
   entries.reserve(keyed.size());
-  for (const auto& entry : keyed) entries.push_back(entry.second);
+  for (const Keyed& entry : keyed) entries.push_back(entry.node);
   return entries;
 }
 
@@ -173,8 +181,11 @@ const PathSteps* PathResolver::Read(std::string_view path, const PathTree& tree,
   const CdbNode* const from = steps_.empty() ? nullptr : steps_.back().node;
   goes_up_ = false;
   if (known != nullptr && known->from == from && known->text == tail) {
-    for (const auto& [node, end] : known->nodes)
-      steps_.push_back({node, nullptr, false, {}, at + end});
+    for (const auto& [node, end] : known->nodes) {
+      PathStep& step = steps_.emplace_back();
+      step.node = node;
+      step.end = at + end;
+    }
     path_.assign(path);
     return &steps_;
   }
@@ -205,9 +216,13 @@ PathResolver::Tail* PathResolver::TailOf(std::string_view tail) {
   const PathStep& last = steps_.back();
   if (last.node->is(LYS_LIST) && !last.is_entry) return nullptr;  // only an entry has nodes within
   tails_.resize(kPlaces);
-  const size_t hash =
-      std::hash<std::string_view>()(tail) ^ std::hash<const void*>()(last.node) / sizeof(CdbNode);
-  return &tails_[hash % kPlaces];
+  // The end tells most of them apart.
+  uint64_t end = 0;
+  std::memcpy(&end, tail.data() + tail.size() - std::min(tail.size(), sizeof(end)),
+              std::min(tail.size(), sizeof(end)));
+  constexpr uint64_t kMixing = 0x9e3779b97f4a7c15;  // as many bits in the upper octet as there are
+  const uint64_t sum = end + tail.size() + reinterpret_cast<uintptr_t>(last.node);
+  return &tails_[(sum * kMixing) >> 56];
 }
 
 namespace {

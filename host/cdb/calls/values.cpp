@@ -190,17 +190,21 @@ bool Less(const confd_value_t& a, const confd_value_t& b) {
   return order != 0 ? order < 0 : x.size < y.size;
 }
 
-Values KeysOf(const CdbNode& node, const lyd_node* instance) {
-  Values keys;
+void AddKeysOf(const CdbNode& node, const lyd_node* instance, Values* keys) {
   confd_value_t value{};
   if (node.is(LYS_LEAFLIST)) {
-    if (ToValue(node, TextOf(instance), &value)) keys.Add(value);
-    return keys;
+    if (ToValue(node, TextOf(instance), &value)) keys->Add(value);
+    return;
   }
   const lyd_node* child = lyd_child(instance);
   for (size_t i = 0; i < node.key_count && child != nullptr; ++i, child = child->next) {
-    if (ToValue(*node.children[i], TextOf(child), &value)) keys.Add(value);
+    if (ToValue(*node.children[i], TextOf(child), &value)) keys->Add(value);
   }
+}
+
+Values KeysOf(const CdbNode& node, const lyd_node* instance) {
+  Values keys;
+  AddKeysOf(node, instance, &keys);
   return keys;
 }
 

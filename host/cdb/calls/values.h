@@ -57,6 +57,7 @@ NumericValue NumericOf(const CdbSchema& schema, const lyd_node* leaf);
 
 // The keys of a list entry, or the value of a leaf-list element, of the data tree.
 Values KeysOf(const CdbNode& node, const lyd_node* instance);
+void AddKeysOf(const CdbNode& node, const lyd_node* instance, Values* keys);
 
 }  // namespace host
 

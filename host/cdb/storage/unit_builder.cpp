@@ -104,8 +104,8 @@ bool UnitBuilder::BuildLeaf(Kind* leaf, lyd_node* parent) {
   const auto known = leaf->values.find(value.text);
   if (known != leaf->values.end()) {
     auto* const inner = reinterpret_cast<lyd_node_inner*>(parent);
-    return IsValue(known->second, value) &&
-           lyd_dup_single(known->second, inner, LYD_DUP_NO_META, nullptr) == LY_SUCCESS;
+    return (known->second.types & value.types) != 0 &&
+           lyd_dup_single(known->second.node, inner, LYD_DUP_NO_META, nullptr) == LY_SUCCESS;
   }
   values_[0].assign(value.text);
   lyd_node* node = nullptr;
@@ -115,7 +115,8 @@ bool UnitBuilder::BuildLeaf(Kind* leaf, lyd_node* parent) {
     return false;
   }
   // The text is libyang's, and stays as long as there is a node with it.
-  if (leaf->values.size() < kMostValues) leaf->values.emplace(TextOf(node), node);
+  if (leaf->values.size() < kMostValues)
+    leaf->values.emplace(TextOf(node), Built{node, value.types});
   return true;
 }
 

@@ -30,13 +30,17 @@ class UnitBuilder {
   bool Add(lyd_node* parent, const lysc_node* schema, std::string_view text);
 
  private:
+  struct Built {
+    const lyd_node* node;
+    uint32_t types;  // of its form in JSON, as in Value
+  };
   // What there is to know of a schema node, and of the nodes that were built of it.
   struct Kind {
     const lysc_node* schema = nullptr;
     std::string_view name;
     std::vector<std::unique_ptr<Kind>> children;  // those of the configuration, in libyang's order
     const lyd_node* built = nullptr;              // of a container
-    std::unordered_map<std::string_view, const lyd_node*> values;  // of a leaf, by their texts
+    std::unordered_map<std::string_view, Built> values;  // of a leaf, by their texts
   };
   // A value as JSON has it: a number, a string, true or false, or [null].
   struct Value {
