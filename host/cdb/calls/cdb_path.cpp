@@ -211,18 +211,18 @@ const PathSteps* PathResolver::Read(std::string_view path, const PathTree& tree,
 }
 
 PathResolver::Tail* PathResolver::TailOf(std::string_view tail) {
-  constexpr size_t kPlaces = 256;
+  constexpr int kPlaceBits = 8;
   if (steps_.empty() || tail.empty()) return nullptr;
   const PathStep& last = steps_.back();
   if (last.node->is(LYS_LIST) && !last.is_entry) return nullptr;  // only an entry has nodes within
-  tails_.resize(kPlaces);
-  // The end tells most of them apart.
+  tails_.resize(size_t{1} << kPlaceBits);
+  // The end tells most of them apart. The product's upper bits depend on all of it.
+  constexpr uint64_t kMixing = 0x9e3779b97f4a7c15;
   uint64_t end = 0;
-  std::memcpy(&end, tail.data() + tail.size() - std::min(tail.size(), sizeof(end)),
-              std::min(tail.size(), sizeof(end)));
-  constexpr uint64_t kMixing = 0x9e3779b97f4a7c15;  // as many bits in the upper octet as there are
+  const size_t count = std::min(tail.size(), sizeof(end));
+  std::memcpy(&end, tail.data() + tail.size() - count, count);
   const uint64_t sum = end + tail.size() + reinterpret_cast<uintptr_t>(last.node);
-  return &tails_[(sum * kMixing) >> 56];
+  return &tails_[(sum * kMixing) >> (64 - kPlaceBits)];
 }
 
 namespace {
