@@ -1,6 +1,6 @@
 # Headers that nearly every source includes are compiled once, and with them the templates that they
 # instantiate. What a source needs it still includes by itself: builds without this, such as that of
-# the package, notice where it does not.
+# the package, notice where one of the product does not.
 option(ACL_PRECOMPILE "Compile common headers once" OFF)
 
 # acl_precompile(NAME HEADERS headers... [LIBS libraries...]): an object library for them, compiled with
@@ -18,7 +18,7 @@ function(acl_precompile name)
   target_link_libraries(${name} PRIVATE ${ARG_LIBS})
   target_precompile_headers(${name} PRIVATE ${ARG_HEADERS})
   # Without the time of the headers in it, a copy out of ccache is as good as a new one.
-  target_compile_options(${name} PRIVATE $<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>)
+  target_compile_options(${name} PRIVATE "$<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>")
 endfunction()
 
 # acl_precompiled(NAME targets...): these start from what is compiled of NAME's headers.

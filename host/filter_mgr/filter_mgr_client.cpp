@@ -115,6 +115,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
         providers_(host::StateProvidersOf(mw)),
         watch_(&table_, loop_, [this](const std::optional<host::Standing>& changed) {
           if (changed) submissions_->Settle(*changed);
+          TidyLater();
           interface_watch_.MayHaveChanged();
         }) {
     opened_.backend->SetEvents(events_.get());
@@ -176,7 +177,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
     submissions_->Add({type, group.getEntriesRef().size(), {}});
     table_.Accept(group.getType(), submissions_->accepted(type));
     if (!submissions_->held().empty()) table_.Hold(submissions_->held());
-    // What is replaced goes when the answer is out: to free it takes as long as to build it.
+    // What is replaced goes when the answer is out.
     for (const auto& [key, held] : table_.groups()) retired_.push_back(held);
     const std::optional<host::Standing> standing = table_.Update(Sent(group));
     Resolve(standing);
@@ -233,8 +234,12 @@ class FilterMgrClient::Impl : private host::FilterControl {
       TakeOver();
       interface_watch_.MayHaveChanged();
       opened_.backend->Idle();
-      tidy_ = loop_->After(kQuiet, [this] { Tidy(); });
+      TidyLater();
     });
+  }
+
+  void TidyLater() {
+    tidy_ = loop_->After(kQuiet, [this] { Tidy(); });
   }
 
   // Between commits, what is left of groups is made ready for the next ones, a little at a time.

@@ -61,10 +61,7 @@ void SpareNodes::KeepAll(Entries* entries) {
   if (entries->empty() || entries->size() > kMost) return;
   size_ += entries->size();
   maps_.push_back(std::move(*entries));
-  if (size_ > kMost) {
-    size_ -= nodes_.size();
-    nodes_.clear();
-  }
+  for (; size_ > kMost && !nodes_.empty(); --size_) nodes_.pop_back();
   for (; size_ > kMost; maps_.pop_front()) size_ -= maps_.front().size();
 }
 
@@ -90,9 +87,11 @@ SpareNodes::Entries::node_type SpareNodes::Take() {
 }
 
 void SpareNodes::MakeSome() {
-  const OwnArena arena;
   Entries made;
-  for (unsigned short i = 0; i < kSome; ++i) made.emplace_hint(made.end(), i, FiltersEntry(0));
+  {
+    const OwnArena arena;
+    for (unsigned short i = 0; i < kSome; ++i) made.emplace_hint(made.end(), i, FiltersEntry(0));
+  }
   KeepAll(&made);
 }
 

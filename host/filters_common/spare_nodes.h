@@ -27,12 +27,14 @@ class SpareNodes {
 
   // Takes the node if there is room, and frees what it holds.
   void Keep(Entries::node_type node);
-  // Takes all nodes, in place of others where there is no room.
+  // Takes all nodes, in place of as many others where there is no room.
   void KeepAll(Entries* entries);
   // Puts a copy of `entry`, whose id is not taken, into `entries`, next to `hint`.
   void Insert(const FiltersEntry& entry, Entries::iterator hint, Entries* entries);
   // Takes at most so many nodes out of maps and frees what they hold. Whether more remain.
   bool TakeApart(size_t most);
+  // How many there are.
+  size_t size() const { return size_; }
 
  private:
   static constexpr size_t kMost = size_t{2} * 65536;  // two groups as large as they can be

@@ -1,7 +1,6 @@
 // The configuration and its history on disk.
 #include "host/cdb/storage/storage.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "host/cdb/diff_text.h"
@@ -29,6 +28,50 @@ CommitInfo InfoOf(const SqlStatement& row) {
   info.changes = static_cast<size_t>(row.Number(5));
   return info;
 }
+
+// Puts units into a tree, list by list.
+class UnitLoader {
+ public:
+  explicit UnitLoader(const Tree& tree) : tree_(tree) {}
+
+  // Where the unit that could not be read is, if one could not.
+  const std::string& place() const { return place_; }
+
+  // Adds a unit, all of one list one after the other. False when something cannot be read.
+  bool Add(std::string_view place, std::string_view list, std::string_view content) {
+    if ((place != place_ || list != list_) && !(Finish() && Begin(place, list))) return false;
+    if (schema_ != nullptr && builder_.Add(parent_, schema_, content)) return true;
+    if (others_++ > 0) contents_ += ',';
+    contents_ += content;
+    return true;
+  }
+
+  // To be called behind the last one.
+  bool Finish() {
+    const bool read = others_ == 0 || AddUnits(parent_, list_, contents_);
+    others_ = 0;
+    contents_.clear();
+    return read;
+  }
+
+ private:
+  bool Begin(std::string_view place, std::string_view list) {
+    place_ = place;
+    list_ = list;
+    if (lyd_find_path(tree_.get(), place_.c_str(), 0, &parent_) != LY_SUCCESS) return false;
+    const lysc_node* const parent = parent_->schema;
+    schema_ = lys_find_child(parent, parent->module, list_.c_str(), 0, LYS_LIST, 0);
+    return true;
+  }
+
+  const Tree& tree_;
+  UnitBuilder builder_;
+  std::string place_, list_;
+  lyd_node* parent_ = nullptr;
+  const lysc_node* schema_ = nullptr;
+  size_t others_ = 0;     // of the list, that are not written as this version writes
+  std::string contents_;  // theirs
+};
 
 }  // namespace
 
@@ -59,72 +102,27 @@ bool Storage::Prepare() {
   delete_within_ = SqlStatement(database,
                                 "DELETE FROM unit WHERE place = ?1 OR"
                                 " (place > ?1 || '/' AND place < ?1 || '0') RETURNING digest");
-  read_units_ = SqlStatement(database, "SELECT content FROM unit WHERE place = ?1 AND list = ?2");
   put_txn_ = SqlStatement(database,
                           "INSERT INTO txn VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11)");
   delete_txn_ = SqlStatement(database, "DELETE FROM txn WHERE id = ?1");
   oldest_ = SqlStatement(database, "SELECT id, size, digest FROM txn ORDER BY id LIMIT 1");
   return make_unit_.ok() && put_unit_.ok() && unit_digest_.ok() && delete_unit_.ok() &&
-         delete_within_.ok() && read_units_.ok() && put_txn_.ok() && delete_txn_.ok() &&
-         oldest_.ok();
+         delete_within_.ok() && put_txn_.ok() && delete_txn_.ok() && oldest_.ok();
 }
 
 DatastoreErrors Storage::Load(const ly_ctx* context, Tree* tree) {
   Normalize(context, tree);
-  std::vector<UnitList> lists;
-  bool good = ReadLists(&lists);
-  // Shorter places first: an entry comes before what is within it.
-  std::stable_sort(lists.begin(), lists.end(), [](const UnitList& a, const UnitList& b) {
-    return a.place.size() < b.place.size();
-  });
-  UnitBuilder builder;
-  for (const UnitList& list : lists) {
-    lyd_node* parent = nullptr;
-    const bool read = lyd_find_path(tree->get(), list.place.c_str(), 0, &parent) == LY_SUCCESS &&
-                      LoadList(list, parent, &builder, &good);
-    if (!good) break;
-    if (read) continue;
-    DatastoreErrors errors = Refusal(path_, "its content at " + list.place + " cannot be read");
-    TakeErrors(context, nullptr, &errors);
-    return errors;
-  }
-  if (good) return {};
-  return Refusal(path_, ProblemOf(database_.get(), path_).why);
-}
-
-// The lists in which there are units, in the order of their places. Each is found from the one
-// before it, so that the units between are not read.
-bool Storage::ReadLists(std::vector<UnitList>* lists) {
-  SqlStatement next(database_.get(),
-                    "SELECT * FROM (SELECT place, list FROM unit WHERE place = ?1 AND list > ?2"
-                    " ORDER BY list LIMIT 1) UNION ALL "
-                    "SELECT * FROM (SELECT place, list FROM unit WHERE place > ?1"
-                    " ORDER BY place, list LIMIT 1)");
-  UnitList last;
-  for (;;) {
-    if (!next.Bind(1, last.place).Bind(2, last.list).Step()) return !next.failed();
-    last = {next.Text(0), next.Text(1)};
-    lists->push_back(last);
-    next.Reset();
-  }
-}
-
-// Adds the units of a list below `parent`. False when something cannot be read; `good` tells
-// whether the database can.
-bool Storage::LoadList(const UnitList& list, lyd_node* parent, UnitBuilder* builder, bool* good) {
-  const lysc_node* schema =
-      lys_find_child(parent->schema, parent->schema->module, list.list.c_str(), 0, LYS_LIST, 0);
-  read_units_.Bind(1, list.place).Bind(2, list.list);
-  std::string others;  // that are not written as this version writes
-  while (read_units_.Step()) {
-    const std::string_view content = read_units_.View(0);
-    if (schema != nullptr && builder->Add(parent, schema, content)) continue;
-    if (!others.empty()) others += ',';
-    others += content;
-  }
-  *good = !read_units_.failed();
-  read_units_.Reset();
-  return others.empty() || AddUnits(parent, list.list, others);
+  // As they are stored: a place within an entry sorts behind the place of that entry.
+  SqlStatement rows(database_.get(),
+                    "SELECT place, list, content FROM unit ORDER BY place, list, keys");
+  UnitLoader loader(*tree);
+  bool read = true;
+  while (read && rows.Step()) read = loader.Add(rows.View(0), rows.View(1), rows.View(2));
+  if (rows.failed()) return Refusal(path_, ProblemOf(database_.get(), path_).why);
+  if (read && loader.Finish()) return {};
+  DatastoreErrors errors = Refusal(path_, "its content at " + loader.place() + " cannot be read");
+  TakeErrors(context, nullptr, &errors);
+  return errors;
 }
 
 DatastoreErrors Storage::Write(const CommitInfo& info, const lyd_node* diff,

@@ -32,8 +32,6 @@
 
 namespace host {
 
-class UnitBuilder;
-
 class Storage {
  public:
   // Opens the database in the file `path`; only when `*begin` it is made, or brought to this
@@ -78,14 +76,7 @@ class Storage {
  private:
   Storage(std::string path, const HistoryBound& bound, SqlDatabase database);
 
-  // Where units are: a list, and what it is in.
-  struct UnitList {
-    std::string place, list;
-  };
-
   bool Prepare();
-  bool ReadLists(std::vector<UnitList>* lists);
-  bool LoadList(const UnitList& list, lyd_node* parent, UnitBuilder* builder, bool* good);
   // These keep `content` in step with what they write.
   bool WriteUnit(const UnitChange& change, StorageContent* content);
   bool DeleteUnit(const UnitKey& key, StorageContent* content);
@@ -103,7 +94,7 @@ class Storage {
   const HistoryBound bound_;
   SqlDatabase database_;  // before the statements: it must outlive them
   SqlStatement make_unit_, put_unit_, unit_digest_, delete_unit_, delete_within_;
-  SqlStatement read_units_, put_txn_, delete_txn_, oldest_;
+  SqlStatement put_txn_, delete_txn_, oldest_;
   StorageContent content_;
   bool in_doubt_ = false;  // a failed commit may be on disk
   int error_code_ = 0;     // why the last write failed

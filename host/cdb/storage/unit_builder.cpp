@@ -1,6 +1,7 @@
 // Builds stored units from their text.
 #include "host/cdb/storage/unit_builder.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace host {
@@ -15,9 +16,13 @@ constexpr uint32_t kStrings = Bit(LY_TYPE_STRING) | Bit(LY_TYPE_ENUM);
 constexpr uint32_t kTruths = Bit(LY_TYPE_BOOL);
 constexpr uint32_t kNothing = Bit(LY_TYPE_EMPTY);
 
+bool IsPlain(char c) { return c >= ' ' && c <= '~' && c != '\\'; }
+
 }  // namespace
 
 bool UnitBuilder::Add(lyd_node* parent, const lysc_node* schema, std::string_view text) {
+  // Found here, before anything is built that would have to go.
+  if (!std::all_of(text.begin(), text.end(), IsPlain)) return false;
   std::unique_ptr<Kind>& list = lists_[schema];
   if (list == nullptr) list = MakeKind(schema);
   rest_ = text;
@@ -147,7 +152,6 @@ bool UnitBuilder::TakeString(std::string_view* text) {
   if (rest_.empty() || rest_.front() != '"') return false;
   size_t end = 1;
   while (end < rest_.size() && rest_[end] != '"') {
-    if (rest_[end] < ' ' || rest_[end] > '~' || rest_[end] == '\\') return false;
     ++end;
   }
   if (end == rest_.size()) return false;

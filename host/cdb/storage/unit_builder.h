@@ -11,6 +11,7 @@
 #define HOST_CDB_STORAGE_UNIT_BUILDER_H_
 
 #include <array>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>

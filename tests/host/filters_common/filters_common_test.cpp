@@ -172,15 +172,23 @@ TEST(FiltersGroupTest, NodesAreUsedAgain) {
     }
     return group;
   };
+  SpareNodes& spare = SpareNodes::OfThread();
   std::set<const FiltersEntry*> used;
   for (int round = 0; round < 6; ++round) {
     const FiltersGroup a = build(65536), b = build(65536);
     ASSERT_EQ(65536u, a.getRows()->size());
     used.insert(&a.getEntriesRef().at(7));
     used.insert(&b.getEntriesRef().at(65535));
-    while (round % 2 == 1 && SpareNodes::OfThread().TakeApart(1000)) continue;
+    while (round % 2 == 1 && spare.TakeApart(1000)) continue;
   }
   EXPECT_GE(4u, used.size());
+  // Too many go, and no more.
+  std::vector<FiltersGroup> more = {build(1), build(65536), build(65536), build(65536)};
+  while (more.size() > 1) more.pop_back();
+  while (spare.TakeApart(1000)) continue;
+  EXPECT_EQ(2u * 65536, spare.size());
+  more.clear();
+  EXPECT_EQ(2u * 65536, spare.size());
 }
 
 TEST(FiltersGroupTest, KnowsTwoTypesAndOneStage) {
