@@ -18,7 +18,7 @@ class CountedPtr {
   CountedPtr(CountedPtr&& other) noexcept : box_(std::exchange(other.box_, nullptr)) {}
   CountedPtr& operator=(const CountedPtr& other) {
     // Counting would touch memory for nothing.
-    if (box_ != other.box_) CountedPtr(other).Swap(this);
+    if (this != &other && box_ != other.box_) CountedPtr(other).Swap(this);
     return *this;
   }
   CountedPtr& operator=(CountedPtr&& other) noexcept {
