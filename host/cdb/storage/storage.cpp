@@ -39,7 +39,8 @@ class UnitLoader {
 
   // Adds a unit, all of one list one after the other. False when something cannot be read.
   bool Add(std::string_view place, std::string_view list, std::string_view content) {
-    if ((place != place_ || list != list_) && !(Finish() && Begin(place, list))) return false;
+    const bool same = parent_ != nullptr && place == place_ && list == list_;
+    if (!same && !(Finish() && Begin(place, list))) return false;
     if (schema_ != nullptr && builder_.Add(parent_, schema_, content)) return true;
     if (others_++ > 0) contents_ += ',';
     contents_ += content;
