@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "host/filter_mgr/backend_names.h"
 #include "host/filter_mgr/backends.h"
 #include "host/filter_mgr/filters_line.h"
 #include "host/filter_mgr/flush.h"
@@ -38,9 +37,23 @@ host::OpenedBackend OpenBackend() {
     host::FailStart(opened.why +
                     " (\"filter_backend = memory\" filters nothing and needs no privileges)");
   }
-  Log(host::LogLevel::kInfo, "filters are enforced by %s: %s", opened.backend->name(),
+  Log(opened.second_best || !opened.enforces ? host::LogLevel::kWarning : host::LogLevel::kInfo,
+      "filters are enforced by %s: %s", opened.enforces ? opened.backend->name() : "nothing",
       opened.why.c_str());
   return opened;
+}
+
+host::LeftInForce FindLeft(const host::OpenedBackend& opened) {
+  host::LeftInForce left{opened.backend->Left(), host::LeftByBackends(opened.backend->name())};
+  if (left.own != 0) {
+    Log(host::LogLevel::kInfo, "an earlier run has left filters on %zu ports", left.own);
+  }
+  for (const auto& [backend, ports] : left.others) {
+    Log(host::LogLevel::kInfo, "an earlier run has left filters of %s on %zu ports: they stay %s",
+        backend.c_str(), ports,
+        opened.enforces ? "until the groups are in force" : "(\"aclctl flush\" removes them)");
+  }
+  return left;
 }
 
 // Lets the back end hear what the kernel announces, and try again what failed.
@@ -103,6 +116,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
   explicit Impl(qzmw_t* mw)
       : loop_(host::LoopOf(mw)),
         opened_(OpenBackend()),
+        left_(FindLeft(opened_)),
         events_(host::EventsOf(mw)),
         table_(opened_.backend.get(), host::ProcessSettings().filter_capacity, opened_.why,
                host::ProcessSettings().filter_threshold_l2,
@@ -114,7 +128,11 @@ class FilterMgrClient::Impl : private host::FilterControl {
         board_(host::StatusBoardOf(mw)),
         providers_(host::StateProvidersOf(mw)),
         watch_(&table_, loop_, [this](const std::optional<host::Standing>& changed) {
-          if (changed) submissions_->Settle(*changed);
+          if (changed) {
+            NoteInForce(*changed);
+            submissions_->Settle(*changed);
+          }
+          TakeOver();
           TidyLater();
           interface_watch_.MayHaveChanged();
         }) {
@@ -148,9 +166,9 @@ class FilterMgrClient::Impl : private host::FilterControl {
     providers_->SetAnswer(kTrace, [this](const lyd_node* input, std::string* error) {
       return host::AnswerTrace(input, table_, host::InterfaceNameOf, error);
     });
-    submissions_->SetLeftInForce(opened_.backend->Left());
+    submissions_->SetLeftInForce(PortsLeft());
     submissions_->SetControl(this);
-    board_->Show(kPart, [this] { return host::FiltersLine(opened_, table_); });
+    board_->Show(kPart, [this] { return host::FiltersLine(opened_, left_); });
     board_->Show(kGroupsPart, [this] { return host::GroupsLine(table_); });
   }
   ~Impl() override {
@@ -219,7 +237,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
 
   void Resolve(const std::optional<host::Standing>& standing) {
     if (!standing) return;
-    updated_ = updated_ || standing->state != host::Standing::kRefused;
+    NoteInForce(*standing);
     constexpr host::FilterMgrError kWithdrawn = host::FILTER_MGR_ERR_WITHDRAWN;
     submissions_->Resolve(
         *standing, {host::Standing::kRefused, kWithdrawn, host::FilterMgrErrorText(kWithdrawn)});
@@ -249,11 +267,24 @@ class FilterMgrClient::Impl : private host::FilterControl {
     tidy_ = loop_->Soon([this] { Tidy(); });
   }
 
-  // What another back end left in force goes once this one's filters are in force, not before: so a
-  // change of back end has no moment without a filter.
+  // Ports that are filtered at the start, and that this process could change. Nothing that is kept
+  // in memory does: so it need not be what the filters came from.
+  size_t PortsLeft() const {
+    size_t ports = left_.own;
+    for (const auto& [backend, count] : left_.others) ports += opened_.enforces ? count : 0;
+    return ports;
+  }
+
+  void NoteInForce(const host::Standing& standing) {
+    const bool in_force = standing.taken() && standing.state != host::Standing::kPending;
+    updated_ = updated_ || in_force;
+    if (in_force) left_.own = 0;
+  }
+
+  // What another back end left in force goes once all of this one's filters are in force, not
+  // before: so a change of back end has no moment without a filter, and no port without one.
   void TakeOver() {
-    const bool enforces = opened_.backend->name() != std::string(host::kMemoryBackend);
-    if (taken_over_ || !enforces || !updated_) return;
+    if (taken_over_ || !opened_.enforces || !updated_ || !submissions_->held().empty()) return;
     if (opened_.backend->standing().state != host::Standing::kInForce) return;
     taken_over_ = true;
     size_t ports = 0;
@@ -263,7 +294,10 @@ class FilterMgrClient::Impl : private host::FilterControl {
           "the filters of another back end, if there are any, cannot be removed: %s (\"aclctl "
           "flush\" removes all, while no daemon runs)",
           std::strerror(-error));
-    } else if (ports > 0) {
+      return;
+    }
+    left_.others.clear();
+    if (ports > 0) {
       Log(host::LogLevel::kInfo, "the filters of another back end are removed from %zu interfaces",
           ports);
     }
@@ -272,6 +306,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
   std::shared_ptr<host::EventLoop> loop_;
   // Destroyed in reverse: what is shown goes before what it shows, watches before their back end.
   host::OpenedBackend opened_;
+  host::LeftInForce left_;
   std::shared_ptr<host::Events> events_;
   host::GroupTable table_;
   host::InterfaceWatch interface_watch_;
@@ -281,7 +316,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
   std::shared_ptr<host::StatusBoard> board_;
   std::shared_ptr<host::StateProviders> providers_;
   BackendWatch watch_;
-  bool updated_ = false;  // groups were taken since the start; until then in force is what was left
+  bool updated_ = false;     // groups came into force since the start; until then what was left is
   bool taken_over_ = false;  // what other back ends had left
   std::unique_ptr<host::Watch> idle_, tidy_;
   std::shared_ptr<const void> alive_ = std::make_shared<char>();

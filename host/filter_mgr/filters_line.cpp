@@ -1,13 +1,14 @@
 #include "host/filter_mgr/filters_line.h"
 
-#include <cstdint>
+#include <algorithm>
+#include <cstddef>
 #include <map>
 #include <string>
 
 namespace host {
 namespace {
 
-std::string Counted(uint32_t count, const char* what) {
+std::string Counted(size_t count, const char* what) {
   return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
@@ -40,36 +41,39 @@ StatusLine GroupsLine(const GroupTable& table) {
   return line;
 }
 
-StatusLine FiltersLine(const OpenedBackend& opened, const GroupTable& table) {
-  if (!opened.enforces) return {StatusLine::kWarning, "enforced by nothing: " + opened.why};
+StatusLine FiltersLine(const OpenedBackend& opened, const LeftInForce& left) {
   StatusLine line{opened.second_best ? StatusLine::kWarning : StatusLine::kOk, ""};
+  const auto raise = [&line](StatusLine::State least) { line.state = std::max(line.state, least); };
   size_t enforced = 0;
-  std::map<PortState, std::string> others;
+  std::map<PortState, std::string> ports;  // that are not filtered
   for (const auto& [name, state] : opened.backend->Ports()) {
     if (state == PortState::kEnforced) {
       ++enforced;
       continue;
     }
-    others[state] += (others[state].empty() ? "" : ", ") + name;
-    const auto least = state == PortState::kFailed ? StatusLine::kError : StatusLine::kWarning;
-    if (line.state < least) line.state = least;
+    ports[state] += (ports[state].empty() ? "" : ", ") + name;
+    raise(state == PortState::kFailed ? StatusLine::kError : StatusLine::kWarning);
   }
-  const auto count = [](size_t ports) {
-    return std::to_string(ports) + (ports == 1 ? " port" : " ports");
-  };
-  line.text = std::string("enforced by ") + opened.backend->name() + " (" + opened.why + ") on " +
-              count(enforced);
-  if (enforced == 0 && others.empty() && !table.pending().empty() && opened.backend->Left() != 0) {
-    line.state = StatusLine::kWarning;
-    line.text +=
-        "; what was in force before the start stays so on " + count(opened.backend->Left());
+  if (opened.enforces) {
+    line.text = std::string("enforced by ") + opened.backend->name() + " (" + opened.why + ") on " +
+                Counted(enforced, "port");
+  } else {
+    line = {StatusLine::kWarning, "enforced by nothing: " + opened.why};
+  }
+  if (enforced == 0 && ports.empty() && left.own != 0) {
+    raise(StatusLine::kWarning);
+    line.text += "; what was in force before the start stays so on " + Counted(left.own, "port");
+  }
+  for (const auto& [backend, count] : left.others) {
+    raise(StatusLine::kWarning);
+    line.text += "; " + backend + " filters " + Counted(count, "port") + " as before the start";
   }
   constexpr struct {
     PortState state;
     const char* text;
   } kOthers[] = {{PortState::kFailed, "; failed: "}, {PortState::kAbsent, "; no interface yet: "}};
   for (const auto& other : kOthers) {
-    if (others.count(other.state) != 0) line.text += other.text + others[other.state];
+    if (ports.count(other.state) != 0) line.text += other.text + ports[other.state];
   }
   return line;
 }

@@ -2,6 +2,10 @@
 #ifndef HOST_FILTER_MGR_FILTERS_LINE_H_
 #define HOST_FILTER_MGR_FILTERS_LINE_H_
 
+#include <cstddef>
+#include <map>
+#include <string>
+
 #include "host/filter_mgr/backend.h"
 #include "host/filter_mgr/backends.h"
 #include "host/filter_mgr/group_table.h"
@@ -9,14 +13,20 @@
 
 namespace host {
 
+// Ports that are filtered by what was in the kernel at the start.
+struct LeftInForce {
+  size_t own = 0;                        // by the same back end, until a group takes its place
+  std::map<std::string, size_t> others;  // by other back ends, until this one's groups are in force
+};
+
 // How many entries the groups in force have, and those that wait to take their place; a warning
 // where one is nearly full.
 StatusLine GroupsLine(const GroupTable& table);
 
 // Which back end is in force and why, and on how many ports. A warning where it is not the best
 // one, where it filters nothing, where a port has no interface, or where what an earlier process
-// left is in force while the groups wait; an error where a port that is there is not filtered.
-StatusLine FiltersLine(const OpenedBackend& opened, const GroupTable& table);
+// left is still in force; an error where a port that is there is not filtered.
+StatusLine FiltersLine(const OpenedBackend& opened, const LeftInForce& left);
 
 }  // namespace host
 

@@ -1,8 +1,9 @@
-// Removes filters on purpose.
+// What back ends keep in the kernel once no process has it: told, and removed on purpose.
 #ifndef HOST_FILTER_MGR_FLUSH_H_
 #define HOST_FILTER_MGR_FLUSH_H_
 
 #include <cstddef>
+#include <map>
 #include <string>
 
 namespace host {
@@ -12,6 +13,11 @@ namespace host {
 // `*ports`, or the first failure's negative errno: -EPERM without the privilege, or while a running
 // daemon owns it.
 int FlushBackends(const std::string& but, size_t* ports);
+
+// How many ports are filtered by what back ends other than `but` have left in the kernel, by the
+// back end's name; none where that is 0. Running daemons' filters do not count. Logs what cannot be
+// told.
+std::map<std::string, size_t> LeftByBackends(const std::string& but);
 
 }  // namespace host
 

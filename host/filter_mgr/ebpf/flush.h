@@ -1,4 +1,4 @@
-// Removes the tables on purpose.
+// What processes that are gone have left of the tables: told, and removed on purpose.
 #ifndef HOST_FILTER_MGR_EBPF_FLUSH_H_
 #define HOST_FILTER_MGR_EBPF_FLUSH_H_
 
@@ -13,6 +13,10 @@ constexpr char kEbpfDirectory[] = "/sys/fs/bpf/acl-app";
 // and everything pinned below `directory` for this namespace. 0 with the number of interfaces in
 // `*ports`, or a negative errno: -EPERM without the privilege, or while a running daemon uses them.
 int FlushEbpf(size_t* ports, const std::string& directory = kEbpfDirectory);
+
+// How many interfaces of this network namespace have a program that no running daemon keeps. 0,
+// with their number in `*ports`, or a negative errno. Counts without the privilege for BPF, too.
+int LeftByEbpf(size_t* ports, const std::string& directory = kEbpfDirectory);
 
 }  // namespace host
 

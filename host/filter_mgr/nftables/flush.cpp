@@ -31,4 +31,14 @@ int FlushNftables(size_t* ports) {
   return error;
 }
 
+int LeftByNftables(size_t* ports) {
+  int error = 0;
+  const auto socket = OpenNetlink({NETLINK_NETFILTER, 0, 0}, &error);
+  if (socket == nullptr) return error;
+  std::vector<std::string> all, unowned;
+  error = KernelReader(socket.get()).ReadPorts(&all, &unowned);
+  *ports = unowned.size();
+  return error;
+}
+
 }  // namespace host

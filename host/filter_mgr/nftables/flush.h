@@ -1,4 +1,5 @@
-// Removes the filters on purpose.
+// What processes that are gone have left in the kernel's packet filter: told, and removed on
+// purpose.
 #ifndef HOST_FILTER_MGR_NFTABLES_FLUSH_H_
 #define HOST_FILTER_MGR_NFTABLES_FLUSH_H_
 
@@ -10,6 +11,10 @@ namespace host {
 // with the number of ports in `*ports`, or a negative errno: -EPERM without CAP_NET_ADMIN, or while
 // a running daemon owns a table.
 int FlushNftables(size_t* ports);
+
+// How many ports have a table that no process owns. 0, with their number in `*ports`, or a negative
+// errno.
+int LeftByNftables(size_t* ports);
 
 }  // namespace host
 

@@ -85,9 +85,6 @@ std::unique_ptr<NftablesBackend> NftablesBackend::Open(const NftablesOptions& op
     const HeldTables& held = backend->kernel_.held();
     backend->left_ = static_cast<size_t>(std::count_if(
         held.begin(), held.end(), [](const auto& table) { return HasRules(table.second); }));
-    if (backend->left_ != 0) {
-      Log(LogLevel::kInfo, "an earlier run has left filters on %zu ports", backend->left_);
-    }
     return backend;
   }
   if (error == -EPERM || error == -EACCES) {

@@ -339,19 +339,27 @@ int KernelReader::ReadFiltered(const std::string* only_port, HeldTables* tables)
   return 0;
 }
 
-int KernelReader::ReadPorts(std::vector<std::string>* ports) {
-  std::vector<std::string> result;
+int KernelReader::ReadPorts(std::vector<std::string>* ports, std::vector<std::string>* unowned) {
+  std::vector<std::string> result, free;
+  const auto start_over = [&] {
+    result.clear();
+    free.clear();
+  };
   const int error = Dump(
-      NFT_MSG_GETTABLE, [](nlmsghdr*) {}, [&result] { result.clear(); },
+      NFT_MSG_GETTABLE, [](nlmsghdr*) {}, start_over,
       [&](const nlmsghdr* message) {
         const TablePtr table(nftnl_table_alloc());
         if (nftnl_table_nlmsg_parse(message, table.get()) < 0) return false;
         const auto port = PortOfTable(Text(nftnl_table_get_str(table.get(), NFTNL_TABLE_NAME)));
-        if (port) result.push_back(*port);
+        if (!port) return true;
+        result.push_back(*port);
+        if (nftnl_table_get_u32(table.get(), NFTNL_TABLE_OWNER) == 0) free.push_back(*port);
         return true;
       });
-  if (error == 0) *ports = std::move(result);
-  return error;
+  if (error != 0) return error;
+  *ports = std::move(result);
+  if (unowned != nullptr) *unowned = std::move(free);
+  return 0;
 }
 
 int KernelReader::ReadTables(HeldTables* tables) { return ReadFiltered(nullptr, tables); }

@@ -44,8 +44,9 @@ class KernelReader {
 
   // The number of the packet filter's last transaction.
   int ReadGeneration(uint32_t* generation);
-  // The ports that have a table of the Filter Manager.
-  int ReadPorts(std::vector<std::string>* ports);
+  // The ports that have a table of the Filter Manager; of these, in `*unowned` unless it is null,
+  // those whose table no process owns.
+  int ReadPorts(std::vector<std::string>* ports, std::vector<std::string>* unowned = nullptr);
   // All tables of the Filter Manager.
   int ReadTables(HeldTables* tables);
   // One port's table; no value when there is none.
