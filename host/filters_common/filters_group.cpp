@@ -27,16 +27,18 @@ FiltersGroup::Entries& FiltersGroup::OwnEntries() {
 
 filtersErr_t FiltersGroup::insertEntry(const FiltersEntry& entry) {
   const unsigned short id = entry.getId();
-  const Entries& held = store_->entries;
-  // Groups are mostly built in ascending order of id: then the place is the end.
-  const bool append = held.empty() || held.rbegin()->first < id;
-  if (!append && held.count(id) != 0) return FILTERS_ERR_EXISTS;
-  const bool last =
-      append && (held.empty() || held.rbegin()->second.getPriority() <= entry.getPriority());
+  // Groups are mostly built in the order of evaluation, which is that of ids: then the place is the
+  // end. The rows know the last entry; to find it in the tree would take longer.
+  const EntryRows* const rows = getRows();
+  const FiltersEntry* const last = rows != nullptr ? rows->last() : nullptr;
+  const bool append = rows != nullptr && (last == nullptr || last->getId() < id);
+  const bool in_order = append && (last == nullptr || last->getPriority() <= entry.getPriority());
+  if (!append && store_->entries.count(id) != 0) return FILTERS_ERR_EXISTS;
   Entries& entries = OwnEntries();
-  SpareNodes::OfThread().Insert(entry, append ? entries.end() : entries.lower_bound(id), &entries);
-  if (last && store_->rows.size() + 1 == entries.size()) {
-    store_->rows.Add(entries.rbegin()->second);
+  const auto hint = append ? entries.end() : entries.lower_bound(id);
+  const FiltersEntry& stored = SpareNodes::OfThread().Insert(entry, hint, &entries);
+  if (in_order && store_->rows.size() + 1 == entries.size()) {
+    store_->rows.Add(stored);
   } else {
     store_->rows = {};
   }

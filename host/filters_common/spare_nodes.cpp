@@ -65,11 +65,12 @@ void SpareNodes::KeepAll(Entries* entries) {
   for (; size_ > kMost; maps_.pop_front()) size_ -= maps_.front().size();
 }
 
-void SpareNodes::Insert(const FiltersEntry& entry, Entries::iterator hint, Entries* entries) {
+const FiltersEntry& SpareNodes::Insert(const FiltersEntry& entry, Entries::iterator hint,
+                                       Entries* entries) {
   Entries::node_type node = Take();
   node.key() = entry.getId();
   node.mapped() = entry;
-  entries->insert(hint, std::move(node));
+  return entries->insert(hint, std::move(node))->second;
 }
 
 SpareNodes::Entries::node_type SpareNodes::Take() {

@@ -29,8 +29,8 @@ class SpareNodes {
   void Keep(Entries::node_type node);
   // Takes all nodes, in place of as many others where there is no room.
   void KeepAll(Entries* entries);
-  // Puts a copy of `entry`, whose id is not taken, into `entries`, next to `hint`.
-  void Insert(const FiltersEntry& entry, Entries::iterator hint, Entries* entries);
+  // Puts a copy of `entry`, whose id is not taken, into `entries`, next to `hint`, and returns it.
+  const FiltersEntry& Insert(const FiltersEntry& entry, Entries::iterator hint, Entries* entries);
   // Takes at most so many nodes out of maps and frees what they hold. Whether more remain.
   bool TakeApart(size_t most);
   // How many there are.

@@ -30,6 +30,8 @@ class EntryRows {
 
   size_t size() const { return entries_.size(); }
   const FiltersEntry& entry(size_t i) const { return *entries_[i]; }
+  // Null where there are none.
+  const FiltersEntry* last() const { return entries_.empty() ? nullptr : entries_.back(); }
   // In order; they cover all entries.
   const std::vector<Run>& runs() const { return runs_; }
   // Where the run ends, exclusively.
