@@ -19,7 +19,7 @@ foreach(program acl-app acl-app-metrics acl-app-netconf aclctl)
 endforeach()
 add_custom_command(
   OUTPUT ${manual_pages}
-  COMMAND Python3::Interpreter ${CMAKE_SOURCE_DIR}/tools/manual ${MANUAL_DIR} ${manual_sources}
+  COMMAND ${PYTHON3} ${CMAKE_SOURCE_DIR}/tools/manual ${MANUAL_DIR} ${manual_sources}
           ${manual_programs} VERSION=${PROJECT_VERSION}
           SETTINGS_FILE=${CMAKE_INSTALL_FULL_SYSCONFDIR}/acl-app/acl-app.conf
           YANG_DIRECTORY=${CMAKE_INSTALL_FULL_DATADIR}/acl-app/yang

@@ -2,7 +2,6 @@
 # the emulator needs no target root.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR powerpc)
-set(CMAKE_C_COMPILER powerpc-linux-gnu-gcc)
 set(CMAKE_CXX_COMPILER powerpc-linux-gnu-g++)
 set(CMAKE_EXE_LINKER_FLAGS_INIT -static)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

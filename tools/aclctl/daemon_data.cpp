@@ -32,6 +32,10 @@ Failure OutputAsJson(Client* client, const std::string& module, const std::strin
   return ConvertOutput(context.get(), module + ":" + name, output, json);
 }
 
+std::string GroupName(const lyd_node* group) {
+  return ChildText(group, "type") == "l2" ? "L2" : "L3";
+}
+
 Failure PrintOutput(Client* client, const std::string& module, const std::string& name,
                     const std::string& reply_text) {
   std::string text;

@@ -24,6 +24,9 @@ Failure OutputAsJson(Client* client, const std::string& module, const std::strin
 Failure PrintOutput(Client* client, const std::string& module, const std::string& name,
                     const std::string& reply_text);
 
+// "L2" or "L3", for people, from the leaf `type` in what the daemon tells of a filter group.
+std::string GroupName(const lyd_node* group);
+
 // "2026-11-21T06:47:21.123456Z" without what a person does not need.
 std::string ShortTime(const std::string& time);
 

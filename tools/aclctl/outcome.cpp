@@ -20,10 +20,6 @@ Failure FetchCommits(Client* client, const std::string& filter, host::Tree* repl
                     &data, reply, commits);
 }
 
-std::string GroupName(const lyd_node* group) {
-  return ChildText(group, "type") == "l2" ? "L2" : "L3";
-}
-
 std::string Entries(const lyd_node* group) {
   const std::string count = ChildText(group, "entries");
   return count + (count == "1" ? " entry" : " entries");

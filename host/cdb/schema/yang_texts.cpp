@@ -8,7 +8,7 @@
 namespace host {
 namespace {
 
-const char* TextOf(const char* module) {
+const char* TextBuiltIn(const char* module) {
   for (size_t i = 0; i < kYangTextCount; ++i) {
     if (std::strcmp(kYangTexts[i].module, module) == 0) return kYangTexts[i].text;
   }
@@ -29,7 +29,7 @@ std::string WhyOtherModules(const ly_ctx* context) {
     if (module->filepath == nullptr) continue;  // libyang's own
     const std::string name = "the YANG module " + std::string(module->name) + " in " +
                              module->filepath + " is not the one that the daemon was built with";
-    const char* known = TextOf(module->name);
+    const char* known = TextBuiltIn(module->name);
     if (known == nullptr) return name + ": that has none of this name";
     std::ifstream file(module->filepath, std::ios::binary);
     const std::string text((std::istreambuf_iterator<char>(file)), {});

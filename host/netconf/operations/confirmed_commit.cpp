@@ -14,8 +14,6 @@
 namespace host {
 namespace {
 
-using Step = ConfirmedCommitStep;
-
 constexpr std::chrono::seconds kRetryDelay{10};
 
 // Since 1970.
@@ -34,7 +32,7 @@ void ConfirmedCommit::Recover() {
     Log(LogLevel::kError, "netconf: a commit that was not confirmed cannot be taken back: %s",
         errors.front().message.c_str());
   } else {
-    Tell({Step::kCancel, user_});
+    Tell({ConfirmedCommitStep::kCancel, user_});
   }
   // What cannot be taken back now stays: a later start must not undo what came after it.
   Forget();
@@ -50,7 +48,8 @@ DatastoreErrors ConfirmedCommit::Prepare() {
 
 void ConfirmedCommit::Begin(std::chrono::seconds timeout, const Origin& origin,
                             const std::string& persist) {
-  const Step::What what = ongoing_ ? Step::kExtend : Step::kStart;
+  const ConfirmedCommitStep::What what =
+      ongoing_ ? ConfirmedCommitStep::kExtend : ConfirmedCommitStep::kStart;
   if (!ongoing_ || !persist.empty()) persist_ = persist;
   ongoing_ = true;
   user_ = origin.user;
@@ -59,15 +58,15 @@ void ConfirmedCommit::Begin(std::chrono::seconds timeout, const Origin& origin,
   until_ = std::chrono::system_clock::now() + timeout;
   Tell({what, origin.user, origin.session_id, static_cast<uint32_t>(timeout.count())});
   timer_ = loop_.After(timeout, [this] {
-    End("it was not confirmed in time", {Step::kTimeout, ""});
+    End("it was not confirmed in time", {ConfirmedCommitStep::kTimeout, ""});
   });
-  if (timer_ == nullptr) End("there is no timer for it", {Step::kTimeout, ""});
+  if (timer_ == nullptr) End("there is no timer for it", {ConfirmedCommitStep::kTimeout, ""});
 }
 
 DatastoreErrors ConfirmedCommit::Confirm(const Origin& by) {
   const bool ongoing = ongoing_;
   DatastoreErrors errors = Clear();
-  if (ongoing && errors.empty()) Tell({Step::kComplete, by.user, by.session_id});
+  if (ongoing && errors.empty()) Tell({ConfirmedCommitStep::kComplete, by.user, by.session_id});
   return errors;
 }
 
@@ -90,7 +89,7 @@ void ConfirmedCommit::Forget() {
 }
 
 DatastoreErrors ConfirmedCommit::Cancel(const std::string& why, const Origin& by) {
-  return End(why, {Step::kCancel, by.user, by.session_id});
+  return End(why, {ConfirmedCommitStep::kCancel, by.user, by.session_id});
 }
 
 // Goes back, and tells of it as `step`.

@@ -50,9 +50,8 @@ void PrintGroups(const lyd_node* reply) {
     const std::string then = ChildText(group, "entries-then");
     const bool known = !capacity.empty() && !then.empty();
     const long long available = std::atoll(capacity.c_str()) - std::atoll(then.c_str());
-    table.AddRow({ChildText(group, "type") == "l2" ? "L2" : "L3", capacity,
-                  ChildText(group, "entries"), then.empty() ? "?" : then,
-                  known ? std::to_string(available) : "?"});
+    table.AddRow({GroupName(group), capacity, ChildText(group, "entries"),
+                  then.empty() ? "?" : then, known ? std::to_string(available) : "?"});
   }
   std::fputs(table.Print().c_str(), stdout);
 }

@@ -53,8 +53,7 @@ Failure ShowCommits(const Common& common) {
   std::putchar('\n');
   Table groups({{"GROUP"}, {"COMMIT", Align::kRight}, {"ENTRIES", Align::kRight}});
   for (const lyd_node* group : Children(commits, "group")) {
-    groups.AddRow({ChildText(group, "type") == "l2" ? "L2" : "L3", ChildText(group, "commit"),
-                   ChildText(group, "entries")});
+    groups.AddRow({GroupName(group), ChildText(group, "commit"), ChildText(group, "entries")});
   }
   std::fputs((groups.Print() + "\n").c_str(), stdout);
   Table table({{"COMMIT", Align::kRight},

@@ -1,6 +1,5 @@
 // aclctl show groups.
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <memory>
 
@@ -17,13 +16,11 @@ using Align = Table::Align;
 
 void PrintGroup(const lyd_node* group, const InterfaceStates& states, const EntryFilter& filter,
                 bool hits) {
-  std::string type = ChildText(group, "type");
-  for (char& c : type) c = std::toupper(static_cast<unsigned char>(c));
   const auto entries = Children(group, "entry");
   const auto shown =
       std::count_if(entries.begin(), entries.end(),
                     [&filter](const lyd_node* entry) { return Shows(filter, entry); });
-  std::printf("%s group (id %s, stage %s, priority %s): %s%zu %s\n", type.c_str(),
+  std::printf("%s group (id %s, stage %s, priority %s): %s%zu %s\n", GroupName(group).c_str(),
               ChildText(group, "id").c_str(), ChildText(group, "stage").c_str(),
               ChildText(group, "priority").c_str(),
               filter.empty() ? "" : (std::to_string(shown) + " of ").c_str(), entries.size(),

@@ -30,10 +30,6 @@ std::string EntryName(const lyd_node* entry) {
   return profile + " entry " + ChildText(entry, "ace-priority");
 }
 
-std::string GroupName(const lyd_node* group) {
-  return ChildText(group, "type") == "l2" ? "L2" : "L3";
-}
-
 // "dropped", "passed", "passed, pcp 5, queue 5".
 std::string VerdictText(const lyd_node* trace) {
   std::string text = ChildText(trace, "verdict");

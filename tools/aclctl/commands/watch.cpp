@@ -99,7 +99,7 @@ class Watcher {
     Count& before = counts_[Identity(group, entry)];
     const std::string packets = Rate(now.packets, before.packets, hits == nullptr ? 0 : seconds);
     const std::string bytes = Rate(now.bytes, before.bytes, hits == nullptr ? 0 : seconds);
-    const std::string layer = ChildText(group, "type") == "l2" ? "L2" : "L3";
+    const std::string layer = GroupName(group);
     before = now;
     table->AddRow({layer, PortsOf(entry), StatesOf(entry, states_), ChildText(entry, "profile"),
                    ChildText(entry, "ace-priority"), MatchOf(entry), ActionOf(entry),
