@@ -215,7 +215,8 @@ class DurabilityTest(DaemonTest):
         daemon = self.daemon()
         state = daemon.settings["state_directory"]
         mount = 'mount -t tmpfs -o size=256k tmpfs "$1" && exec "$2"'
-        own_mounts = ["unshare", "--mount", "sh", "-c"]
+        own_user = [] if os.geteuid() == 0 else ["--user", "--map-root-user"]
+        own_mounts = ["unshare", *own_user, "--mount", "sh", "-c"]
         if subprocess.run([*own_mounts, mount, "sh", state, "true"], capture_output=True).returncode:
             self.skipTest("no mount namespace to be had")
         daemon.command = [*own_mounts, mount, "sh", state, *daemon.command]

@@ -1,9 +1,9 @@
 // Does the work of all sessions in short turns on the event loop.
 //
-// Who has work is in a queue of his user. In each turn of the loop the pacer takes as many steps as
-// fit a millisecond, one user after the other; between its turns the loop does everything else. So
-// how long somebody waits grows neither with the work that others have, nor with the number of
-// sessions that one of them opens.
+// There is a queue for each user, of those of the user's sessions that have work. In each turn of
+// the loop the pacer takes as many steps as fit a millisecond, one of each user in turn; between
+// its turns the loop does everything else. So how long somebody waits grows neither with the work
+// that others have, nor with the number of sessions that one of them opens.
 #ifndef HOST_NETCONF_SERVER_PACER_H_
 #define HOST_NETCONF_SERVER_PACER_H_
 

@@ -13,8 +13,9 @@ namespace aclctl {
 namespace {
 
 Failure KernelFailure(int error) {
-  const char* const hint =
-      error == -EPERM ? " (this needs CAP_NET_ADMIN, and no daemon that owns the filters)" : "";
+  const char* const hint = error == -EPERM ? " (this needs CAP_NET_ADMIN, for tables CAP_BPF, too, "
+                                             "and no daemon that owns the filters)"
+                                           : "";
   return {kKernel, std::string("the kernel refused: ") + std::strerror(-error) + hint, {}};
 }
 

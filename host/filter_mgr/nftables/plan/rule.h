@@ -73,7 +73,9 @@ struct Outcome {
 struct Rule {
   std::vector<FieldTest> tests;  // all must hold
   Outcome outcome;
-  bool foreign = false;  // read from the kernel, but none of ours: the same as no rule, not itself
+  // Read from the kernel, and nothing that this back end writes. SameRule() says no for it, even where
+  // it is compared with itself, so that whoever compares replaces it.
+  bool foreign = false;
 };
 
 using RulePtr = std::shared_ptr<const Rule>;
