@@ -1,6 +1,7 @@
 #include "host/findings/analysis.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <map>
 #include <utility>
 
@@ -100,6 +101,7 @@ void Analysis::FindChains() {
     }
     if (!profiles[1].empty()) ports[{profiles[0], profiles[1]}].push_back(interface);
   }
+  const auto alone = static_cast<std::ptrdiff_t>(chains_.size());
   for (auto& [profiles, interfaces] : chains) {
     chains_.push_back(
         {profiles, std::make_shared<const std::vector<std::string>>(std::move(interfaces))});
@@ -108,6 +110,12 @@ void Analysis::FindChains() {
     ports_.push_back({profiles.first, profiles.second,
                       std::make_shared<const std::vector<std::string>>(std::move(interfaces))});
   }
+  // What is found is told in this order.
+  const auto by_interface = [](const auto& a, const auto& b) {
+    return a.interfaces->front() < b.interfaces->front();
+  };
+  std::stable_sort(chains_.begin() + alone, chains_.end(), by_interface);
+  std::stable_sort(ports_.begin(), ports_.end(), by_interface);
 }
 
 void Analysis::LookAtInterfaces() {

@@ -42,7 +42,9 @@ struct Finding {
 };
 
 struct Findings {
-  std::vector<Finding> list;     // by kind, in the order above; the first of each kind
+  // By kind, in the order above; of each kind, what is so wherever a profile is bound, by profile
+  // and entry, and then the rest by interface. The first of each kind.
+  std::vector<Finding> list;
   std::map<Kind, size_t> count;  // how many there are, also of those that are not in the list
   bool complete = true;          // false: a bound of effort was reached before the end
 };

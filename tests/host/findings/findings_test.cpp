@@ -51,6 +51,11 @@ class Checker {
 
   void Check() {
     EXPECT_TRUE(findings_.complete);
+    const auto place = [](const Finding& finding) {
+      return std::pair(finding.kind, finding.interfaces ? finding.interfaces->front() : "");
+    };
+    EXPECT_TRUE(std::is_sorted(findings_.list.begin(), findings_.list.end(),
+                               [&place](auto& a, auto& b) { return place(a) < place(b); }));
     for (const auto& [name, entries] : config_.entries) {
       CheckAlone(entries);
       CheckCovers(entries, false);
