@@ -156,6 +156,8 @@ const EditCase kRefusals[] = {
      "[acl-name='A']", "bound to the interface \"eth0\"", ""},
     {"format_characters", Config(Interface("a%s%n{x}")), kMerge, "invalid-value",
      "interface/interface-name", "\"a%s%n{x}\"", ""},
+    {"long_name", Config(Interface(std::string(65, 'a'))), kMerge, "invalid-value",
+     "interface/interface-name", "an interface name has 1 to 64 characters", ""},
 };
 INSTANTIATE_TEST_SUITE_P(Refusals, EditTest, testing::ValuesIn(kRefusals));
 
