@@ -2,11 +2,26 @@
 #include <libyang/libyang.h>
 
 #include <cstdlib>
+#include <string>
 #include <utility>
 
 #include "host/netconf/operations/operations.h"
 
 namespace host {
+
+namespace {
+
+// Why a commit without a token is refused while another's confirmed commit is ongoing.
+std::string WhyInUse(const ConfirmedCommit& confirmed) {
+  const std::string whose = confirmed.session() == 0
+                                ? " that needs its persist-id: confirm or cancel it first"
+                                : " of session " + std::to_string(confirmed.session()) +
+                                      ", which has to confirm or cancel it first";
+  return "a confirmed commit is ongoing" + whose + ", or wait: it is taken back in " +
+         std::to_string(confirmed.Remaining()) + " s";
+}
+
+}  // namespace
 
 // A commit while a confirmed commit is ongoing confirms or extends it, and so must come from its
 // session, or name its token.
@@ -16,11 +31,7 @@ OperationResult RunCommit(const OperationContext& context, const OperationCall& 
   if (confirmed.ongoing() ? !confirmed.BelongsTo(call.session.id, persist_id)
                           : !persist_id.empty()) {
     return persist_id.empty()
-               ? OperationResult::ProtocolError(
-                     "in-use", confirmed.session() == 0
-                                   ? "a confirmed commit is ongoing that needs its persist-id; "
-                                     "confirm or cancel it first"
-                                   : "a confirmed commit of another session is ongoing")
+               ? OperationResult::ProtocolError("in-use", WhyInUse(confirmed))
                : OperationResult::ProtocolError(
                      "invalid-value", confirmed.ongoing()
                                           ? "the ongoing confirmed commit has another persist-id"

@@ -128,10 +128,14 @@ DatastoreErrors ConfirmedCommit::GoBack(const std::string& why) {
   return {};
 }
 
-Tree ConfirmedCommit::State(const ly_ctx* context) const {
-  if (!ongoing_) return nullptr;
+int64_t ConfirmedCommit::Remaining() const {
   const auto remaining =
       std::chrono::duration_cast<std::chrono::seconds>(until_ - std::chrono::system_clock::now());
+  return std::max<int64_t>(remaining.count(), 0);
+}
+
+Tree ConfirmedCommit::State(const ly_ctx* context) const {
+  if (!ongoing_) return nullptr;
   XmlWriter xml("urn:acl-app:commits");
   xml.Open("confirmed-commit");
   xml.Leaf("commit", commit_);
@@ -139,7 +143,7 @@ Tree ConfirmedCommit::State(const ly_ctx* context) const {
   xml.Leaf("user", user_);
   if (session_ != 0) xml.Leaf("session-id", uint64_t{session_});
   xml.Leaf("until", DateAndTime(MicrosecondsOf(until_), 0));
-  xml.Leaf("remaining", static_cast<uint64_t>(std::max<int64_t>(remaining.count(), 0)));
+  xml.Leaf("remaining", static_cast<uint64_t>(Remaining()));
   xml.Close("confirmed-commit");
   lyd_node* tree = nullptr;
   if (lyd_parse_data_mem(context, xml.Take().c_str(), LYD_XML, LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0,

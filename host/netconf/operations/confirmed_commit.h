@@ -34,6 +34,8 @@ class ConfirmedCommit {
   void Recover();
 
   bool ongoing() const { return ongoing_; }
+  // Whole seconds until what is ongoing is taken back.
+  int64_t Remaining() const;
   // Session that an ongoing commit belongs to; 0 when it belongs to a token.
   uint32_t session() const { return session_; }
   // Whether `session`, which gave `persist_id` (empty: none), may confirm, extend or cancel.
