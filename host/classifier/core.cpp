@@ -2,6 +2,7 @@
 #include "host/classifier/core.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "host/classifier/store_word.h"
 
@@ -14,7 +15,7 @@ constexpr uint32_t kMostRoots = 1U << 20;
 
 bool Classifier::Core::Format() {
   Refusal refusal;
-  if (!memory_->Grow(CLS_CONTROL, 1)) return false;
+  if (memory_->Grow(CLS_CONTROL, 1) != 0) return false;
   memory_->control()->layout = CLS_LAYOUT_VERSION;
   StoreWord(&memory_->control()->generation, generation_);
   return true;
@@ -24,10 +25,10 @@ Root* Classifier::Core::Begin(uint32_t number, Refusal* refusal) {
   const uint32_t have = memory_->capacity(CLS_ROOTS);
   if (number >= have) {
     const uint32_t doubled = std::min(kMostRoots, std::max(number + 1, have * 2));
-    if (number >= kMostRoots ||
-        (!memory_->Grow(CLS_ROOTS, doubled) && !memory_->Grow(CLS_ROOTS, number + 1))) {
-      *refusal = {Refusal::kNoRoom, CLS_ROOTS, uint64_t{number} + 1,
-                  "the classifier has room for " + std::to_string(have) + " roots"};
+    int error = number >= kMostRoots ? -E2BIG : memory_->Grow(CLS_ROOTS, doubled);
+    if (error != 0 && number < kMostRoots) error = memory_->Grow(CLS_ROOTS, number + 1);
+    if (error != 0) {
+      *refusal = NoRoom(CLS_ROOTS, number >= kMostRoots ? kMostRoots : have, number + 1, error);
       return nullptr;
     }
   }

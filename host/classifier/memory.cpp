@@ -1,5 +1,6 @@
 #include "host/classifier/memory.h"
 
+#include <cerrno>
 #include <cstring>
 
 namespace host::classifier {
@@ -33,13 +34,13 @@ size_t ElementSize(cls_array array) { return kElements[array].size; }
 
 const char* ArrayName(cls_array array) { return kElements[array].name; }
 
-bool HeapMemory::Grow(cls_array array, uint32_t capacity) {
-  if (capacity > limit_) return false;
-  if (capacity <= areas_[array].capacity) return true;
+int HeapMemory::Grow(cls_array array, uint32_t capacity) {
+  if (capacity > limit_) return -E2BIG;
+  if (capacity <= areas_[array].capacity) return 0;
   std::vector<Line>& lines = lines_[array];
   lines.resize((capacity * ElementSize(array) + sizeof(Line) - 1) / sizeof(Line));
   areas_[array] = {lines.data(), capacity};
-  return true;
+  return 0;
 }
 
 size_t HeapMemory::bytes() const {

@@ -23,9 +23,10 @@ class Memory {
   virtual ~Memory() = default;
 
   // Makes `array` hold at least `capacity` elements. What it holds stays, and areas() shows the new
-  // place; readers of the old place go on undisturbed. False when that cannot be: nothing has
-  // changed then, and the builder refuses what it needed the room for.
-  virtual bool Grow(cls_array array, uint32_t capacity) = 0;
+  // place; readers of the old place go on undisturbed. 0, or a negative errno when that cannot be
+  // (-E2BIG: the array will never hold so many); nothing has changed then, and the builder refuses
+  // what it needed the room for.
+  virtual int Grow(cls_array array, uint32_t capacity) = 0;
 
   // Returns when all searches that run now have ended. Called rarely: when a root gets new tables
   // for a second time and nothing was reclaimed in between, or when what waits to be reclaimed is
@@ -59,7 +60,7 @@ class Memory {
 class HeapMemory final : public Memory {
  public:
   explicit HeapMemory(uint32_t limit = UINT32_MAX) : limit_(limit) {}
-  bool Grow(cls_array array, uint32_t capacity) override;
+  int Grow(cls_array array, uint32_t capacity) override;
   void WaitForReaders() override {}
   size_t bytes() const;
 

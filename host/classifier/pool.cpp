@@ -26,22 +26,19 @@ uint32_t Pool::Allocate(uint32_t log2, Refusal* refusal) {
 bool Pool::GrowTo(uint64_t wanted, Refusal* refusal) {
   const uint32_t capacity = std::min(memory_->capacity(array_), memory_->capacity(twin_));
   if (wanted <= capacity) return true;
+  int error = 0;
   if (wanted <= limit_) {
     // Twice as much, so that growing is rare; what is wanted alone, where that is not to be had.
     const auto least = static_cast<uint32_t>(wanted);
     const auto doubled = static_cast<uint32_t>(
         std::min<uint64_t>(limit_, std::max<uint64_t>(wanted, uint64_t{capacity} * 2)));
     for (const uint32_t size : {doubled, least}) {
-      if (memory_->Grow(array_, size) && (twin_ == array_ || memory_->Grow(twin_, size))) {
-        return true;
-      }
+      error = memory_->Grow(array_, size);
+      if (error == 0 && twin_ != array_) error = memory_->Grow(twin_, size);
+      if (error == 0) return true;
     }
   }
-  refusal->kind = Refusal::kNoRoom;
-  refusal->array = array_;
-  refusal->wanted = wanted;
-  refusal->text = "the classifier has room for " + std::to_string(std::min(capacity, limit_)) +
-                  " " + ArrayName(array_) + ", " + std::to_string(wanted) + " are needed";
+  *refusal = NoRoom(array_, error == 0 ? limit_ : capacity, wanted, error);
   return false;
 }
 

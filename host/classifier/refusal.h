@@ -18,7 +18,12 @@ struct Refusal {
   cls_array array = CLS_ENTRIES;  // of kNoRoom
   uint64_t wanted = 0;
   std::string text;  // for people, with the numbers
+  int error = 0;     // of kNoRoom: why memory was not given, a negative errno; 0 at a limit
 };
+
+// The array can hold no more than `room`, and `wanted` are needed; or it could not be made to hold
+// them, by `error` of Memory::Grow().
+Refusal NoRoom(cls_array array, uint64_t room, uint64_t wanted, int error);
 
 }  // namespace host::classifier
 

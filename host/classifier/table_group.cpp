@@ -317,10 +317,9 @@ bool TableGroup::Grow(uint32_t number, const cls_key& value, Refusal* refusal) {
     from = to;
     return true;
   }
-  refusal->kind = Refusal::kNoRoom;
-  refusal->array = CLS_SLOTS;
-  refusal->wanted = 1U << (kMostSlots - kLeastSlots);
-  refusal->text = "a table finds no slot for an entry";
+  *refusal = {Refusal::kNoRoom, CLS_SLOTS, 1U << (kMostSlots - kLeastSlots),
+              "an entry finds no slot in a table of " + std::to_string(1U << kMostSlots) +
+                  ", which is the largest there is"};
   return false;
 }
 

@@ -1,6 +1,9 @@
 #include "host/filter_mgr/ebpf/counters.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string>
 
 namespace host {
 
@@ -14,12 +17,21 @@ CounterPool::CounterPool(FilterStore* store, const std::vector<uint32_t>& used) 
   }
 }
 
-bool CounterPool::Take(uint32_t* slot) {
+bool CounterPool::Take(uint32_t* slot, classifier::Refusal* refusal) {
   if (!free_.empty()) {
     *slot = free_.back();
     free_.pop_back();
   } else {
-    if (!store_->GrowCounters(next_ + 1)) return false;
+    const int error = store_->GrowCounters(next_ + 1);
+    if (error != 0) {
+      *refusal = {classifier::Refusal::kNoRoom, CLS_ENTRIES, next_ + 1,
+                  error == -E2BIG ? "there is room for " + std::to_string(store_->most_counters()) +
+                                        " counters on so many processors, more are needed"
+                                  : "there is no memory for more than " + std::to_string(next_) +
+                                        " counters: " + strerror(-error),
+                  error};
+      return false;
+    }
     *slot = next_++;
   }
   store_->ResetCount(*slot);

@@ -16,10 +16,10 @@ class CounterPool final : public CounterSlots {
   // Those of `used` are taken. `store` is not owned.
   CounterPool(FilterStore* store, const std::vector<uint32_t>& used);
 
-  bool Take(uint32_t* slot) override;
+  bool Take(uint32_t* slot, classifier::Refusal* refusal) override;
   void Release(uint32_t slot) override { free_.push_back(slot); }
 
-  // Makes room for `count` more at once, if that can be had.
+  // Makes room for `count` more at once, if that can be had: Take() tells where it cannot.
   void Reserve(size_t count);
   // Gives back slots of entries that have gone out of force: they may still be counted in until a
   // grace period is over.

@@ -4,7 +4,8 @@
 // Preparing a group compares it, entry by entry, with what is in force (root_update.h) and writes
 // what differs into the classifier's arrays, where the program does not see it yet; publishing is
 // one store. What can fail comes first: the arrays grow, and the program is attached to ports that
-// are new, before that store.
+// are new, before that store. Where the kernel is short of memory for that, the group is kept as it
+// was sent, and prepared again until there is some.
 //
 // Filters outlive the process: program, maps and links are pinned (store.h). A process that opens
 // the back end takes them over, and writes nothing if the groups it is given are the ones in force.
@@ -29,6 +30,7 @@
 #include "host/filter_mgr/backend.h"
 #include "host/filter_mgr/backend_names.h"
 #include "host/filter_mgr/ebpf/counters.h"
+#include "host/filter_mgr/ebpf/failure.h"
 #include "host/filter_mgr/ebpf/flush.h"
 #include "host/filter_mgr/ebpf/grace.h"
 #include "host/filter_mgr/ebpf/port_guards.h"
@@ -68,7 +70,9 @@ class EbpfBackend : public Backend {
   const Standing& standing() const override { return standing_; }
   std::vector<int> fds() const override;
   bool Poll() override;
-  bool Pending() const override { return !links_.complete(); }
+  bool Pending() const override {
+    return !links_.complete() || ToBeTried() || !ports_->failed().empty();
+  }
   std::unique_ptr<HitsReading> ReadHits(GroupSlot slot) override;
   std::optional<SearchCost> CostOf(GroupSlot slot) override;
   bool SampleCost(GroupSlot slot, uint32_t* next) override;
@@ -108,15 +112,31 @@ class EbpfBackend : public Backend {
     std::map<uint32_t, RootUpdate> updates;  // by root
   };
 
+  // A group that would be prepared, had the kernel not been short of something.
+  struct Short {
+    SentGroup group;
+    std::string why;
+  };
+
   explicit EbpfBackend(const EbpfOptions& options) : options_(options) {}
   bool Start(std::string* reason);
   bool TakeOver(std::string* reason);
   bool HoldsNothing() const;
   void OpenGuards();
-  FilterMgrError Compare(PreparedGroup* prepared);
+  // Prepares the group, or tells why that cannot be: what is prepared then is as before.
+  Failure Arrange(const SentGroup& group);
+  // Prepares what is pending and not replaced by newer content.
+  Failure ArrangePending();
+  static void LogFailure(const Failure& failure);
+  Failure Compare(PreparedGroup* prepared);
   std::pair<size_t, size_t> ChangedPart(GroupSlot slot, const FiltersCommon::EntryRows& rows) const;
-  FilterMgrError Write(PreparedGroup* prepared);
+  Failure Write(PreparedGroup* prepared);
   void Drop(GroupSlot slot);
+  Failure PutInForce();
+  Standing Wait(const std::string& reason);
+  bool ToBeTried() const;
+  bool TryPending();
+  bool Follow();
   void Commit();
   std::set<std::string> WantedPorts() const;
   bool Refresh();
@@ -137,6 +157,8 @@ class EbpfBackend : public Backend {
   std::set<uint32_t> unreclaimed_;           // roots that hold what an update has removed
   std::array<std::optional<Group>, kGroupSlots> groups_;
   std::array<std::optional<PreparedGroup>, kGroupSlots> prepared_;
+  std::array<std::optional<Short>, kGroupSlots> short_;
+  std::array<std::optional<SentGroup>, kGroupSlots> pending_;
   std::vector<Group> retired_;  // to be given back when there is time
   GracePeriod grace_;
   Standing standing_;

@@ -103,14 +103,14 @@ int FilterMap::Map(size_t id) {
   return 0;
 }
 
-bool FilterMap::MoveTo(void* address) {
+int FilterMap::MoveTo(void* address) {
   const int fixed = address == nullptr ? 0 : MAP_FIXED;
   void* const base =
       mmap(address, bytes_, PROT_READ | PROT_WRITE, MAP_SHARED | fixed, fd_.get(), 0);
-  if (base == MAP_FAILED) return false;
+  if (base == MAP_FAILED) return -errno;
   if (base_ != nullptr && base_ != base) munmap(base_, bytes_);
   base_ = base;
-  return true;
+  return 0;
 }
 
 FilterMap::~FilterMap() {
@@ -127,28 +127,28 @@ const ProgramImage& FilterProgramImage() {
   return image;
 }
 
-Descriptor LoadFilterProgram(const FilterMaps& maps, std::string* reason) {
+Descriptor LoadFilterProgram(const FilterMaps& maps, int* error, std::string* reason) {
   LoadingLog().clear();
   const libbpf_print_fn_t printer = libbpf_set_print(TakeLog);
   LIBBPF_OPTS(bpf_object_open_opts, options, .object_name = "acl_app");
   const ProgramImage& image = FilterProgramImage();
   const std::unique_ptr<bpf_object, ObjectDeleter> object(
       bpf_object__open_mem(image.data, image.size, &options));
-  int error = object == nullptr ? -errno : 0;
-  for (size_t id = 0; id < kMapCount && error == 0; ++id) {
+  *error = object == nullptr ? -errno : 0;
+  for (size_t id = 0; id < kMapCount && *error == 0; ++id) {
     bpf_map* const map = bpf_object__find_map_by_name(object.get(), kMaps[id].name);
-    error = map == nullptr ? -ENOENT : bpf_map__reuse_fd(map, maps[id]->fd());
+    *error = map == nullptr ? -ENOENT : bpf_map__reuse_fd(map, maps[id]->fd());
   }
-  if (error == 0) error = bpf_object__load(object.get());
+  if (*error == 0) *error = bpf_object__load(object.get());
   Descriptor program;
-  if (error == 0) {
+  if (*error == 0) {
     const bpf_program* loaded = bpf_object__find_program_by_name(object.get(), kProgramName);
     program = Descriptor(fcntl(bpf_program__fd(loaded), F_DUPFD_CLOEXEC, 0));
-    if (!program) error = -errno;
+    if (!program) *error = -errno;
   }
   libbpf_set_print(printer);
-  if (error != 0) {
-    *reason = std::string("the filter program cannot be loaded: ") + strerror(-error);
+  if (*error != 0) {
+    *reason = std::string("the filter program cannot be loaded: ") + strerror(-*error);
     if (!LoadingLog().empty()) *reason += " (" + LoadingLog() + ")";
   }
   return program;

@@ -41,10 +41,10 @@ class FilterMap {
   FilterMap(const FilterMap&) = delete;
   FilterMap& operator=(const FilterMap&) = delete;
 
-  // Moves the mapping to `address`, over what is mapped there; null: to a place of its own. False,
-  // and nothing has changed, when that cannot be. Another map's mapping that was there has to
-  // Leave() it.
-  bool MoveTo(void* address);
+  // Moves the mapping to `address`, over what is mapped there; null: to a place of its own. 0, or a
+  // negative errno when that cannot be: nothing has changed then. Another map's mapping that was
+  // there has to Leave() it.
+  int MoveTo(void* address);
   void Leave() { base_ = nullptr; }
 
   int fd() const { return fd_.get(); }
@@ -76,9 +76,9 @@ struct ProgramImage {
 };
 const ProgramImage& FilterProgramImage();
 
-// Loads the program over these maps. None, with the kernel's reason for people in `reason`, when it
-// is refused.
-Descriptor LoadFilterProgram(const FilterMaps& maps, std::string* reason);
+// Loads the program over these maps. None, with a negative errno in `error` and the kernel's reason
+// for people in `reason`, when it is refused.
+Descriptor LoadFilterProgram(const FilterMaps& maps, int* error, std::string* reason);
 
 }  // namespace host
 

@@ -43,14 +43,16 @@ bool FilterPorts::Find(const std::string& port, uint32_t* number) const {
   return true;
 }
 
-bool FilterPorts::NumberOf(const std::string& port, uint32_t* number, std::string* reason) {
+bool FilterPorts::NumberOf(const std::string& port, uint32_t* number, Failure* failure) {
   if (Find(port, number)) return true;
   // No interface can have a longer name; such a port never gets a frame.
   if (port.size() >= kNameSize) return false;
   uint32_t free = 0;
   while (free < names_.size() && !names_[free].empty()) ++free;
-  if (!store_->GrowMap(kMapPortNames, free + 1)) {
-    *reason = "there is no room for the port " + port;
+  const int error = store_->GrowMap(kMapPortNames, free + 1);
+  if (error != 0) {
+    *failure = FailureOf(error, "there is no memory for the names of " + std::to_string(free + 1) +
+                                    " ports: " + strerror(-error));
     return false;
   }
   if (free == names_.size()) names_.emplace_back();
@@ -95,25 +97,36 @@ void FilterPorts::ClearSlot(int interface) {
   }
 }
 
-bool FilterPorts::Fill(const std::map<int, uint32_t>& interfaces) {
+int FilterPorts::Fill(const std::map<int, uint32_t>& interfaces) {
   for (const auto& [interface, root] : interfaces) {
     if (SetSlot(interface, root)) continue;
     // A larger table is empty: all of them again. Interfaces that are to be uncovered soon have no
     // root in it, and until then their frames are dropped.
-    if (!store_->GrowMap(kMapPorts, 2 * store_->config()->port_slots)) return false;
-    return Fill(interfaces);
+    const int error = store_->GrowMap(kMapPorts, 2 * store_->config()->port_slots);
+    return error != 0 ? error : Fill(interfaces);
   }
-  return true;
+  return 0;
 }
 
-bool FilterPorts::Cover(const std::set<std::string>& wanted, std::string* reason) {
+bool FilterPorts::MakeReady(const std::set<std::string>& wanted, Failure* failure) {
   const std::map<int, uint32_t> roots = RootsOf(wanted);
-  failed_.clear();
-  if (!Fill(roots)) {
-    *reason = "the table of interfaces has no room for " + std::to_string(roots.size());
+  int error = Fill(roots);
+  if (error != 0) {
+    *failure =
+        FailureOf(error, "there is no memory for a table of " + std::to_string(roots.size()) +
+                             " interfaces: " + strerror(-error));
     return false;
   }
-  if (!store_->Complete(reason)) return false;
+  std::string reason;
+  error = store_->Complete(&reason);
+  if (error != 0) *failure = FailureOf(error, reason);
+  return error == 0;
+}
+
+bool FilterPorts::Cover(const std::set<std::string>& wanted, Failure* failure) {
+  const std::map<int, uint32_t> roots = RootsOf(wanted);
+  if (!MakeReady(wanted, failure)) return false;
+  failed_.clear();
   const uint32_t program = ProgramId(store_->program());
   const std::map<int, uint32_t> before = hooks_->attached();
   std::map<int, uint32_t> all = before;
@@ -127,8 +140,8 @@ bool FilterPorts::Cover(const std::set<std::string>& wanted, std::string* reason
       continue;
     }
     if (before.count(interface) != 0) {
-      *reason = "the program of interface " + std::to_string(interface) +
-                " cannot be replaced: " + strerror(-error);
+      *failure = FailureOf(error, "the program of interface " + std::to_string(interface) +
+                                      " cannot be replaced: " + strerror(-error));
       return false;
     }
     const auto root = roots.find(interface);

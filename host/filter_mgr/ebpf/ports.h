@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "host/filter_mgr/ebpf/failure.h"
 #include "host/filter_mgr/ebpf/port_guards.h"
 #include "host/filter_mgr/ebpf/port_hooks.h"
 #include "host/filter_mgr/ebpf/store.h"
@@ -30,9 +31,9 @@ class FilterPorts {
 
   // Takes over the ports that the maps name.
   void Adopt();
-  // The number of a port, given to it if need be. False where it has none: without a `reason` when
+  // The number of a port, given to it if need be. False where it has none: without a `failure` when
   // no interface can have such a name, with one when the maps cannot grow.
-  bool NumberOf(const std::string& port, uint32_t* number, std::string* reason);
+  bool NumberOf(const std::string& port, uint32_t* number, Failure* failure);
   // The same for a port that has one; false for others.
   bool Find(const std::string& port, uint32_t* number) const;
   bool Names(const std::string& port) const { return number_of_.count(port) != 0; }
@@ -42,11 +43,14 @@ class FilterPorts {
   const std::string& NameOf(uint32_t number) const { return names_[number]; }
   uint32_t count() const { return static_cast<uint32_t>(names_.size()); }
 
-  // Puts store.program() on the interfaces of the wanted ports, and guards on their names; takes
-  // neither away from any. False, and what failed in `reason`, when the program is not the one on
+  // Makes room for the interfaces of the wanted ports, and the program for the maps as they are.
+  // False, with the failure, when the kernel refuses that; what is in force does not change.
+  bool MakeReady(const std::set<std::string>& wanted, Failure* failure);
+  // Does that, and puts store.program() on the interfaces of the wanted ports, and guards on their
+  // names; takes neither away from any. False, with the failure, when the program is not the one on
   // all interfaces that had one; then nothing new may be published. A port that could not be given
   // one is failed().
-  bool Cover(const std::set<std::string>& wanted, std::string* reason);
+  bool Cover(const std::set<std::string>& wanted, Failure* failure);
   // Takes program, guard and number from ports that are not wanted, and from interfaces that are no
   // port's any more.
   void Uncover(const std::set<std::string>& wanted);
@@ -58,8 +62,8 @@ class FilterPorts {
   bool Covered(const std::string& port) const;
 
  private:
-  // Fills the program's table of interfaces. False when it has no room for them.
-  bool Fill(const std::map<int, uint32_t>& interfaces);
+  // Fills the program's table of interfaces. 0, or a negative errno when it has no room for them.
+  int Fill(const std::map<int, uint32_t>& interfaces);
   bool SetSlot(int interface, uint32_t root);
   void ClearSlot(int interface);
   // The root of each interface that has a wanted port's name.

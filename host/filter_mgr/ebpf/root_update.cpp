@@ -156,10 +156,8 @@ bool RootUpdate::Write(CounterSlots* slots, classifier::Refusal* refusal) {
   for (Wanted& wanted : added_) {
     if (wanted.from) {
       wanted.rule.counter = (*held_)[*wanted.from].counter;
-    } else if (!slots->Take(&wanted.rule.counter)) {
+    } else if (!slots->Take(&wanted.rule.counter, refusal)) {
       Undo(slots);
-      *refusal = {classifier::Refusal::kNoRoom, CLS_ENTRIES, held_->size() + added_.size(),
-                  "there is no room for more counters"};
       return false;
     }
     ++counters_given_;

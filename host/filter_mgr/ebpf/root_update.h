@@ -37,8 +37,8 @@ const void* UnknownIdentity();
 class CounterSlots {
  public:
   virtual ~CounterSlots() = default;
-  // A slot that counts from zero; false when there is no room for one more.
-  virtual bool Take(uint32_t* slot) = 0;
+  // A slot that counts from zero; false, and why, when there is no room for one more.
+  virtual bool Take(uint32_t* slot, classifier::Refusal* refusal) = 0;
   // Gives back a slot that no entry in force has, and none had since the last grace period.
   virtual void Release(uint32_t slot) = 0;
 };

@@ -141,16 +141,17 @@ std::optional<cls_key> Expected(const std::vector<Rule>& l2, const std::vector<R
   return key;
 }
 
-// Maps of the trial's own, with the groups in force on the loopback interface.
-bool MakeMaps(const std::vector<Rule>& l2, const std::vector<Rule>& l3, FilterMaps* maps,
-              std::string* reason) {
+// Maps of the trial's own, with the groups in force on the loopback interface. 0 or a negative
+// errno.
+int MakeMaps(const std::vector<Rule>& l2, const std::vector<Rule>& l3, FilterMaps* maps,
+             std::string* reason) {
   classifier::HeapMemory memory;
   classifier::Classifier tables(&memory);
   classifier::Refusal refusal;
   if (!tables.Format() || !tables.Replace(0, l2.data(), l2.size(), nullptr, &refusal) ||
       !tables.Replace(1, l3.data(), l3.size(), nullptr, &refusal)) {
     *reason = "the tables of its trial cannot be made: " + refusal.text;
-    return false;
+    return -ENOMEM;
   }
   tables.Publish();
   for (size_t id = 0; id < kMapCount; ++id) {
@@ -160,7 +161,7 @@ bool MakeMaps(const std::vector<Rule>& l2, const std::vector<Rule>& l3, FilterMa
     (*maps)[id] = FilterMap::Create(id, capacity, &error);
     if ((*maps)[id] == nullptr) {
       *reason = std::string("the kernel gives no map: ") + strerror(-error);
-      return false;
+      return error;
     }
     if (id < CLS_ARRAYS && memory.capacity(array) != 0) {
       memcpy((*maps)[id]->base(), memory.base(array), memory.capacity(array) * MapElementSize(id));
@@ -169,10 +170,11 @@ bool MakeMaps(const std::vector<Rule>& l2, const std::vector<Rule>& l3, FilterMa
   auto* const config = (*maps)[kMapConfig]->As<filter_config>();
   config->port_slots = 1;
   *(*maps)[kMapPorts]->As<filter_port>() = {kLoopback, 0};
-  return true;
+  return 0;
 }
 
-// What the program makes of the frame: the verdict, and the bytes as they go on. 0 or an errno.
+// What the program makes of the frame: the verdict, and the bytes as they go on. 0 or a negative
+// errno.
 int Run(int program, const std::vector<uint8_t>& bytes, int* verdict, std::vector<uint8_t>* out) {
   __sk_buff context{};
   context.ifindex = kLoopback;
@@ -181,39 +183,40 @@ int Run(int program, const std::vector<uint8_t>& bytes, int* verdict, std::vecto
               .data_size_in = static_cast<uint32_t>(bytes.size()),
               .data_size_out = static_cast<uint32_t>(out->size()), .ctx_in = &context,
               .ctx_size_in = sizeof(context));
-  if (bpf_prog_test_run_opts(program, &run) != 0) return errno;
+  if (bpf_prog_test_run_opts(program, &run) != 0) return -errno;
   *verdict = static_cast<int>(run.retval);
   return 0;
 }
 
 }  // namespace
 
-bool TryFilterProgram(std::string* reason) {
+int TryFilterProgram(std::string* reason) {
   const std::vector<Rule> l2 = L2Rules(), l3 = L3Rules();
   FilterMaps maps;
-  if (!MakeMaps(l2, l3, &maps, reason)) return false;
-  const Descriptor program = LoadFilterProgram(maps, reason);
-  if (!program) return false;
+  int error = MakeMaps(l2, l3, &maps, reason);
+  if (error != 0) return error;
+  const Descriptor program = LoadFilterProgram(maps, &error, reason);
+  if (!program) return error;
   size_t wrong = 0;
   const std::vector<TrialFrame> frames = TrialFrames();
   for (const TrialFrame& frame : frames) {
     std::vector<uint8_t> bytes = frame.Bytes(), out;
     const std::optional<cls_key> expected = Expected(l2, l3, frame.Key());
     int verdict = 0;
-    const int error = Run(program.get(), bytes, &verdict, &out);
+    error = Run(program.get(), bytes, &verdict, &out);
     if (error != 0) {
-      *reason = std::string("the filter program cannot be tried: ") + strerror(error);
-      return false;
+      *reason = std::string("the filter program cannot be tried: ") + strerror(-error);
+      return error;
     }
     if (expected && frame.tagged) bytes[14] = static_cast<uint8_t>(expected->word[1] >> 8);
     const bool right = expected ? verdict == TC_ACT_UNSPEC && out == bytes : verdict == TC_ACT_SHOT;
     if (!right) ++wrong;
   }
-  if (wrong == 0) return true;
+  if (wrong == 0) return 0;
   *reason = "this kernel runs the filter program wrongly: " + std::to_string(wrong) + " of " +
             std::to_string(frames.size()) +
             " frames of a trial were decided otherwise than they should be";
-  return false;
+  return -EPROTO;
 }
 
 }  // namespace host

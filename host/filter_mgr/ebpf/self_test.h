@@ -11,9 +11,10 @@
 
 namespace host {
 
-// Whether the program decides right, on this kernel. False, and why not in `reason`, when it does
-// not, or cannot be tried. Takes some ten milliseconds; leaves nothing in the kernel.
-bool TryFilterProgram(std::string* reason);
+// Whether maps can be made, and the program can be loaded and decides right, on this kernel. 0, or
+// a negative errno (-EPROTO: it decides wrongly) with why not in `reason`. Takes some ten
+// milliseconds; leaves nothing in the kernel.
+int TryFilterProgram(std::string* reason);
 
 }  // namespace host
 

@@ -92,12 +92,13 @@ bool FilterStore::ReserveAddresses() {
   return true;
 }
 
-bool FilterStore::Install(size_t id, std::shared_ptr<FilterMap> map) {
+int FilterStore::Install(size_t id, std::shared_ptr<FilterMap> map) {
   const std::shared_ptr<FilterMap> before = maps_[id];
-  if (map->bytes() > kPlace || !map->MoveTo(place_[id])) return false;
+  const int error = map->bytes() > kPlace ? -E2BIG : map->MoveTo(place_[id]);
+  if (error != 0) return error;
   if (before != nullptr && before != map && before->base() == place_[id]) before->Leave();
   maps_[id] = std::move(map);
-  return true;
+  return 0;
 }
 
 // Takes the edition's maps and program. -EAGAIN when it is not complete, -EPROTO when it is of
@@ -120,7 +121,8 @@ int FilterStore::TakeEdition(const std::string& name) {
   }
   if (maps[CLS_CONTROL]->As<cls_control>()->layout != CLS_LAYOUT_VERSION) return -EPROTO;
   for (size_t id = 0; id < kMapCount; ++id) {
-    if (!Install(id, std::move(maps[id]))) return -ENOMEM;
+    error = Install(id, std::move(maps[id]));
+    if (error != 0) return error;
   }
   // A program of another build has to make room for this one's; it works on the same maps.
   program_ = directory->Get(kProgramPin, &error);
@@ -139,7 +141,8 @@ bool FilterStore::Fresh(std::string* reason) {
     int error = 0;
     auto map = FilterMap::Create(
         id, id == kMapPorts || id >= kMapCounters ? capacity : RoundUp(id, capacity), &error);
-    if (map == nullptr || !Install(id, std::move(map))) {
+    if (map != nullptr) error = Install(id, std::move(map));
+    if (error != 0) {
       *reason = std::string("the kernel gives no map: ") + strerror(-error);
       return false;
     }
@@ -173,62 +176,77 @@ void FilterStore::ShowAreas() {
 
 // Copies all maps, so that those in force are not changed any more. The counters go on to be
 // shared, and what was cached is of no use.
-bool FilterStore::BeginEdition() {
+int FilterStore::BeginEdition() {
+  int error = 0;
   FilterMaps copies;
   for (size_t id = 0; id < kMapCount; ++id) {
     if (id == kMapCounters) continue;
-    int error = 0;
     copies[id] = FilterMap::Create(id, maps_[id]->capacity(), &error);
-    if (copies[id] == nullptr) return false;
+    if (copies[id] == nullptr) return error;
     if (id != kMapCache) memcpy(copies[id]->base(), maps_[id]->base(), maps_[id]->bytes());
   }
+  const FilterMaps before = maps_;
   for (size_t id = 0; id < kMapCount; ++id) {
-    if (copies[id] != nullptr && !Install(id, std::move(copies[id]))) return false;
+    if (copies[id] != nullptr) error = Install(id, std::move(copies[id]));
+    if (error == 0) continue;
+    // Some of the maps would be the program's in force, and some not: back to all of its own.
+    while (id-- > 0) Install(id, before[id]);
+    return error;
   }
   incomplete_ = separate_ = true;
   SetConfig();
-  return true;
+  return 0;
 }
 
-bool FilterStore::GrowMap(size_t id, uint32_t capacity) {
-  if (capacity <= maps_[id]->capacity()) return true;
-  if (!separate_ && !BeginEdition()) return false;
-  int error = 0;
+int FilterStore::GrowMap(size_t id, uint32_t capacity) {
+  if (capacity <= maps_[id]->capacity()) return 0;
+  int error = separate_ ? 0 : BeginEdition();
+  if (error != 0) return error;
   auto larger = FilterMap::Create(id, RoundUp(id, capacity), &error);
-  if (larger == nullptr) return false;
+  if (larger == nullptr) return error;
   if (id != kMapPorts) memcpy(larger->base(), maps_[id]->base(), maps_[id]->bytes());
-  if (!Install(id, std::move(larger))) return false;
+  error = Install(id, std::move(larger));
+  if (error != 0) return error;
   SetConfig();
   ShowAreas();
-  return true;
+  return 0;
 }
 
-bool FilterStore::GrowCounters(uint32_t slots) {
-  if (slots <= counter_slots()) return true;
-  if (!separate_ && !BeginEdition()) return false;
+uint32_t FilterStore::most_counters() const {
+  const size_t most = kPlace / MapElementSize(kMapCounters) / (cpus_ + 1);
+  uint32_t slice = 1;
+  while (slice <= most / 2) slice *= 2;
+  return slice;
+}
+
+int FilterStore::GrowCounters(uint32_t slots) {
+  if (slots <= counter_slots()) return 0;
+  if (slots > most_counters()) return -E2BIG;
+  int error = separate_ ? 0 : BeginEdition();
+  if (error != 0) return error;
   uint32_t slice = counter_slots();
   while (slice < slots) slice *= 2;
-  int error = 0;
   auto larger = FilterMap::Create(kMapCounters, slice * (cpus_ + 1), &error);
-  if (larger == nullptr) return false;
+  if (larger == nullptr) return error;
   const std::shared_ptr<FilterMap> before = maps_[kMapCounters];
   const uint32_t slice_before = counter_slots();
-  if (!Install(kMapCounters, std::move(larger))) return false;
+  error = Install(kMapCounters, std::move(larger));
+  if (error != 0) return error;
   // Nothing counts in the new ones before the program is on them; Settle() fetches the rest.
-  if (counters_before_ == nullptr && program_ && before->MoveTo(nullptr)) {
+  if (counters_before_ == nullptr && program_ && before->MoveTo(nullptr) == 0) {
     counters_before_ = before;
     slice_before_ = slice_before;
   }
   SetConfig();
-  return true;
+  return 0;
 }
 
-bool FilterStore::Complete(std::string* reason) {
-  if (!incomplete_) return true;
-  Descriptor program = LoadFilterProgram(maps_, reason);
-  if (!program) return false;
-  const uint64_t number = separate_ ? edition_ + 1 : edition_;
+int FilterStore::Complete(std::string* reason) {
+  if (!incomplete_) return 0;
   int error = 0;
+  Descriptor program = LoadFilterProgram(maps_, &error, reason);
+  if (!program) return error;
+  const uint64_t number = separate_ ? edition_ + 1 : edition_;
   if (separate_) {
     // What a crash left under this name is not complete.
     error = RemovePins(root_->PathOf(EditionName(number)));
@@ -242,7 +260,7 @@ bool FilterStore::Complete(std::string* reason) {
   if (error == 0) error = directory->Pin(program.get(), kProgramPin);
   if (error != 0) {
     *reason = std::string("the filter program cannot be pinned: ") + strerror(-error);
-    return false;
+    return error;
   }
   config()->program = FilterProgramImage().checksum;
   __atomic_store_n(&config()->complete, 1, __ATOMIC_RELEASE);
@@ -250,7 +268,7 @@ bool FilterStore::Complete(std::string* reason) {
   edition_ = number;
   program_ = std::move(program);
   incomplete_ = separate_ = false;
-  return true;
+  return 0;
 }
 
 void FilterStore::Settle() {

@@ -50,19 +50,20 @@ class FilterStore final : public classifier::Memory {
   // Lets go of what was found to be damaged: it stays in force, and work begins with empty maps.
   bool StartOver(std::string* reason);
 
-  // For the classifier. The arrays that it does not know grow by the same rules.
-  bool Grow(cls_array array, uint32_t capacity) override { return GrowMap(array, capacity); }
+  // For the classifier. The arrays that it does not know grow by the same rules: 0, or a negative
+  // errno (-E2BIG: beyond what a map can be) and nothing has changed.
+  int Grow(cls_array array, uint32_t capacity) override { return GrowMap(array, capacity); }
   void WaitForReaders() override;
-  bool GrowMap(size_t id, uint32_t capacity);
+  int GrowMap(size_t id, uint32_t capacity);
   uint32_t Capacity(size_t id) const { return maps_[id]->capacity(); }
 
   filter_config* config() const { return maps_[kMapConfig]->As<filter_config>(); }
   filter_port* ports() const { return maps_[kMapPorts]->As<filter_port>(); }
   filter_port_name* port_names() const { return maps_[kMapPortNames]->As<filter_port_name>(); }
 
-  // Makes the program for the maps as they are, if need be, and pins both. False, with the reason,
-  // when that is refused; what is in force then stays so.
-  bool Complete(std::string* reason);
+  // Makes the program for the maps as they are, if need be, and pins both. 0, or a negative errno
+  // with the reason when that is refused; what is in force then stays so.
+  int Complete(std::string* reason);
   // The program to attach; -1 before the first Complete().
   int program() const { return program_.get(); }
   // Whether the maps are not yet those of program(): Complete() has to come before publishing.
@@ -77,7 +78,9 @@ class FilterStore final : public classifier::Memory {
   void ResetCount(uint32_t slot);
   // Counters per slice.
   uint32_t counter_slots() const { return config()->counter_slice; }
-  bool GrowCounters(uint32_t slots);
+  int GrowCounters(uint32_t slots);
+  // So many are in a slice at most.
+  uint32_t most_counters() const;
 
   const PinDirectory& links() const { return *links_; }
   // Bytes of all maps.
@@ -86,11 +89,11 @@ class FilterStore final : public classifier::Memory {
  private:
   FilterStore() = default;
   bool ReserveAddresses();
-  // Puts the map in the place of its kind. False when it is too large for that.
-  bool Install(size_t id, std::shared_ptr<FilterMap> map);
+  // Puts the map in the place of its kind. 0, or a negative errno: -E2BIG when it is too large.
+  int Install(size_t id, std::shared_ptr<FilterMap> map);
   bool Fresh(std::string* reason);
   int TakeEdition(const std::string& name);
-  bool BeginEdition();
+  int BeginEdition();
   void SetConfig();
   void ShowAreas();
   void RemoveOthers();

@@ -213,7 +213,7 @@ TEST(ClassifierTest, SwitchesAllRootsAtOnceUnderRunningSearches) {
   if (sizeof(void*) < 8) GTEST_SKIP() << "a generation takes two stores on this machine";
   HeapMemory memory;
   for (int array = 0; array < CLS_ARRAYS; ++array) {  // arrays must not move
-    ASSERT_TRUE(memory.Grow(static_cast<cls_array>(array), 1U << 16));
+    ASSERT_EQ(0, memory.Grow(static_cast<cls_array>(array), 1U << 16));
   }
   Classifier classifier(&memory);
   ASSERT_TRUE(classifier.Format());

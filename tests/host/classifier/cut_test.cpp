@@ -26,7 +26,9 @@ class SharedMemory final : public Memory {
   explicit SharedMemory(char* bytes) {
     for (size_t i = 0; i < CLS_ARRAYS; ++i) areas_[i] = {bytes + i * kArrayBytes, kElements};
   }
-  bool Grow(cls_array /*array*/, uint32_t capacity) override { return capacity <= kElements; }
+  int Grow(cls_array /*array*/, uint32_t capacity) override {
+    return capacity <= kElements ? 0 : -E2BIG;
+  }
   void WaitForReaders() override {}
 };
 

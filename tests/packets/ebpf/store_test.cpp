@@ -32,7 +32,7 @@ class StoreTest : public ::testing::Test {
 
   void Complete() {
     std::string reason;
-    ASSERT_TRUE(store_->Complete(&reason)) << reason;
+    ASSERT_EQ(0, store_->Complete(&reason)) << reason;
   }
 
   // Makes loopback a port without entries.
@@ -105,7 +105,7 @@ TEST_F(StoreTest, GrowsInAnotherEditionAndKeepsCounts) {
   ASSERT_NE(nullptr, entry);
   entry->counter = 77;
   const uint32_t entries = store_->Capacity(CLS_ENTRIES);
-  ASSERT_TRUE(store_->Grow(CLS_ENTRIES, entries + 1));
+  ASSERT_EQ(0, store_->Grow(CLS_ENTRIES, entries + 1));
   EXPECT_TRUE(store_->incomplete());
   EXPECT_LT(entries, store_->capacity(CLS_ENTRIES));
   EXPECT_EQ(entry, store_->At<cls_entry>(CLS_ENTRIES, 5)) << "pointers stay valid";
@@ -114,7 +114,7 @@ TEST_F(StoreTest, GrowsInAnotherEditionAndKeepsCounts) {
   store_->ports()[kLoopback] = {};
   EXPECT_TRUE(RunProgram(store_->program(), kLoopback, AllFrames()[0]).passed);
   EXPECT_EQ(first, ProgramId(store_->program()));
-  ASSERT_TRUE(store_->GrowCounters(store_->counter_slots() + 1));
+  ASSERT_EQ(0, store_->GrowCounters(store_->counter_slots() + 1));
   Complete();
   EXPECT_FALSE(RunProgram(store_->program(), kLoopback, AllFrames()[0]).passed);
   EXPECT_EQ(2u, editions());
