@@ -64,8 +64,10 @@ bool EbpfBackend::Start(std::string* reason) {
     *reason = std::string("interfaces cannot be read: ") + strerror(-error);
     return false;
   }
-  // What is in force is this build's: it was tried when it was loaded.
-  if (store_->incomplete() && TryFilterProgram(reason) != 0) return false;
+  // Also where all that is needed is in force already: what cannot be made any more cannot grow,
+  // and another back end should take over before that is needed. A shortage passes.
+  error = TryFilterProgram(reason);
+  if (error != 0 && (store_->incomplete() || !IsPassing(error))) return false;
   if (!TakeOver(reason) || store_->Complete(reason) != 0) return false;
   const auto method =
       options_.links ? PortHooks::Probe(store_->program()) : PortHooks::Method::kClassifier;

@@ -120,5 +120,21 @@ TEST_F(ShortageTest, WhatLastsIsRefusedByItsCause) {
   }
 }
 
+TEST_F(ShortageTest, WhoCannotGrowDoesNotTakeOver) {
+  for (Fault* fault : {&load_fault, &map_fault}) {
+    Grow(fault, {});
+    ebpf_.reset();
+    *fault = {EPERM, 0};
+    std::string reason;
+    EXPECT_EQ(nullptr, EbpfBackend::Open(options_, &reason));
+    EXPECT_NE(std::string::npos, reason.find(strerror(EPERM))) << reason;
+    *fault = {ENOMEM, 0};
+    Open();
+    EXPECT_EQ(1u, ebpf_->Left()) << "in force all the time, and a shortage passes";
+    ExpectAsReference({&l2_, &large_}, 1, frames_);
+    *fault = {};
+  }
+}
+
 }  // namespace
 }  // namespace host
