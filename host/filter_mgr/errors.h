@@ -9,7 +9,7 @@ enum FilterMgrError : int {
   FILTER_MGR_OK = 0,
   FILTER_MGR_ERR_EXISTS = 1,         // createGroup: the group is known already
   FILTER_MGR_ERR_INVALID_GROUP = 2,  // no valid type or stage, or a second group of a type
-  FILTER_MGR_ERR_CAPACITY = 3,       // more entries than a group holds
+  FILTER_MGR_ERR_CAPACITY = 3,       // more entries than there is room for; the log has the numbers
   FILTER_MGR_ERR_UNSUPPORTED = 4,    // an entry that cannot be enforced exactly; the log names it
   FILTER_MGR_ERR_PRIVILEGE = 5,      // the process may not change the kernel's filters
   FILTER_MGR_ERR_KERNEL = 6,         // the kernel refused; the log names the port and the entry
@@ -23,7 +23,7 @@ inline const char* FilterMgrErrorText(FilterMgrError error) {
       "in force",
       "the group exists already",
       "no valid type or stage, or a second group of its type",
-      "more entries than a group holds",
+      "more entries than there is room for",
       "an entry that cannot be enforced exactly",
       "the daemon may not change the kernel's filters",
       "the kernel refused",
