@@ -1,6 +1,7 @@
 // The operational state.
 #include "host/cdb/operational_store.h"
 
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -64,6 +65,9 @@ const lyd_node* OperationalStore::Create(const lyd_node* parent, const lysc_node
 }
 
 bool OperationalStore::Change(const lyd_node* leaf, const char* value, std::string* error) {
+  // Most of what is written after each commit says what is there, and to parse it would take
+  // longer.
+  if ((leaf->flags & LYD_DEFAULT) == 0 && std::strcmp(lyd_get_value(leaf), value) == 0) return true;
   ly_err_clean(const_cast<ly_ctx*>(context_), nullptr);
   const LY_ERR result = lyd_change_term(const_cast<lyd_node*>(leaf), value);
   const bool same = result == LY_EEXIST || result == LY_ENOT;

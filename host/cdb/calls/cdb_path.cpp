@@ -92,6 +92,12 @@ size_t KeyCount(const CdbNode& node) { return node.is(LYS_LEAFLIST) ? 1 : node.k
 const lyd_node* FindEntry(const CdbNode& node, const std::vector<std::string>& keys,
                           const lyd_node* siblings) {
   if (siblings == nullptr) return nullptr;
+  // Among few entries with one key it is found by its text, without reading that as a value.
+  constexpr int kFewEntries = 4;
+  const lyd_node* entry = node.is(LYS_LIST) && node.key_count == 1 ? siblings : nullptr;
+  for (int looked = 0; entry != nullptr && looked < kFewEntries; entry = entry->next, ++looked) {
+    if (entry->schema == node.schema && TextOf(lyd_child(entry)) == keys[0]) return entry;
+  }
   lyd_node* match = nullptr;
   LY_ERR result = LY_EINVAL;
   if (node.is(LYS_LEAFLIST)) {
