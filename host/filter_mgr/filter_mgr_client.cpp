@@ -206,6 +206,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
  private:
   static constexpr char kPart[] = "filters", kGroupsPart[] = "groups";  // of the status board
   static constexpr std::chrono::milliseconds kQuiet{20};  // no commit is likely to follow at once
+  static constexpr std::chrono::milliseconds kStep{1};    // from some nodes to the next ones
   static constexpr size_t kNodesAtOnce = 1024;            // some 50 us
   static constexpr char kTrace[] = "trace", kGetHits[] = "get-hits";  // operations
 
@@ -264,7 +265,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
   void Tidy() {
     tidy_.reset();
     if (!FiltersCommon::SpareNodes::OfThread().TakeApart(kNodesAtOnce)) return;
-    tidy_ = loop_->Soon([this] { Tidy(); });
+    tidy_ = loop_->After(kStep, [this] { Tidy(); });
   }
 
   // Ports that are filtered at the start, and that this process could change. Nothing that is kept

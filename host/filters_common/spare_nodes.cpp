@@ -1,5 +1,6 @@
 #include "host/filters_common/spare_nodes.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <iterator>
 #include <utility>
@@ -51,18 +52,19 @@ SpareNodes& SpareNodes::OfThread() {
 }
 
 void SpareNodes::Keep(Entries::node_type node) {
-  if (size_ == kMost) return;
-  node.mapped() = FiltersEntry(0);
+  if (size() >= kMost) return;
   nodes_.push_back(std::move(node));
-  ++size_;
 }
 
 void SpareNodes::KeepAll(Entries* entries) {
-  if (entries->empty() || entries->size() > kMost) return;
-  size_ += entries->size();
+  for (; size() + entries->size() > kMost && !nodes_.empty(); nodes_.pop_back()) continue;
+  empty_ = std::min(empty_, nodes_.size());
+  if (size() >= kMost) return;
+  while (size() + entries->size() > kMost) entries->erase(std::prev(entries->end()));
+  if (entries->empty()) return;
+  if (entries->size() >= kLarge && dismantler_.Add(entries)) return;
+  in_maps_ += entries->size();
   maps_.push_back(std::move(*entries));
-  for (; size_ > kMost && !nodes_.empty(); --size_) nodes_.pop_back();
-  for (; size_ > kMost; maps_.pop_front()) size_ -= maps_.front().size();
 }
 
 const FiltersEntry& SpareNodes::Insert(const FiltersEntry& entry, Entries::iterator hint,
@@ -74,36 +76,41 @@ const FiltersEntry& SpareNodes::Insert(const FiltersEntry& entry, Entries::itera
 }
 
 SpareNodes::Entries::node_type SpareNodes::Take() {
-  if (size_ == 0) MakeSome();
-  --size_;
+  if (nodes_.empty()) dismantler_.Take(&nodes_);
   if (!nodes_.empty()) {
     Entries::node_type node = std::move(nodes_.back());
     nodes_.pop_back();
+    empty_ = std::min(empty_, nodes_.size());
     return node;
   }
+  if (maps_.empty()) FindMap();
   Entries& oldest = maps_.front();
   Entries::node_type node = oldest.extract(oldest.begin());
+  --in_maps_;
   if (oldest.empty()) maps_.pop_front();
   return node;
 }
 
-void SpareNodes::MakeSome() {
-  Entries made;
-  {
+void SpareNodes::FindMap() {
+  Entries map = dismantler_.TakeBack();
+  if (map.empty()) {
     const OwnArena arena;
-    for (unsigned short i = 0; i < kSome; ++i) made.emplace_hint(made.end(), i, FiltersEntry(0));
+    for (unsigned short i = 0; i < kSome; ++i) map.emplace_hint(map.end(), i, FiltersEntry(0));
   }
-  KeepAll(&made);
+  in_maps_ += map.size();
+  maps_.push_back(std::move(map));
 }
 
 bool SpareNodes::TakeApart(size_t most) {
   for (; most > 0 && !maps_.empty(); --most) {
     Entries& newest = maps_.back();
-    --size_;  // Keep() counts it again
-    Keep(newest.extract(std::prev(newest.end())));
+    nodes_.push_back(newest.extract(std::prev(newest.end())));
+    --in_maps_;
     if (newest.empty()) maps_.pop_back();
   }
-  return !maps_.empty();
+  if (empty_ == nodes_.size()) dismantler_.Take(&nodes_);
+  for (; most > 0 && empty_ < nodes_.size(); --most) nodes_[empty_++].mapped() = FiltersEntry(0);
+  return size() > empty_;
 }
 
 }  // namespace FiltersCommon
