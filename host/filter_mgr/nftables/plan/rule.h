@@ -73,8 +73,8 @@ struct Outcome {
 struct Rule {
   std::vector<FieldTest> tests;  // all must hold
   Outcome outcome;
-  // Read from the kernel, and nothing that this back end writes. SameRule() says no for it, even where
-  // it is compared with itself, so that whoever compares replaces it.
+  // Read from the kernel, and nothing that this back end writes. SameRule() says no for it, even
+  // where it is compared with itself, so that whoever compares replaces it.
   bool foreign = false;
 };
 
