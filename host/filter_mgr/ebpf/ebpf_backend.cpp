@@ -15,9 +15,6 @@
 namespace host {
 namespace {
 
-using FiltersCommon::FiltersEntry;
-using FiltersCommon::FiltersGroup;
-
 // A number for the network namespace that no other one has since the machine has started.
 uint64_t NamespaceCookie() {
   constexpr int kNetnsCookie = 71;  // SO_NETNS_COOKIE, newer than some headers
@@ -336,6 +333,8 @@ bool EbpfBackend::Poll() {
 // something is left to be tried.
 bool EbpfBackend::Follow() {
   const std::set<std::string> changed = links_.Update();
+  // What is foreign is replaced whole, when both groups are known; the new tables are empty so far.
+  if (foreign_) return true;
   const std::vector<std::string> lost = LostPorts();
   if (changed.empty() && lost.empty() && ports_->failed().empty()) return true;
   for (const std::string& name : changed) {

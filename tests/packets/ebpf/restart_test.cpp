@@ -124,6 +124,11 @@ TEST_P(RestartTest, TablesOfAnotherLayoutAreReplacedWhole) {
   EXPECT_EQ(2u, ebpf_->Left());
   ASSERT_EQ(FILTER_MGR_OK, ebpf_->Prepare(after[0]));
   EXPECT_EQ(Standing::kPending, ebpf_->Publish().state) << "the other group is not known yet";
+  const auto attached = [] { return PacketLab::Output("tc filter show dev p1 ingress"); };
+  const std::string before_poll = attached();
+  AddPort("p3");
+  ebpf_->Poll();
+  EXPECT_EQ(before_poll, attached()) << "the new tables are empty yet, and would drop all frames";
   ASSERT_EQ(FILTER_MGR_OK, ebpf_->Prepare(after[1]));
   EXPECT_EQ(Standing::kInForce, ebpf_->Publish().state);
   EXPECT_TRUE(InForce(after));
