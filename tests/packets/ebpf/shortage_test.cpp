@@ -1,5 +1,6 @@
 // A kernel that gives no maps or programs: what passes is tried again, what lasts is refused, and
 // what is in force stays so.
+#include <bpf/bpf.h>
 #include <bpf/libbpf.h>
 #include <dlfcn.h>
 
