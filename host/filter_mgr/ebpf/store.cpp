@@ -75,9 +75,12 @@ std::unique_ptr<FilterStore> FilterStore::Open(const std::string& directory, std
 }
 
 FilterStore::~FilterStore() {
-  maps_ = {};
-  for (void* place : place_) {
-    if (place != nullptr) munmap(place, kPlace);
+  for (size_t id = 0; id < kMapCount; ++id) {
+    if (place_[id] == nullptr) continue;
+    // The place goes whole. Where the map went first, it would leave a hole, which another thread
+    // may have mapped something into by then.
+    if (maps_[id] != nullptr && maps_[id]->base() == place_[id]) maps_[id]->Leave();
+    munmap(place_[id], kPlace);
   }
 }
 
