@@ -12,7 +12,7 @@ using namespace FiltersCommon;  // NOLINT
 
 TEST(EntryTextTest, HasEachLeafWithTheBitsThatAreCompared) {
   const ether_addr mac = {{0x02, 0xa1, 0xb2, 0xc3, 0xd4, 0xe5}};
-  const ether_addr ignored = {{0, 0x0f, 0xf0, 0xff, 0x55, 0x81}};
+  const ether_addr ignored = {{0x80, 0x0f, 0xf0, 0xff, 0x55, 0x81}};
   FiltersEntry entry(0);
   EXPECT_EQ("any frame: no action", EntryText(entry));
   entry.setAction(ActionDeny());
@@ -32,7 +32,7 @@ TEST(EntryTextTest, HasEachLeafWithTheBitsThatAreCompared) {
   EXPECT_EQ(
       "vlan 4094, ethertype 0x0806, destination-mac-address 02:a1:b2:c3:d4:e5, "
       "destination-port 65535, source-mac-address 02:a1:b2:c3:d4:e5, "
-      "source-mac-address-mask ff:f0:0f:00:aa:7e, source-ipv4-address 10.0.0.1, "
+      "source-mac-address-mask 7f:f0:0f:00:aa:7e, source-ipv4-address 10.0.0.1, "
       "destination-ipv4-address 255.255.255.255/255.255.254.255, pcp 7, ip-protocol 17, tos 255: "
       "deny, set-pcp 5",
       EntryText(entry));
