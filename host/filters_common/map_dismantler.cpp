@@ -1,12 +1,11 @@
 #include "host/filters_common/map_dismantler.h"
 
-#include <pthread.h>
 #include <sys/resource.h>
 
-#include <csignal>
 #include <iterator>
-#include <system_error>
 #include <utility>
+
+#include "host/runtime/worker_thread.h"
 
 namespace FiltersCommon {
 namespace {
@@ -35,15 +34,7 @@ MapDismantler::~MapDismantler() {
 
 bool MapDismantler::Add(Entries* map) {
   if (!thread_.joinable()) {
-    // Signals are the event loop's business.
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    try {
-      thread_ = std::thread([this] { Run(); });
-    } catch (const std::system_error&) {  // there are too many
-    }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    thread_ = host::StartWorker([this] { Run(); });
     if (!thread_.joinable()) return false;
   }
   {

@@ -1,19 +1,17 @@
 #include "host/search_cost/cost_estimate.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <csignal>
-#include <exception>
 #include <map>
 #include <new>
+#include <string>
 #include <utility>
 
 #include "host/classifier/classifier.h"
 #include "host/filter_mgr/ebpf/program/shared.h"
 #include "host/runtime/log.h"
+#include "host/runtime/worker_thread.h"
 
 namespace host {
 namespace {
@@ -146,18 +144,12 @@ CostWorker::~CostWorker() {
 
 void CostWorker::Add(std::shared_ptr<Job> job) {
   if (!thread_.joinable()) {
-    // Signals are the event loop's business.
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    try {
-      thread_ = std::thread([this] { Run(); });
-    } catch (const std::exception& failure) {
-      Log(LogLevel::kWarning, "what a configuration would cost is not found out: %s",
-          failure.what());
+    std::string why;
+    thread_ = StartWorker([this] { Run(); }, &why);
+    if (!thread_.joinable()) {
+      Log(LogLevel::kWarning, "what a configuration would cost is not found out: %s", why.c_str());
+      return job->End();
     }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    if (!thread_.joinable()) return job->End();
   }
   const std::lock_guard<std::mutex> lock(mutex_);
   jobs_.push_back(std::move(job));
