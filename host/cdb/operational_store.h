@@ -9,6 +9,7 @@
 
 #include "host/cdb/datastore.h"
 #include "host/cdb/schema/yang_tree.h"
+#include "host/cdb/written_state.h"
 #include "host/runtime/state_providers.h"
 
 namespace host {
@@ -17,23 +18,8 @@ class OperationalStore {
  public:
   static std::unique_ptr<OperationalStore> Create(const ly_ctx* context);
 
-  // What was written, null when nothing is. Valid until the next write.
-  const lyd_node* Written() const { return written_.get(); }
-
-  // Creates a node of `schema` below `parent`, a written one (null: at the top). `content` is the
-  // value of a leaf or leaf-list element, the predicates of all keys of a list entry, null for
-  // others. Null with the reason in `error` when the schema refuses it.
-  const lyd_node* Create(const lyd_node* parent, const lysc_node* schema, const char* content,
-                         std::string* error);
-  // Gives a written leaf another value. False with the reason in `error` when the schema refuses
-  // it.
-  bool Change(const lyd_node* leaf, const char* value, std::string* error);
-  // Deletes a written node with all below it; false when it is not part of what was written.
-  bool Delete(const lyd_node* node);
-  // Grows with every change of what was written.
-  uint64_t generation() const { return generation_; }
-  // Grows whenever nodes go: until then a pointer to a written node stays good.
-  uint64_t losses() const { return losses_; }
+  // What the process writes.
+  WrittenState& written() { return written_; }
 
   // Where the state comes from that is built on demand. Until it is set there is none.
   void SetProviders(std::shared_ptr<StateProviders> providers) {
@@ -48,16 +34,13 @@ class OperationalStore {
   // the reason in `errors`, when a part of it cannot be built, or is only given in pieces and these
   // are more than what others may have to wait for.
   using Wanted = std::function<bool(const std::string& module, const std::string& node)>;
-  Tree Read(const Wanted& wanted, DatastoreErrors* errors) const;
+  Tree Read(const Wanted& wanted, DatastoreErrors* errors);
 
  private:
-  explicit OperationalStore(const ly_ctx* context) : context_(context) {}
-
-  bool Succeeded(LY_ERR result, std::string* error) const;
+  explicit OperationalStore(const ly_ctx* context) : context_(context), written_(context) {}
 
   const ly_ctx* context_;
-  Tree written_;
-  uint64_t generation_ = 1, losses_ = 1;
+  WrittenState written_;
   std::shared_ptr<StateProviders> providers_;
 };
 

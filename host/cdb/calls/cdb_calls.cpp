@@ -23,19 +23,15 @@ int Refuse(const std::string& why) {
 }
 
 // A path with its arguments put in. Short ones need no allocation, and those that are there as a
-// whole no formatting, which would take as long as most calls.
+// whole, or take texts alone, no formatting, which would take as long as most calls.
 class FormattedPath {
  public:
   FormattedPath(const char* format, va_list arguments) {
-    if (std::strcmp(format, "%s") == 0) {
-      va_list whole;
-      va_copy(whole, arguments);
-      const char* const path = va_arg(whole, const char*);
-      va_end(whole);
-      if (path != nullptr) text_ = path;
-      if (path != nullptr) return;
-    }
-    va_list again;
+    va_list texts, again;
+    va_copy(texts, arguments);
+    const bool done = TakeTexts(format, texts);
+    va_end(texts);
+    if (done) return;
     va_copy(again, arguments);
     const int length = std::vsnprintf(short_, sizeof(short_), format, arguments);
     if (length >= static_cast<int>(sizeof(short_))) {
@@ -51,6 +47,32 @@ class FormattedPath {
   std::string_view text() const { return text_; }
 
  private:
+  // False where something else than texts is to be put in, or all of it is not short.
+  bool TakeTexts(const char* format, va_list arguments) {
+    size_t size = 0;
+    const auto append = [this, &size](const char* text, size_t length) {
+      if (length > sizeof(short_) - size) return false;
+      std::memcpy(short_ + size, text, length);
+      size += length;
+      return true;
+    };
+    for (const bool whole = std::strcmp(format, "%s") == 0;; format += 2) {
+      const char* const plain = format;
+      format = strchrnul(format, '%');
+      if (!append(plain, static_cast<size_t>(format - plain))) return false;
+      if (*format == '\0') break;
+      const char* const text = format[1] == 's' ? va_arg(arguments, const char*) : nullptr;
+      if (text == nullptr) return false;
+      if (whole) {
+        text_ = text;
+        return true;
+      }
+      if (!append(text, std::strlen(text))) return false;
+    }
+    text_ = std::string_view(short_, size);
+    return true;
+  }
+
   char short_[512];
   std::string long_;
   std::string_view text_;
@@ -107,7 +129,7 @@ int GetLeafList(const Target& target, confd_value_t* value) {
   const CdbNode& node = *target.steps->back().node;
   const lyd_node* siblings = SiblingsOf(*target.steps, target.tree);
   if (siblings == nullptr) return Absent(target);
-  const auto& elements = target.tree.index->Entries(node, siblings);
+  const auto& elements = target.tree.index->Entries(node, siblings, target.tree.written != nullptr);
   value->type = C_LIST;
   value->val.list.size = static_cast<unsigned int>(elements.size());
   value->val.list.ptr = static_cast<confd_value_t*>(
@@ -136,9 +158,18 @@ int NumInstances(int sock, std::string_view path) {
   if (target.steps->empty() || target.steps->back().is_entry ||
       !target.steps->back().node->is(LYS_LIST))
     return Refuse(target.Path() + " is no list");
+  const CdbNode& list = *target.steps->back().node;
   const lyd_node* siblings = SiblingsOf(*target.steps, target.tree);
-  if (siblings == nullptr) return 0;
-  const size_t count = target.tree.index->Entries(*target.steps->back().node, siblings).size();
+  size_t count = 0;
+  if (target.tree.written == nullptr) {
+    // Whoever asks reads them next, by position.
+    if (siblings != nullptr) count = target.tree.index->Entries(list, siblings, false).size();
+  } else {
+    while ((siblings = EntryFrom(siblings, list, target.tree)) != nullptr) {
+      siblings = siblings->next;
+      ++count;
+    }
+  }
   return count <= INT_MAX ? static_cast<int>(count) : Refuse("too many entries");
 }
 
@@ -163,7 +194,7 @@ bool Writable(const Target& target) {
 int Write(const Target& target, const char* text) {
   if ((target.steps->back().node->schema->flags & LYS_CONFIG_R) == 0)
     return Refuse(target.Path() + " is configuration, only state can be written");
-  OperationalStore& store = target.service->datastore().Operational();
+  WrittenState& written = target.service->datastore().Operational().written();
   std::string error;
   const lyd_node* last = nullptr;   // so far down the path
   const lyd_node* first = nullptr;  // that was not there
@@ -172,20 +203,13 @@ int Write(const Target& target, const char* text) {
       last = step.data;
       continue;
     }
-    std::string content = step.node->is(LYS_LEAFLIST) ? step.keys[0] : "";
-    if (step.node->is(LYS_LIST) && !AppendPredicates(*step.node, step.keys, &content)) {
-      error = "a key has both kinds of quotes";
-      last = nullptr;
-    } else {
-      const char* const value = step.node->is(LYS_LEAF) ? text : content.c_str();
-      last = store.Create(last, step.node->schema, value, &error);
-    }
+    last = written.Create(last, step.node->schema, step.keys, text, &error);
     if (last == nullptr) break;
     if (first == nullptr) first = last;
   }
   const bool changes = first == nullptr && last != nullptr && text != nullptr;
-  if (last != nullptr && (!changes || store.Change(last, text, &error))) return CONFD_OK;
-  if (first != nullptr) store.Delete(first);
+  if (last != nullptr && (!changes || written.Change(last, text, &error))) return CONFD_OK;
+  if (first != nullptr) written.Delete(first);
   return Refuse(error);
 }
 
@@ -215,13 +239,16 @@ int Delete(int sock, std::string_view path) {
   const Target target(sock, path);
   if (!Writable(target)) return CONFD_ERR;
   const PathStep& step = target.steps->back();
-  OperationalStore& store = target.service->datastore().Operational();
-  if (step.data != nullptr) return store.Delete(step.data) ? CONFD_OK : Absent(target);
+  WrittenState& written = target.service->datastore().Operational().written();
+  if (step.data != nullptr) return written.Delete(step.data) ? CONFD_OK : Absent(target);
   if (step.is_entry || !step.node->is(LYS_LIST)) return Absent(target);
-  const lyd_node* siblings = SiblingsOf(*target.steps, target.tree);
-  if (siblings == nullptr) return CONFD_OK;
-  const auto entries = target.tree.index->Entries(*step.node, siblings);
-  for (const lyd_node* entry : entries) store.Delete(entry);
+  std::vector<const lyd_node*> entries;
+  const lyd_node* entry = SiblingsOf(*target.steps, target.tree);
+  while ((entry = EntryFrom(entry, *step.node, target.tree)) != nullptr) {
+    entries.push_back(entry);
+    entry = entry->next;
+  }
+  for (const lyd_node* doomed : entries) written.Delete(doomed);
   return CONFD_OK;
 }
 

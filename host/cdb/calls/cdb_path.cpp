@@ -67,22 +67,6 @@ bool ReadKeys(std::string_view path, size_t* at, size_t count, std::vector<std::
   return i < path.size();
 }
 
-// The canonical text of a key; empty optional text in `why` when the key is none.
-bool CheckKey(const CdbNode& node, std::string* key, std::string* why) {
-  int32_t number = 0;
-  const auto parsed = std::from_chars(key->data(), key->data() + key->size(), number);
-  const bool is_number = parsed.ec == std::errc() && parsed.ptr == key->data() + key->size();
-  for (const auto& [name, value] : node.enums) {
-    if (name == *key) return true;
-    if (is_number && value == number) {
-      *key = name;
-      return true;
-    }
-  }
-  *why = WhyNotValue(node.schema, *key);
-  return why->empty();
-}
-
 const CdbNode& KeyNode(const CdbNode& node, size_t i) {
   return node.is(LYS_LEAFLIST) ? node : *node.children[i];
 }
@@ -104,7 +88,7 @@ const lyd_node* FindEntry(const CdbNode& node, const std::vector<std::string>& k
     result = lyd_find_sibling_val(siblings, node.schema, keys[0].c_str(), keys[0].size(), &match);
   } else {
     std::string predicates;
-    if (!AppendPredicates(node, keys, &predicates)) return nullptr;
+    if (!AppendPredicates(node.schema, keys, &predicates)) return nullptr;
     result =
         lyd_find_sibling_val(siblings, node.schema, predicates.c_str(), predicates.size(), &match);
   }
@@ -131,21 +115,8 @@ const lyd_node* SiblingsAt(const PathSteps& steps, size_t i, const PathTree& tre
 
 }  // namespace
 
-bool AppendPredicates(const CdbNode& node, const std::vector<std::string>& keys,
-                      std::string* text) {
-  for (size_t i = 0; i < keys.size(); ++i) {
-    const bool single = keys[i].find('\'') == std::string::npos;
-    if (!single && keys[i].find('"') != std::string::npos) return false;
-    const char quote = single ? '\'' : '"';
-    *text += '[';
-    *text += node.is(LYS_LEAFLIST) ? "." : node.children[i]->name;
-    *text += '=';
-    *text += quote + keys[i] + quote + "]";
-  }
-  return true;
-}
-
-const std::vector<const lyd_node*>& ListIndex::Entries(const CdbNode& list, const lyd_node* first) {
+const std::vector<const lyd_node*>& ListIndex::Entries(const CdbNode& list, const lyd_node* first,
+                                                       bool written) {
   const auto [found, is_new] = entries_.try_emplace(Key{first, &list});
   std::vector<const lyd_node*>& entries = found->second;
   if (!is_new) return entries;
@@ -156,7 +127,7 @@ const std::vector<const lyd_node*>& ListIndex::Entries(const CdbNode& list, cons
   Values keys;
   std::vector<Keyed> keyed;
   for (const lyd_node* node = first; node != nullptr; node = node->next) {
-    if (node->schema != list.schema) continue;
+    if (node->schema != list.schema || (written && !WrittenState::IsThere(node))) continue;
     const size_t from = keys.all().size();
     AddKeysOf(list, node, &keys);
     keyed.push_back({from, keys.all().size(), node});
@@ -310,6 +281,13 @@ bool PathResolver::Parse(std::string_view path, size_t at, const PathTree& tree,
 void PathResolver::Locate(size_t count, const PathTree& tree) {
   for (; located_ < count; ++located_) {
     PathStep& step = steps_[located_];
+    if (tree.written != nullptr) {
+      const lyd_node* parent = located_ > 0 ? steps_[located_ - 1].data : nullptr;
+      const bool is_list = step.node->is(LYS_LIST | LYS_LEAFLIST) && !step.is_entry;
+      const bool may_be = (located_ == 0 || parent != nullptr) && !is_list;
+      step.data = may_be ? tree.written->Find(parent, step.node->schema, step.keys) : nullptr;
+      continue;
+    }
     const lyd_node* siblings = SiblingsAt(steps_, located_, tree);
     if (step.is_entry) {
       step.data = FindEntry(*step.node, step.keys, siblings);
@@ -353,6 +331,28 @@ bool PathResolver::AddKeys(std::string_view path, size_t* at, std::string* error
   return true;
 }
 
+// Makes a key's text the canonical one; false, with the reason in `why`, when it is none.
+bool PathResolver::CheckKey(const CdbNode& node, std::string* key, std::string* why) {
+  int32_t number = 0;
+  const auto parsed = std::from_chars(key->data(), key->data() + key->size(), number);
+  const bool is_number = parsed.ec == std::errc() && parsed.ptr == key->data() + key->size();
+  for (const auto& [name, value] : node.enums) {
+    if (name == *key) return true;
+    if (is_number && value == number) {
+      *key = name;
+      return true;
+    }
+  }
+  constexpr size_t kMostKept = 1024;
+  std::unordered_set<std::string>& checked = checked_keys_[&node];
+  if (checked.count(*key) != 0) return true;
+  *why = WhyNotValue(node.schema, *key, key);
+  if (!why->empty()) return false;
+  if (checked.size() == kMostKept) checked.clear();
+  checked.insert(*key);
+  return true;
+}
+
 bool PathResolver::AddPosition(std::string_view path, size_t* at, const PathTree& tree,
                                std::string* error) {
   const char* begin = path.data() + *at + 1;
@@ -366,13 +366,14 @@ bool PathResolver::AddPosition(std::string_view path, size_t* at, const PathTree
   }
   PathStep& step = steps_.back();
   Locate(steps_.size() - 1, tree);
-  const lyd_node* siblings = SiblingsOf(steps_, tree);
-  const size_t count = siblings != nullptr ? tree.index->Entries(*step.node, siblings).size() : 0;
-  if (position >= count) {
-    *error = step.node->name + " has " + std::to_string(count) + " entries: " + std::string(path);
+  const std::vector<const lyd_node*>& entries =
+      tree.index->Entries(*step.node, SiblingsOf(steps_, tree), tree.written != nullptr);
+  if (position >= entries.size()) {
+    *error = step.node->name + " has " + std::to_string(entries.size()) +
+             " entries: " + std::string(path);
     return false;
   }
-  step.data = tree.index->Entries(*step.node, siblings)[position];
+  step.data = entries[position];
   step.is_entry = true;
   located_ = steps_.size();
   *at = static_cast<size_t>(parsed.ptr + 1 - path.data());
@@ -384,14 +385,19 @@ const lyd_node* SiblingsOf(const PathSteps& steps, const PathTree& tree) {
   return SiblingsAt(steps, steps.size() - 1, tree);
 }
 
+const lyd_node* EntryFrom(const lyd_node* node, const CdbNode& list, const PathTree& tree) {
+  for (; node != nullptr; node = node->next) {
+    if (node->schema != list.schema) continue;
+    if (tree.written == nullptr || WrittenState::IsThere(node)) return node;
+  }
+  return nullptr;
+}
+
 bool Exists(const PathSteps& steps, const PathTree& tree) {
   if (steps.empty() || steps.back().data != nullptr) return true;
   const CdbNode& node = *steps.back().node;
   if (node.is(LYS_LIST | LYS_LEAFLIST) && !steps.back().is_entry) {
-    for (const lyd_node* at = SiblingsOf(steps, tree); at != nullptr; at = at->next) {
-      if (at->schema == node.schema) return true;
-    }
-    return false;
+    return EntryFrom(SiblingsOf(steps, tree), node, tree) != nullptr;
   }
   if (!IsPlainContainer(node.schema)) return false;
   const auto real = [](const PathStep& step) {
@@ -412,7 +418,7 @@ bool ToDataPath(const PathSteps& steps, std::string* path) {
       for (size_t i = 0; i < step.node->key_count; ++i, key = key->next)
         keys.emplace_back(TextOf(key));
     }
-    if (!AppendPredicates(*step.node, keys, path)) return false;
+    if (!AppendPredicates(step.node->schema, keys, path)) return false;
   }
   return true;
 }

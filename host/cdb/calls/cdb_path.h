@@ -20,11 +20,13 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
 #include "host/cdb/calls/values.h"
 #include "host/cdb/schema/cdb_schema.h"
+#include "host/cdb/written_state.h"
 
 namespace host {
 
@@ -32,8 +34,10 @@ namespace host {
 // the order in which entries were made, which means nothing. Built when first asked for.
 class ListIndex {
  public:
-  // The entries of `list` among the siblings that `first` starts. Valid until Clear().
-  const std::vector<const lyd_node*>& Entries(const CdbNode& list, const lyd_node* first);
+  // The entries of `list` among the siblings that `first` starts; of those that were `written`, as
+  // far as they are there. Valid until Clear().
+  const std::vector<const lyd_node*>& Entries(const CdbNode& list, const lyd_node* first,
+                                              bool written);
   // To be called when the tree has changed.
   void Clear() { entries_.clear(); }
 
@@ -68,6 +72,8 @@ struct PathTree {
   const lyd_node* first = nullptr;
   uint64_t generation = 0, losses = 0;
   ListIndex* index = nullptr;
+  // Whose tree it is, which has deleted nodes; null: running.
+  const WrittenState* written = nullptr;
 };
 
 class PathResolver {
@@ -93,6 +99,7 @@ class PathResolver {
   Tail* TailOf(std::string_view tail);
   bool AddNode(std::string_view name, std::string* error);
   bool AddKeys(std::string_view path, size_t* at, std::string* error);
+  bool CheckKey(const CdbNode& node, std::string* key, std::string* why);
   bool AddPosition(std::string_view path, size_t* at, const PathTree& tree, std::string* error);
   // Drops what does not hold for the tree any more.
   void Follow(const PathTree& tree);
@@ -105,13 +112,19 @@ class PathResolver {
   bool goes_up_ = false;  // path_ has "..": its text does not tell its steps
   PathSteps steps_;
   std::vector<Tail> tails_;  // a table by hash; of two with one place the later stays
-  size_t located_ = 0;       // so many steps have their data
+  // Texts that are keys and canonical, of each that was named: to read one as a value takes long.
+  std::unordered_map<const CdbNode*, std::unordered_set<std::string>> checked_keys_;
+  size_t located_ = 0;  // so many steps have their data
   uint64_t generation_ = 0, losses_ = 0;
 };
 
 // Whether the node that the steps lead to is there. A container without presence is where its
 // parent is; a list or leaf-list as such is there when it has an entry.
 bool Exists(const PathSteps& steps, const PathTree& tree);
+
+// The first entry of a list or leaf-list from `node` (may be null) on, in the tree's order; null
+// when none follows.
+const lyd_node* EntryFrom(const lyd_node* node, const CdbNode& list, const PathTree& tree);
 
 // The siblings among which the last step's node is or would be; null when there are none.
 const lyd_node* SiblingsOf(const PathSteps& steps, const PathTree& tree);
@@ -120,10 +133,6 @@ const lyd_node* SiblingsOf(const PathSteps& steps, const PathTree& tree);
 // would be too deep.
 bool ToKeypath(const PathSteps& steps, confd_hkeypath_t* keypath);
 void FreeKeypathValues(confd_hkeypath_t* keypath);
-
-// Appends the keys of an entry as libyang wants them, "[name='value']" for each. False when one
-// cannot be written so: it has both kinds of quotes.
-bool AppendPredicates(const CdbNode& node, const std::vector<std::string>& keys, std::string* text);
 
 // The steps as a path of libyang. False when a key cannot be written in one.
 bool ToDataPath(const PathSteps& steps, std::string* path);

@@ -128,8 +128,10 @@ PathTree CdbService::TreeOf(const CdbSession& session) {
     const uint64_t id = datastore_->TransactionId();
     return Tree(datastore_->Running(), id, id, &running_index_);
   }
-  const OperationalStore& store = datastore_->Operational();
-  return Tree(store.Written(), store.generation(), store.losses(), &operational_index_);
+  const WrittenState& written = datastore_->Operational().written();
+  PathTree tree = Tree(written.Kept(), written.generation(), written.losses(), &operational_index_);
+  tree.written = &written;
+  return tree;
 }
 
 PathTree CdbService::Tree(const lyd_node* first, uint64_t generation, uint64_t losses,
@@ -138,7 +140,7 @@ PathTree CdbService::Tree(const lyd_node* first, uint64_t generation, uint64_t l
     index->generation = generation;
     index->index.Clear();
   }
-  return {first, generation, losses, &index->index};
+  return {first, generation, losses, &index->index, nullptr};
 }
 
 }  // namespace host

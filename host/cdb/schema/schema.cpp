@@ -287,10 +287,15 @@ std::string DescribeType(const lysc_type* type) {
   }
 }
 
-std::string WhyNotValue(const lysc_node* schema, const std::string& value) {
+std::string WhyNotValue(const lysc_node* schema, const std::string& value, std::string* canonical) {
   const ly_ctx* context = schema->module->ctx;
-  const LY_ERR result =
-      lyd_value_validate(context, schema, value.c_str(), value.size(), nullptr, nullptr, nullptr);
+  const char* text = nullptr;  // in the context's dictionary
+  const LY_ERR result = lyd_value_validate(context, schema, value.c_str(), value.size(), nullptr,
+                                           nullptr, canonical != nullptr ? &text : nullptr);
+  if (text != nullptr) {
+    *canonical = text;
+    lydict_remove(context, text);
+  }
   DatastoreErrors reasons;
   TakeErrors(context, nullptr, &reasons);
   if (result == LY_SUCCESS || result == LY_EINCOMPLETE) return "";

@@ -23,7 +23,9 @@ ContextPtr LoadSchema(const std::string& directory, DatastoreErrors* errors);
 void TakeErrors(const ly_ctx* context, const lyd_node* tree, DatastoreErrors* errors);
 
 // The reason why `value` is none of the leaf or leaf-list `schema`, in words; empty when it is one.
-std::string WhyNotValue(const lysc_node* schema, const std::string& value);
+// Then `canonical` (may be null) becomes its canonical text.
+std::string WhyNotValue(const lysc_node* schema, const std::string& value,
+                        std::string* canonical = nullptr);
 
 // What a value of `type` looks like, for messages: "0..7", "tcp, udp, ... or 0..255".
 std::string DescribeType(const lysc_type* type);

@@ -57,6 +57,22 @@ bool HoldsSomething(const lyd_node* node) {
   return false;
 }
 
+bool AppendPredicates(const lysc_node* schema, const std::vector<std::string>& keys,
+                      std::string* text) {
+  const lysc_node* key = lysc_node_child(schema);  // an element of a leaf-list has none
+  for (const std::string& value : keys) {
+    const bool single = value.find('\'') == std::string::npos;
+    if (!single && value.find('"') != std::string::npos) return false;
+    const char quote = single ? '\'' : '"';
+    *text += '[';
+    *text += key != nullptr ? key->name : ".";
+    *text += '=';
+    *text += quote + value + quote + "]";
+    if (key != nullptr) key = key->next;
+  }
+  return true;
+}
+
 std::string ChildText(const lyd_node* node, const char* name) {
   const lyd_node* child;
   LY_LIST_FOR(lyd_child(node), child) {

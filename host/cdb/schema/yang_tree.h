@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace host {
 
@@ -46,6 +47,12 @@ lyd_node* FindBySchema(const lyd_node* siblings, const lysc_node* schema);
 
 bool IsKey(const lyd_node* node);
 bool IsPlainContainer(const lysc_node* schema);  // a container without presence
+
+// Appends what names an instance of a list or leaf-list, as libyang wants it: "[name='value']" for
+// each key, "[.='value']" for an element. False when one cannot be written so: it has both kinds of
+// quotes.
+bool AppendPredicates(const lysc_node* schema, const std::vector<std::string>& keys,
+                      std::string* text);
 
 // Canonical text of a leaf or leaf-list element.
 inline const char* TextOf(const lyd_node* node) { return lyd_get_value(node); }

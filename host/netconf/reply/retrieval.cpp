@@ -70,8 +70,7 @@ class ViewStream : public DataStream {
   bool NextState() {
     if (!written_seen_) {
       written_seen_ = true;
-      const OperationalStore& store = datastore_.Operational();
-      return See(CopyTree(store.Written()), false);
+      return See(CopyTree(datastore_.Operational().written().Shown()), false);
     }
     if (pieces_ != nullptr) {
       if (lyd_node* piece = pieces_->Next(datastore_.Context())) return See(Tree(piece), true);
