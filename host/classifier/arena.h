@@ -20,12 +20,13 @@ struct Retired {
     kDeadEntry,      // dies in the generation in force, is still linked: unlink
     kUnlinkedEntry,  // free
     kSlots,          // free
+    kSieve,          // free
     kGroup,          // free with all it holds
   };
   uint64_t ticket;
   Kind kind;
-  uint8_t log2 = 0;                   // of the number of lines, of kSlots
-  uint32_t index = 0;                 // of the entry; the first line of kSlots
+  uint32_t log2 = 0;                  // of the number of lines or elements, of kSlots and kSieve
+  uint32_t index = 0;                 // of the entry; the first line or element
   uint32_t root = 0;                  // of kGroup
   std::shared_ptr<TableGroup> group;  // of kDeadEntry and kGroup
 };
@@ -36,7 +37,7 @@ struct Arena {
         entries(from),
         groups(from, CLS_GROUPS, CLS_GROUPS, 1, 1U << CLS_GROUP_BITS),
         tables(from, CLS_TABLES, CLS_TABLES, 0, UINT32_MAX),
-        filters(from, CLS_FILTERS, CLS_FILTERS, 0, UINT32_MAX),
+        filters(from, CLS_FILTERS, CLS_FILTERS, 0, 1U << CLS_SIEVE_BITS),
         slots(from, CLS_SLOTS, CLS_SLOTS, 0, UINT32_MAX / CLS_SLOTS_PER_LINE) {}
 
   void Retire(Retired what) {

@@ -9,9 +9,14 @@
 //  - Tables. Rules of one mask could stand in one hash table, but configurations have hundreds of
 //    masks, and a search must look into all tables. So a table's mask is coarser than its rules'
 //    masks (TupleMerge: Daly et al., IEEE/ACM ToN 2019), at the price of several rules in one
-//    bucket. table_plan.h chooses the masks; a bucket holds kMaxChain rules at most. A table that
-//    cannot hold a better rule than the one found is left out, and bitmaps over single fields
-//    (field_filters.h) take out those that hold no rule with the frame's value.
+//    bucket. table_plan.h chooses the masks; a bucket holds kMaxChain rules at most. Bitmaps over
+//    single fields (field_filters.h) take out the tables that hold no rule with the frame's value.
+//  - Sieves. Slots, heads and entries of tens of thousands of rules do not fit into a processor's
+//    own caches, and a look at them is a wait for memory. So each line of slots has a word beside
+//    it which tells of most buckets that they are not there, and the best label of those that are
+//    (layout.h). Most tables are left out by that word, as it can hold no better rule than the one
+//    found. Tables of few rules are searched first: they are the ones of wide masks, whose rules
+//    many frames match, and what is found early leaves out the more.
 //  - Order. An entry has a label, lower ones decide. Labels have gaps, so that an insertion touches
 //    no other entry; where a gap is used up, some neighbours get new labels (entry_order.h), which
 //    is an ordinary replacement of these entries.
@@ -40,9 +45,9 @@
 // MEMORY ORDER. Links (slots, next, place, choice) are stored with release order; a search gets to
 // what is behind them by their value, which orders its loads on all machines that run Linux. Words
 // that only matter to entries not yet in force (bits of filters, bits of tables, a table's best
-// label, flags) are stored before the generation, which is stored with release order and read with
-// acquire order. Words change in one store each, of at most 8 bytes; on 32-bit machines, where
-// such a store is two, no search may run while the classifier writes.
+// label, sieves, flags) are stored before the generation, which is stored with release order and
+// read with acquire order. Words change in one store each, of at most 8 bytes; on 32-bit machines,
+// where such a store is two, no search may run while the classifier writes.
 //
 // Changes are made per root, unpublished, and can be dropped per root (Discard) until Publish(). A
 // refused change spoils the root's others: nothing can follow but its Discard(), which Publish()
@@ -159,7 +164,7 @@ class Classifier {
 
 // What one search looked at.
 struct SearchCount {
-  uint32_t tables = 0;   // looked into, or left out for their best label
+  uint32_t tables = 0;   // looked into, or left out for their best label or by their sieve
   uint32_t probes = 0;   // slots
   uint32_t heads = 0;    // entries, by their heads
   uint32_t entries = 0;  // entries, whole

@@ -25,7 +25,7 @@
 #include <linux/types.h>
 
 /* Changes whenever the meaning of any byte below, or of the hash functions, does. */
-#define CLS_LAYOUT_VERSION 1
+#define CLS_LAYOUT_VERSION 2
 
 #define CLS_MAX_TABLES 128    /* of one group */
 #define CLS_MAX_FILTERS 6     /* of one group */
@@ -93,14 +93,17 @@ struct cls_group {
 /* One cache line. */
 struct cls_table {
   __u64 mask[4];
-  __u64 place; /* first slot << 8 | log2 of the number of slots; one store moves the table */
+  __u64 place; /* CLS_PLACE(); one store moves the table */
   __u32 best;  /* no entry of the table has a lower label */
   __u32 pad;
   __u64 reserved[2];
 };
-#define CLS_PLACE(first, log2) ((__u64)(first) << 8 | (log2))
+/* Where a table's sieve and its slots begin, and the log2 of the number of slots. */
+#define CLS_PLACE(sieve, first, log2) ((__u64)(sieve) << 40 | (__u64)(first) << 8 | (log2))
+#define CLS_PLACE_SIEVE(place) ((__u32)((place) >> 40))
 #define CLS_PLACE_FIRST(place) ((__u32)((place) >> 8))
 #define CLS_PLACE_LOG2(place) ((__u32)(place)&31)
+#define CLS_SIEVE_BITS 24 /* of the index of a sieve's first element */
 
 /* A slot: 0 ends a search; otherwise 12 bits of the bucket's hash and the index of its first entry.
  * Where a bucket is gone and probes for others go on, the index is 0. */
@@ -141,13 +144,23 @@ struct cls_filter {
   __u64 tables[CLS_MAX_TABLES / 64];
 };
 
+/* A table has a sieve beside its slots: a word for each line of them, which leaves most of the
+ * lines unread. Its lower half has two bits of each bucket whose hash leads to the line, also where
+ * the bucket found its slot in a later one; its upper half is the lowest of their labels with all
+ * bits inverted, 0 for no bucket. Words never take back what they tell: of buckets that are gone
+ * they go on to tell until the table grows. A table of one line has an element to itself. */
+#define CLS_SIEVE_WORDS 2
+struct cls_sieve {
+  __u64 word[CLS_SIEVE_WORDS];
+};
+
 /* The elements of the arrays. Each size is a multiple of 8, as BPF arrays pad to that. */
 enum cls_array {
   CLS_CONTROL, /* struct cls_control, one */
   CLS_ROOTS,   /* struct cls_root */
   CLS_GROUPS,  /* struct cls_group */
   CLS_TABLES,  /* struct cls_table */
-  CLS_FILTERS, /* struct cls_filter */
+  CLS_FILTERS, /* struct cls_filter, and struct cls_sieve, which is as large */
   CLS_SLOTS,   /* struct cls_slots */
   CLS_HEADS,   /* struct cls_head */
   CLS_ENTRIES, /* struct cls_entry, as many as heads */
@@ -177,6 +190,8 @@ CLS_INLINE __u64 cls_hash(__u64 w0, __u64 w1, __u64 w2, __u64 w3) {
 #define CLS_HASH_POSITION(hash) ((__u32)((hash) >> 32))
 #define CLS_HASH_FINGERPRINT(hash) ((__u32)(hash) & ~CLS_INDEX_MASK)
 #define CLS_HASH_TAG(hash) ((__u16)((hash) >> 16))
+/* The bits of the sieve's word that a bucket sets, in its lower half. */
+#define CLS_HASH_SIEVE(hash) (1ULL << ((hash)&31) | 1ULL << ((hash) >> 5 & 31))
 
 /* `bits` from 1 to 31. */
 CLS_INLINE __u32 cls_filter_hash(__u64 value, __u32 bits) {

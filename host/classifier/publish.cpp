@@ -130,6 +130,9 @@ void Classifier::Core::GracePassed(uint64_t ticket) {
       case Retired::kSlots:
         arena_.slots.Free(what.index, what.log2);
         break;
+      case Retired::kSieve:
+        arena_.filters.Free(what.index, what.log2);
+        break;
       case Retired::kGroup:
         StoreWord(&Words(what.root).choice[what.index], 0);
         what.group->Release();

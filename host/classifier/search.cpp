@@ -8,6 +8,7 @@
 #define CLS_AT_GROUP(m, i) (m).At<const cls_group>(CLS_GROUPS, i)
 #define CLS_AT_TABLE(m, i) (m).At<const cls_table>(CLS_TABLES, i)
 #define CLS_AT_FILTER(m, i) (m).At<const cls_filter>(CLS_FILTERS, i)
+#define CLS_AT_SIEVE(m, i) (m).At<const cls_sieve>(CLS_FILTERS, i)
 #define CLS_AT_SLOTS(m, i) (m).At<const cls_slots>(CLS_SLOTS, i)
 #define CLS_AT_HEAD(m, i) (m).At<const cls_head>(CLS_HEADS, i)
 #define CLS_AT_ENTRY(m, i) (m).At<const cls_entry>(CLS_ENTRIES, i)

@@ -8,7 +8,8 @@
  * Whoever includes this header defines before
  *   CLS_MEMORY          the type of what leads to the arrays, the first argument of all accessors
  *   CLS_AT_ROOT(m, i), CLS_AT_GROUP(m, i), CLS_AT_TABLE(m, i), CLS_AT_FILTER(m, i),
- *   CLS_AT_SLOTS(m, i), CLS_AT_HEAD(m, i), CLS_AT_ENTRY(m, i), CLS_AT_MASK(m, i)
+ *   CLS_AT_SIEVE(m, i), CLS_AT_SLOTS(m, i), CLS_AT_HEAD(m, i), CLS_AT_ENTRY(m, i),
+ *   CLS_AT_MASK(m, i)
  *                       a pointer to the element (const struct cls_...), null when there is none
  *   CLS_LOAD(pointer)   one untorn load of a word that the builder may be changing; in BPF, whose
  *                       loads the compiler orders by address, volatile is enough
@@ -35,7 +36,7 @@
 
 #ifdef CLS_COUNTING
 struct cls_count {
-  __u32 tables; /* looked into, or left out for their best label */
+  __u32 tables; /* looked into, or left out for their best label or by their sieve */
   __u32 probes; /* slots read */
   __u32 heads;
   __u32 entries;
@@ -181,8 +182,9 @@ CLS_INLINE long cls_step(CLS_MEMORY m, struct cls_search* s, const int no_link) 
     __u32 position, slot;
     if (s->phase != CLS_PHASE_PROBING) {
       const struct cls_table* table;
-      __u64 place, hash;
-      __u32 number;
+      const struct cls_sieve* sieve;
+      __u64 place, hash, word;
+      __u32 number, mask;
       if (s->tables[0]) {
         number = CLS_LOWEST_BIT(s->tables[0]);
         s->tables[0] &= s->tables[0] - 1;
@@ -198,12 +200,20 @@ CLS_INLINE long cls_step(CLS_MEMORY m, struct cls_search* s, const int no_link) 
       CLS_COUNT(s, tables);
       if (CLS_LOAD(&table->best) >= s->best) return 0;
       place = CLS_LOAD(&table->place);
+      mask = (1U << CLS_PLACE_LOG2(place)) - 1;
       hash = no_link ? cls_hash(0, 0, s->key[2] & table->mask[2], s->key[3] & table->mask[3])
                      : cls_hash(s->key[0] & table->mask[0], s->key[1] & table->mask[1],
                                 s->key[2] & table->mask[2], s->key[3] & table->mask[3]);
+      position = (CLS_HASH_POSITION(hash) & mask) / CLS_SLOTS_PER_LINE;
+      sieve = CLS_AT_SIEVE(m, CLS_PLACE_SIEVE(place) + position / CLS_SIEVE_WORDS);
+      if (!sieve) goto failed;
+      word = CLS_LOAD(&sieve->word[position % CLS_SIEVE_WORDS]);
+      /* No better label in the line, or no such bucket. */
+      if ((word >> 32) <= (__u32)~s->best) return 0;
+      if (!(word >> (hash & 31) & word >> (hash >> 5 & 31) & 1)) return 0;
       s->phase = CLS_PHASE_PROBING;
       s->first = CLS_PLACE_FIRST(place);
-      s->slot_mask = (1U << CLS_PLACE_LOG2(place)) - 1;
+      s->slot_mask = mask;
       s->fingerprint = CLS_HASH_FINGERPRINT(hash);
       s->probe = CLS_HASH_POSITION(hash);
       s->probe_end = s->probe + CLS_MAX_PROBES;

@@ -8,8 +8,8 @@
 namespace host::classifier {
 namespace {
 
-constexpr uint8_t kLeastSlots = 4;  // log2: one line
-constexpr uint8_t kMostSlots = 24;  // log2: more than all entries need
+static_assert(sizeof(cls_sieve) == sizeof(cls_filter), "they stand in one array");
+
 // A new table is this full at most, and grows from there: short probes for few bytes.
 constexpr double kFullAtFirst = 0.4;
 constexpr double kFullAtMost = 0.65;
@@ -24,7 +24,8 @@ uint8_t Log2AtLeast(size_t count, uint8_t least) {
 }
 
 uint8_t SlotsFor(size_t entries) {
-  return Log2AtLeast(static_cast<size_t>(static_cast<double>(entries) / kFullAtFirst), kLeastSlots);
+  return Log2AtLeast(static_cast<size_t>(static_cast<double>(entries) / kFullAtFirst),
+                     TableGroup::kLeastSlots);
 }
 
 Refusal TooComplex(size_t left, size_t entries) {
@@ -144,15 +145,12 @@ int TableGroup::AddTable(const cls_key& mask, size_t entries, Refusal* refusal) 
   Table made;
   made.mask = mask;
   made.log2 = SlotsFor(entries);
-  made.line = arena_->slots.Allocate(made.log2 - kLeastSlots, refusal);
-  if (made.line == Pool::kNone) return -1;
+  if (!MakeSlots(&made, refusal)) return -1;
   made.used = true;
   tables_[number] = made;
   ++table_count_;
-  std::memset(arena_->memory->At<cls_slots>(CLS_SLOTS, made.line), 0,
-              sizeof(uint32_t) << made.log2);
   table(number) = {{mask.word[0], mask.word[1], mask.word[2], mask.word[3]},
-                   CLS_PLACE(made.line * CLS_SLOTS_PER_LINE, made.log2),
+                   PlaceOf(made),
                    UINT32_MAX,
                    0,
                    {0, 0}};
@@ -160,6 +158,43 @@ int TableGroup::AddTable(const cls_key& mask, size_t entries, Refusal* refusal) 
   auto& word = group().tables[number / 64];
   StoreWord(&word, word | bit);
   return static_cast<int>(number);
+}
+
+bool TableGroup::MakeSlots(Table* table, Refusal* refusal) {
+  const uint32_t line = arena_->slots.Allocate(table->log2 - kLeastSlots, refusal);
+  if (line == Pool::kNone) return false;
+  const uint32_t sieve = arena_->filters.Allocate(SieveFor(table->log2), refusal);
+  if (sieve == Pool::kNone) {
+    arena_->slots.Free(line, table->log2 - kLeastSlots);
+    return false;
+  }
+  table->line = line;
+  table->sieve = sieve;
+  table->filled = 0;
+  std::memset(arena_->memory->At<cls_slots>(CLS_SLOTS, line), 0, sizeof(uint32_t) << table->log2);
+  std::memset(arena_->memory->At<cls_sieve>(CLS_FILTERS, sieve), 0,
+              sizeof(cls_sieve) << SieveFor(table->log2));
+  return true;
+}
+
+void TableGroup::FreeSlots(const Table& table) {
+  arena_->slots.Free(table.line, table.log2 - kLeastSlots);
+  arena_->filters.Free(table.sieve, SieveFor(table.log2));
+}
+
+uint64_t TableGroup::PlaceOf(const Table& table) {
+  return CLS_PLACE(table.sieve, table.line * CLS_SLOTS_PER_LINE, table.log2);
+}
+
+uint64_t TableGroup::Sieved(uint64_t word, uint64_t hash, uint32_t label) {
+  const uint32_t best = std::max(static_cast<uint32_t>(word >> 32), ~label);
+  return uint64_t{best} << 32 | static_cast<uint32_t>(word) | CLS_HASH_SIEVE(hash);
+}
+
+__u64& TableGroup::SieveWord(const Table& table, uint64_t hash) const {
+  const uint32_t line = (CLS_HASH_POSITION(hash) & ((1U << table.log2) - 1)) / CLS_SLOTS_PER_LINE;
+  auto* sieve = arena_->memory->At<cls_sieve>(CLS_FILTERS, table.sieve + line / CLS_SIEVE_WORDS);
+  return sieve->word[line % CLS_SIEVE_WORDS];
 }
 
 bool TableGroup::Outgrown() const {
@@ -249,8 +284,11 @@ bool TableGroup::Place(uint32_t number, Bucket bucket, uint32_t entry, Refusal* 
   arena_->entries.known(entry).state = EntryStore::State::kLinked;
   Announce(number, entry);
 
-  const uint32_t fingerprint = CLS_HASH_FINGERPRINT(Hash(value & to.mask));
+  const uint64_t hash = Hash(value & to.mask);
   const uint32_t label = arena_->entries.head(entry).label;
+  auto& sieve = SieveWord(to, hash);
+  StoreWord(&sieve, Sieved(sieve, hash, label));
+  const uint32_t fingerprint = CLS_HASH_FINGERPRINT(hash);
   uint32_t next = bucket.exists ? slot(bucket.slot) & CLS_INDEX_MASK : 0;
   uint32_t before = 0;
   while (next != 0 && arena_->entries.head(next).label < label) {
@@ -294,26 +332,27 @@ bool TableGroup::Grow(uint32_t number, const cls_key& value, Refusal* refusal) {
   for (uint8_t log2 = from.log2 + 1; log2 <= kMostSlots; ++log2) {
     Table to = from;
     to.log2 = log2;
-    to.line = arena_->slots.Allocate(log2 - kLeastSlots, refusal);
-    if (to.line == Pool::kNone) return false;
-    std::memset(arena_->memory->At<cls_slots>(CLS_SLOTS, to.line), 0, sizeof(uint32_t) << log2);
-    to.filled = 0;
+    if (!MakeSlots(&to, refusal)) return false;
     bool fits = true;
     for (uint32_t i = 0; fits && i < 1U << from.log2; ++i) {
       const uint32_t moved = slot(from.line * CLS_SLOTS_PER_LINE + i);
       if ((moved & CLS_INDEX_MASK) == 0) continue;
-      const Bucket bucket = Find(to, arena_->entries.value(moved & CLS_INDEX_MASK));
+      const cls_key& of = arena_->entries.value(moved & CLS_INDEX_MASK);
+      const Bucket bucket = Find(to, of);
       fits = bucket.fits;
       if (fits) slot(bucket.slot) = moved;
+      const uint64_t hash = Hash(of & to.mask);
+      auto& sieve = SieveWord(to, hash);
+      sieve = Sieved(sieve, hash, arena_->entries.head(moved & CLS_INDEX_MASK).label);
       ++to.filled;
     }
     if (!fits || !Find(to, value).fits) {  // no search has seen it
-      arena_->slots.Free(to.line, log2 - kLeastSlots);
+      FreeSlots(to);
       continue;
     }
-    StoreWord(&table(number).place, CLS_PLACE(to.line * CLS_SLOTS_PER_LINE, log2));
-    arena_->Retire(
-        {0, Retired::kSlots, static_cast<uint8_t>(from.log2 - kLeastSlots), from.line, 0, nullptr});
+    StoreWord(&table(number).place, PlaceOf(to));
+    arena_->Retire({0, Retired::kSlots, from.log2 - kLeastSlots, from.line, 0, nullptr});
+    arena_->Retire({0, Retired::kSieve, SieveFor(from.log2), from.sieve, 0, nullptr});
     from = to;
     return true;
   }
@@ -369,7 +408,7 @@ void TableGroup::Release(bool kept) {
     if (!kept) arena_->entries.Free(entry);
   });
   for (const Table& table : tables_) {
-    if (table.used) arena_->slots.Free(table.line, table.log2 - kLeastSlots);
+    if (table.used) FreeSlots(table);
   }
   for (uint32_t i = 0; i < group().field_count; ++i) {
     arena_->filters.Free(group().field[i].base, group().field[i].bits);

@@ -24,6 +24,9 @@ class TableGroup {
   static constexpr uint32_t kChainTarget = 4;
   static constexpr uint32_t kMaxChain = 16;
 
+  // The number of a table's slots, by its log2: one line, and more than all entries need.
+  static constexpr uint32_t kLeastSlots = 4, kMostSlots = 24;
+
   // Where Link() ended.
   enum class Linked { kYes, kNoRoom, kNoTable };
 
@@ -60,8 +63,9 @@ class TableGroup {
  private:
   struct Table {
     cls_key mask{};
-    uint32_t line = 0;  // its first line of slots
-    uint8_t log2 = 0;   // of the number of slots
+    uint32_t line = 0;   // its first line of slots
+    uint32_t sieve = 0;  // its sieve's first element
+    uint8_t log2 = 0;    // of the number of slots
     bool used = false;
     uint32_t filled = 0;   // slots that are not 0
     uint32_t entries = 0;  // linked
@@ -85,6 +89,19 @@ class TableGroup {
   bool Start(size_t entries, size_t tables, Refusal* refusal);
   // The number of a new table; -1 when there is none, or no room.
   int AddTable(const cls_key& mask, size_t entries, Refusal* refusal);
+  // Slots of the table's size, all empty, and its sieve.
+  bool MakeSlots(Table* table, Refusal* refusal);
+  void FreeSlots(const Table& table);
+  // The log2 of the elements of the sieve beside so many slots.
+  static uint32_t SieveFor(uint32_t slots) {
+    constexpr uint32_t kSlotsOfElement = kLeastSlots + 1;  // CLS_SIEVE_WORDS lines
+    return slots > kSlotsOfElement ? slots - kSlotsOfElement : 0;
+  }
+  static uint64_t PlaceOf(const Table& table);
+  // A word of a sieve with a bucket, or an entry of one, added.
+  static uint64_t Sieved(uint64_t word, uint64_t hash, uint32_t label);
+  // The word of the sieve that tells of the buckets with this hash.
+  __u64& SieveWord(const Table& table, uint64_t hash) const;
   // Twice as many slots, until `value` finds one.
   bool Grow(uint32_t number, const cls_key& value, Refusal* refusal);
   // The table whose bucket for a new entry is shortest, and its bucket; -1 when all those that

@@ -52,22 +52,23 @@ std::string TableGroup::AdoptGroup() {
 
 std::string TableGroup::AdoptTable(uint32_t number, std::vector<uint32_t>* entries) {
   const cls_table& from = table(number);
-  const uint64_t first = from.place >> 8;
+  const uint32_t first = CLS_PLACE_FIRST(from.place);
   const uint32_t log2 = CLS_PLACE_LOG2(from.place);
   Table& to = tables_[number];
-  if (log2 < 4 || log2 > 24 || (from.place & 0xe0) != 0 || first % CLS_SLOTS_PER_LINE != 0 ||
-      first / CLS_SLOTS_PER_LINE > UINT32_MAX ||
-      !arena_->slots.Claim(static_cast<uint32_t>(first / CLS_SLOTS_PER_LINE),
-                           static_cast<uint8_t>(log2 - 4))) {
-    return "its slots do not lie in their array";
+  if (log2 < kLeastSlots || log2 > kMostSlots || (from.place & 0xe0) != 0 ||
+      first % CLS_SLOTS_PER_LINE != 0 ||
+      !arena_->slots.Claim(first / CLS_SLOTS_PER_LINE, log2 - kLeastSlots) ||
+      !arena_->filters.Claim(CLS_PLACE_SIEVE(from.place), SieveFor(log2))) {
+    return "its slots or its sieve do not lie in their array";
   }
   to.mask = {{from.mask[0], from.mask[1], from.mask[2], from.mask[3]}};
-  to.line = static_cast<uint32_t>(first / CLS_SLOTS_PER_LINE);
+  to.line = first / CLS_SLOTS_PER_LINE;
+  to.sieve = CLS_PLACE_SIEVE(from.place);
   to.log2 = static_cast<uint8_t>(log2);
   to.used = true;
   ++table_count_;
   for (uint32_t i = 0; i < 1U << log2; ++i) {
-    const uint32_t at = static_cast<uint32_t>(first) + i;
+    const uint32_t at = first + i;
     if (slot(at) != 0) ++to.filled;
     if ((slot(at) & CLS_INDEX_MASK) == 0) continue;
     std::string problem = AdoptChain(number, at, entries);
@@ -119,6 +120,9 @@ bool TableGroup::Announced(uint32_t number, uint32_t entry) const {
   const cls_key& mask = arena_->entries.mask(entry);
   const cls_key& value = arena_->entries.value(entry);
   if (arena_->entries.head(entry).label < table(number).best) return false;
+  const uint64_t hash = Hash(value & tables_[number].mask);
+  const uint64_t sieve = SieveWord(tables_[number], hash);
+  if (sieve != Sieved(sieve, hash, arena_->entries.head(entry).label)) return false;
   if ((in.flags & CLS_GROUP_NO_LINK) != 0 && (mask.word[0] | mask.word[1]) != 0) return false;
   for (uint32_t i = 0; i < in.field_count; ++i) {
     const cls_field& field = in.field[i];

@@ -273,7 +273,8 @@ std::vector<PlannedTable> PlanTables(const std::vector<cls_key>& masks,
   }
   *left_over = planner.left();
   std::sort(tables.begin(), tables.end(), [](const PlannedTable& a, const PlannedTable& b) {
-    return a.rules.front() < b.rules.front();
+    return std::make_pair(a.rules.size(), a.rules.front()) <
+           std::make_pair(b.rules.size(), b.rules.front());
   });
   return tables;
 }

@@ -31,7 +31,7 @@ struct PlannedTable {
   std::vector<uint32_t> rules;  // indexes, ascending
 };
 
-// The tables for `rules`, ordered by their first rules. `left_over` gets the number of rules that
+// The tables for `rules`, those with the fewest first. `left_over` gets the number of rules that
 // are in no table where the limits, or the hope to hold them all, end; the plan is of use only when
 // that is 0.
 std::vector<PlannedTable> PlanTables(const std::vector<cls_key>& masks,

@@ -62,6 +62,7 @@ static __always_inline __u32 lowest_bit(__u64 x) {
 #define CLS_AT_GROUP(m, i) ((const struct cls_group*)at(&groups, i))
 #define CLS_AT_TABLE(m, i) ((const struct cls_table*)at(&tables, i))
 #define CLS_AT_FILTER(m, i) ((const struct cls_filter*)at(&filters, i))
+#define CLS_AT_SIEVE(m, i) ((const struct cls_sieve*)at(&filters, i))
 #define CLS_AT_SLOTS(m, i) ((const struct cls_slots*)at(&slots, i))
 #define CLS_AT_HEAD(m, i) ((const struct cls_head*)at(&heads, i))
 #define CLS_AT_ENTRY(m, i) ((const struct cls_entry*)at(&entries, i))
