@@ -20,7 +20,6 @@
 #include "host/filter_mgr/linux/link_state.h"
 #include "host/filter_mgr/origin_hits.h"
 #include "host/filter_mgr/trace_operation.h"
-#include "host/filters_common/spare_nodes.h"
 #include "host/limid/limid.h"
 #include "host/runtime/middleware.h"
 #include "host/runtime/settings.h"
@@ -48,10 +47,12 @@ host::LeftInForce FindLeft(const host::OpenedBackend& opened) {
   if (left.own != 0) {
     Log(host::LogLevel::kInfo, "an earlier run has left filters on %zu ports", left.own);
   }
-  for (const auto& [backend, ports] : left.others) {
-    Log(host::LogLevel::kInfo, "an earlier run has left filters of %s on %zu ports: they stay %s",
-        backend.c_str(), ports,
-        opened.enforces ? "until the groups are in force" : "(\"aclctl flush\" removes them)");
+  for (const auto& [backend, filters] : left.others) {
+    const char* const until = !filters.out_of_reach.empty() ? filters.out_of_reach.c_str()
+                              : opened.enforces             ? "until the groups are in force"
+                                                            : "\"aclctl flush\" removes them";
+    Log(host::LogLevel::kInfo, "an earlier run has left filters of %s on %zu ports: they stay (%s)",
+        backend.c_str(), filters.ports, until);
   }
   return left;
 }
@@ -133,7 +134,6 @@ class FilterMgrClient::Impl : private host::FilterControl {
             submissions_->Settle(*changed);
           }
           TakeOver();
-          TidyLater();
           interface_watch_.MayHaveChanged();
         }) {
     opened_.backend->SetEvents(events_.get());
@@ -168,7 +168,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
     });
     submissions_->SetLeftInForce(PortsLeft());
     submissions_->SetControl(this);
-    board_->Show(kPart, [this] { return host::FiltersLine(opened_, left_); });
+    board_->Show(kPart, [this] { return host::FiltersLine(opened_, table_, left_); });
     board_->Show(kGroupsPart, [this] { return host::GroupsLine(table_); });
   }
   ~Impl() override {
@@ -205,10 +205,7 @@ class FilterMgrClient::Impl : private host::FilterControl {
 
  private:
   static constexpr char kPart[] = "filters", kGroupsPart[] = "groups";  // of the status board
-  static constexpr std::chrono::milliseconds kQuiet{20};  // no commit is likely to follow at once
-  static constexpr std::chrono::milliseconds kStep{1};    // from some nodes to the next ones
-  static constexpr size_t kNodesAtOnce = 1024;            // some 50 us
-  static constexpr char kTrace[] = "trace", kGetHits[] = "get-hits";  // operations
+  static constexpr char kTrace[] = "trace", kGetHits[] = "get-hits";    // operations
 
   // FilterControl.
   void Finish() override { Resolve(table_.Finish()); }
@@ -253,26 +250,16 @@ class FilterMgrClient::Impl : private host::FilterControl {
       TakeOver();
       interface_watch_.MayHaveChanged();
       opened_.backend->Idle();
-      TidyLater();
     });
-  }
-
-  void TidyLater() {
-    tidy_ = loop_->After(kQuiet, [this] { Tidy(); });
-  }
-
-  // Between commits, what is left of groups is made ready for the next ones, a little at a time.
-  void Tidy() {
-    tidy_.reset();
-    if (!FiltersCommon::SpareNodes::OfThread().TakeApart(kNodesAtOnce)) return;
-    tidy_ = loop_->After(kStep, [this] { Tidy(); });
   }
 
   // Ports that are filtered at the start, and that this process could change. Nothing that is kept
   // in memory does: so it need not be what the filters came from.
   size_t PortsLeft() const {
     size_t ports = left_.own;
-    for (const auto& [backend, count] : left_.others) ports += opened_.enforces ? count : 0;
+    for (const auto& [backend, filters] : left_.others) {
+      if (opened_.enforces && filters.out_of_reach.empty()) ports += filters.ports;
+    }
     return ports;
   }
 
@@ -287,21 +274,33 @@ class FilterMgrClient::Impl : private host::FilterControl {
   void TakeOver() {
     if (taken_over_ || !opened_.enforces || !updated_ || !submissions_->held().empty()) return;
     if (opened_.backend->standing().state != host::Standing::kInForce) return;
+    if (take_over_again_ != nullptr) return;
+    host::LeftFilters filters;
+    const int error = host::FlushBackends(opened_.backend->name(), &filters);
+    if (error != 0) return TakeOverLater(error, filters);
     taken_over_ = true;
-    size_t ports = 0;
-    const int error = host::FlushBackends(opened_.backend->name(), &ports);
-    if (error != 0) {
-      Log(host::LogLevel::kWarning,
-          "the filters of another back end, if there are any, cannot be removed: %s (\"aclctl "
-          "flush\" removes all, while no daemon runs)",
-          std::strerror(-error));
-      return;
-    }
     left_.others.clear();
-    if (ports > 0) {
+    if (filters.ports > 0) {
       Log(host::LogLevel::kInfo, "the filters of another back end are removed from %zu interfaces",
-          ports);
+          filters.ports);
     }
+  }
+
+  // Whatever stands in the way may pass: a shortage, or somebody who has the lock.
+  void TakeOverLater(int error, const host::LeftFilters& filters) {
+    constexpr std::chrono::milliseconds kFirstDelay{50}, kLongestDelay{10000};
+    if (error != take_over_error_) {
+      Log(host::LogLevel::kWarning,
+          "the filters of another back end, if there are any, cannot be removed: %s; it is tried "
+          "again (\"aclctl flush\" removes all, while no daemon runs)",
+          filters.out_of_reach.empty() ? std::strerror(-error) : filters.out_of_reach.c_str());
+    }
+    take_over_error_ = error;
+    take_over_delay_ = std::clamp(2 * take_over_delay_, kFirstDelay, kLongestDelay);
+    take_over_again_ = loop_->After(take_over_delay_, [this] {
+      take_over_again_.reset();
+      TakeOver();
+    });
   }
 
   std::shared_ptr<host::EventLoop> loop_;
@@ -319,7 +318,10 @@ class FilterMgrClient::Impl : private host::FilterControl {
   BackendWatch watch_;
   bool updated_ = false;     // groups came into force since the start; until then what was left is
   bool taken_over_ = false;  // what other back ends had left
-  std::unique_ptr<host::Watch> idle_, tidy_;
+  int take_over_error_ = 0;  // why that has failed last, a negative errno
+  std::chrono::milliseconds take_over_delay_{0};
+  std::unique_ptr<host::Watch> take_over_again_;
+  std::unique_ptr<host::Watch> idle_;
   std::shared_ptr<const void> alive_ = std::make_shared<char>();
   host::StateProviders::Registration registration_, interfaces_, summary_;
 };

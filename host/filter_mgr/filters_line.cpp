@@ -38,10 +38,15 @@ StatusLine GroupsLine(const GroupTable& table) {
     line.text += " (nearly full)";
     line.state = StatusLine::kWarning;
   }
+  if (table.refused_into_nothing()) {
+    line.state = StatusLine::kError;
+    line.text += "; those sent last were refused";
+  }
   return line;
 }
 
-StatusLine FiltersLine(const OpenedBackend& opened, const LeftInForce& left) {
+StatusLine FiltersLine(const OpenedBackend& opened, const GroupTable& table,
+                       const LeftInForce& left) {
   StatusLine line{opened.second_best ? StatusLine::kWarning : StatusLine::kOk, ""};
   const auto raise = [&line](StatusLine::State least) { line.state = std::max(line.state, least); };
   size_t enforced = 0;
@@ -63,10 +68,16 @@ StatusLine FiltersLine(const OpenedBackend& opened, const LeftInForce& left) {
   if (enforced == 0 && ports.empty() && left.own != 0) {
     raise(StatusLine::kWarning);
     line.text += "; what was in force before the start stays so on " + Counted(left.own, "port");
+  } else if (left.others.empty() && table.refused_into_nothing()) {
+    raise(StatusLine::kError);
+    line.text += "; all frames pass, for the groups were refused";
   }
-  for (const auto& [backend, count] : left.others) {
-    raise(StatusLine::kWarning);
-    line.text += "; " + backend + " filters " + Counted(count, "port") + " as before the start";
+  for (const auto& [backend, filters] : left.others) {
+    const bool in_reach = filters.out_of_reach.empty();
+    raise(in_reach ? StatusLine::kWarning : StatusLine::kError);
+    line.text +=
+        "; " + backend + " filters " + Counted(filters.ports, "port") + " as before the start";
+    if (!in_reach) line.text += ", out of this process's reach (" + filters.out_of_reach + ")";
   }
   constexpr struct {
     PortState state;

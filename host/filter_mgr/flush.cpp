@@ -10,43 +10,50 @@
 namespace host {
 namespace {
 
-// What a back end keeps in the kernel: both give 0 with a number of ports, or a negative errno.
+// What a back end keeps in the kernel: all give 0 or a negative errno.
 constexpr struct Keeper {
   const char* backend;
-  int (*flush)(size_t* ports);
-  int (*left)(size_t* ports);
+  int (*try_flush)(LeftFilters* filters);  // null: a flush does all or nothing
+  int (*flush)(LeftFilters* filters);
+  int (*left)(LeftFilters* filters);
 } kKeepers[] = {
-    {kBpfBackend, [](size_t* ports) { return FlushEbpf(ports); },
-     [](size_t* ports) { return LeftByEbpf(ports); }},
-    {kNftablesBackend, FlushNftables, LeftByNftables},
+    {kNftablesBackend, nullptr, [](LeftFilters* filters) { return FlushNftables(&filters->ports); },
+     [](LeftFilters* filters) { return LeftByNftables(&filters->ports); }},
+    {kBpfBackend, [](LeftFilters* filters) { return FlushEbpf(filters, kEbpfDirectory, true); },
+     [](LeftFilters* filters) { return FlushEbpf(filters); },
+     [](LeftFilters* filters) { return LeftByEbpf(filters); }},
 };
 
 }  // namespace
 
-int FlushBackends(const std::string& but, size_t* ports) {
-  int failure = 0;
-  *ports = 0;
-  for (const Keeper& keeper : kKeepers) {
-    if (but == keeper.backend) continue;
-    size_t count = 0;
-    const int error = keeper.flush(&count);
-    if (error != 0 && failure == 0) failure = error;
-    if (error == 0) *ports += count;
+int FlushBackends(const std::string& but, LeftFilters* removed) {
+  *removed = {};
+  for (const auto step : {&Keeper::try_flush, &Keeper::flush}) {
+    for (const Keeper& keeper : kKeepers) {
+      if (but == keeper.backend || keeper.*step == nullptr) continue;
+      LeftFilters filters;
+      const int error = (keeper.*step)(&filters);
+      if (error != 0) {
+        *removed = filters;
+        return error;
+      }
+      if (step == &Keeper::flush) removed->ports += filters.ports;
+    }
   }
-  return failure;
+  return 0;
 }
 
-std::map<std::string, size_t> LeftByBackends(const std::string& but) {
-  std::map<std::string, size_t> left;
+std::map<std::string, LeftFilters> LeftByBackends(const std::string& but) {
+  std::map<std::string, LeftFilters> left;
   for (const Keeper& keeper : kKeepers) {
     if (but == keeper.backend) continue;
-    size_t ports = 0;
-    const int error = keeper.left(&ports);
+    LeftFilters filters;
+    const int error = keeper.left(&filters);
     if (error != 0) {
       Log(LogLevel::kInfo, "whether %s has left filters cannot be told: %s", keeper.backend,
           std::strerror(-error));
     }
-    if (ports != 0) left.emplace(keeper.backend, ports);
+    if (filters.ports != 0) left.emplace(keeper.backend, filters);
   }
   return left;
 }

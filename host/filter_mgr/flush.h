@@ -6,18 +6,19 @@
 #include <map>
 #include <string>
 
+#include "host/filter_mgr/left_filters.h"
+
 namespace host {
 
 // Removes all that back ends keep in the kernel, but for that of the one named `but` (empty: of
-// all). Goes on with the others where one fails. 0 with the number of ports that were filtered in
-// `*ports`, or the first failure's negative errno: -EPERM without the privilege, or while a running
-// daemon owns it.
-int FlushBackends(const std::string& but, size_t* ports);
+// all). 0 with the number of ports that were filtered in `*removed`; or a negative errno, with what
+// stands in the way in `*removed`: -EPERM without the privilege, or while a running daemon owns it,
+// -EACCES when it is out of reach. What can be refused is tried before anything is removed.
+int FlushBackends(const std::string& but, LeftFilters* removed);
 
-// How many ports are filtered by what back ends other than `but` have left in the kernel, by the
-// back end's name; none where that is 0. Running daemons' filters do not count. Logs what cannot be
-// told.
-std::map<std::string, size_t> LeftByBackends(const std::string& but);
+// What back ends other than `but` have left in the kernel, by the back end's name; nothing where no
+// port is filtered. Rules that a running daemon owns do not count. Logs what cannot be told.
+std::map<std::string, LeftFilters> LeftByBackends(const std::string& but);
 
 }  // namespace host
 

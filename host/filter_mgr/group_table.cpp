@@ -1,5 +1,7 @@
 #include "host/filter_mgr/group_table.h"
 
+#include <algorithm>
+
 #include "host/runtime/middleware.h"
 
 namespace host {
@@ -72,6 +74,11 @@ std::optional<Standing> GroupTable::Update(const SentGroup& group) {
   prepared_.insert_or_assign(KeyOf(group), group);
   if (SlotOf(group->getType()) != kSlots.back()) return std::nullopt;
   return Publish();
+}
+
+bool GroupTable::refused_into_nothing() const {
+  const auto empty = [](const auto& group) { return group.second->getEntriesRef().empty(); };
+  return refused_ && pending_.empty() && std::all_of(groups_.begin(), groups_.end(), empty);
 }
 
 std::optional<Standing> GroupTable::Finish() {

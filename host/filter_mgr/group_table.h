@@ -71,6 +71,8 @@ class GroupTable {
   uint64_t generation() const { return generation_; }
   // Whether the groups in force are those that were sent last: none waits or was refused.
   bool current() const { return pending_.empty() && prepared_.empty() && !refused_; }
+  // Whether what was sent last was refused, and nothing that was sent before filters in its place.
+  bool refused_into_nothing() const;
   unsigned int capacity() const { return capacity_; }
   Backend& backend() const { return *backend_; }
   const std::string& why() const { return why_; }

@@ -1,5 +1,6 @@
 #include "host/runtime/middleware.h"
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <systemd/sd-daemon.h>
 
@@ -47,6 +48,15 @@ bool WatchSignals(Shared* shared, std::string* error) {
   return true;
 }
 
+// Sessions, and the links of filtered ports, take a descriptor each: as many as the process may
+// have (getrlimit(2)). Where the limit may not be raised, it is left.
+void RaiseDescriptorLimit() {
+  rlimit limit = {};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == limit.rlim_max) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 StatusLine LogStatus() {
   const Settings& settings = ProcessSettings();
   const std::string where = settings.log_target + ", level " + settings.log_level;
@@ -62,6 +72,7 @@ std::shared_ptr<Shared> Start(const std::string& name, std::string* error) {
   if (!LoadProcessSettings(error)) FailStart(*error);
   const Settings& settings = ProcessSettings();
   if (!OpenLog(name, settings.log_target, settings.log_level, error)) FailStart(*error);
+  RaiseDescriptorLimit();
   umask(S_IRWXG | S_IRWXO);  // what the daemon stores is its own
   auto shared = std::make_shared<Shared>();
   shared->status_board.Show("log", LogStatus);

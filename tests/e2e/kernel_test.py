@@ -150,10 +150,12 @@ class KernelTest(DaemonTest):
         subprocess.run(rename % ("port0", "port0", "other", "other"), shell=True, check=True)
         self.addCleanup(subprocess.run, rename % ("other", "other", "port0", "port0"), shell=True,
                         check=True)
-        self.assert_status(second, r"warning +enforced by nftables \(not by bpf: .*: another daemon "
-                           "uses it\\) on 0 ports; no interface yet: port0")
-        for daemon in (second, first):
-            self.assertEqual(daemon.stop(), 0)
+        self.assert_status(second, r"error +enforced by nftables \(not by bpf: .*: another daemon "
+                           r"uses it\) on 0 ports; bpf filters 1 port as before the start, .*"
+                           r"\(a running daemon has them\); no interface yet: port0")
+        self.assertEqual(first.stop(), 0)
+        until(lambda: "acl-app-guard" not in self.tables())  # tried until it can be done
+        self.assertEqual(second.stop(), 0)
         self.assertEqual(self.aclctl(first, "flush").returncode, 0)
 
     def assert_status(self, daemon, line):
@@ -268,6 +270,7 @@ class KernelTest(DaemonTest):
         self.assertIn("is not applied", self.aclctl(daemon, "apply", self.write(
             "config.xml", config)).stderr)
         self.await_events(daemon, outcome % (2, "failed reason=.*refused"))
+        self.assert_status(daemon, "error .* on 0 ports; all frames pass, for the groups were refused")
 
     def rules(self):
         listed = subprocess.run(["nft", "-s", "list", "ruleset"], capture_output=True, text=True)
@@ -338,6 +341,25 @@ class KernelTest(DaemonTest):
             capture_output=True, text=True, timeout=30)
         self.assertEqual(result.returncode, 1)
         self.assertIn("it needs CAP_NET_ADMIN", result.stderr)
+
+    def test_a_flush_that_is_refused_opens_no_port(self):
+        self.need_tables()
+        daemon = self.start("bpf")
+        self.apply(daemon, (1, 80))
+        self.assertEqual(daemon.stop(), 0)
+        for way, says in (
+                (("setpriv", "--bounding-set=-net_admin", "--inh-caps=-all"), "not permitted"),
+                (("unshare", "-m", "sh", "-c", 'umount /sys/fs/bpf; exec "$@"', "-"),
+                 "filters are in force on 1 port that cannot be removed from here")):
+            result = subprocess.run([*way, ACLCTL, "--socket", daemon.socket, "flush"],
+                                    capture_output=True, text=True)
+            self.assertEqual(result.returncode, 7, result.stderr)
+            self.assertIn(says, result.stderr)
+            send(80)
+        daemon = self.start("bpf")
+        self.assert_hits(daemon, [2])
+        self.assertEqual(daemon.stop(), 0)
+        self.assertEqual(self.aclctl(daemon, "flush").returncode, 0)
 
     def test_a_flush_that_cannot_look_for_the_daemon_does_nothing(self):
         (self.directory / "closed").mkdir(mode=0)

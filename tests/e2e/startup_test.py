@@ -5,6 +5,7 @@ import grp
 import os
 import pathlib
 import re
+import resource
 import shutil
 import socket
 import subprocess
@@ -150,6 +151,14 @@ class StartupTest(DaemonTest):
         os.read(reader, 4096)
         self.assertEqual(daemon.stop(), 0)
         self.assertIn(b" [log lines dropped before this one: ", os.read(reader, 4096))
+
+    def test_it_takes_as_many_descriptors_as_it_may_have(self):
+        soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+        resource.setrlimit(resource.RLIMIT_NOFILE, (min(soft, hard - 1), hard))
+        self.addCleanup(resource.setrlimit, resource.RLIMIT_NOFILE, (soft, hard))
+        daemon = self.daemon().start()
+        self.assertEqual((hard, hard),
+                         resource.prlimit(daemon.process.pid, resource.RLIMIT_NOFILE))
 
     def test_a_second_daemon_on_the_same_state_does_not_start(self):
         first = self.daemon().start()

@@ -15,6 +15,7 @@ echo netconf_socket_group=netops >>/usr/local/etc/acl-app/acl-app.conf
 systemctl start acl-app
 nsenter --target $(systemctl show -P MainPID acl-app) --mount mkdir /sys/fs/bpf/acl-app/maps && echo pins
 grep -E 'CapEff|Seccomp:' /proc/$(systemctl show -P MainPID acl-app)/status
+grep 'open files' /proc/$(systemctl show -P MainPID acl-app)/limits
 aclctl apply /examples/branch.json
 aclctl show status
 python3 /examples/send_frames.py access-1 access-1-peer
@@ -57,6 +58,7 @@ class UnitTest(unittest.TestCase):
                      "field: commit 2 by root", "field: interface uplink vanished",
                      "applied at the start", "result success", "Filters of "]:
             self.assertIn(said, run.stdout)
+        self.assertRegex(run.stdout, r"Max open files +(\d+) +\1 ")
         # Nothing is missing that the kernel could do: the warnings, behind the last step, are none.
         self.assertRegex(run.stdout, r"-p warning\n(-- No entries --\n)?$")
 

@@ -1,6 +1,12 @@
 // What the kernel does to real frames, against what a trace of each tells.
+#include <fcntl.h>
+#include <linux/if_tun.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+
 #include <random>
 
+#include "host/filter_mgr/ebpf/pins.h"
 #include "host/filter_mgr/entry_text.h"
 #include "tests/packets/backend_fixture.h"
 
@@ -149,9 +155,12 @@ TEST_P(PacketTest, FramesMayEndAnywhere) {
       cut.emplace_back(frame.begin(), frame.begin() + static_cast<ptrdiff_t>(size));
     }
   }
-  for (const int kind : {0, 3, 5, 6, 7, 8, 9, 10}) {
+  constexpr unsigned int kNoBits = 11;  // the variant of an address whose mask has none
+  constexpr std::pair<int, unsigned int> kEach[] = {
+      {0, 1}, {3, 1}, {5, 1}, {6, 1}, {7, 1}, {7, kNoBits}, {8, 1}, {8, kNoBits}, {9, 1}, {10, 1}};
+  for (const auto& [kind, variant] : kEach) {
     FiltersEntry entry(0);
-    AddMatch(&entry, kind, 1);
+    AddMatch(&entry, kind, variant);
     entry.setAction(ActionDeny());
     const FiltersGroup group = GroupOf(kL2Type, {{entry}});
     Apply({&group});
@@ -161,6 +170,34 @@ TEST_P(PacketTest, FramesMayEndAnywhere) {
     const auto want = std::count_if(
         cut.begin(), cut.end(), [&](const Frame& f) { return EntryMatches(entry, ParseFrame(f)); });
     EXPECT_EQ(static_cast<uint64_t>(want), HitsOf(kL2, 0) - before) << EntryText(entry);
+  }
+}
+
+// Of an interface without Ethernet no frame has what is compared of its header.
+TEST_P(PacketTest, InterfacesMayHaveNoEthernet) {
+  const Descriptor tun(open("/dev/net/tun", O_RDWR | O_CLOEXEC));
+  ifreq request{};
+  request.ifr_flags = IFF_TUN | IFF_NO_PI;
+  ports_[1].copy(request.ifr_name, IFNAMSIZ - 1);
+  if (ioctl(tun.get(), TUNSETIFF, &request) != 0) GTEST_SKIP() << "no tun: " << strerror(errno);
+  PacketLab::Run("ip link set " + ports_[1] + " up");
+  for (int kind = 0; kind < kMatchKinds; ++kind) {
+    FiltersEntry entry(0);
+    AddMatch(&entry, kind, 1);
+    entry.setAction(ActionDeny());
+    const FiltersGroup group = GroupOf(kL2Type, {{entry, {2}}});
+    Apply({&group});
+    uint64_t want = HitsOf(kL2, 0), sent = 0;
+    for (const Frame& frame : frames_) {
+      const FrameFields fields = ParseFrame(frame);
+      const int version = frame[14] >> 4;  // by which the device tells what it is
+      if (fields.after_source != (version == 4 ? 0x0800 : 0x86dd)) continue;
+      if (write(tun.get(), frame.data() + 14, frame.size() - 14) < 0) continue;
+      ++sent;
+      want += kind > 4 && EntryMatches(entry, fields) ? 1 : 0;
+    }
+    EXPECT_LT(30u, sent);
+    EXPECT_EQ(want, HitsOf(kL2, 0)) << EntryText(entry);
   }
 }
 

@@ -17,7 +17,9 @@ void RemoveDeadStores(const std::string& directory) {
     const auto links = PinDirectory::Make(store->PathOf(kLinkPins), &error);
     if (links == nullptr || links->Pins().empty() || AnyLinkAlive(*links)) continue;
     if (RemovePins(store->path()) == 0) {
-      Log(LogLevel::kInfo, "%s was of a network that is gone, and is removed",
+      Log(LogLevel::kInfo,
+          "%s is removed: no daemon uses it, and none of the interfaces that it filtered is there "
+          "any more",
           store->path().c_str());
     }
   }

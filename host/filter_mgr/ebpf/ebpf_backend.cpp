@@ -167,6 +167,7 @@ Standing EbpfBackend::Publish() {
 // Makes valid what is prepared; nothing is pending any more then.
 Failure EbpfBackend::PutInForce() {
   ports_->Forget(links_.Update());
+  const std::vector<std::string> lost = LostPorts();
   const std::set<std::string> wanted = WantedPorts();
   const bool changed = classifier_->changed();
   Failure failure;
@@ -177,6 +178,7 @@ Failure EbpfBackend::PutInForce() {
     Commit();
   }
   ok = ok && ports_->Cover(wanted, &failure);
+  TellOfLost(lost);
   if (!ok) {
     failure.text = "the groups cannot be put in force: " + failure.text;
     return failure;
@@ -307,7 +309,7 @@ std::vector<std::string> EbpfBackend::LostPorts() {
 // Tells of ports that were lost, after the attempt to put them right.
 void EbpfBackend::TellOfLost(const std::vector<std::string>& ports) {
   for (const std::string& port : ports) {
-    const bool put_right = ports_->failed().count(port) == 0;
+    const bool put_right = ports_->failed().count(port) == 0 && hooks_->Known(links_.IndexOf(port));
     const LogFields fields({{"INTERFACE", port}});
     Log(LogLevel::kWarning, "the filter program of port %s was taken away by another program%s",
         port.c_str(), put_right ? "; put right" : "");
@@ -333,10 +335,11 @@ bool EbpfBackend::Poll() {
 // something is left to be tried.
 bool EbpfBackend::Follow() {
   const std::set<std::string> changed = links_.Update();
+  const std::vector<std::string> lost = LostPorts();
   // What is foreign is replaced whole, when both groups are known; the new tables are empty so far.
   if (foreign_) return true;
-  const std::vector<std::string> lost = LostPorts();
-  if (changed.empty() && lost.empty() && ports_->failed().empty()) return true;
+  if (changed.empty() && lost.empty() && ports_->failed().empty() && hooks_->AllKnown())
+    return true;
   for (const std::string& name : changed) {
     if (!ports_->Names(name)) continue;
     const LogFields fields({{"INTERFACE", name}});

@@ -71,7 +71,8 @@ class EbpfBackend : public Backend {
   std::vector<int> fds() const override;
   bool Poll() override;
   bool Pending() const override {
-    return !links_.complete() || ToBeTried() || !ports_->failed().empty();
+    return !links_.complete() || ToBeTried() || !ports_->failed().empty() ||
+           !(foreign_ || hooks_->AllKnown());
   }
   std::unique_ptr<HitsReading> ReadHits(GroupSlot slot) override;
   std::optional<SearchCost> CostOf(GroupSlot slot) override;

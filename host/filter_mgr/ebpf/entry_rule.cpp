@@ -37,6 +37,7 @@ class KeyBuilder {
       mask = mask << 8 | static_cast<uint8_t>(~ignored);
     }
     Compare(word, value << kMacShift, mask << kMacShift);
+    if (mask != 0) Require(FILTER_HAS_ETHERNET);
   }
   template <class M>
   void AddIpv4(const Match& match, int shift, uint64_t has) {
@@ -68,6 +69,7 @@ bool KeyBuilder::Add(const Match& match) {
       return true;
     case FILTERS_MATCH_TPID:
       Compare(0, static_cast<const MatchTPID&>(match).value(), 0xffff);
+      Require(FILTER_HAS_ETHERNET);
       return true;
     case FILTERS_MATCH_EXTERNAL_VLAN_ID:
       AddTag(static_cast<const MatchExternalVlanId&>(match).value(), kVidBits);

@@ -117,6 +117,8 @@ FilterMap::~FilterMap() {
   if (base_ != nullptr) munmap(base_, bytes_);
 }
 
+const char* FilterProgramName() { return kProgramName; }
+
 const ProgramImage& FilterProgramImage() {
   static const ProgramImage image = [] {
     const auto size = static_cast<size_t>(acl_filter_object_end - acl_filter_object);

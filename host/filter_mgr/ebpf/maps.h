@@ -75,6 +75,8 @@ struct ProgramImage {
   uint64_t checksum;
 };
 const ProgramImage& FilterProgramImage();
+// As the kernel tells it.
+const char* FilterProgramName();
 
 // Loads the program over these maps. None, with a negative errno in `error` and the kernel's reason
 // for people in `reason`, when it is refused.

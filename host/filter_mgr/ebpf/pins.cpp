@@ -43,8 +43,10 @@ int PinDirectory::Pin(int fd, const std::string& name) const {
   // By way of another name, so that there is no moment without a pin.
   if (unlink(fresh.c_str()) != 0 && errno != ENOENT) return -errno;
   if (bpf_obj_pin(fd, fresh.c_str()) != 0) return -errno;
-  if (rename(fresh.c_str(), path.c_str()) != 0) return -errno;
-  return 0;
+  if (rename(fresh.c_str(), path.c_str()) == 0) return 0;
+  const int error = -errno;
+  unlink(fresh.c_str());  // it would keep the object alive, a link also at work
+  return error;
 }
 
 Descriptor PinDirectory::Get(const std::string& name, int* error) const {

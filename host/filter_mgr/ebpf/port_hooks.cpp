@@ -5,11 +5,19 @@
 #include <libmnl/libmnl.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
+#include <sys/syscall.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <string>
+#include <tuple>
+
+#include "host/runtime/log.h"
 
 namespace host {
 namespace {
@@ -22,6 +30,37 @@ struct TcxLinkInfo {
   uint32_t interface;  // 0 once that is gone
   uint32_t attach_type;
 };
+struct TcxQuery {
+  uint32_t interface, attach_type, query_flags, attach_flags;
+  uint64_t programs;
+  uint32_t count, padding;
+  uint64_t program_flags, links, link_flags, revision;
+};
+constexpr uint32_t kMostPrograms = 64;  // of an interface (BPF_MPROG_MAX)
+constexpr time_t kLookSeconds = 2;
+
+// What the kernel says of a link; false when it does not.
+bool ReadLink(int link, TcxLinkInfo* info) {
+  uint32_t size = sizeof(*info);
+  return bpf_obj_get_info_by_fd(link, info, &size) == 0;
+}
+
+// Whether the link is at the ingress of the interface that has this index here: the index that the
+// link tells may be one of another network namespace. 0 or a negative errno, -ENODEV when there is
+// no such interface.
+int AskForLink(int interface, uint32_t link, bool* is_there) {
+  uint32_t programs[kMostPrograms], links[kMostPrograms];
+  TcxQuery query{};
+  query.interface = static_cast<uint32_t>(interface);
+  query.attach_type = kTcxIngress;
+  query.programs = reinterpret_cast<uintptr_t>(programs);
+  query.links = reinterpret_cast<uintptr_t>(links);
+  query.count = kMostPrograms;
+  if (syscall(__NR_bpf, BPF_PROG_QUERY, &query, sizeof(query)) != 0) return -errno;
+  const uint32_t count = std::min(query.count, kMostPrograms);
+  *is_there = std::find(links, links + count, link) != links + count;
+  return 0;
+}
 
 // A classifier's place: ahead of what others attach without asking for a priority.
 constexpr uint32_t kHandle = 0xac1, kPriority = 1;
@@ -82,9 +121,7 @@ bool AnyLinkAlive(const PinDirectory& links) {
     int error = 0;
     const Descriptor link = links.Get(name, &error);
     TcxLinkInfo info{};
-    uint32_t size = sizeof(info);
-    const bool known = link && bpf_obj_get_info_by_fd(link.get(), &info, &size) == 0;
-    if (!known || info.interface != 0) return true;
+    if (!link || !ReadLink(link.get(), &info) || info.interface != 0) return true;
   }
   return false;
 }
@@ -101,14 +138,19 @@ PortHooks::Method PortHooks::Probe(int program) {
 }
 
 int PortHooks::Watch(const NetlinkOpener& open) {
-  if (method_ == Method::kLink) return 0;
   int error = 0;
-  events_ = open({NETLINK_ROUTE, RTNLGRP_TC, 0}, &error);
-  return error;
+  if (method_ == Method::kClassifier) {
+    events_ = open({NETLINK_ROUTE, RTNLGRP_TC, 0}, &error);
+    return error;
+  }
+  timer_ = Descriptor(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
+  const itimerspec every{{kLookSeconds, 0}, {kLookSeconds, 0}};
+  return timer_ && timerfd_settime(timer_.get(), 0, &every, nullptr) == 0 ? 0 : -errno;
 }
 
-std::set<int> PortHooks::Lost() {
-  std::set<int> concerned, lost;
+// The interfaces whose classifiers may have changed.
+std::set<int> PortHooks::ConcernedByEvents() {
+  std::set<int> concerned;
   std::vector<char> buffer(1 << 15);
   for (;;) {
     const ssize_t size =
@@ -117,7 +159,7 @@ std::set<int> PortHooks::Lost() {
       for (const auto& [interface, program] : attached_) concerned.insert(interface);
       continue;
     }
-    if (size < 0) break;
+    if (size < 0) return concerned;
     auto remaining = static_cast<int>(size);
     const auto* message = reinterpret_cast<const nlmsghdr*>(buffer.data());
     for (; mnl_nlmsg_ok(message, remaining); message = mnl_nlmsg_next(message, &remaining)) {
@@ -125,12 +167,50 @@ std::set<int> PortHooks::Lost() {
       concerned.insert(static_cast<const tcmsg*>(mnl_nlmsg_get_payload(message))->tcm_ifindex);
     }
   }
-  for (const int interface : concerned) {
-    const auto known = attached_.find(interface);
+}
+
+// Whether the interface is there without the link. The going of an interface is announced.
+bool PortHooks::LostLink(int interface) const {
+  const auto held = held_.find(interface);
+  bool is_there = false;
+  return held != held_.end() && AskForLink(interface, held->second.id, &is_there) == 0 && !is_there;
+}
+
+// Pins the interface's link again where somebody has removed the pin: it would go with the process.
+void PortHooks::KeepPinned(int interface) {
+  const auto held = held_.find(interface);
+  const std::string name = std::to_string(interface);
+  if (held == held_.end() || access(links_->PathOf(name).c_str(), F_OK) == 0 || errno != ENOENT) {
+    return;
+  }
+  const int error = links_->Pin(held->second.fd.get(), name);
+  if (error == 0) {
+    Log(LogLevel::kWarning, "%s was removed by another program; put right",
+        links_->PathOf(name).c_str());
+  } else if (!pins_reported_) {
+    Log(LogLevel::kError,
+        "%s was removed by another program and cannot be made: %s; the filter ends with the daemon",
+        links_->PathOf(name).c_str(), strerror(-error));
+  }
+  pins_reported_ = error != 0;
+}
+
+std::set<int> PortHooks::Lost() {
+  uint64_t times = 0;
+  if (timer_) std::ignore = read(timer_.get(), &times, sizeof(times));  // until the next time
+  const std::set<int> concerned = ConcernedByEvents();
+  std::set<int> lost;
+  for (auto& [interface, known] : attached_) {
+    if (known == 0) continue;
     uint32_t program = 0;
-    if (known == attached_.end() || known->second == 0) continue;
-    if (QueryClassifier(interface, &program) == 0 && program == known->second) continue;
-    known->second = 0;
+    if (method_ == Method::kLink) {
+      KeepPinned(interface);
+      if (!LostLink(interface)) continue;
+    } else if (concerned.count(interface) == 0 ||
+               (QueryClassifier(interface, &program) == 0 && program == known)) {
+      continue;
+    }
+    known = 0;
     lost.insert(interface);
   }
   return lost;
@@ -156,13 +236,17 @@ int PortHooks::AdoptLink(const std::string& name) {
   Descriptor link = links_->Get(name, &error);
   if (!link) return error;
   TcxLinkInfo info{};
-  uint32_t size = sizeof(info);
-  if (bpf_obj_get_info_by_fd(link.get(), &info, &size) != 0) return -errno;
-  // A pin under another name than the link's own is what a crash left of a pinning.
-  if (info.interface == 0 || name != std::to_string(info.interface)) return links_->Unpin(name);
+  if (!ReadLink(link.get(), &info)) return -errno;
   const auto interface = static_cast<int>(info.interface);
+  // A pin under another name than the link's own is what a crash left of a pinning.
+  bool is_ours = interface != 0 && name == std::to_string(interface);
+  if (is_ours) {
+    error = AskForLink(interface, info.id, &is_ours);
+    if (error == -ENODEV) is_ours = false;
+  }
+  if (!is_ours) return links_->Unpin(name);
   attached_[interface] = info.program;
-  held_[interface] = std::move(link);
+  held_[interface] = {std::move(link), info.id};
   return 0;
 }
 
@@ -176,17 +260,19 @@ int PortHooks::Attach(int interface, int program) {
 int PortHooks::AttachLink(int interface, int program) {
   const auto held = held_.find(interface);
   if (held != held_.end()) {
-    if (bpf_link_update(held->second.get(), program, nullptr) == 0) return 0;
+    const bool is_lost = LostLink(interface);
+    if (!is_lost && bpf_link_update(held->second.fd.get(), program, nullptr) == 0) return 0;
     // The interface is gone, and the link's rest with it; its index may be another's by now.
-    if (errno != ENOLINK) return -errno;
+    if (!is_lost && errno != ENOLINK) return -errno;
     const int error = Detach(interface);
     if (error != 0) return error;
   }
   LIBBPF_OPTS(bpf_link_create_opts, options, .flags = kBeforeOthers);
   Descriptor link(bpf_link_create(program, interface, kTcxIngress, &options));
-  if (!link) return -errno;
+  TcxLinkInfo info{};
+  if (!link || !ReadLink(link.get(), &info)) return -errno;
   const int error = links_->Pin(link.get(), std::to_string(interface));
-  if (error == 0) held_[interface] = std::move(link);
+  if (error == 0) held_[interface] = {std::move(link), info.id};
   return error;
 }
 

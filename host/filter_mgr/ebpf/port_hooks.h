@@ -6,13 +6,18 @@
 // others. Both outlive the process and go with the interface, and in both the program is exchanged
 // for another one without a frame in between passing by.
 //
-// A link cannot be taken away by those who do not have it; a classifier goes with the queueing
-// discipline, whoever deletes that. The kernel announces it (rtnetlink(7), RTNLGRP_TC).
+// Others can take the program away. A classifier goes with the queueing discipline, whoever deletes
+// that; the kernel announces it (rtnetlink(7), RTNLGRP_TC). A link can be detached by who opens its
+// pin, and goes along when its interface moves to another network namespace, where it lives on: of
+// neither is there an announcement. So the interface is asked for the link whenever that matters,
+// and every two seconds.
 //
-// What is attached is told by interface index: a name may go over to another interface.
+// What is attached is told by interface index: a name may go over to another interface, and so may
+// an index, which is a network namespace's own.
 #ifndef HOST_FILTER_MGR_EBPF_PORT_HOOKS_H_
 #define HOST_FILTER_MGR_EBPF_PORT_HOOKS_H_
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -33,12 +38,12 @@ class PortHooks {
   // What this kernel offers. Tries a link to an interface that cannot exist.
   static Method Probe(int program);
 
-  // Listens for others taking the program away, where they can. 0 or a negative errno.
+  // Begins to look for others taking the program away. 0 or a negative errno.
   int Watch(const NetlinkOpener& open);
-  // Readable when there is something for Lost() to look at; -1 where nobody can take it away.
-  int fd() const { return events_ == nullptr ? -1 : events_->fd(); }
+  // Readable when Lost() should look; -1 before Watch().
+  int fd() const { return events_ == nullptr ? timer_.get() : events_->fd(); }
   // Interfaces that the program was taken off by others since the last call; Attach() brings it
-  // back.
+  // back. Asks for all links, and pins them again whose pins are gone.
   std::set<int> Lost();
 
   // Takes over what an earlier run attached to these interfaces; pins of links whose interface is
@@ -59,17 +64,36 @@ class PortHooks {
 
   // The program's id, or 0 if it is not known, by the interface that it is attached to.
   const std::map<int, uint32_t>& attached() const { return attached_; }
+  // Whether it is known for this interface; for all.
+  bool Known(int interface) const {
+    const auto it = attached_.find(interface);
+    return it != attached_.end() && it->second != 0;
+  }
+  bool AllKnown() const {
+    return std::all_of(attached_.begin(), attached_.end(),
+                       [](const auto& attached) { return attached.second != 0; });
+  }
   Method method() const { return method_; }
 
  private:
+  struct Link {
+    Descriptor fd;
+    uint32_t id = 0;
+  };
+
   int AdoptLink(const std::string& name);
   int AttachLink(int interface, int program);
+  std::set<int> ConcernedByEvents();
+  bool LostLink(int interface) const;
+  void KeepPinned(int interface);
 
   const PinDirectory* links_;
   Method method_;
   std::map<int, uint32_t> attached_;
-  std::map<int, Descriptor> held_;  // the links, by interface
-  std::unique_ptr<NetlinkSocket> events_;
+  std::map<int, Link> held_;               // by interface
+  std::unique_ptr<NetlinkSocket> events_;  // of classifiers
+  bool pins_reported_ = false;             // that a link cannot be pinned again
+  Descriptor timer_;                       // to look at links
 };
 
 // Whether at least one of the pinned links hangs on an interface that is there.

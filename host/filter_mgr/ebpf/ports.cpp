@@ -69,7 +69,9 @@ std::map<int, uint32_t> FilterPorts::RootsOf(const std::set<std::string>& wanted
   std::map<int, uint32_t> roots;
   for (const std::string& port : wanted) {
     const int interface = links_->IndexOf(port);
-    if (interface != 0) roots[interface] = RootOf(number_of_.at(port), kL2);
+    if (interface == 0) continue;
+    const uint32_t bare = links_->HasEthernet(interface) ? 0 : FILTER_PORT_BARE;
+    roots[interface] = RootOf(number_of_.at(port), kL2) | bare;
   }
   return roots;
 }
@@ -100,10 +102,17 @@ void FilterPorts::ClearSlot(int interface) {
 int FilterPorts::Fill(const std::map<int, uint32_t>& interfaces) {
   for (const auto& [interface, root] : interfaces) {
     if (SetSlot(interface, root)) continue;
-    // A larger table is empty: all of them again. Interfaces that are to be uncovered soon have no
-    // root in it, and until then their frames are dropped.
-    const int error = store_->GrowMap(kMapPorts, 2 * store_->config()->port_slots);
-    return error != 0 ? error : Fill(interfaces);
+    // A larger table is empty: all of them again, and those that have the program still, which
+    // drops frames of interfaces it does not know.
+    std::map<int, uint32_t> all = interfaces;
+    const uint32_t slots = store_->config()->port_slots;
+    for (uint32_t i = 0; i < slots; ++i) {
+      const filter_port slot = store_->ports()[i];
+      const auto known = static_cast<int>(slot.interface);
+      if (hooks_->attached().count(known) != 0) all.emplace(known, slot.root);
+    }
+    const int error = store_->GrowMap(kMapPorts, 2 * slots);
+    return error != 0 ? error : Fill(all);
   }
   return 0;
 }
@@ -128,8 +137,7 @@ bool FilterPorts::Cover(const std::set<std::string>& wanted, Failure* failure) {
   if (!MakeReady(wanted, failure)) return false;
   failed_.clear();
   const uint32_t program = ProgramId(store_->program());
-  const std::map<int, uint32_t> before = hooks_->attached();
-  std::map<int, uint32_t> all = before;
+  std::map<int, uint32_t> all = hooks_->attached();
   for (const auto& [interface, root] : roots) all.emplace(interface, 0);
   for (const auto& [interface, now] : all) {
     if (now == program) continue;
@@ -139,14 +147,14 @@ bool FilterPorts::Cover(const std::set<std::string>& wanted, Failure* failure) {
       hooks_->Detach(interface);
       continue;
     }
-    if (before.count(interface) != 0) {
+    if (hooks_->attached().count(interface) != 0) {
       *failure = FailureOf(error, "the program of interface " + std::to_string(interface) +
                                       " cannot be replaced: " + strerror(-error));
       return false;
     }
     const auto root = roots.find(interface);
     if (root != roots.end())
-      Fail(names_[root->second / 2], "the program cannot be attached", error);
+      Fail(names_[(root->second & ~FILTER_PORT_BARE) / 2], "the program cannot be attached", error);
   }
   store_->Settle();
   SetGuards(wanted, /*keep_others=*/true);

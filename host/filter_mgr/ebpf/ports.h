@@ -66,7 +66,7 @@ class FilterPorts {
   int Fill(const std::map<int, uint32_t>& interfaces);
   bool SetSlot(int interface, uint32_t root);
   void ClearSlot(int interface);
-  // The root of each interface that has a wanted port's name.
+  // The root, as it is in the table, of each interface that has a wanted port's name.
   std::map<int, uint32_t> RootsOf(const std::set<std::string>& wanted) const;
   void SetGuards(const std::set<std::string>& wanted, bool keep_others);
   void Fail(const std::string& port, const char* what, int error);

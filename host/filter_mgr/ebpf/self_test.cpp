@@ -40,7 +40,7 @@ cls_key TrialFrame::Key() const {
   cls_key key{};
   key.word[0] = tagged ? 0x8100 : ipv6 ? 0x86dd : 0x0800;
   key.word[1] = (uint64_t{2} << 40 | mac) << 16 | (tagged ? kVlan : 0);
-  key.word[3] = CLS_HAS_PORT | port | (tagged ? CLS_HAS_TAG : 0);
+  key.word[3] = FILTER_HAS_ETHERNET | CLS_HAS_PORT | port | (tagged ? CLS_HAS_TAG : 0);
   if (ipv6) return key;
   key.word[2] = kNet | host;
   key.word[3] |= CLS_HAS_IPV4 | FILTER_HAS_TOS | FILTER_HAS_PROTOCOL | FILTER_HAS_SRC_IP |

@@ -1,12 +1,15 @@
 #include "host/filter_mgr/ebpf/store.h"
 
+#include <bpf/bpf.h>
 #include <bpf/libbpf.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <set>
 
 #include "host/filter_mgr/ebpf/grace.h"
 #include "host/runtime/log.h"
@@ -36,6 +39,13 @@ uint32_t RoundUp(size_t id, uint32_t capacity) {
   return std::max(rounded, capacity);
 }
 
+// The kernel's number of a map; 0 when it cannot be told.
+uint32_t MapNumber(const FilterMap& map) {
+  bpf_map_info info{};
+  uint32_t size = sizeof(info);
+  return bpf_obj_get_info_by_fd(map.fd(), &info, &size) == 0 ? info.id : 0;
+}
+
 }  // namespace
 
 std::unique_ptr<FilterStore> FilterStore::Open(const std::string& directory, std::string* reason) {
@@ -46,8 +56,7 @@ std::unique_ptr<FilterStore> FilterStore::Open(const std::string& directory, std
     *reason = "there are no addresses for the maps";
     return nullptr;
   }
-  store->root_ = PinDirectory::Make(directory, &error);
-  if (store->root_ != nullptr) error = store->root_->Lock();
+  error = store->OpenDirectory(directory);
   if (error == 0) store->links_ = PinDirectory::Make(store->root_->PathOf(kLinkPins), &error);
   if (error != 0) {
     *reason = directory + ": " +
@@ -62,16 +71,44 @@ std::unique_ptr<FilterStore> FilterStore::Open(const std::string& directory, std
   }
   std::sort(numbers.rbegin(), numbers.rend());
   for (const uint64_t number : numbers) {
-    store->edition_ = std::max(store->edition_, number);
     const int result = store->TakeEdition(EditionName(number));
     if (result == -EAGAIN) continue;  // was not complete: nothing depends on it
+    store->edition_ = number;
     store->found_ = result == 0 ? Found::kOurs : Found::kForeign;
     break;
   }
   store->unsettled_ = numbers.size() > 1;
-  if (store->found_ == Found::kOurs || store->Fresh(reason)) return store;
+  if (store->found_ == Found::kOurs) store->TakeCountersBefore(numbers);
+  if (store->found_ == Found::kOurs || store->Fresh(reason)) {
+    error = store->TryPin();
+    if (error == 0) return store;
+    *reason = directory + ": nothing can be pinned: " + strerror(-error);
+  }
   if (numbers.empty()) RemovePins(directory);
   return nullptr;
+}
+
+// Waits a little for the lock: a daemon of another network that looks for dead stores has it for a
+// moment, too, and may even remove the directory (dead_stores.h). 0 or a negative errno.
+int FilterStore::OpenDirectory(const std::string& directory) {
+  constexpr int kAttempts = 100;
+  constexpr useconds_t kPause = 10000;
+  int error = 0;
+  for (int i = 0; i < kAttempts; ++i) {
+    root_ = PinDirectory::Make(directory, &error);
+    if (root_ == nullptr) break;
+    error = root_->Lock();
+    if (error != -EWOULDBLOCK && error != -ENOENT) break;
+    usleep(kPause);
+  }
+  return error;
+}
+
+// Whether what is made can be pinned. 0 or a negative errno.
+int FilterStore::TryPin() const {
+  constexpr char kTrial[] = "trial";
+  const int error = root_->Pin(maps_[kMapConfig]->fd(), kTrial);
+  return error == 0 ? root_->Unpin(kTrial) : error;
 }
 
 FilterStore::~FilterStore() {
@@ -129,13 +166,47 @@ int FilterStore::TakeEdition(const std::string& name) {
   }
   // A program of another build has to make room for this one's; it works on the same maps.
   program_ = directory->Get(kProgramPin, &error);
-  separate_ = false;
+  separate_ = counters_unused_ = false;
   incomplete_ = !program_ || config()->program != FilterProgramImage().checksum;
   ShowAreas();
   return 0;
 }
 
+// Takes the counters of editions that the one taken over replaces, as far as it has not got their
+// counts: the process that was to move them has died. `numbers` are those of all, the latest first.
+void FilterStore::TakeCountersBefore(const std::vector<uint64_t>& numbers) {
+  bool moved = config()->counts_moved != 0;
+  std::set<uint32_t> known = {MapNumber(*maps_[kMapCounters])};
+  for (auto number = numbers.begin(); number != numbers.end() && !moved; ++number) {
+    if (*number >= edition_) continue;
+    int error = 0;
+    const auto directory = PinDirectory::Make(root_->PathOf(EditionName(*number)), &error);
+    FilterMaps maps;
+    for (const size_t id : {size_t{kMapConfig}, size_t{kMapCounters}}) {
+      Descriptor fd;
+      if (error == 0) fd = directory->Get(MapName(id), &error);
+      if (error == 0) maps[id] = FilterMap::Take(id, std::move(fd), &error);
+    }
+    if (error != 0) continue;
+    const auto* const before = maps[kMapConfig]->As<filter_config>();
+    const uint32_t slice = before->counter_slice;
+    if (before->complete == 0 || before->layout != FILTER_LAYOUT_VERSION || before->cpus != cpus_ ||
+        maps[kMapCounters]->capacity() / (cpus_ + 1) < slice) {
+      continue;
+    }
+    if (known.insert(MapNumber(*maps[kMapCounters])).second) {
+      counters_before_.push_back({maps[kMapCounters], slice});
+    }
+    moved = before->counts_moved != 0;
+  }
+  if (counters_before_.empty()) return;
+  // Some of the sums may have been made.
+  const size_t slice = counter_slots();
+  std::fill_n(maps_[kMapCounters]->As<filter_counter>() + cpus_ * slice, slice, filter_counter{});
+}
+
 bool FilterStore::Fresh(std::string* reason) {
+  counters_before_.clear();  // of entries that go
   for (size_t id = 0; id < kMapCount; ++id) {
     uint32_t capacity = 1;
     if (id == kMapPorts) capacity = kFirstPortSlots;
@@ -150,7 +221,7 @@ bool FilterStore::Fresh(std::string* reason) {
       return false;
     }
   }
-  incomplete_ = separate_ = true;
+  incomplete_ = separate_ = counters_unused_ = true;
   SetConfig();
   ShowAreas();
   return true;
@@ -165,7 +236,7 @@ bool FilterStore::StartOver(std::string* reason) {
 void FilterStore::SetConfig() {
   filter_config* const c = config();
   c->layout = FILTER_LAYOUT_VERSION;
-  c->complete = 0;
+  c->complete = c->counts_moved = 0;
   c->cpus = cpus_;
   c->counter_slice = maps_[kMapCounters]->capacity() / (cpus_ + 1);
   c->cache_slice = kCacheSlice;
@@ -231,15 +302,12 @@ int FilterStore::GrowCounters(uint32_t slots) {
   while (slice < slots) slice *= 2;
   auto larger = FilterMap::Create(kMapCounters, slice * (cpus_ + 1), &error);
   if (larger == nullptr) return error;
-  const std::shared_ptr<FilterMap> before = maps_[kMapCounters];
-  const uint32_t slice_before = counter_slots();
+  const Counters before = {maps_[kMapCounters], counter_slots()};
   error = Install(kMapCounters, std::move(larger));
   if (error != 0) return error;
   // Nothing counts in the new ones before the program is on them; Settle() fetches the rest.
-  if (counters_before_ == nullptr && program_ && before->MoveTo(nullptr) == 0) {
-    counters_before_ = before;
-    slice_before_ = slice_before;
-  }
+  if (!counters_unused_ && before.map->MoveTo(nullptr) == 0) counters_before_.push_back(before);
+  counters_unused_ = true;
   SetConfig();
   return 0;
 }
@@ -270,24 +338,19 @@ int FilterStore::Complete(std::string* reason) {
   unsettled_ = unsettled_ || edition_ != 0;
   edition_ = number;
   program_ = std::move(program);
-  incomplete_ = separate_ = false;
+  incomplete_ = separate_ = counters_unused_ = false;
   return 0;
 }
 
 void FilterStore::Settle() {
   if (!unsettled_) return;
-  if (counters_before_ != nullptr) {
+  if (!counters_before_.empty()) {
     WaitForReaders();
     auto* const own = maps_[kMapCounters]->As<filter_counter>() + size_t{cpus_} * counter_slots();
-    const auto* before = counters_before_->As<filter_counter>();
-    for (uint32_t cpu = 0; cpu <= cpus_; ++cpu, before += slice_before_) {
-      for (uint32_t slot = 0; slot < slice_before_; ++slot) {
-        own[slot].packets += before[slot].packets;
-        own[slot].bytes += before[slot].bytes;
-      }
-    }
-    counters_before_ = nullptr;
+    for (uint32_t slot = 0; slot < counter_slots(); ++slot) own[slot] = CountBefore(slot);
+    counters_before_.clear();
   }
+  __atomic_store_n(&config()->counts_moved, 1, __ATOMIC_RELEASE);
   for (const std::string& name : root_->Directories()) {
     if (EditionNumber(name) == 0 || EditionNumber(name) == edition_) continue;
     const int error = RemovePins(root_->PathOf(name));
@@ -299,26 +362,37 @@ void FilterStore::Settle() {
   unsettled_ = false;
 }
 
-filter_counter FilterStore::Count(uint32_t slot) const {
+// Adds what the slot has counted in `counters`, on all processors.
+void FilterStore::AddCount(const Counters& counters, uint32_t slot, filter_counter* sum) const {
+  const auto* counter = counters.map->As<filter_counter>();
+  for (uint32_t cpu = 0; slot < counters.slice && cpu <= cpus_; ++cpu, counter += counters.slice) {
+    sum->packets += __atomic_load_n(&counter[slot].packets, __ATOMIC_RELAXED);
+    sum->bytes += __atomic_load_n(&counter[slot].bytes, __ATOMIC_RELAXED);
+  }
+}
+
+// What the slot has counted in editions before this one.
+filter_counter FilterStore::CountBefore(uint32_t slot) const {
   filter_counter sum{};
-  const auto add = [&](const FilterMap& map, uint32_t slice) {
-    const auto* counter = map.As<filter_counter>();
-    for (uint32_t cpu = 0; slot < slice && cpu <= cpus_; ++cpu, counter += slice) {
-      sum.packets += __atomic_load_n(&counter[slot].packets, __ATOMIC_RELAXED);
-      sum.bytes += __atomic_load_n(&counter[slot].bytes, __ATOMIC_RELAXED);
-    }
-  };
-  add(*maps_[kMapCounters], counter_slots());
-  if (counters_before_ != nullptr) add(*counters_before_, slice_before_);
+  for (const Counters& before : counters_before_) AddCount(before, slot, &sum);
+  return sum;
+}
+
+filter_counter FilterStore::Count(uint32_t slot) const {
+  filter_counter sum = CountBefore(slot);
+  AddCount({maps_[kMapCounters], counter_slots()}, slot, &sum);
   return sum;
 }
 
 void FilterStore::ResetCount(uint32_t slot) {
-  auto* counter = maps_[kMapCounters]->As<filter_counter>();
-  for (uint32_t cpu = 0; cpu <= cpus_; ++cpu, counter += counter_slots()) counter[slot] = {};
-  if (counters_before_ == nullptr || slot >= slice_before_) return;
-  counter = counters_before_->As<filter_counter>();
-  for (uint32_t cpu = 0; cpu <= cpus_; ++cpu, counter += slice_before_) counter[slot] = {};
+  const auto reset = [this, slot](const Counters& counters) {
+    auto* counter = counters.map->As<filter_counter>();
+    for (uint32_t cpu = 0; slot < counters.slice && cpu <= cpus_; ++cpu) {
+      counter[size_t{cpu} * counters.slice + slot] = {};
+    }
+  };
+  reset({maps_[kMapCounters], counter_slots()});
+  for (const Counters& before : counters_before_) reset(before);
 }
 
 void FilterStore::WaitForReaders() { WaitForPrograms(); }

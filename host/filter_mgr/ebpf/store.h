@@ -15,7 +15,11 @@
 // In this process each map keeps its address for good, so that a pointer into one stays valid while
 // any of them grows.
 //
-// An edition counts when its config says `complete`. A process that finds several, as another one
+// Where the counters are larger ones, the new edition's begin at zero, and get what those before
+// them have counted once nothing counts there any more: each sum is stored and not added, so that
+// it can be made again, until the config says `counts_moved`.
+//
+// An edition is valid when its config says `complete`. A process that finds several, as another one
 // died, goes on with the latest that is complete and lets the others go. Maps of another layout,
 // or damaged ones, are left in force ("foreign") until new content replaces them whole.
 #ifndef HOST_FILTER_MGR_EBPF_STORE_H_
@@ -39,7 +43,7 @@ constexpr char kLinkPins[] = "links";
 class FilterStore final : public classifier::Memory {
  public:
   // Opens the directory, locks it, and takes over what is in there. Null, with a reason for people
-  // in `reason`, when that cannot be.
+  // in `reason`, when that cannot be. Blocks for up to a second while somebody else has the lock.
   static std::unique_ptr<FilterStore> Open(const std::string& directory, std::string* reason);
 
   ~FilterStore() override;
@@ -68,8 +72,8 @@ class FilterStore final : public classifier::Memory {
   int program() const { return program_.get(); }
   // Whether the maps are not yet those of program(): Complete() has to come before publishing.
   bool incomplete() const { return incomplete_; }
-  // To be called once program() is the one on all ports: counts what the edition before it has
-  // counted, and removes that.
+  // To be called once program() is the one on all ports: counts what the editions before it have
+  // counted, and removes them.
   void Settle();
 
   // What the slot has counted, on all processors.
@@ -88,15 +92,23 @@ class FilterStore final : public classifier::Memory {
 
  private:
   FilterStore() = default;
+  int OpenDirectory(const std::string& directory);
+  int TryPin() const;
   bool ReserveAddresses();
   // Puts the map in the place of its kind. 0, or a negative errno: -E2BIG when it is too large.
   int Install(size_t id, std::shared_ptr<FilterMap> map);
   bool Fresh(std::string* reason);
   int TakeEdition(const std::string& name);
+  void TakeCountersBefore(const std::vector<uint64_t>& numbers);
   int BeginEdition();
   void SetConfig();
   void ShowAreas();
-  void RemoveOthers();
+  struct Counters {
+    std::shared_ptr<FilterMap> map;
+    uint32_t slice;
+  };
+  void AddCount(const Counters& counters, uint32_t slot, filter_counter* sum) const;
+  filter_counter CountBefore(uint32_t slot) const;
 
   std::unique_ptr<PinDirectory> root_, links_;
   std::array<void*, kMapCount> place_{};  // addresses that each map has for itself
@@ -104,10 +116,10 @@ class FilterStore final : public classifier::Memory {
   Descriptor program_;
   uint64_t edition_ = 0;  // number of the one in force, 0 before there is one
   bool incomplete_ = true;
-  bool separate_ = true;    // whether the maps are others than those of `program_`
-  bool unsettled_ = false;  // whether other editions are to be removed
-  std::shared_ptr<FilterMap> counters_before_;  // of the edition that is being replaced
-  uint32_t slice_before_ = 0;
+  bool separate_ = true;                   // whether the maps are others than those of `program_`
+  bool unsettled_ = false;                 // whether other editions are to be removed
+  std::vector<Counters> counters_before_;  // of the editions that are being replaced
+  bool counters_unused_ = true;            // no program counts in the newest yet
   uint32_t cpus_ = 1;
   Found found_ = Found::kNothing;
 };

@@ -1,6 +1,7 @@
 #include "host/filter_mgr/linux/link_table.h"
 
 #include <libmnl/libmnl.h>
+#include <linux/if_arp.h>
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
 
@@ -39,7 +40,7 @@ int LinkTable::Read(std::set<std::string>* changed) {
   }
   if (error != 0) return error;
   std::vector<int> gone;
-  for (const auto& [index, name] : name_of_) {
+  for (const auto& [index, link] : link_of_) {
     if (seen.count(index) == 0) gone.push_back(index);
   }
   for (int index : gone) Remove(index, changed);
@@ -54,33 +55,39 @@ void LinkTable::Take(const nlmsghdr* message, std::set<std::string>* changed) {
   if (message->nlmsg_type == RTM_DELLINK) return Remove(info->ifi_index, changed);
   ForEachAttribute(message, sizeof(*info), [&](const nlattr* attribute) {
     if (mnl_attr_get_type(attribute) == IFLA_IFNAME) {
-      Set(info->ifi_index, mnl_attr_get_str(attribute), changed);
+      Set(info->ifi_index, {mnl_attr_get_str(attribute), info->ifi_type}, changed);
     }
   });
 }
 
-void LinkTable::Set(int index, const std::string& name, std::set<std::string>* changed) {
-  const auto it = name_of_.find(index);
-  if (it != name_of_.end() && it->second == name) return;
+void LinkTable::Set(int index, const Link& link, std::set<std::string>* changed) {
+  const auto it = link_of_.find(index);
+  if (it != link_of_.end() && it->second.name == link.name && it->second.type == link.type) return;
   Remove(index, changed);
-  name_of_[index] = name;
-  index_of_[name] = index;
-  changed->insert(name);
+  link_of_[index] = link;
+  index_of_[link.name] = index;
+  changed->insert(link.name);
 }
 
 void LinkTable::Remove(int index, std::set<std::string>* changed) {
-  const auto it = name_of_.find(index);
-  if (it == name_of_.end()) return;
-  changed->insert(it->second);
+  const auto it = link_of_.find(index);
+  if (it == link_of_.end()) return;
+  changed->insert(it->second.name);
   // The name may be another interface's by now.
-  const auto by_name = index_of_.find(it->second);
+  const auto by_name = index_of_.find(it->second.name);
   if (by_name != index_of_.end() && by_name->second == index) index_of_.erase(by_name);
-  name_of_.erase(it);
+  link_of_.erase(it);
+}
+
+bool LinkTable::HasEthernet(int index) const {
+  const auto it = link_of_.find(index);
+  return it == link_of_.end() || it->second.type == ARPHRD_ETHER ||
+         it->second.type == ARPHRD_LOOPBACK;
 }
 
 std::vector<int> LinkTable::indices() const {
   std::vector<int> indices;
-  for (const auto& [index, name] : name_of_) indices.push_back(index);
+  for (const auto& [index, link] : link_of_) indices.push_back(index);
   return indices;
 }
 

@@ -1,8 +1,10 @@
 // Interfaces that come, go and change names, with real frames: those of a port are filtered from
 // the first one on.
 #include <arpa/inet.h>
+#include <bpf/bpf.h>
 #include <linux/if_packet.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 #include "tests/packets/ebpf/ebpf_fixture.h"
 
@@ -47,6 +49,17 @@ class PortsTest : public EbpfTest, public ::testing::WithParamInterface<bool> {
     return passed;
   }
 
+  // Takes the program off p1 in the way that is open to others.
+  void TakeAway() {
+    PacketLab::Run("tc qdisc replace dev p1 clsact; tc qdisc del dev p1 clsact");
+    const Descriptor link(bpf_obj_get(Pin().c_str()));
+    if (link) {
+      EXPECT_EQ(0, bpf_link_detach(link.get()));
+    }
+  }
+  // Where p1's link is pinned.
+  std::string Pin() { return ebpf_->store().links().PathOf(std::to_string(if_nametoindex("p1"))); }
+
   bool GuardsEveryFrame() const {
     return ebpf_->guards() != nullptr && ebpf_->guards()->kind() == PortGuards::Kind::kIngress;
   }
@@ -61,14 +74,20 @@ TEST_P(PortsTest, AnInterfaceIsFilteredWheneverItIsThere) {
   Apply({&*group_});
   EXPECT_FALSE(Passes("p1-peer"));
   EXPECT_EQ(PortState::kEnforced, ebpf_->Ports().at("p1"));
-  // Others may delete the queueing discipline that classifiers hang on, as they all do where the
-  // kernel has no links.
-  PacketLab::Run("tc qdisc replace dev p1 clsact; tc qdisc del dev p1 clsact");
-  if (!GetParam()) {
+  // Others may take the program away. The next commit sees that, and if there is none, the next
+  // look.
+  for (const bool commit : {false, true}) {
+    TakeAway();
     EXPECT_TRUE(Passes("p1-peer"));
+    if (commit) {
+      Apply({&*group_});
+    } else {
+      EXPECT_TRUE(ebpf_->Poll());
+    }
+    EXPECT_FALSE(Passes("p1-peer"));
+    EXPECT_THAT(std::exchange(CapturedLog(), {}),
+                ::testing::Contains(::testing::HasSubstr("taken away by another")));
   }
-  EXPECT_TRUE(ebpf_->Poll());
-  EXPECT_FALSE(Passes("p1-peer"));
   // Gone, and made anew: nobody has heard of it yet.
   PacketLab::Run("ip link del p1");
   ebpf_->Poll();
@@ -105,6 +124,40 @@ TEST_P(PortsTest, AnInterfaceIsFilteredWheneverItIsThere) {
   EXPECT_NE(0, access(EbpfDirectory(options_.directory).c_str(), F_OK));
 }
 
+TEST_P(PortsTest, PinsOfLinksAreKept) {
+  AddPort("p1");
+  Apply({&*group_});
+  if (access(Pin().c_str(), F_OK) != 0) GTEST_SKIP() << "classifiers have none";
+  const FiltersGroup empty[] = {GroupOf(kL2Type, {}), GroupOf(kL3Type, {})};
+  Apply({&empty[0], &empty[1]});
+  // A link that cannot be pinned is given back, and made when it can.
+  mkdir(Pin().c_str(), 0700);
+  ASSERT_EQ(FILTER_MGR_OK, ebpf_->Prepare(*group_));
+  EXPECT_EQ(Standing::kPartial, ebpf_->Publish().state);
+  rmdir(Pin().c_str());
+  EXPECT_TRUE(ebpf_->Poll());
+  EXPECT_EQ(PortState::kEnforced, ebpf_->Ports().at("p1"));
+  // One whose pin another program removes is pinned again.
+  unlink(Pin().c_str());
+  EXPECT_TRUE(ebpf_->Poll());
+  EXPECT_EQ(0, access(Pin().c_str(), F_OK));
+  // An interface that is no port any more but has the program still is known to it, also where
+  // the new ports need a larger table: their indices want the same place.
+  unlink(Pin().c_str());
+  mkdir(Pin().c_str(), 0700);
+  std::list<limid_t> others;
+  for (int i = 1; i <= 8; ++i) {
+    ports_.push_back("n" + std::to_string(i));
+    PacketLab::Run("ip link add " + ports_.back() + " index " +
+                   std::to_string(if_nametoindex("p1") + 64 * i) + " type veth");
+    others.push_back(ports_.size());
+  }
+  const auto other_group = GroupOf(kL2Type, {{group_->getEntriesRef().begin()->second, others}});
+  Apply({&other_group});
+  EXPECT_LT(64u, ebpf_->store().config()->port_slots);
+  EXPECT_TRUE(Passes("p1-peer"));
+}
+
 TEST_P(PortsTest, ANameTakesItsFilterToAnotherInterface) {
   AddPort("p1");
   AddPort("other");
@@ -120,10 +173,23 @@ TEST_P(PortsTest, ANameTakesItsFilterToAnotherInterface) {
   PacketLab::Run("ip netns add " + elsewhere + "; ip link set p1 netns " + elsewhere);
   EXPECT_TRUE(ebpf_->Poll());
   EXPECT_EQ(PortState::kAbsent, ebpf_->Ports().at("p1"));
-  PacketLab::Run("ip netns exec " + elsewhere + " ip link set p1 netns $$; ip netns del " +
-                 elsewhere + "; ip link set p1 up");
+  PacketLab::Run("ip netns exec " + elsewhere + " ip link set p1 netns $$; ip link set p1 up");
   EXPECT_TRUE(ebpf_->Poll());
   EXPECT_FALSE(Passes("other-peer"));
+  // Another one comes from there that has the same index there, while nobody looks; and once more
+  // while nobody is there.
+  const std::string there = "ip netns exec " + elsewhere + " ip link ";
+  for (const char* const far : {"far1", "far2"}) {
+    if (far[3] == '2') ebpf_.reset();
+    PacketLab::Run(there + "add fresh index " + std::to_string(if_nametoindex("p1")) +
+                   " type veth peer name " + far + "; ip link set p1 netns " + elsewhere +
+                   " name gone-" + far + "; " + there + "set fresh netns $$ name p1; " + there +
+                   "set " + far + " netns $$; ip link set p1 up; ip link set " + far + " up");
+    if (ebpf_ == nullptr) Open();
+    EXPECT_TRUE(ebpf_->Poll());
+    EXPECT_FALSE(Passes(far));
+  }
+  PacketLab::Run("ip netns del " + elsewhere);
 }
 
 INSTANTIATE_TEST_SUITE_P(Attached, PortsTest, ::testing::Bool(),

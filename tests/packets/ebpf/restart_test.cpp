@@ -71,10 +71,14 @@ TEST_P(RestartTest, TheSameGroupsAreTakenOverWithoutAWrite) {
   if (ebpf_->guards() != nullptr) {
     EXPECT_EQ(0u, ebpf_->guards()->writes());
   }
+  LeftFilters left;
+  EXPECT_EQ(0, LeftByEbpf(&left, options_.directory));
+  EXPECT_EQ(2u, left.ports) << "whoever has the lock";
   ebpf_.reset();
-  size_t ports = 0;
-  EXPECT_EQ(0, FlushEbpf(&ports, options_.directory));
-  EXPECT_EQ(2u, ports);
+  EXPECT_EQ(-EACCES, FlushEbpf(&left, options_.directory + "/elsewhere"));
+  EXPECT_EQ(2u, left.ports) << "in force, and pinned out of sight";
+  EXPECT_EQ(0, FlushEbpf(&left, options_.directory));
+  EXPECT_EQ(2u, left.ports);
   EXPECT_EQ("",
             PacketLab::Output("nft list tables; tc filter show dev p1 ingress; bpftool net show "
                               "dev p1 2>/dev/null | grep acl"));

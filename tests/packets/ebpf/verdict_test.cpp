@@ -72,6 +72,25 @@ TEST_F(VerdictTest, EveryMatchWithEveryAction) {
   }
 }
 
+// In a test run also an interface of another kind gets frames with a header in front of IP's.
+TEST_F(VerdictTest, TheNetworkHeaderIsFoundBehindAnyOther) {
+  PacketLab::Run("ip tuntap add p3 mode tun");
+  std::vector<Frame> frames;
+  for (const Frame& frame : all_) {
+    if (ParseFrame(frame).after_source == 0x0800 || ParseFrame(frame).after_source == 0x86dd) {
+      frames.push_back(frame);
+    }
+  }
+  for (const int kind : {5, 6, 7, 8, 9, 10}) {
+    FiltersEntry entry(0);
+    AddMatch(&entry, kind, 1);
+    AddAction(&entry, 0, 0);
+    const FiltersGroup group = GroupOf(kL3Type, {{entry, {3}}});
+    Apply({&group});
+    ExpectAsReference({&group}, 3, frames);
+  }
+}
+
 TEST_F(VerdictTest, RandomGroupsUnderRandomUpdates) {
   std::mt19937 random(1);
   std::vector<PlacedEntry> entries[2];

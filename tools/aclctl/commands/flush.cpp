@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "host/filter_mgr/flush.h"
 #include "host/netconf/wire/listener.h"
@@ -12,7 +13,18 @@
 namespace aclctl {
 namespace {
 
-Failure KernelFailure(int error) {
+// "1 port", "2 ports".
+std::string Ports(size_t count) {
+  return std::to_string(count) + (count == 1 ? " port" : " ports");
+}
+
+Failure KernelFailure(int error, const host::LeftFilters& filters) {
+  if (!filters.out_of_reach.empty()) {
+    return {kKernel,
+            "filters are in force on " + Ports(filters.ports) +
+                " that cannot be removed from here: " + filters.out_of_reach,
+            {}};
+  }
   const char* const hint = error == -EPERM ? " (this needs CAP_NET_ADMIN, for tables CAP_BPF, too, "
                                              "and no daemon that owns the filters)"
                                            : "";
@@ -32,13 +44,14 @@ Failure Flush(const Common& common) {
                 " is running: " + std::strerror(errno),
             {}};
   }
-  size_t ports = 0;
-  const int error = host::FlushBackends("", &ports);
-  if (error != 0) return KernelFailure(error);
+  host::LeftFilters filters;
+  const int error = host::FlushBackends("", &filters);
+  if (error != 0) return KernelFailure(error, filters);
+  const size_t ports = filters.ports;
   if (common.form == Form::kJson) {
     std::printf("{\"ports\": %zu}\n", ports);
   } else {
-    std::printf("Filters of %zu %s removed.\n", ports, ports == 1 ? "port" : "ports");
+    std::printf("Filters of %s removed.\n", Ports(ports).c_str());
   }
   return {};
 }

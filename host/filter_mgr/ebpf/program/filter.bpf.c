@@ -93,9 +93,9 @@ static long step(__u32 unused, struct cls_search* s) { return cls_step(0, s, 0);
 static long step_no_link(__u32 unused, struct cls_search* s) { return cls_step(0, s, 1); }
 
 // As parse(), with all that it finds out unknown to the verifier.
-__noinline int filter_parse(struct __sk_buff* skb, struct frame* f, __u32 zero) {
+__noinline int filter_parse(struct __sk_buff* skb, struct frame* f, __u32 zero, __u32 bare) {
   if (!f) return -1;
-  return parse(skb, f, zero) != 0 ? -1 : 0;
+  return parse(skb, f, zero, bare) != 0 ? -1 : 0;
 }
 
 // The entry that decides about the key, 0 when none does, CLS_FAILED.
@@ -123,7 +123,8 @@ static __always_inline __u64 read_generation(const struct cls_control* c) {
   return generation;
 }
 
-// The L2 root of the interface's port; CLS_FAILED when it is not one of ours.
+// The L2 root of the interface's port, with FILTER_PORT_BARE beside it; CLS_FAILED when it is not
+// one of ours.
 static __always_inline __u32 find_root(const struct filter_config* c, __u32 interface) {
   for (__u32 i = 0; i < FILTER_PORT_PROBES; i++) {
     const struct filter_port* slot = at(&ports, (interface + i) & (c->port_slots - 1));
@@ -143,6 +144,7 @@ static __always_inline void make_key(const struct frame* f, struct cls_key* key)
   key->word[1] = f->src_mac << 16 | f->tci;
   key->word[2] = (__u64)f->src_ip << 32 | f->dst_ip;
   key->word[3] = (__u64)f->protocol << 24 | (__u64)f->tos << 16 | f->dst_port;
+  if (f->has_ethernet) key->word[3] |= FILTER_HAS_ETHERNET;
   if (f->tagged) key->word[3] |= CLS_HAS_TAG;
   if (f->has_tos) key->word[3] |= FILTER_HAS_TOS;
   if (f->has_protocol) key->word[3] |= FILTER_HAS_PROTOCOL;
@@ -261,10 +263,11 @@ int acl_filter(struct __sk_buff* skb) {
   struct frame f = {};
   struct cls_key key;
   if (!c || !ctl) return TC_ACT_SHOT;
-  if (filter_parse(skb, &f, CLS_LOAD(&c->zero)) != 0) return TC_ACT_SHOT;
-  make_key(&f, &key);
   __u32 root = find_root(c, skb->ifindex);
   if (root == CLS_FAILED) return drop_and_count(&c->unknown_interface);
+  if (filter_parse(skb, &f, CLS_LOAD(&c->zero), root & FILTER_PORT_BARE) != 0) return TC_ACT_SHOT;
+  make_key(&f, &key);
+  root &= ~FILTER_PORT_BARE;
   __u64 decision = decide_cached(c, &key, root, read_generation(ctl));
   __u32 l2 = (__u32)decision, l3 = decision >> 32, bytes = skb->len - f.header;
   if (l2 == CLS_FAILED || l3 == CLS_FAILED) return drop_and_count(&c->damaged);

@@ -6,6 +6,9 @@
 // TCP's or UDP's, in a packet whose IP header is valid, that fits into its frame and is no later
 // fragment.
 //
+// Interfaces of other kinds (tun, tunnels, PPP) have frames without an Ethernet header: what these
+// are, and where their network header begins, the kernel knows.
+//
 // A tag can be in the frame's bytes or beside them: on its way to the hook the kernel moves the
 // outer tag into the buffer's metadata, unless there is no room for that. The bytes of a buffer can
 // be spread; those that are read directly are gathered first.
@@ -26,6 +29,8 @@
 #define PORT_BYTES 5  // of TCP's or UDP's header: with less, there is no port
 // All that is read directly: link layer with one tag, the longest IPv4 header, the ports.
 #define PULLED_BYTES (ETH_HLEN + TAG_BYTES + IPV4_LONGEST + PORT_BYTES)
+// What is in front of a network header, in bytes, has no more bits; told to the verifier.
+#define HEADER_BITS 0xff
 // More extension headers than the longest IPv6 packet can hold.
 #define MAX_EXTENSIONS 8192
 
@@ -41,7 +46,7 @@ struct frame {
   __u16 tci;
   __u16 dst_port;
   __u8 tos, protocol;
-  __u8 tagged, tag_in_bytes, has_tos, has_protocol, has_src_ip, has_dst_ip, has_port;
+  __u8 has_ethernet, tagged, tag_in_bytes, has_tos, has_protocol, has_src_ip, has_dst_ip, has_port;
 };
 
 static __always_inline __u16 get16(const void* p) { return bpf_ntohs(*(const __be16*)p); }
@@ -50,15 +55,15 @@ static __always_inline int is_tag(__u16 type) {
   return type == ETH_P_8021Q || type == ETH_P_8021AD;
 }
 
-// Gathers what is read directly. 0, or a negative error when there is no memory.
-static __always_inline long gather(struct __sk_buff* skb) {
-  __u32 want = skb->len < PULLED_BYTES ? skb->len : PULLED_BYTES;
+// Gathers the first `want` bytes. 0, or a negative error when there is no memory.
+static __always_inline long gather(struct __sk_buff* skb, __u32 want) {
+  if (want > skb->len) want = skb->len;
   if (skb->data_end - skb->data >= want) return 0;
   return bpf_skb_pull_data(skb, want);
 }
 
 static __always_inline void parse_ipv4(struct __sk_buff* skb, struct frame* f) {
-  const __u8* ip = (const __u8*)(long)skb->data + f->header;
+  const __u8* ip = (const __u8*)(long)skb->data + (f->header & HEADER_BITS);
   const __u8* end = (const __u8*)(long)skb->data_end;
   if (ip + 2 > end) return;
   f->has_tos = 1;
@@ -120,7 +125,7 @@ static long walk_extension(__u32 unused, struct walk* w) {
 
 // `zero` is 0, but the verifier must not know (see unknown_zero).
 static __always_inline void parse_ipv6(struct __sk_buff* skb, struct frame* f, __u32 zero) {
-  const __u8* ip = (const __u8*)(long)skb->data + f->header;
+  const __u8* ip = (const __u8*)(long)skb->data + (f->header & HEADER_BITS);
   const __u8* end = (const __u8*)(long)skb->data_end;
   if (ip + IPV6_BYTES > end) return;
   if (ip[0] >> 4 != 6 || f->header + IPV6_BYTES + get16(ip + 4) > skb->len) return;
@@ -139,12 +144,40 @@ static __always_inline void parse_ipv6(struct __sk_buff* skb, struct frame* f, _
   f->has_port = 1;
 }
 
-// Takes the frame apart. 0, or a negative error when it cannot be read.
-static __always_inline long parse(struct __sk_buff* skb, struct frame* f, __u32 zero) {
-  long error = gather(skb);
+// Whether the network header begins at least so many bytes behind the buffer's first: then as many
+// are missing behind that. Only that way the program can find out.
+static __always_inline int network_is_behind(struct __sk_buff* skb, __u32 bytes) {
+  __u32 size = skb->data_end - skb->data;
+  __u8 byte;
+  return bytes <= size &&
+         bpf_skb_load_bytes_relative(skb, size - bytes, &byte, 1, BPF_HDR_START_NET) != 0;
+}
+
+// Takes a frame apart that has no Ethernet header. What is in front of the network header, most
+// often nothing, is of a kind that no entry compares.
+static __always_inline long parse_bare(struct __sk_buff* skb, struct frame* f, __u32 zero) {
+  __u16 type = bpf_ntohs((__be16)skb->protocol);
+  if (network_is_behind(skb, 1)) {
+    for (__u32 bytes = (HEADER_BITS + 1) / 2; bytes != 0; bytes /= 2) {
+      if (network_is_behind(skb, f->header + bytes)) f->header += bytes;
+    }
+    if (network_is_behind(skb, f->header + 1)) return -1;
+    if (gather(skb, (f->header & HEADER_BITS) + PULLED_BYTES) != 0) return -1;
+  }
+  if (type == ETH_P_IP) parse_ipv4(skb, f);
+  if (type == ETH_P_IPV6) parse_ipv6(skb, f, zero);
+  return 0;
+}
+
+// Takes the frame apart, `bare` when its interface has none with an Ethernet header. 0, or a
+// negative error when it cannot be read.
+static __always_inline long parse(struct __sk_buff* skb, struct frame* f, __u32 zero, __u32 bare) {
+  long error = gather(skb, PULLED_BYTES);
   if (error != 0) return error;
+  if (bare) return parse_bare(skb, f, zero);
   const __u8 *data = (const __u8*)(long)skb->data, *end = (const __u8*)(long)skb->data_end;
   if (data + ETH_HLEN > end) return -1;
+  f->has_ethernet = 1;
   f->dst_mac = (__u64)get16(data) << 32 | get32(data + 2);
   f->src_mac = (__u64)get32(data + 6) << 16 | get16(data + 10);
   __u16 type = get16(data + 12);

@@ -153,7 +153,8 @@ void EntryTests::AddBytes(Source source, uint8_t offset, uint8_t length, const v
   memcpy(test.value.data(), value, length);
   memcpy(test.mask.data(), mask, length);
   for (size_t i = 0; i < length; ++i) test.value[i] &= test.mask[i];
-  if (SetBits(test.mask) != 0) upper_.push_back(test);
+  // Also under a mask of no bits: the kernel then asks for the bytes to be there, as a match does.
+  upper_.push_back(test);
 }
 
 // One test over the span of the link layer's compared bytes. It reads no byte outside that span:
