@@ -14,8 +14,21 @@ bool SamePorts(const EntryRows::PortList* a, const EntryRows::PortList* b) {
 void EntryRows::Add(const FiltersEntry& entry) {
   const PortList* const ports = entry.ingressPorts();
   if (runs_.empty() || runs_.back().ports != ports) runs_.push_back({ports, entries_.size()});
-  entries_.push_back(&entry);
   identities_.push_back(entry.contentIdentity());
+  entries_.push_back(&entry);
+}
+
+void EntryRows::ReleaseFrom(size_t first) {
+  for (size_t run = 0; run < runs_.size(); ++run) {
+    const size_t begin = std::max(first, runs_[run].first), end = EndOf(run);
+    if (begin >= end) continue;
+    if (runs_[run].ports == nullptr) {  // without any, or each with an empty list of its own
+      for (size_t i = begin; i < end; ++i) entries_[i]->~FiltersEntry();
+      continue;
+    }
+    for (size_t i = begin; i < end; ++i) FiltersEntry::ReleaseContent(identities_[i]);
+    FiltersEntry::ReleasePorts(runs_[run].ports, end - begin);
+  }
 }
 
 size_t EntryRows::CommonFront(const EntryRows& a, const EntryRows& b) {

@@ -1,10 +1,21 @@
 #include "platform/filters_common/filters_group.h"
 
-#include "host/filters_common/spare_nodes.h"
-
 namespace FiltersCommon {
+namespace {
 
-FiltersGroup::Store::~Store() { SpareNodes::OfThread().KeepAll(&entries); }
+// From so many entries on the others' nodes have an arena.
+constexpr size_t kFew = 256;
+
+}  // namespace
+
+// Where the rows know all entries, they are in the order of their insertion. So the first ones go
+// one by one, the others' shares by the rows; and then nothing of the tree is needed any more.
+FiltersGroup::Store::~Store() {
+  if (arena == nullptr || rows.size() != entries.size() || entries.size() <= shared) return;
+  entries.erase(entries.begin(), entries.find(rows.entry(shared).getId()));
+  rows.ReleaseFrom(shared);
+  new (&entries) Entries();
+}
 
 FiltersGroup::FiltersGroup(const unsigned short& id) : id_(id), store_(CountedPtr<Store>::Make()) {}
 
@@ -36,7 +47,14 @@ filtersErr_t FiltersGroup::insertEntry(const FiltersEntry& entry) {
   if (!append && store_->entries.count(id) != 0) return FILTERS_ERR_EXISTS;
   Entries& entries = OwnEntries();
   const auto hint = append ? entries.end() : entries.lower_bound(id);
-  const FiltersEntry& stored = SpareNodes::OfThread().Insert(entry, hint, &entries);
+  // (A group that was emptied and is filled anew has its arena already.)
+  if (in_order && store_->arena == nullptr && entries.size() == kFew &&
+      store_->rows.size() == kFew) {
+    store_->arena = std::make_unique<NodeArena>();
+    store_->shared = kFew;
+  }
+  const NodeArena::Use use(store_->arena.get());
+  const FiltersEntry& stored = entries.emplace_hint(hint, id, entry)->second;
   if (in_order && store_->rows.size() + 1 == entries.size()) {
     store_->rows.Add(stored);
   } else {
@@ -47,7 +65,7 @@ filtersErr_t FiltersGroup::insertEntry(const FiltersEntry& entry) {
 
 filtersErr_t FiltersGroup::removeEntry(const unsigned short& id) {
   if (store_->entries.count(id) == 0) return FILTERS_ERR_NOT_FOUND;
-  SpareNodes::OfThread().Keep(OwnEntries().extract(id));
+  OwnEntries().erase(id);
   store_->rows = {};
   return FILTERS_OK;
 }

@@ -37,6 +37,10 @@ class EntryRows {
   // Where the run ends, exclusively.
   size_t EndOf(size_t run) const { return run + 1 < runs_.size() ? runs_[run + 1].first : size(); }
 
+  // Ends what the entries from `first` on hold, without touching them: their memory may go, and
+  // they are not destroyed.
+  void ReleaseFrom(size_t first);
+
   // How many entries the two have in common at their fronts: with the same content and ports.
   static size_t CommonFront(const EntryRows& a, const EntryRows& b);
   // The same at their backs, `most` at most.

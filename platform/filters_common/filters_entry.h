@@ -20,6 +20,7 @@
 #include "platform/filters_common/counted_ptr.h"
 #include "platform/filters_common/filters_types.h"
 #include "platform/filters_common/matches.h"
+#include "platform/filters_common/node_arena.h"
 
 namespace FiltersCommon {
 
@@ -84,10 +85,20 @@ class FiltersEntry {
   const void* contentIdentity() const { return content_.get(); }
 
  private:
+  friend class EntryRows;
+
   struct Content {
     Matches matches;
     Actions actions;
   };
+
+  // For an entry that is not destroyed, or `count` of them.
+  static void ReleaseContent(const void* identity) {
+    CountedPtr<Content>::Release(static_cast<Content*>(const_cast<void*>(identity)), 1);
+  }
+  static void ReleasePorts(const std::list<limid_t>* ports, size_t count) {
+    CountedPtr<const std::list<limid_t>>::Release(ports, static_cast<uint32_t>(count));
+  }
 
   void StoreMatch(std::shared_ptr<const Match> match);
   void StoreAction(std::shared_ptr<const Action> action);
@@ -101,5 +112,31 @@ class FiltersEntry {
 };
 
 }  // namespace FiltersCommon
+
+// Maps of entries by id get their nodes as node_arena.h says, and keep the standard's name: the
+// standard lets a program specialise its templates for types of its own (C++17; later ones no
+// longer the traits). Both it takes, since the traits of the standard's allocator know of no other
+// one.
+template <>
+class std::allocator<std::pair<const unsigned short, FiltersCommon::FiltersEntry>>
+    : public FiltersCommon::NodeAllocator<
+          std::pair<const unsigned short, FiltersCommon::FiltersEntry>> {
+ public:
+  // Implicit, as those of all allocators are.
+  allocator() = default;
+  template <class U>
+  allocator(const FiltersCommon::NodeAllocator<U>&) {}  // NOLINT(google-explicit-constructor)
+  template <class U>
+  allocator(const std::allocator<U>&) {}  // NOLINT(google-explicit-constructor)
+};
+
+template <>
+struct std::allocator_traits<
+    std::allocator<std::pair<const unsigned short, FiltersCommon::FiltersEntry>>>
+    : std::allocator_traits<FiltersCommon::NodeAllocator<
+          std::pair<const unsigned short, FiltersCommon::FiltersEntry>>> {
+  using allocator_type =
+      std::allocator<std::pair<const unsigned short, FiltersCommon::FiltersEntry>>;
+};
 
 #endif  // PLATFORM_FILTERS_COMMON_FILTERS_ENTRY_H_

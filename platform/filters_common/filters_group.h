@@ -3,14 +3,13 @@
 // A group is a value. Copies share their entries until one of the copies is changed, so that a copy
 // costs the same for any number of entries; groups that share belong to one thread.
 //
-// Groups of many entries are built anew over and over, while others like them go. So the maps that
-// go are kept, some megabytes at most per thread, and the next ones are built of their nodes: to
-// take one costs a fraction of what the allocator takes for it, and nodes that were side by side
-// stay so.
+// Groups of many entries are built anew over and over, while others like them go. So the nodes of a
+// large group lie in memory of its own, side by side, which goes as a whole (node_arena.h).
 #ifndef PLATFORM_FILTERS_COMMON_FILTERS_GROUP_H_
 #define PLATFORM_FILTERS_COMMON_FILTERS_GROUP_H_
 
 #include <map>
+#include <memory>
 
 #include "platform/filters_common/counted_ptr.h"
 #include "platform/filters_common/entry_rows.h"
@@ -50,13 +49,14 @@ class FiltersGroup {
   }
 
  private:
-  // Entries whose nodes are kept when they go.
   struct Store {
     Store() = default;
     Store(const Store& other) : entries(other.entries) {}
     Store& operator=(const Store&) = delete;
     ~Store();
 
+    std::unique_ptr<NodeArena> arena;  // of the nodes from the `shared`th entry on; null for few
+    size_t shared = 0;
     Entries entries;
     EntryRows rows;  // of all entries, or none
   };

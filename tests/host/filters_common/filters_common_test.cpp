@@ -2,11 +2,12 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <random>
+#include <set>
 #include <vector>
 
-#include "host/filters_common/spare_nodes.h"
 #include "platform/filters_common/filters_group.h"
 
 namespace FiltersCommon {
@@ -100,52 +101,80 @@ TEST(FiltersEntryTest, KeepsMasksAsGivenAndMatchesInOrderOfKind) {
   EXPECT_FALSE(entry.getMatch<MatchSrcIPv4>()->mask());
 }
 
-// Groups that are changed, copied and dropped at random, against maps from id to priority: nodes
-// and rows go round between them.
+// A match that knows how many of it there are.
+struct CountedMatch : MatchPcp {
+  static inline int alive = 0;
+  CountedMatch() : MatchPcp(1) { ++alive; }
+  CountedMatch(const CountedMatch& other) : MatchPcp(other) { ++alive; }
+  ~CountedMatch() override { --alive; }
+};
+
+// What a group should hold of an entry.
+struct Wanted {
+  unsigned int priority;
+  const void* content;
+  bool operator==(const Wanted& other) const {
+    return priority == other.priority && content == other.content;
+  }
+};
+
+// Groups that are changed, copied and dropped at random, small and large ones, against plain maps;
+// and nothing that entries hold is lost or freed too early.
 TEST(FiltersGroupTest, GroupsHoldWhatWasInserted) {
   std::mt19937 random(7);
-  const FiltersEntry content = MakeEntry(0);
+  std::vector<FiltersEntry> contents;
+  for (unsigned short i = 0; i < 8; ++i) {
+    contents.push_back(MakeEntry(i));
+    if (i % 4 == 1) contents.back().setMatch(MatchIngressPorts(std::list<limid_t>()));
+    if (i % 4 > 1) contents.back().setMatch(MatchIngressPorts({i}));
+  }
   std::vector<FiltersGroup> groups(4, FiltersGroup(0));
-  std::vector<std::map<unsigned short, unsigned int>> wanted(4);
-  size_t with_rows = 0;
-  for (int step = 0; step < 20000; ++step) {
-    const size_t at = random() % groups.size();
-    FiltersEntry entry = content;
-    entry.setId(static_cast<unsigned short>(random() % 64));
+  std::vector<std::map<unsigned short, Wanted>> wanted(4);
+  size_t with_rows = 0, largest = 0;
+  for (int step = 0; step < 2000; ++step) {
+    const size_t at = random() % groups.size(), from = random() % groups.size();
+    FiltersEntry entry = contents[random() % contents.size()];
+    if (random() % 4 == 0) entry.setMatch(CountedMatch());
+    entry.setId(static_cast<unsigned short>(random() % 2048));
     entry.setPriority(random() % 8 == 0 ? 0 : entry.getId());
-    switch (random() % (step % 1000 < 900 ? 8 : 2)) {
+    switch (random() % 16) {
       case 0:
         groups[at] = FiltersGroup(0);
         wanted[at].clear();
         break;
       case 1:
-        wanted[at] = wanted[step % groups.size()];
-        groups[at] = FiltersGroup(groups[step % groups.size()]);  // shared until one is changed
-        ASSERT_EQ(&groups[at].getEntriesRef(), &groups[step % groups.size()].getEntriesRef());
+        wanted[at] = wanted[from];
+        groups[at] = FiltersGroup(groups[from]);  // shared until one is changed
+        ASSERT_EQ(&groups[at].getEntriesRef(), &groups[from].getEntriesRef());
         break;
       case 2:
         ASSERT_EQ(wanted[at].erase(entry.getId()) == 1, groups[at].removeEntry(entry.getId()) == 0);
         break;
       case 3:
-        SpareNodes::OfThread().TakeApart(random() % 16);
+        ASSERT_EQ(
+            wanted[at]
+                .try_emplace(entry.getId(), Wanted{entry.getPriority(), entry.contentIdentity()})
+                .second,
+            groups[at].insertEntry(entry) == 0);
         break;
-      default:
-        // Mostly behind the last one, as groups are built.
-        if (!wanted[at].empty() && random() % 8 != 0) {
-          const auto& [last, priority] = *wanted[at].rbegin();
-          entry.setId(last + 1);
-          entry.setPriority(priority + 1);
+      default:  // behind the last one, as groups are built
+        for (size_t count = random() % 200; count > 0 && wanted[at].size() < 2000; --count) {
+          if (count % 8 == 0) entry.setMatch(MatchIngressPorts({7}));  // a list of its own
+          const bool first = wanted[at].empty();
+          entry.setId(first ? 0 : static_cast<unsigned short>(wanted[at].rbegin()->first + 1));
+          entry.setPriority(first ? 0 : wanted[at].rbegin()->second.priority + 1);
+          wanted[at][entry.getId()] = {entry.getPriority(), entry.contentIdentity()};
+          ASSERT_EQ(FILTERS_OK, groups[at].insertEntry(entry));
         }
-        ASSERT_EQ(wanted[at].try_emplace(entry.getId(), entry.getPriority()).second,
-                  groups[at].insertEntry(entry) == 0);
     }
-    std::map<unsigned short, unsigned int> held;
+    std::map<unsigned short, Wanted> held;
     for (const auto& [id, held_entry] : groups[at].getEntriesRef()) {
       ASSERT_EQ(id, held_entry.getId());
-      ASSERT_EQ(content.contentIdentity(), held_entry.contentIdentity());
-      held[id] = held_entry.getPriority();
+      ASSERT_NE(nullptr, held_entry.getAction<ActionDeny>());
+      held.try_emplace(id, Wanted{held_entry.getPriority(), held_entry.contentIdentity()});
     }
     ASSERT_EQ(wanted[at], held);
+    largest = std::max(largest, held.size());
     const EntryRows* const rows = groups[at].getRows();
     if (rows == nullptr) continue;
     with_rows += rows->size();
@@ -157,42 +186,46 @@ TEST(FiltersGroupTest, GroupsHoldWhatWasInserted) {
       last = rows->entry(i).getPriority();
     }
   }
-  EXPECT_LT(10000u, with_rows);
+  EXPECT_LT(100000u, with_rows);
+  EXPECT_LT(1500u, largest);
+  EXPECT_LT(0, CountedMatch::alive);
+  groups.clear();
+  EXPECT_EQ(0, CountedMatch::alive);
 }
 
-// Nodes of maps that go are used again, in their order; there are never too many.
-TEST(FiltersGroupTest, NodesAreUsedAgain) {
-  const auto build = [](unsigned int count) {
+// The memory of groups that go is used again, and a group's entries are side by side in their
+// order.
+TEST(FiltersGroupTest, MemoryIsUsedAgainInOrder) {
+  std::set<const void*> places, lists;
+  for (int round = 0; round < 8; ++round) {
+    const MatchIngressPorts ports({3});
+    lists.insert(&ports.ports());
     FiltersGroup group(0);
-    for (unsigned int id = 0; id < count; ++id) {
+    const auto add = [&group, &ports](unsigned int id) {
       FiltersEntry entry(static_cast<unsigned short>(id));
       entry.setPriority(id);
+      entry.setMatch(ports);
       group.insertEntry(entry);
-    }
-    return group;
-  };
-  SpareNodes& spare = SpareNodes::OfThread();
-  for (int round = 0; round < 6; ++round) {
-    // In every other round, some of what is to be used is still with another thread.
-    while (round % 2 == 0 && spare.TakeApart(1000)) continue;
-    const bool all_there = round % 2 == 0 && spare.size() == 2u * 65536;
-    EXPECT_TRUE(all_there || round % 2 == 1 || round == 0);
-    const FiltersGroup a = build(65536), b = build(65536);
-    ASSERT_EQ(65536u, a.getRows()->size());
-    EXPECT_TRUE(!all_there || spare.size() == 0);
-    const FiltersEntry* last = nullptr;
+      return group.getRows()->last();
+    };
     size_t breaks = 0;
-    for (const auto& [id, entry] : a.getEntriesRef()) {
-      breaks += &entry < last ? 1 : 0;
-      last = &entry;
+    const FiltersEntry* last = nullptr;
+    for (unsigned int id = 0; id < 65536; ++id) {
+      const FiltersEntry* const stored = add(id);
+      breaks += stored < last ? 1 : 0;
+      last = stored;
+      if (id % 1024 == 1000) places.insert(stored);
     }
-    EXPECT_GE(16384u, breaks);
+    EXPECT_GE(200u, breaks);  // from one block of memory to the next one at most
+    if (round < 6) continue;
+    // Emptied, it goes, or is filled again.
+    for (unsigned int id = 0; id < 65536; ++id) group.removeEntry(id);
+    for (unsigned int id = 0; round == 7 && id < 65536; ++id) add(id);
+    EXPECT_EQ(round == 7 ? 65536u : 0u, group.getEntriesRef().size());
+    EXPECT_EQ(FiltersGroup::Entries().get_allocator(), group.getEntriesRef().get_allocator());
   }
-  // Too many go, and are kept as far as there is room.
-  std::vector<FiltersGroup> more = {build(65536), build(65536), build(65536)};
-  more.clear();
-  while (spare.TakeApart(1000)) continue;
-  EXPECT_EQ(2u * 65536, spare.size());
+  EXPECT_GE(2u * 64, places.size());
+  EXPECT_EQ(1u, lists.size());
 }
 
 TEST(FiltersGroupTest, KnowsTwoTypesAndOneStage) {
