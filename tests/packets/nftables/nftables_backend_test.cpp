@@ -428,8 +428,8 @@ TEST_F(NftablesBackendTest, UpdatesSucceedWhileOthersChangeThePacketFilter) {
       changes += batch.Commit(*socket, generation).error == 0 ? 1 : 0;
     }
   });
-  for (const uint32_t first : {20000, 40000}) {
-    const FiltersGroup group = GroupOf(kL3Type, Denying(first, 20000));
+  for (int round = 1; round <= 2 || changes < 10; ++round) {
+    const FiltersGroup group = GroupOf(kL3Type, Denying(round % 3 * 20000, 20000));
     Standing standing = Try(group);
     for (int i = 0; i < 100 && standing.state == Standing::kPending; ++i) {
       backend_->Poll();
@@ -440,7 +440,6 @@ TEST_F(NftablesBackendTest, UpdatesSucceedWhileOthersChangeThePacketFilter) {
   }
   stop = true;
   others.join();
-  EXPECT_GT(changes, 10);
 }
 
 class FaultTest : public NftablesBackendTest {
