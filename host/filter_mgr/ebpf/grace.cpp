@@ -6,6 +6,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "host/runtime/worker_thread.h"
+
 namespace host {
 
 void WaitForPrograms() {
@@ -30,18 +32,22 @@ GracePeriod::~GracePeriod() {
 
 void GracePeriod::Start(uint64_t ticket) {
   ticket_ = ticket;
-  thread_ = std::thread([fd = done_.get()] {
+  running_ = true;
+  const auto wait = [fd = done_.get()] {
     WaitForPrograms();
     const uint64_t one = 1;
     // Cannot fail: the counter is far from its end.
     (void)!write(fd, &one, sizeof(one));
-  });
+  };
+  thread_ = StartWorker(wait);
+  if (!thread_.joinable()) wait();  // no thread is to be had
 }
 
 std::optional<uint64_t> GracePeriod::Ended() {
   uint64_t count = 0;
   if (read(done_.get(), &count, sizeof(count)) != sizeof(count)) return std::nullopt;
-  thread_.join();
+  if (thread_.joinable()) thread_.join();
+  running_ = false;
   return ticket_;
 }
 

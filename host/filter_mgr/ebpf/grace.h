@@ -20,7 +20,7 @@ class GracePeriod {
   GracePeriod(const GracePeriod&) = delete;
   GracePeriod& operator=(const GracePeriod&) = delete;
 
-  bool running() const { return thread_.joinable(); }
+  bool running() const { return running_; }
   // Starts to wait; `ticket` is the caller's. Not while running().
   void Start(uint64_t ticket);
   // Readable once the wait has ended.
@@ -31,6 +31,7 @@ class GracePeriod {
  private:
   Descriptor done_;  // an eventfd(2)
   std::thread thread_;
+  bool running_ = false;  // until its end was told
   uint64_t ticket_ = 0;
 };
 

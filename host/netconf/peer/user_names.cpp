@@ -9,14 +9,14 @@
 #include <array>
 #include <cerrno>
 #include <condition_variable>
-#include <csignal>
 #include <cstring>
 #include <deque>
 #include <mutex>
-#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include "host/runtime/worker_thread.h"
 
 namespace host {
 namespace {
@@ -78,17 +78,13 @@ std::unique_ptr<UserNames> UserNames::Create(EventLoop& loop, LookUp look_up, On
     *error = std::string("cannot wait for the names of accounts: ") + std::strerror(errno);
     return nullptr;
   }
-  // Signals are the loop's business.
-  sigset_t all, before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  try {
-    std::thread([shared] { shared->Serve(); }).detach();
-  } catch (const std::system_error& failure) {
-    *error = std::string("cannot start the thread that looks up accounts: ") + failure.what();
-    names.reset();
+  std::string why;
+  std::thread thread = StartWorker([shared] { shared->Serve(); }, &why);
+  if (!thread.joinable()) {
+    *error = "cannot start the thread that looks up accounts: " + why;
+    return nullptr;
   }
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  thread.detach();
   return names;
 }
 
