@@ -34,8 +34,15 @@ class CountedPtr {
   // The owner of a new value, made from `args`.
   template <class... Args>
   static CountedPtr Make(Args&&... args) {
+    struct Slot {  // given back when the value cannot be made
+      void* memory = Pool::Take();
+      ~Slot() {
+        if (memory != nullptr) Pool::Give(memory);
+      }
+    } slot;
     CountedPtr owner;
-    owner.value_ = new (Pool::Take()) Value(std::forward<Args>(args)...);
+    owner.value_ = new (slot.memory) Value(std::forward<Args>(args)...);
+    slot.memory = nullptr;
     owner.Owners() = 1;
     return owner;
   }

@@ -5,7 +5,8 @@
 //  - slots lie side by side, and are handed out in the order of their addresses as far as they are
 //    free: whoever walks over a group reads memory from its beginning to its end;
 //  - the number of owners that goes with a slot lies with those of the slots beside it, apart from
-//    the values: to count a copy of each of 65,536 values touches 256 kB, not a line of each value;
+//    the values: to count a copy of each of 65,536 values touches some 400 kB, not the 4 MB of a
+//    line of each value;
 //  - to take or give a slot is a few instructions.
 //
 // A block is aligned to its size and begins with its head and the numbers of its slots, so that an
