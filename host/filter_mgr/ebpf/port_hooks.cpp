@@ -2,9 +2,11 @@
 
 #include <bpf/bpf.h>
 #include <bpf/libbpf.h>
+#include <fcntl.h>
 #include <libmnl/libmnl.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
@@ -17,14 +19,14 @@
 #include <string>
 #include <tuple>
 
+#include "host/filter_mgr/ebpf/tcx.h"
 #include "host/runtime/log.h"
 
 namespace host {
 namespace {
 
-// Newer than Debian 12's headers (linux/bpf.h of 6.6).
-constexpr auto kTcxIngress = static_cast<bpf_attach_type>(46);
-constexpr uint32_t kBeforeOthers = 1U << 3;
+// As tcx.h, newer than Debian 12's headers.
+constexpr uint32_t kBeforeOthers = 1U << 3;  // BPF_F_BEFORE
 struct TcxLinkInfo {
   uint32_t type, id, program, padding;
   uint32_t interface;  // 0 once that is gone
@@ -36,7 +38,6 @@ struct TcxQuery {
   uint32_t count, padding;
   uint64_t program_flags, links, link_flags, revision;
 };
-constexpr uint32_t kMostPrograms = 64;  // of an interface (BPF_MPROG_MAX)
 constexpr time_t kLookSeconds = 2;
 
 // What the kernel says of a link; false when it does not.
@@ -49,17 +50,27 @@ bool ReadLink(int link, TcxLinkInfo* info) {
 // link tells may be one of another network namespace. 0 or a negative errno, -ENODEV when there is
 // no such interface.
 int AskForLink(int interface, uint32_t link, bool* is_there) {
-  uint32_t programs[kMostPrograms], links[kMostPrograms];
+  uint32_t programs[kMostTcxPrograms], links[kMostTcxPrograms];
   TcxQuery query{};
   query.interface = static_cast<uint32_t>(interface);
   query.attach_type = kTcxIngress;
   query.programs = reinterpret_cast<uintptr_t>(programs);
   query.links = reinterpret_cast<uintptr_t>(links);
-  query.count = kMostPrograms;
+  query.count = kMostTcxPrograms;
   if (syscall(__NR_bpf, BPF_PROG_QUERY, &query, sizeof(query)) != 0) return -errno;
-  const uint32_t count = std::min(query.count, kMostPrograms);
+  const uint32_t count = std::min(query.count, kMostTcxPrograms);
   *is_there = std::find(links, links + count, link) != links + count;
   return 0;
+}
+
+// Whether the process may have one descriptor more, for a link that it keeps, and still some for
+// clients: who would else see what is wrong? Any descriptor of its own serves for the question.
+bool MayTakeAnother(int any) {
+  constexpr int kForOthers = 64;
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return true;
+  const Descriptor lowest(fcntl(any, F_DUPFD_CLOEXEC, 0));
+  return lowest && static_cast<rlim_t>(lowest.get()) + kForOthers < limit.rlim_cur;
 }
 
 // A classifier's place: ahead of what others attach without asking for a priority.
@@ -267,6 +278,7 @@ int PortHooks::AttachLink(int interface, int program) {
     const int error = Detach(interface);
     if (error != 0) return error;
   }
+  if (!MayTakeAnother(program)) return -EMFILE;
   LIBBPF_OPTS(bpf_link_create_opts, options, .flags = kBeforeOthers);
   Descriptor link(bpf_link_create(program, interface, kTcxIngress, &options));
   TcxLinkInfo info{};

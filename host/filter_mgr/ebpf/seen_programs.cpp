@@ -8,12 +8,10 @@
 
 #include "host/filter_mgr/ebpf/maps.h"
 #include "host/filter_mgr/ebpf/pins.h"
+#include "host/filter_mgr/ebpf/tcx.h"
 
 namespace host {
 namespace {
-
-// Newer than Debian 12's headers (linux/bpf.h of 6.6).
-constexpr auto kTcxIngressHook = static_cast<bpf_attach_type>(46);
 
 // 1 when the program is ours, 0 when it is another or gone, or a negative errno.
 int IsOurs(uint32_t id) {
@@ -30,9 +28,9 @@ int IsOurs(uint32_t id) {
 int SeePrograms(const std::vector<int>& interfaces, SeenPrograms* seen) {
   *seen = {};
   for (const int interface : interfaces) {
-    std::array<uint32_t, 64> ids{};
+    std::array<uint32_t, kMostTcxPrograms> ids{};
     uint32_t count = ids.size();
-    if (bpf_prog_query(interface, kTcxIngressHook, 0, nullptr, ids.data(), &count) != 0) {
+    if (bpf_prog_query(interface, kTcxIngress, 0, nullptr, ids.data(), &count) != 0) {
       if (errno == EINVAL || errno == ENOSYS) return 0;
       if (errno == ENODEV || errno == ENOENT) continue;
       // Where there are more programs, the first ones are told.

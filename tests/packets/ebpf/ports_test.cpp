@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <bpf/bpf.h>
 #include <linux/if_packet.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
@@ -135,6 +136,17 @@ TEST_P(PortsTest, PinsOfLinksAreKept) {
   ASSERT_EQ(FILTER_MGR_OK, ebpf_->Prepare(*group_));
   EXPECT_EQ(Standing::kPartial, ebpf_->Publish().state);
   rmdir(Pin().c_str());
+  EXPECT_TRUE(ebpf_->Poll());
+  EXPECT_EQ(PortState::kEnforced, ebpf_->Ports().at("p1"));
+  // So is one that would take the last descriptors.
+  Apply({&empty[0], &empty[1]});
+  rlimit before{};
+  ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
+  const rlimit few{static_cast<rlim_t>(Descriptor(dup(0)).get()) + 64, before.rlim_max};
+  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
+  ASSERT_EQ(FILTER_MGR_OK, ebpf_->Prepare(*group_));
+  EXPECT_EQ(Standing::kPartial, ebpf_->Publish().state);
+  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
   EXPECT_TRUE(ebpf_->Poll());
   EXPECT_EQ(PortState::kEnforced, ebpf_->Ports().at("p1"));
   // One whose pin another program removes is pinned again.
