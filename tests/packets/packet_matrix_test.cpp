@@ -55,11 +55,13 @@ class PacketTest : public EveryBackendTest<bool> {
 // Every match alone and with every other, with every action, in either group.
 TEST_P(PacketTest, MatchesAndActionsAloneAndInPairs) {
   const FiltersGroup empty[] = {GroupOf(kL2Type, {}), GroupOf(kL3Type, {})};
+  // Where a tag stands has to do with few matches: fewer variants where it is in the metadata.
+  const int rounds = own_parameter() ? kActionKinds : 3 * kActionKinds;
   unsigned int variant = 0;
   size_t deciding = 0;
   for (int a = 0; a < kMatchKinds; ++a) {
     for (int b = a; b < kMatchKinds; ++b) {
-      for (int round = 0; round < 3 * kActionKinds; ++round, ++variant) {
+      for (int round = 0; round < rounds; ++round, ++variant) {
         FiltersEntry entry(0);
         AddMatch(&entry, b, variant / 2);
         AddMatch(&entry, a, variant / 3);
@@ -77,7 +79,7 @@ TEST_P(PacketTest, MatchesAndActionsAloneAndInPairs) {
       }
     }
   }
-  EXPECT_GT(deciding, 300u) << "most entries should have something to decide";
+  EXPECT_GT(deciding, variant / 2) << "most entries should have something to decide";
 }
 
 TEST_P(PacketTest, RandomGroupsUnderRandomEdits) {

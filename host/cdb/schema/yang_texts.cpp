@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 namespace host {
 namespace {
@@ -32,7 +32,9 @@ std::string WhyOtherModules(const ly_ctx* context) {
     const char* known = TextBuiltIn(module->name);
     if (known == nullptr) return name + ": that has none of this name";
     std::ifstream file(module->filepath, std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(file)), {});
+    std::ostringstream read;
+    read << file.rdbuf();
+    const std::string text = read.str();
     if (text != known) {
       return name + ": they differ from line " + std::to_string(FirstDifference(text, known)) +
              " on; daemon and modules must be installed together";

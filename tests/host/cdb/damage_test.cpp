@@ -10,6 +10,7 @@
 #include "tests/host/cdb/edit_maker.h"
 #include "tests/host/cdb/fault_vfs.h"
 #include "tests/host/cdb/support.h"
+#include "tests/random_rounds.h"
 
 namespace host {
 namespace {
@@ -145,7 +146,7 @@ class DamageTest : public testing::Test {
 
 TEST_F(DamageTest, NothingIsLostInSilence) {
   const char* const wanted = getenv("ACL_DAMAGE_ROUNDS");
-  const int rounds = wanted != nullptr ? atoi(wanted) : 60;
+  const int rounds = wanted != nullptr ? atoi(wanted) : RandomRounds(60);
   MakeHistory(5);
   int doubts = 0;
   for (int round = 0; round < rounds && !HasFailure(); ++round) {

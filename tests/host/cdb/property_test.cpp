@@ -13,6 +13,7 @@
 #include "tests/host/cdb/edit_maker.h"
 #include "tests/host/cdb/merged_origins.h"
 #include "tests/host/cdb/support.h"
+#include "tests/random_rounds.h"
 
 namespace host {
 namespace {
@@ -230,12 +231,8 @@ TEST_P(PropertyTest, SmallTreesEqualWholeTrees) {
   EditMaker maker(GetParam());
   Model model;
   int accepted = 0, too_large = 0;
-#ifdef ACL_SANITIZED
-  const int rounds = 1000;  // each costs ten times as much
-#else
-  const int rounds = 3000;
-#endif
-  for (int round = 0; round < rounds; ++round) {
+  constexpr int kRounds = RandomRounds(6000);
+  for (int round = 0; round < kRounds; ++round) {
     const std::string xml = maker.Make();
     const EditOptions options = maker.Options();
     const Tree edit = ParseEdit(datastore->Context(), xml);
@@ -268,13 +265,13 @@ TEST_P(PropertyTest, SmallTreesEqualWholeTrees) {
     if (!accept && errors.back().tag == "resource-denied") ++too_large;
   }
   // The edits must be such that both outcomes are well covered.
-  EXPECT_GT(accepted, rounds / 8);
-  EXPECT_LT(accepted, rounds * 7 / 8);
-  EXPECT_GT(follower.commits(), rounds / 10);
+  EXPECT_GT(accepted, kRounds / 8);
+  EXPECT_LT(accepted, kRounds * 7 / 8);
+  EXPECT_GT(follower.commits(), kRounds / 10);
   EXPECT_GT(too_large, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, PropertyTest, testing::Values(1u, 20u, 300u, 4000u));
+INSTANTIATE_TEST_SUITE_P(Seeds, PropertyTest, testing::Values(1u, 300u));
 
 }  // namespace
 }  // namespace host

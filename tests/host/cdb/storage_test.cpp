@@ -9,15 +9,12 @@
 #include "tests/host/cdb/edit_maker.h"
 #include "tests/host/cdb/fault_vfs.h"
 #include "tests/host/cdb/support.h"
+#include "tests/random_rounds.h"
 
 namespace host {
 namespace {
 
-#ifdef ACL_SANITIZED
-constexpr int kEdits = 200, kKills = 15;
-#else
-constexpr int kEdits = 1500, kKills = 120;
-#endif
+constexpr int kEdits = RandomRounds(800), kKills = RandomRounds(48);
 
 class StorageTest : public testing::Test {
  protected:
@@ -95,7 +92,6 @@ TEST_F(StorageTest, AKilledProcessLosesNothingAcknowledged) {
     ASSERT_EQ("", ToText(Edit(expected.get(), Vlans(committed % 4000 + 1))));
     ASSERT_EQ(Snapshot(expected->Running()), Snapshot(datastore->Running())) << "round " << round;
   }
-  EXPECT_GT(committed, kKills);
 }
 
 TEST_F(StorageTest, TheStartupFileIsForTheFirstStartOnly) {

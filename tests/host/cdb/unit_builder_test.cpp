@@ -9,6 +9,7 @@
 #include "host/cdb/storage/units.h"
 #include "tests/host/cdb/edit_maker.h"
 #include "tests/host/cdb/support.h"
+#include "tests/random_rounds.h"
 
 namespace host {
 namespace {
@@ -69,7 +70,7 @@ TEST_F(UnitBuilderTest, BuildsWhatTheParserReads) {
   std::mt19937 random(5);
   EditMaker maker(9);
   int whole_built = 0, damaged_built = 0, damaged_refused = 0, units = 0;
-  for (int round = 0; round < 60; ++round) {
+  for (int round = 0; round < RandomRounds(200); ++round) {
     for (const UnitChange& unit : RandomUnits(&maker)) {
       ++units;
       UnitBuilder builder;
@@ -93,7 +94,7 @@ TEST_F(UnitBuilderTest, BuildsWhatTheParserReads) {
       ASSERT_EQ(Dump(by_parser.get()), Dump(by_builder.get())) << unit.content;
     }
   }
-  EXPECT_GT(whole_built, 300);
+  EXPECT_GT(whole_built, RandomRounds(800));
   EXPECT_LT(whole_built, units);  // texts with more than plain characters are the parser's
   EXPECT_GT(damaged_built, units / 10);
   EXPECT_GT(damaged_refused, units);

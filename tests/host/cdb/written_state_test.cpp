@@ -8,6 +8,7 @@
 #include "host/cdb/operational_store.h"
 #include "platform/confd/confd_cdb.h"
 #include "tests/host/cdb/support.h"
+#include "tests/random_rounds.h"
 
 namespace host {
 namespace {
@@ -60,7 +61,7 @@ TEST(WrittenStateTest, IsAsIfWrittenPlainly) {
   const Tree owner(plain);
   std::mt19937 random(11);
   const auto any = [&random](int count) { return static_cast<int>(random() % count); };
-  for (int step = 0; step < 5000 && !testing::Test::HasFailure(); ++step) {
+  for (int step = 0; step < RandomRounds(5000) && !testing::Test::HasFailure(); ++step) {
     const std::string layer = any(2) == 0 ? "l2" : "l3", above = Named("interface", any(kNames));
     const std::string lists[] = {"interface", layer + "/profile", above + "/" + layer + "/profile"};
     const std::string list = lists[any(3)], entry = Named(list, any(kNames));

@@ -8,6 +8,7 @@
 #include "host/cdb/edit/edit.h"
 #include "tests/host/netconf/random_edits.h"
 #include "tests/host/netconf/server_fixture.h"
+#include "tests/random_rounds.h"
 
 namespace host {
 namespace {
@@ -43,7 +44,7 @@ TEST(CandidateTest, IsWhatItsEditsMakeItWhateverHappensToRunning) {
   Tree reference = CopyTree(datastore->Running());
   const EditOptions kSet{DefaultOperation::kMerge, TestOption::kSet};
   int commits = 0, refused = 0;
-  for (int step = 0; step < 4000; ++step) {
+  for (int step = 0; step < RandomRounds(4000); ++step) {
     const Tree edit = edits.Next();
     switch (edits.Below(8)) {
       case 0:
@@ -82,8 +83,8 @@ TEST(CandidateTest, IsWhatItsEditsMakeItWhateverHappensToRunning) {
     }
     ASSERT_EQ(Content(candidate.Content()), Content(reference.get())) << "step " << step;
   }
-  EXPECT_GT(commits, 100);
-  EXPECT_GT(refused, 20);
+  EXPECT_GT(commits, RandomRounds(100));
+  EXPECT_GT(refused, RandomRounds(20));
 }
 
 // The protocol's side.

@@ -8,6 +8,7 @@
 #include "host/cdb/datastore.h"
 #include "host/cdb/schema/schema.h"
 #include "tests/host/netconf/random_edits.h"
+#include "tests/random_rounds.h"
 
 namespace host {
 namespace {
@@ -83,7 +84,7 @@ TEST(FindingsReaderTest, ReadsWhatAnEditWillMakeOfRunning) {
   Pages observer(*datastore);
   RandomEdits edits(datastore->Context(), 4713, 24);
   int accepted = 0;
-  for (int step = 0; step < 1500; ++step) {
+  for (int step = 0; step < RandomRounds(1500); ++step) {
     const Tree edit = edits.Next();
     const EditPreview preview = datastore->Preview(edit.get(), {});
     if (!preview.errors.empty()) continue;
@@ -95,7 +96,7 @@ TEST(FindingsReaderTest, ReadsWhatAnEditWillMakeOfRunning) {
     ASSERT_EQ(Text(reader(nullptr)), expected) << "step " << step;
     ++accepted;
   }
-  EXPECT_GT(accepted, 500);
+  EXPECT_GT(accepted, RandomRounds(500));
   pages->kept.clear();
 }
 

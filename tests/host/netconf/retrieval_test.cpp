@@ -11,6 +11,7 @@
 #include "host/netconf/operations/candidate.h"
 #include "host/xml/generic_xml.h"
 #include "tests/host/netconf/random_edits.h"
+#include "tests/random_rounds.h"
 
 namespace host {
 namespace {
@@ -98,7 +99,7 @@ TEST_F(RetrievalTest, ReadersSeeTheStateInWhichTheyBegan) {
   RandomEdits edits(datastore_->Context(), 4712, 40);
   std::list<Reader> readers;
   int done = 0;
-  for (int step = 0; step < 6000; ++step) {
+  for (int step = 0; step < RandomRounds(4000); ++step) {
     if (edits.Below(3) == 0) {
       const bool of_candidate = edits.Below(2) == 0;
       const std::string& filter = kFilters[edits.Below(3)];
@@ -131,7 +132,7 @@ TEST_F(RetrievalTest, ReadersSeeTheStateInWhichTheyBegan) {
       it = goes_on ? std::next(it) : readers.erase(it);
     }
   }
-  EXPECT_GT(done, 1000);
+  EXPECT_GT(done, RandomRounds(600));
   readers.clear();
   datastore_->Edit(nullptr, {DefaultOperation::kReplace, TestOption::kSet}, {});
   memory_->kept.clear();

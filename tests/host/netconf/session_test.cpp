@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "tests/host/netconf/server_fixture.h"
+#include "tests/random_rounds.h"
 
 namespace host {
 namespace {
@@ -448,11 +449,12 @@ TEST_F(SessionTest, SilentPeersAreDropped) {
 
 // Peers that send half a message, never say hello, or never read must not hold up the others.
 TEST_F(SessionTest, HostilePeersDoNotStallOthers) {
+  constexpr int kInterfaces = RandomRounds(2000);
   server_options_.limits.all_input_bytes = 8 << 20;
   Start();
   TestClient worker(server_options_.socket_path);
   worker.Open();
-  for (int i = 0; i < 2000; ++i) {
+  for (int i = 0; i < kInterfaces; ++i) {
     ASSERT_THAT(worker.Rpc(EditInterface("interface-" + std::to_string(i))), HasSubstr(kOkReply));
   }
   std::vector<std::unique_ptr<TestClient>> peers;
@@ -467,7 +469,7 @@ TEST_F(SessionTest, HostilePeersDoNotStallOthers) {
       for (int k = 0; k < 20; ++k) peer.SendMessage(Rpc(kGetRunning));
     }
   }
-  for (int i = 0; i < 200; ++i) {
+  for (int i = 0; i < kInterfaces / 10; ++i) {
     EXPECT_THAT(worker.Rpc(EditInterface("interface-" + std::to_string(i * 10), "remove")),
                 HasSubstr(kOkReply));
   }
@@ -577,7 +579,7 @@ TEST_F(SessionTest, NobodyWaitsForASlowNameService) {
     answered.wait();
     return std::string("somebody");
   };
-  server_options_.limits.name_timeout = std::chrono::milliseconds(300);
+  server_options_.limits.name_timeout = std::chrono::milliseconds(1500);
   Start();
   const std::string sessions =
       "<get><filter><netconf-state xmlns='urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring'>"
@@ -587,7 +589,7 @@ TEST_F(SessionTest, NobodyWaitsForASlowNameService) {
   TestClient waiting(server_options_.socket_path);
   const auto start = std::chrono::steady_clock::now();
   EXPECT_THAT(early.Rpc(sessions), HasSubstr("<username>uid "));
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(250));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1200));
   answer.set_value();
   EXPECT_THAT(waiting.Open(), HasSubstr("<hello"));
   EXPECT_THAT(early.Rpc(sessions),

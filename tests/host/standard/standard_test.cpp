@@ -10,6 +10,7 @@
 #include "host/standard/writers.h"
 #include "tests/host/standard/evaluation.h"
 #include "tests/packets/frames.h"
+#include "tests/random_rounds.h"
 
 namespace host::standard {
 namespace {
@@ -174,7 +175,7 @@ TEST(StandardTest, ReadsXml) {
 // With what acl-app-standard adds, profiles come back as they were.
 TEST(StandardTest, ProfilesComeBack) {
   std::mt19937 random(9899);
-  for (int round = 0; round < 600; ++round) {
+  for (int round = 0; round < RandomRounds(600); ++round) {
     const Profiles profiles = RandomProfiles(&random);
     ExportOptions options;
     const bool enhanced = round % 2 == 0;
@@ -225,7 +226,7 @@ TEST(StandardTest, StandardListsMeanTheSame) {
   for (const Frame& frame : AllFrames()) frames.push_back(ParseFrame(frame));
   std::mt19937 random(70000);
   int compared = 0;
-  for (int round = 0; round < 600; ++round) {
+  for (int round = 0; round < RandomRounds(600); ++round) {
     Profiles profiles = RandomProfiles(&random);
     ExportOptions options;
     options.standard_only = true;
@@ -259,7 +260,7 @@ TEST(StandardTest, StandardListsMeanTheSame) {
       ASSERT_EQ(Passes(profiles, frame), Passes(back, frame)) << Summary(profiles) << text;
     }
   }
-  EXPECT_GT(compared, 80);
+  EXPECT_GT(compared, RandomRounds(80));
 }
 
 TEST(StandardTest, FramesAreTreatedAsTheListSays) {
@@ -268,7 +269,7 @@ TEST(StandardTest, FramesAreTreatedAsTheListSays) {
   std::mt19937 random(8519);
   for (const bool openconfig : {false, true}) {
     int dropped = 0, passed = 0;
-    for (int round = 0; round < 100; ++round) {
+    for (int round = 0; round < RandomRounds(100); ++round) {
       ImportOptions options;
       options.end = openconfig && round % 2 == 0 ? End::kPermit : End::kDeny;
       const KnownLists known = openconfig ? RandomOpenConfig(options.end == End::kPermit, &random)
@@ -302,7 +303,7 @@ TEST(StandardTest, DamageIsTold) {
   for (const Frame& frame : AllFrames()) frames.push_back(ParseFrame(frame));
   std::mt19937 random(7951);
   int refused = 0, told = 0;
-  for (int round = 0; round < 1000; ++round) {
+  for (int round = 0; round < RandomRounds(1000); ++round) {
     const bool openconfig = round % 2 == 0;
     const KnownLists known = openconfig ? RandomOpenConfig(false, &random) : RandomRfc8519(&random);
     const Damage damage = DamageOf(known.json, &random);
@@ -329,8 +330,8 @@ TEST(StandardTest, DamageIsTold) {
       ASSERT_EQ(known.passes(frame), Passes(profiles, frame)) << damage.text;
     }
   }
-  EXPECT_GT(refused, 300);
-  EXPECT_GT(told, 50);
+  EXPECT_GT(refused, RandomRounds(300));
+  EXPECT_GT(told, RandomRounds(50));
 }
 
 // What contradicts itself, or has another form than it should, makes no entry wider in silence.

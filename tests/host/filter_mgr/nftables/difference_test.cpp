@@ -1,5 +1,6 @@
 // The difference between held and wanted rules, against a model of the kernel's chains.
 #include "host/filter_mgr/nftables/plan/difference.h"
+#include "tests/random_rounds.h"
 
 #include <gtest/gtest.h>
 
@@ -229,7 +230,7 @@ TEST(DifferenceTest, RandomEditsArriveAtTheWantedRules) {
     std::vector<RulePtr> pool = Numbered(0, 40);
     const auto any = [&] { return kinds == 40 ? pool[below(40)] : NumberedRule(random()); };
     std::vector<RulePtr> rules;
-    for (int step = 0; step < 40; ++step) {
+    for (int step = 0; step < RandomRounds(40); ++step) {
       const size_t at = below(rules.size() + 1);
       const auto place = rules.begin() + static_cast<ptrdiff_t>(at);
       const size_t run = std::min<size_t>(rules.size() - at, below(500));
@@ -258,7 +259,7 @@ TEST(DifferenceTest, RandomEditsArriveAtTheWantedRules) {
 TEST(DifferenceTest, FindsTheLongestCommonSequence) {
   // Against the textbook's dynamic programme, on permutations.
   std::mt19937 random(7);
-  for (int round = 0; round < 200; ++round) {
+  for (int round = 0; round < RandomRounds(200); ++round) {
     std::vector<RulePtr> before = Numbered(0, 1 + random() % 12), now = before;
     std::shuffle(now.begin(), now.end(), random);
     now.resize(1 + random() % now.size());
