@@ -147,7 +147,7 @@ bool FilterPorts::Cover(const std::set<std::string>& wanted, Failure* failure) {
       hooks_->Detach(interface);
       continue;
     }
-    if (hooks_->attached().count(interface) != 0) {
+    if (hooks_->Known(interface)) {  // it works on with an older program
       *failure = FailureOf(error, "the program of interface " + std::to_string(interface) +
                                       " cannot be replaced: " + strerror(-error));
       return false;
@@ -171,7 +171,7 @@ void FilterPorts::SetGuards(const std::set<std::string>& wanted, bool keep_other
   for (const std::string& port : wanted) {
     if (!Names(port)) continue;  // no interface can have such a name
     const int interface = links_->IndexOf(port);
-    guards[port] = hooks_->attached().count(interface) != 0 ? interface : 0;
+    guards[port] = hooks_->Known(interface) ? interface : 0;
   }
   const int error = guards_->Set(guards);
   if (error == 0) return;
@@ -208,7 +208,7 @@ void FilterPorts::Forget(const std::set<std::string>& names) {
 }
 
 bool FilterPorts::Covered(const std::string& port) const {
-  return failed_.count(port) == 0 && hooks_->attached().count(links_->IndexOf(port)) != 0;
+  return failed_.count(port) == 0 && hooks_->Known(links_->IndexOf(port));
 }
 
 void FilterPorts::Fail(const std::string& port, const char* what, int error) {

@@ -170,6 +170,32 @@ TEST_P(PortsTest, PinsOfLinksAreKept) {
   EXPECT_TRUE(Passes("p1-peer"));
 }
 
+// Its name is guarded until the program is on it again; meanwhile nobody calls it enforced.
+TEST_P(PortsTest, APortThatCannotBeFilteredAgainIsShut) {
+  AddPort("p1");
+  Apply({&*group_});
+  const std::string pin = Pin();
+  const Descriptor link(bpf_obj_get(pin.c_str()));
+  if (link) {
+    unlink(pin.c_str());
+    mkdir(pin.c_str(), 0700);
+    ASSERT_EQ(0, bpf_link_detach(link.get()));
+  } else {
+    PacketLab::Run(
+        "tc qdisc del dev p1 clsact; tc qdisc add dev p1 clsact; "
+        "tc filter add dev p1 ingress prio 1 protocol all u32 match u32 0 0 flowid :1");
+  }
+  ebpf_->Poll();
+  EXPECT_EQ(PortState::kFailed, ebpf_->Ports().at("p1"));
+  EXPECT_TRUE(!GuardsEveryFrame() || !Passes("p1-peer"));
+  ASSERT_EQ(FILTER_MGR_OK, ebpf_->Prepare(*group_));
+  EXPECT_EQ(Standing::kPartial, ebpf_->Publish().state);
+  PacketLab::Run("rmdir " + pin + " 2>/dev/null || tc qdisc del dev p1 clsact");
+  EXPECT_TRUE(ebpf_->Poll());
+  EXPECT_EQ(PortState::kEnforced, ebpf_->Ports().at("p1"));
+  EXPECT_FALSE(Passes("p1-peer"));
+}
+
 TEST_P(PortsTest, ANameTakesItsFilterToAnotherInterface) {
   AddPort("p1");
   AddPort("other");
