@@ -187,7 +187,13 @@ void FilterStore::TakeCountersBefore(const std::vector<uint64_t>& numbers) {
       if (error == 0) fd = directory->Get(MapName(id), &error);
       if (error == 0) maps[id] = FilterMap::Take(id, std::move(fd), &error);
     }
-    if (error != 0) continue;
+    if (error != 0) {
+      if (error != -ENOENT) {
+        Log(LogLevel::kWarning, "counts in %s are lost: %s",
+            root_->PathOf(EditionName(*number)).c_str(), strerror(-error));
+      }
+      continue;
+    }
     const auto* const before = maps[kMapConfig]->As<filter_config>();
     const uint32_t slice = before->counter_slice;
     if (before->complete == 0 || before->layout != FILTER_LAYOUT_VERSION || before->cpus != cpus_ ||
@@ -315,6 +321,8 @@ int FilterStore::Complete(std::string* reason) {
     return error;
   }
   config()->program = FilterProgramImage().checksum;
+  // Counters of editions that this one does not continue are nobody's.
+  config()->counts_moved = counters_before_.empty() ? 1 : 0;
   __atomic_store_n(&config()->complete, 1, __ATOMIC_RELEASE);
   unsettled_ = unsettled_ || edition_ != 0;
   edition_ = number;

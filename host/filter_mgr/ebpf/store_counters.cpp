@@ -1,4 +1,6 @@
 // The counters of a store: see store.h.
+#include <fcntl.h>
+
 #include <cerrno>
 #include <utility>
 
@@ -15,11 +17,16 @@ int FilterStore::GrowCounters(uint32_t slots) {
   while (slice < slots) slice *= 2;
   auto larger = FilterMap::Create(kMapCounters, slice * (cpus_ + 1), &error);
   if (larger == nullptr) return error;
-  const Counters before = {maps_[kMapCounters], counter_slots()};
+  Counters before = {nullptr, counter_slots()};
+  if (!counters_unused_) {  // read on, at addresses of their own
+    Descriptor fd(fcntl(maps_[kMapCounters]->fd(), F_DUPFD_CLOEXEC, 0));
+    before.map = FilterMap::Take(kMapCounters, std::move(fd), &error);
+    if (before.map == nullptr) return error;
+  }
   error = Install(kMapCounters, std::move(larger));
   if (error != 0) return error;
   // Nothing counts in the new ones before the program is on them; Settle() fetches the rest.
-  if (!counters_unused_ && before.map->MoveTo(nullptr) == 0) counters_before_.push_back(before);
+  if (before.map != nullptr) counters_before_.push_back(std::move(before));
   counters_unused_ = true;
   SetConfig();
   return 0;

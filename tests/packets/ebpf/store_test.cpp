@@ -123,6 +123,14 @@ TEST_F(StoreTest, IsTakenOverAsItIs) {
   EXPECT_EQ(2u, editions());
   store_->Settle();
   EXPECT_EQ(1u, editions());
+  // Of damaged ones not even the counts, also where a process dies before it is settled.
+  SetCount("edition-2", 5, 70);
+  ASSERT_TRUE(store_->StartOver(&reason));
+  AddLoopback();
+  Complete();
+  Open();
+  EXPECT_EQ(FilterStore::Found::kOurs, store_->found());
+  EXPECT_EQ(0u, store_->Count(5).packets);
   store_.reset();
   EXPECT_EQ(0, RemovePins(directory_));
 }
