@@ -31,14 +31,12 @@
 //    that. The caller says when a period is over; a BPF program's ends with membarrier(2).
 //
 // INVARIANTS, at every single store to the arrays:
-//  1. A search in the generation in force, or in an earlier one that is not reclaimed, finds
-//  exactly
+//  1. A search in the generation in force, or in an earlier one that is not reclaimed, finds just
 //     what was in force in it.
 //  2. A process that finds the arrays, left by another one that died between any two stores, finds
 //     by the generation alone what was in force (Adopt).
 //  3. An entry is reachable through one table only. Its bucket is found within CLS_MAX_PROBES
-//  slots.
-//     Chains ascend in labels.
+//     slots. Chains ascend in labels.
 //  4. What is reachable is complete: a chain's head, entry and mask are written before they are
 //     linked, a table before its bit is set in the group, a group before a root names it.
 //

@@ -44,6 +44,10 @@ Rule RuleOf(const Entry& entry) {
       rule.mask.word[3] |= has;
     }
   }
+  if (rule.mask.word[0] != 0 || rule.mask.word[1] >> 16 != 0) {  // MAC addresses, the EtherType
+    rule.value.word[3] |= FILTER_HAS_ETHERNET;
+    rule.mask.word[3] |= FILTER_HAS_ETHERNET;
+  }
   rule.action = entry.action == Entry::Action::kDeny     ? CLS_DENY
                 : entry.action == Entry::Action::kSetPcp ? CLS_SET_PCP
                                                          : CLS_PERMIT;

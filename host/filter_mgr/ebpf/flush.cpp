@@ -54,10 +54,11 @@ class Leftovers {
            (store_error_ == 0 ? "their links are not pinned here" : strerror(-store_error_));
   }
 
-  // The hooks of one method, with what is attached. 0 or a negative errno.
-  int Adopt(PortHooks::Method method, std::optional<PortHooks>* hooks) const {
+  // The hooks of one method, with what is attached; pins of links that are on no interface here go
+  // only without `trial`. 0 or a negative errno.
+  int Adopt(PortHooks::Method method, bool trial, std::optional<PortHooks>* hooks) const {
     hooks->emplace(links_.get(), method);
-    return (*hooks)->Adopt(table_.indices());
+    return (*hooks)->Adopt(table_.indices(), /*keep_pins=*/trial);
   }
   const std::string& path() const { return path_; }
 
@@ -86,7 +87,7 @@ class Leftovers {
     const std::set<int> pinned = Pinned();
     SeenPrograms seen;
     std::optional<PortHooks> classifiers;
-    int error = Adopt(PortHooks::Method::kClassifier, &classifiers);
+    int error = Adopt(PortHooks::Method::kClassifier, /*trial=*/true, &classifiers);
     if (error != 0) return error;
     error = SeePrograms(table_.indices(), &seen);
     if (error == -EPERM) error = ByGuards(table_.indices(), &seen.ours);
@@ -140,8 +141,9 @@ int FlushEbpf(LeftFilters* filters, const std::string& directory, bool trial) {
   const auto guards = PortGuards::Open(OpenNetlink, &error);
   if (guards == nullptr && !NoPacketFilter(error)) return error;
   std::array<std::optional<PortHooks>, 2> hooks;
-  error = left.Adopt(PortHooks::Method::kClassifier, &hooks[0]);
-  if (error == 0 && left.has_store()) error = left.Adopt(PortHooks::Method::kLink, &hooks[1]);
+  error = left.Adopt(PortHooks::Method::kClassifier, trial, &hooks[0]);
+  if (error == 0 && left.has_store())
+    error = left.Adopt(PortHooks::Method::kLink, trial, &hooks[1]);
   if (error != 0 || trial) return error;
   for (auto& method : hooks) {
     if (!method) continue;

@@ -227,10 +227,10 @@ std::set<int> PortHooks::Lost() {
   return lost;
 }
 
-int PortHooks::Adopt(const std::vector<int>& interfaces) {
+int PortHooks::Adopt(const std::vector<int>& interfaces, bool keep_pins) {
   if (method_ == Method::kLink) {
     for (const std::string& name : links_->Pins()) {
-      const int error = AdoptLink(name);
+      const int error = AdoptLink(name, keep_pins);
       if (error != 0) return error;
     }
     return 0;
@@ -242,7 +242,7 @@ int PortHooks::Adopt(const std::vector<int>& interfaces) {
   return 0;
 }
 
-int PortHooks::AdoptLink(const std::string& name) {
+int PortHooks::AdoptLink(const std::string& name, bool keep_pin) {
   int error = 0;
   Descriptor link = links_->Get(name, &error);
   if (!link) return error;
@@ -255,7 +255,7 @@ int PortHooks::AdoptLink(const std::string& name) {
     error = AskForLink(interface, info.id, &is_ours);
     if (error == -ENODEV) is_ours = false;
   }
-  if (!is_ours) return links_->Unpin(name);
+  if (!is_ours) return keep_pin ? 0 : links_->Unpin(name);
   attached_[interface] = info.program;
   held_[interface] = {std::move(link), info.id};
   return 0;

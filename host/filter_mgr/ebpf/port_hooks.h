@@ -47,8 +47,8 @@ class PortHooks {
   std::set<int> Lost();
 
   // Takes over what an earlier run attached to these interfaces; pins of links whose interface is
-  // gone are removed. 0 or a negative errno.
-  int Adopt(const std::vector<int>& interfaces);
+  // not here are removed, but with `keep_pins`. 0 or a negative errno.
+  int Adopt(const std::vector<int>& interfaces, bool keep_pins = false);
   // Attaches the program to the interface, in place of the one of ours that is there. 0 or a
   // negative errno: -ENODEV when the interface is gone.
   int Attach(int interface, int program);
@@ -81,7 +81,7 @@ class PortHooks {
     uint32_t id = 0;
   };
 
-  int AdoptLink(const std::string& name);
+  int AdoptLink(const std::string& name, bool keep_pin);
   int AttachLink(int interface, int program);
   std::set<int> ConcernedByEvents();
   bool LostLink(int interface) const;
