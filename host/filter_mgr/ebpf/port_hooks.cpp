@@ -209,13 +209,14 @@ void PortHooks::KeepPinned(int interface) {
 std::set<int> PortHooks::Lost() {
   uint64_t times = 0;
   if (timer_) std::ignore = read(timer_.get(), &times, sizeof(times));  // until the next time
+  const bool look_at_pins = times != 0;
   const std::set<int> concerned = ConcernedByEvents();
   std::set<int> lost;
   for (auto& [interface, known] : attached_) {
     if (known == 0) continue;
     uint32_t program = 0;
     if (method_ == Method::kLink) {
-      KeepPinned(interface);
+      if (look_at_pins) KeepPinned(interface);
       if (!LostLink(interface)) continue;
     } else if (concerned.count(interface) == 0 ||
                (QueryClassifier(interface, &program) == 0 && program == known)) {

@@ -43,7 +43,8 @@ class PortHooks {
   // Readable when Lost() should look; -1 before Watch().
   int fd() const { return events_ == nullptr ? timer_.get() : events_->fd(); }
   // Interfaces that the program was taken off by others since the last call; Attach() brings it
-  // back. Asks for all links, and pins them again whose pins are gone.
+  // back. Asks for all links; and when fd() is readable, pins those again whose pins are gone: to
+  // look for a file takes twice as long, and no port is open for the lack of it.
   std::set<int> Lost();
 
   // Takes over what an earlier run attached to these interfaces; pins of links whose interface is

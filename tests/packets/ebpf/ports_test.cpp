@@ -151,7 +151,10 @@ TEST_P(PortsTest, PinsOfLinksAreKept) {
   EXPECT_EQ(PortState::kEnforced, ebpf_->Ports().at("p1"));
   // One whose pin another program removes is pinned again.
   unlink(Pin().c_str());
-  EXPECT_TRUE(ebpf_->Poll());
+  for (int i = 0; i < 1000 && access(Pin().c_str(), F_OK) != 0; ++i) {
+    usleep(10000);
+    EXPECT_TRUE(ebpf_->Poll());
+  }
   EXPECT_EQ(0, access(Pin().c_str(), F_OK));
   // An interface that is no port any more but has the program still is known to it, also where
   // the new ports need a larger table: their indices want the same place.
