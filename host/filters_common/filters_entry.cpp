@@ -51,7 +51,7 @@ void FiltersEntry::StoreAction(std::shared_ptr<const Action> action) {
 filtersErr_t FiltersEntry::deleteMatch(filtersMatch_t kind) {
   if (findMatch(kind) == nullptr) return FILTERS_ERR_NOT_FOUND;
   if (kind == FILTERS_MATCH_INGRESS_PORTS) {
-    ports_ = MatchIngressPorts();
+    ports_ = {};
   } else {
     Matches& matches = OwnContent().matches;
     matches.erase(LowerBound(matches, kind));
@@ -67,7 +67,7 @@ filtersErr_t FiltersEntry::deleteAction(filtersAction_t kind) {
 }
 
 const Match* FiltersEntry::findMatch(filtersMatch_t kind) const {
-  if (kind == FILTERS_MATCH_INGRESS_PORTS) return ports_.ports_ ? &ports_ : nullptr;
+  if (kind == FILTERS_MATCH_INGRESS_PORTS) return ports_ ? &ports_->match : nullptr;
   return Find(getMatches(), kind);
 }
 

@@ -6,6 +6,8 @@ namespace {
 // From so many entries on the others' nodes have an arena.
 constexpr size_t kFew = 256;
 
+static_assert(sizeof(void*) != 8 || sizeof(FiltersEntry) == 24, "a node fills a line");
+
 }  // namespace
 
 // Where the rows know all entries, they are in the order of their insertion. So the first ones go

@@ -47,6 +47,14 @@ class CountedPtr {
     return owner;
   }
 
+  // One that is not counted as an owner, and has to Forget() the value before it ends.
+  static CountedPtr Uncounted(T* value) {
+    CountedPtr pointer;
+    pointer.value_ = value;
+    return pointer;
+  }
+  void Forget() { value_ = nullptr; }
+
   // Null when there is no value; the operators want one.
   T* get() const { return value_; }
   T& operator*() const { return *value_; }

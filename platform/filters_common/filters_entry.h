@@ -31,6 +31,16 @@ class FiltersEntry {
   using Actions = std::vector<std::shared_ptr<const Action>>;
 
   explicit FiltersEntry(const unsigned short& id) : id_(id) {}
+  // Entries are mostly copied one after the other, as they lie in memory: who walks over the tree
+  // that they are in would wait for each of them, as one says where the next one is.
+  FiltersEntry(const FiltersEntry& other)
+      : content_(other.content_), ports_(other.ports_), priority_(other.priority_), id_(other.id_) {
+    FetchAhead(&other);
+  }
+  FiltersEntry(FiltersEntry&&) = default;
+  FiltersEntry& operator=(const FiltersEntry&) = default;
+  FiltersEntry& operator=(FiltersEntry&&) = default;
+  ~FiltersEntry() = default;
 
   unsigned short getId() const { return id_; }
   void setId(unsigned short id) { id_ = id; }
@@ -43,7 +53,7 @@ class FiltersEntry {
   filtersErr_t setMatch(const T& match) {
     if (!match.inRange()) return FILTERS_ERR_RANGE;
     if constexpr (std::is_same_v<T, MatchIngressPorts>) {
-      ports_ = match;
+      ports_ = match.shared_;
     } else {
       StoreMatch(std::make_shared<const T>(match));
     }
@@ -60,7 +70,7 @@ class FiltersEntry {
   }
   // The ingress ports; null where there are none. Entries that were given one match share its list.
   const std::list<limid_t>* ingressPorts() const {
-    return ports_.ports_ && !ports_.ports_->empty() ? ports_.ports_.get() : nullptr;
+    return ports_ && !ports_->empty() ? ports_.get() : nullptr;
   }
   // All matches but the ingress ports.
   const Matches& getMatches() const;
@@ -86,6 +96,7 @@ class FiltersEntry {
 
  private:
   friend class EntryRows;
+  using Ports = MatchIngressPorts::Shared;
 
   struct Content {
     Matches matches;
@@ -97,7 +108,8 @@ class FiltersEntry {
     CountedPtr<Content>::Release(static_cast<Content*>(const_cast<void*>(identity)), 1);
   }
   static void ReleasePorts(const std::list<limid_t>* ports, size_t count) {
-    CountedPtr<const std::list<limid_t>>::Release(ports, static_cast<uint32_t>(count));
+    CountedPtr<const Ports>::Release(static_cast<const Ports*>(ports),
+                                     static_cast<uint32_t>(count));
   }
 
   void StoreMatch(std::shared_ptr<const Match> match);
@@ -105,8 +117,9 @@ class FiltersEntry {
   // The content, made this entry's own.
   Content& OwnContent();
 
-  CountedPtr<Content> content_;  // null while empty; shared between copies, then not changed
-  MatchIngressPorts ports_;      // without ports while there is no such match
+  // With the node of a map around it, an entry fills a line of the processor's caches.
+  CountedPtr<Content> content_;    // null while empty; shared between copies, then not changed
+  CountedPtr<const Ports> ports_;  // null while there is no such match
   unsigned int priority_ = 0;
   unsigned short id_;
 };

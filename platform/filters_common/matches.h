@@ -84,17 +84,36 @@ using MatchDstL4Port = NumberMatch<FILTERS_MATCH_DST_L4_PORT, unsigned short, 0x
 class MatchIngressPorts : public Match {
  public:
   static constexpr filtersMatch_t kKind = FILTERS_MATCH_INGRESS_PORTS;
-  explicit MatchIngressPorts(const std::list<limid_t>& ports)
-      : ports_(CountedPtr<const std::list<limid_t>>::Make(ports)) {}
+  explicit MatchIngressPorts(const std::list<limid_t>& ports);
   filtersMatch_t kind() const override { return kKind; }
-  const std::list<limid_t>& ports() const { return *ports_; }
+  const std::list<limid_t>& ports() const;
 
  private:
   friend class FiltersEntry;
-  MatchIngressPorts() = default;  // for an entry that has none
+  // The list, which all copies share, and a match of it for those who ask an entry for one: so
+  // entries, of which there are very many, hold a pointer and no match.
+  struct Shared;
+  struct Uncounted {};
+  MatchIngressPorts(Uncounted, const Shared* shared);
 
-  CountedPtr<const std::list<limid_t>> ports_;
+  CountedPtr<const Shared> shared_;
 };
+
+struct MatchIngressPorts::Shared : std::list<limid_t> {
+  explicit Shared(const std::list<limid_t>& ports)
+      : std::list<limid_t>(ports), match(Uncounted(), this) {}
+  ~Shared() { match.shared_.Forget(); }
+  Shared(const Shared&) = delete;
+  Shared& operator=(const Shared&) = delete;
+
+  MatchIngressPorts match;  // owns nothing: it is a part of what it names
+};
+
+inline MatchIngressPorts::MatchIngressPorts(const std::list<limid_t>& ports)
+    : shared_(CountedPtr<const Shared>::Make(ports)) {}
+inline MatchIngressPorts::MatchIngressPorts(Uncounted, const Shared* shared)
+    : shared_(CountedPtr<const Shared>::Uncounted(shared)) {}
+inline const std::list<limid_t>& MatchIngressPorts::ports() const { return *shared_; }
 
 }  // namespace FiltersCommon
 

@@ -66,6 +66,7 @@ class NodeArena {
     if (static_cast<size_t>(end_ - next_) < size) AddChunk();
     void* const node = next_;
     next_ += size;
+    FetchAhead</*ToWrite=*/1>(node);  // what is written next would be waited for
     return node;
   }
   void AddChunk();

@@ -79,8 +79,11 @@ TEST(FiltersEntryTest, HoldsOneElementOfEachKind) {
 
   EXPECT_EQ(FILTERS_ERR_NOT_FOUND, entry.deleteMatch(FILTERS_MATCH_INGRESS_PORTS));
   entry.setMatch(MatchIngressPorts({1, 2}));
+  const MatchIngressPorts kept = *entry.getMatch<MatchIngressPorts>();
+  entry.setMatch(*entry.getMatch<MatchIngressPorts>());
   EXPECT_EQ(FILTERS_OK, entry.deleteMatch(FILTERS_MATCH_INGRESS_PORTS));
   EXPECT_EQ(nullptr, entry.findMatch(FILTERS_MATCH_INGRESS_PORTS));
+  EXPECT_EQ((std::list<limid_t>{1, 2}), kept.ports());
 }
 
 TEST(FiltersEntryTest, KeepsMasksAsGivenAndMatchesInOrderOfKind) {
