@@ -34,8 +34,9 @@ std::unique_ptr<PinDirectory> PinDirectory::Make(const std::string& path, int* e
 int PinDirectory::Lock() {
   Descriptor fd(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!fd || flock(fd.get(), LOCK_EX | LOCK_NB) != 0) return -errno;
-  struct stat locked {
-  }, now{};  // who had the lock until now may have removed the directory
+  // Who had the lock until now may have removed the directory.
+  struct stat locked {};
+  struct stat now {};
   if (fstat(fd.get(), &locked) != 0 || stat(path_.c_str(), &now) != 0) return -errno;
   if (locked.st_ino != now.st_ino || locked.st_dev != now.st_dev) return -ENOENT;
   lock_ = std::move(fd);
